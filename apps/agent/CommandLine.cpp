@@ -1,0 +1,122 @@
+#include <CommandLine.h>
+
+#include <SorvexHost/LogSinks.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <stdexcept>
+
+namespace sorvex::agent {
+namespace {
+
+using WindowsAgentCommon::ParameterBlock;
+
+ParameterBlock ParsePairs(const std::string& option, const std::vector<std::string>& pairs) {
+  ParameterBlock parameters;
+  for (const std::string& pair : pairs) {
+    const std::size_t separator = pair.find('=');
+    if (separator == 0 || separator == std::string::npos) {
+      throw CLI::ValidationError(option, "'" + pair + "' is not KEY=VALUE");
+    }
+    parameters.emplace(pair.substr(0, separator), pair.substr(separator + 1));
+  }
+  return parameters;
+}
+
+/// An option that may be repeated and takes one value each time.
+CLI::Option* AddRepeated(CLI::App& app, const std::string& name, std::vector<std::string>& values,
+                         const std::string& description) {
+  return app.add_option(name, values, description)->allow_extra_args(false);
+}
+
+}  // namespace
+
+std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& status) {
+  Options options;
+  std::vector<std::string> parameters;
+  std::string logLevel = "warn";
+
+  CLI::App app("Loads the network module as the agent does and runs one operation of it.", "sorvex-agent");
+  // A file may be called /help; options begin with hyphens on every platform.
+  app.allow_windows_style_options(false);
+  app.fallthrough();
+  // At most one; that there is one is checked below, so that an unknown one is named.
+  app.require_subcommand(0, 1);
+  app.add_option("--config-dir", options.configDirectory, "Configuration directory")->type_name("DIR");
+  app.add_option("--patch-dir", options.patchDirectory, "Directory of waiting patches")->type_name("DIR");
+  app.add_option("--module", options.module, "Module to load (default: the one beside the program)")->type_name("FILE");
+  AddRepeated(app, "--parameter", parameters, "Host parameter for the module's Initialize")->type_name("KEY=VALUE");
+  app.add_option("--log-level", logLevel, "debug, info, warn or error (default: warn)")->type_name("LEVEL");
+  app.add_option("--log-file", options.logFile, "Append the log to a file instead of standard error")
+      ->type_name("FILE");
+
+  CLI::App* const info = app.add_subcommand("info", "Print version and mode of the module");
+  ParameterCommand parameterCommand;
+  CLI::App* const parameter = app.add_subcommand("parameter", "Print parameters of the installation");
+  parameter->add_option("NAME", parameterCommand.names, "Names of parameters")->required();
+
+  CLI::App* const fingerprint = app.add_subcommand("fingerprint", "Ask which configuration the agent should have");
+  CLI::App* const heartbeat = app.add_subcommand("heartbeat", "Post a heartbeat");
+  CLI::App* const test = app.add_subcommand("test-connection", "Look whether the configuration server answers");
+  RegisterCommand registerCommand;
+  CLI::App* const registration = app.add_subcommand("register", "Register this agent with the configuration server");
+  registration->add_option("--os-version", registerCommand.osVersion, "Version of the system")->required();
+  registration->add_option("--agent-version", registerCommand.agentVersion, "Version of the agent")->required();
+  UpdateStatusCommand updateCommand;
+  CLI::App* const update = app.add_subcommand("update-status", "Report the agent's status");
+  update->add_option("--status", updateCommand.status, "Number of the status")->required();
+  update->add_option("--time", updateCommand.seconds, "Time of the status, seconds since 1970")->required();
+
+  ForwardCommand forwardCommand;
+  std::string target;
+  std::vector<std::string> socketParameters;
+  double giveUpAfter = 0;
+  CLI::App* const forward = app.add_subcommand("forward", "Send each line of files or of standard input as an event");
+  forward->add_option("--to", target, "Destination")->required()->type_name("tcp://HOST:PORT");
+  forward->add_flag("--queued", forwardCommand.queued, "Send through the queue instead of waiting for each event");
+  forward->add_option("--builder", forwardCommand.builder, "Payload builder (default: SyslogPayloadBuilder)");
+  AddRepeated(*forward, "--set", socketParameters, "Further parameter of the socket")->type_name("KEY=VALUE");
+  CLI::Option* const giveUp =
+      forward->add_option("--give-up-after", giveUpAfter, "End when one event cannot be sent for so long")
+          ->type_name("SECONDS")
+          ->check(CLI::NonNegativeNumber);
+  forward->add_option("FILE", forwardCommand.files, "Files to read; - or none: standard input");
+
+  try {
+    // CLI11 takes the arguments in reverse.
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(std::move(arguments));
+    if (app.get_subcommands().empty()) throw CLI::RequiredError("A command");
+
+    options.parameters = ParsePairs("--parameter", parameters);
+    if (!WindowsAgentCommon::ParseLogLevel(logLevel, options.logLevel)) {
+      throw CLI::ValidationError("--log-level", "'" + logLevel + "' is not debug, info, warn or error");
+    }
+    if (info->parsed()) options.command = InfoCommand{};
+    if (parameter->parsed()) options.command = parameterCommand;
+    if (fingerprint->parsed()) options.command = FingerprintCommand{};
+    if (heartbeat->parsed()) options.command = HeartbeatCommand{};
+    if (test->parsed()) options.command = TestConnectionCommand{};
+    if (registration->parsed()) options.command = registerCommand;
+    if (update->parsed()) options.command = updateCommand;
+    if (forward->parsed()) {
+      forwardCommand.parameters = ParsePairs("--set", socketParameters);
+      if (giveUp->count() > 0) forwardCommand.giveUpAfter = giveUpAfter;
+      try {
+        forwardCommand.destination = ParseDestination(target);
+      } catch (const std::invalid_argument& error) {
+        throw CLI::ValidationError("--to", error.what());
+      }
+      options.command = forwardCommand;
+    }
+    return options;
+  } catch (const CLI::ParseError& error) {
+    // CLI11's own exit codes do not matter here: all are wrong usage, but for a request for help.
+    status = app.exit(error, std::cout, std::cerr) == 0 ? 0 : 2;
+    return std::nullopt;
+  }
+}
+
+}  // namespace sorvex::agent

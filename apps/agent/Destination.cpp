@@ -1,0 +1,54 @@
+#include <Destination.h>
+
+#include <array>
+#include <charconv>
+#include <stdexcept>
+#include <utility>
+
+namespace sorvex::agent {
+namespace {
+
+constexpr std::array schemes{std::pair<std::string_view, Scheme>{"tcp", Scheme::Tcp}};
+
+Scheme ParseScheme(std::string_view text) {
+  std::string known;
+  for (const auto& [name, scheme] : schemes) {
+    if (text == name) return scheme;
+    known += (known.empty() ? "" : ", ") + std::string(name);
+  }
+  throw std::invalid_argument("unknown scheme '" + std::string(text) + "'; there is: " + known);
+}
+
+std::uint16_t ParsePort(std::string_view text) {
+  std::uint16_t port = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (error != std::errc() || end != text.data() + text.size() || port == 0) {
+    throw std::invalid_argument("the port '" + std::string(text) + "' is not a number from 1 to 65535");
+  }
+  return port;
+}
+
+}  // namespace
+
+Destination ParseDestination(std::string_view text) {
+  constexpr std::string_view separator = "://";
+  const std::size_t schemeEnd = text.find(separator);
+  if (schemeEnd == std::string_view::npos) {
+    throw std::invalid_argument("'" + std::string(text) + "' is not SCHEME://HOST:PORT");
+  }
+  Destination destination;
+  destination.scheme = ParseScheme(text.substr(0, schemeEnd));
+
+  const std::string_view address = text.substr(schemeEnd + separator.size());
+  const bool literal = address.starts_with('[');
+  const std::size_t hostEnd = literal ? address.find("]:") : address.find(':');
+  const std::string_view host = hostEnd == std::string_view::npos
+                                    ? std::string_view()
+                                    : address.substr(literal ? 1 : 0, hostEnd - (literal ? 1 : 0));
+  if (host.empty()) throw std::invalid_argument("'" + std::string(text) + "' is not SCHEME://HOST:PORT");
+  destination.host = host;
+  destination.port = ParsePort(address.substr(hostEnd + (literal ? 2 : 1)));
+  return destination;
+}
+
+}  // namespace sorvex::agent

@@ -1,0 +1,22 @@
+// Where events go, as the command line names it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace sorvex::agent {
+
+enum class Scheme { Tcp };
+
+struct Destination {
+  Scheme scheme = Scheme::Tcp;
+  std::string host;  ///< a name or an address; an IPv6 address without its brackets
+  std::uint16_t port = 0;
+};
+
+/// Reads "scheme://host:port" or "scheme://[IPv6 address]:port". Throws `std::invalid_argument` that says what is wrong
+/// and, for an unknown scheme, which ones there are.
+Destination ParseDestination(std::string_view text);
+
+}  // namespace sorvex::agent

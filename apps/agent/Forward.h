@@ -1,0 +1,14 @@
+// The command that sends lines as events.
+#pragma once
+
+#include <CommandLine.h>
+
+#include <host/IConnectionFactory.h>
+
+namespace sorvex::agent {
+
+/// Sends each line of the inputs, shuts the socket down and prints the counters. Returns 0 when every event that was
+/// read has been sent, else 1.
+int RunCommand(const ForwardCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
+
+}  // namespace sorvex::agent

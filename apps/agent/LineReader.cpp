@@ -1,0 +1,61 @@
+#include <LineReader.h>
+
+#include <cstring>
+#include <utility>
+
+namespace sorvex::agent {
+namespace {
+
+constexpr std::size_t blockSize = 1024 * 1024;
+
+}  // namespace
+
+// The buffer is read into before it is read from; there is no use in clearing it.
+LineReader::LineReader(InputFile& input)
+    : m_input(input), m_pBuffer(std::make_unique_for_overwrite<char[]>(blockSize)), m_capacity(blockSize) {}
+
+LineReader::~LineReader() = default;
+
+bool LineReader::GetLine(std::string_view& line) {
+  for (;;) {
+    const char* const begin = m_pBuffer.get() + m_begin;
+    const void* const found = std::memchr(m_pBuffer.get() + m_scanned, '\n', m_end - m_scanned);
+    if (found != nullptr) {
+      const std::size_t length = static_cast<std::size_t>(static_cast<const char*>(found) - begin);
+      line = {begin, length};
+      m_begin += length + 1;
+      m_scanned = m_begin;
+      return true;
+    }
+    m_scanned = m_end;
+    if (!m_bEnded) {
+      Fill();
+      continue;
+    }
+    if (m_begin == m_end) return false;
+    line = {begin, m_end - m_begin};
+    m_begin = m_scanned = m_end;
+    return true;
+  }
+}
+
+void LineReader::Fill() {
+  const std::size_t rest = m_end - m_begin;
+  if (rest > m_capacity / 2) {
+    std::unique_ptr<char[]> larger = std::make_unique_for_overwrite<char[]>(m_capacity * 2);
+    std::memcpy(larger.get(), m_pBuffer.get() + m_begin, rest);
+    m_pBuffer = std::move(larger);
+    m_capacity *= 2;
+  } else if (m_begin > 0) {
+    std::memmove(m_pBuffer.get(), m_pBuffer.get() + m_begin, rest);
+  }
+  m_begin = 0;
+  m_scanned = m_end = rest;
+
+  const std::size_t count = m_input.Read(m_pBuffer.get() + m_end, m_capacity - m_end);
+  m_readTime = std::chrono::system_clock::now();
+  m_bEnded = count == 0;
+  m_end += count;
+}
+
+}  // namespace sorvex::agent

@@ -1,0 +1,67 @@
+#include <Agent.h>
+#include <CommandLine.h>
+#include <Forward.h>
+#include <Output.h>
+#include <ServerCommands.h>
+#include <platform/Platform.h>
+
+#include <ace/Init_ACE.h>
+
+#include <exception>
+
+namespace sorvex::agent {
+namespace {
+
+// Exit statuses; 2 is wrong usage.
+constexpr int failed = 1;
+constexpr int notInitialized = 3;
+
+struct AceLibrary {
+  AceLibrary() { ACE::init(); }
+  ~AceLibrary() { ACE::fini(); }
+  AceLibrary(const AceLibrary&) = delete;
+  AceLibrary& operator=(const AceLibrary&) = delete;
+};
+
+int Run(const Options& options) {
+  const AceLibrary ace;
+  OpenLog(options);
+  Agent agent(options);
+  try {
+    agent.Load();
+  } catch (const std::exception& error) {
+    PrintError(error.what());
+    return notInitialized;
+  }
+  const int result = agent.Initialize();
+  const bool ready = result == WindowsAgentCommon::SERVICE_INITIALIZE_READY;
+  const bool info = std::holds_alternative<InfoCommand>(options.command);
+  if (!ready && !info) {
+    PrintError("the module's Initialize returned " + std::to_string(result) + "; its log says why");
+    return notInitialized;
+  }
+  const int status = std::visit(
+      [&agent](const auto& command) { return RunCommand(command, agent.GetConnectionFactory()); }, options.command);
+  if (info) PrintNumber("initialize", result);
+  return ready ? status : notInitialized;
+}
+
+}  // namespace
+
+int RunAgent(std::vector<std::string> arguments) {
+  int status = failed;
+  try {
+    const std::optional<Options> options = ParseCommandLine(std::move(arguments), status);
+    if (!options) return status;
+    InstallInterruptHandler();
+    status = Run(*options);
+  } catch (const std::exception& error) {
+    PrintError(error.what());
+    status = failed;
+  }
+  if (FlushOutput()) return status;
+  PrintError("standard output cannot be written");
+  return failed;
+}
+
+}  // namespace sorvex::agent

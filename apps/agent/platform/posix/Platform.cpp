@@ -1,0 +1,98 @@
+#include <platform/Platform.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <system_error>
+
+namespace sorvex::agent {
+namespace {
+
+// A byte in this pipe, never taken out, says that the program shall end; waiting for input waits for it as well.
+std::array<int, 2> interruptPipe{-1, -1};
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
+
+void NoteInterrupt(int) {
+  const int savedErrno = errno;
+  interrupted.store(true);
+  [[maybe_unused]] const ssize_t written = write(interruptPipe[1], "!", 1);
+  errno = savedErrno;
+}
+
+[[noreturn]] void ThrowErrno(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
+
+}  // namespace
+
+std::filesystem::path GetProgramDirectory() { return std::filesystem::read_symlink("/proc/self/exe").parent_path(); }
+
+std::string GetHostName() {
+  std::array<char, 256> name{};
+  if (gethostname(name.data(), name.size() - 1) != 0) return "localhost";
+  return name.data();
+}
+
+bool IsErrorTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+void InstallInterruptHandler() {
+  if (pipe2(interruptPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) ThrowErrno("pipe");
+  struct sigaction action {};
+  action.sa_handler = NoteInterrupt;
+  // The module's own system calls go on undisturbed. A second signal finds the default action.
+  action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+  sigemptyset(&action.sa_mask);
+  for (const int number : {SIGINT, SIGTERM}) {
+    if (sigaction(number, &action, nullptr) != 0) ThrowErrno("sigaction");
+  }
+}
+
+bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
+
+void WaitForInterrupt(std::chrono::milliseconds time) {
+  pollfd waiting{interruptPipe[0], POLLIN, 0};
+  // An early return costs the caller one more turn.
+  poll(&waiting, 1, static_cast<int>(time.count()));
+}
+
+struct InputFile::Handle {
+  int descriptor = STDIN_FILENO;
+  std::string name = "standard input";
+};
+
+InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {}
+
+InputFile::InputFile(const std::filesystem::path& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) ThrowErrno(path.string());
+  m_pHandle = std::make_unique<Handle>(Handle{descriptor, path.string()});
+}
+
+InputFile::~InputFile() {
+  if (m_pHandle->descriptor != STDIN_FILENO) close(m_pHandle->descriptor);
+}
+
+std::size_t InputFile::Read(char* buffer, std::size_t size) {
+  while (!IsInterrupted()) {
+    std::array<pollfd, 2> waiting{pollfd{m_pHandle->descriptor, POLLIN, 0}, pollfd{interruptPipe[0], POLLIN, 0}};
+    if (poll(waiting.data(), waiting.size(), -1) < 0 && errno != EINTR) ThrowErrno("poll");
+    if (waiting[0].revents == 0) continue;
+    const ssize_t count = read(m_pHandle->descriptor, buffer, size);
+    if (count >= 0) return static_cast<std::size_t>(count);
+    if (errno != EINTR && errno != EAGAIN) ThrowErrno(m_pHandle->name);
+  }
+  return 0;
+}
+
+}  // namespace sorvex::agent
+
+int main(int argc, char** argv) {
+  // A reader of our output or a peer that goes away is an error of that operation, not the end of the program.
+  signal(SIGPIPE, SIG_IGN);
+  return sorvex::agent::RunAgent(argc > 0 ? std::vector<std::string>(argv + 1, argv + argc)
+                                          : std::vector<std::string>());
+}

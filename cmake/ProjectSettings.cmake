@@ -1,0 +1,65 @@
+# Settings that every target of the project shares, and the interface target `sorvex_settings` that carries them.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+# Which implementation stands behind src/platform and host/platform.
+if(WIN32)
+  set(SORVEX_PLATFORM windows)
+  # Our libraries are named as the callers load them, whatever the compiler's habit.
+  set(CMAKE_SHARED_LIBRARY_PREFIX "")
+  set(CMAKE_SHARED_MODULE_PREFIX "")
+else()
+  set(SORVEX_PLATFORM posix)
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+endif()
+
+add_library(sorvex_settings INTERFACE)
+if(MSVC)
+  target_compile_options(sorvex_settings INTERFACE /W4 /WX /utf-8 /permissive-)
+else()
+  target_compile_options(sorvex_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Werror
+    # One tree gives one binary wherever it lies.
+    -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # This compiler takes correct string code for overlapping copies when it optimises fully.
+    target_compile_options(sorvex_settings INTERFACE -Wno-restrict)
+  endif()
+  if(WIN32)
+    # The time of linking would make every build another binary.
+    target_link_options(sorvex_settings INTERFACE
+      -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
+  endif()
+  if(SORVEX_SANITIZE)
+    target_compile_options(sorvex_settings INTERFACE
+      -fsanitize=${SORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(sorvex_settings INTERFACE -fsanitize=${SORVEX_SANITIZE})
+  endif()
+  if(CMAKE_BUILD_TYPE MATCHES "Release|RelWithDebInfo" AND NOT SORVEX_SANITIZE)
+    target_compile_options(sorvex_settings INTERFACE -fstack-protector-strong)
+    target_compile_definitions(sorvex_settings INTERFACE _FORTIFY_SOURCE=2)
+    if(WIN32)
+      # The protector's and the fortified functions' library.
+      target_link_options(sorvex_settings INTERFACE -fstack-protector-strong)
+    else()
+      target_compile_options(sorvex_settings INTERFACE -fstack-clash-protection -fcf-protection)
+      target_link_options(sorvex_settings INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+    endif()
+  endif()
+endif()

@@ -1,0 +1,26 @@
+# The fuzz targets: name and source. Each has its corpus in corpus/<name>.
+set(FUZZ_TARGETS
+  auto_creation_file:AutoCreationFileFuzz.cpp
+  base64:Base64Fuzz.cpp
+  environment_block:EnvironmentBlockFuzz.cpp
+  format_text:FormatTextFuzz.cpp
+  install_file:InstallFileFuzz.cpp
+  install_lines:InstallLinesFuzz.cpp
+  utf8:Utf8Fuzz.cpp)
+set(FUZZ_DIRECTORY "${CMAKE_CURRENT_LIST_DIR}")
+
+# sorvex_add_fuzz_programs(PREFIX extra sources...): one program a target, whose names it leaves in FUZZ_PROGRAMS.
+function(sorvex_add_fuzz_programs prefix)
+  set(programs)
+  foreach(entry IN LISTS FUZZ_TARGETS)
+    string(REPLACE ":" ";" entry "${entry}")
+    list(GET entry 0 name)
+    list(GET entry 1 source)
+    set(program ${prefix}${name})
+    add_executable(${program} "${FUZZ_DIRECTORY}/${source}" ${ARGN})
+    target_include_directories(${program} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${program} PRIVATE CommunicationAPIObjects sorvex_settings)
+    list(APPEND programs ${program})
+  endforeach()
+  set(FUZZ_PROGRAMS ${programs} PARENT_SCOPE)
+endfunction()

@@ -1,0 +1,16 @@
+// The payload builder "SyslogBsdPayloadBuilder".
+#pragma once
+
+#include <host/IPayloadBuilder.h>
+
+namespace WindowsAgentCommon {
+
+/// Builds RFC 3164, in UTC.
+class SyslogBsdPayloadBuilder : public IPayloadBuilder {
+ public:
+  ~SyslogBsdPayloadBuilder() override;
+
+  void BuildPayload(const Event& event, std::string& payload) const override;
+};
+
+}  // namespace WindowsAgentCommon

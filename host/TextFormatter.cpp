@@ -1,0 +1,263 @@
+#include "TextFormatter.h"
+
+#include <host/Text.h>
+
+#include "TextEscape.h"
+#include "Utf8.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <iterator>
+#include <utility>
+
+namespace WindowsAgentCommon {
+namespace {
+
+/// Bounds width and precision, so that a wrong argument of a '*' cannot ask for gigabytes.
+constexpr std::size_t LONGEST_FIELD = 4096;
+
+bool IsInteger(const LogArgument& argument) {
+  return argument.m_kind == LogArgument::Kind::Signed || argument.m_kind == LogArgument::Kind::Unsigned ||
+         argument.m_kind == LogArgument::Kind::Pointer;
+}
+
+std::uint64_t AsUnsigned(const LogArgument& argument) {
+  if (argument.m_size >= sizeof argument.m_bits) return argument.m_bits;
+  return argument.m_bits & ((std::uint64_t{1} << (8 * argument.m_size)) - 1);
+}
+
+std::int64_t AsSigned(const LogArgument& argument) {
+  const std::uint64_t value = AsUnsigned(argument);
+  // A variable argument narrower than an int arrives as an int, whose sign bit it does not reach.
+  if (argument.m_kind == LogArgument::Kind::Unsigned && argument.m_size < sizeof(int)) {
+    return static_cast<std::int64_t>(value);
+  }
+  if (argument.m_size >= sizeof value) return static_cast<std::int64_t>(value);
+  const std::uint64_t sign = std::uint64_t{1} << (8 * argument.m_size - 1);
+  return static_cast<std::int64_t>((value ^ sign) - sign);
+}
+
+/// Returns the longest beginning of at most `limit` bytes that splits no UTF-8 sequence.
+std::string_view CutUtf8(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  std::size_t end = 0;
+  for (std::size_t position = 0; position < limit; end = position <= limit ? position : end) {
+    char32_t ignored = 0;
+    NextCodePoint(text, position, ignored);
+  }
+  return text.substr(0, end);
+}
+
+}  // namespace
+
+TextFormatter::TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape)
+    : m_format(format), m_pArguments(arguments), m_count(count), m_bEscape(escape) {}
+
+std::string TextFormatter::Run() {
+  m_strResult.reserve(m_format.size() + 16 * m_count);
+  std::size_t position = 0;
+  while (position < m_format.size()) {
+    const std::size_t percent = std::min(m_format.find('%', position), m_format.size());
+    m_strResult.append(m_format, position, percent - position);
+    position = percent;
+    if (position == m_format.size()) break;
+
+    const std::size_t start = position++;
+    Specification specification;
+    if (!ReadSpecification(position, specification)) {
+      m_strResult.append(m_format, start, position - start);
+    } else if (specification.m_conversion == '%') {
+      m_strResult += '%';
+    } else if (m_next == m_count) {
+      m_strResult.append(m_format, start, position - start);
+    } else {
+      AppendArgument(specification, m_pArguments[m_next++]);
+    }
+  }
+  return std::move(m_strResult);
+}
+
+/// Reads what follows a percent sign; returns false when it is no conversion.
+bool TextFormatter::ReadSpecification(std::size_t& position, Specification& specification) {
+  ReadFlags(position, specification);
+  ReadWidth(position, specification);
+  ReadPrecision(position, specification);
+  SkipLengthModifiers(position);
+  if (position == m_format.size()) return false;
+  specification.m_conversion = m_format[position++];
+  return std::string_view("diuxXocsSp%").find(specification.m_conversion) != std::string_view::npos;
+}
+
+void TextFormatter::ReadFlags(std::size_t& position, Specification& specification) const {
+  for (; position < m_format.size(); ++position) {
+    switch (m_format[position]) {
+      case '-': specification.m_bLeft = true; break;
+      case '+': specification.m_bPlus = true; break;
+      case ' ': specification.m_bBlank = true; break;
+      case '#': specification.m_bAlternate = true; break;
+      case '0': specification.m_bZero = true; break;
+      default: return;
+    }
+  }
+}
+
+void TextFormatter::ReadWidth(std::size_t& position, Specification& specification) {
+  if (position < m_format.size() && m_format[position] == '*') {
+    ++position;
+    std::int64_t width = 0;
+    if (!TakeStar(width)) return;
+    // As printf has it, a negative width is the flag '-' and a width.
+    if (width < 0) specification.m_bLeft = true;
+    const std::uint64_t magnitude =
+        width < 0 ? ~static_cast<std::uint64_t>(width) + 1 : static_cast<std::uint64_t>(width);
+    specification.m_width = static_cast<std::size_t>(std::min<std::uint64_t>(magnitude, LONGEST_FIELD));
+  } else {
+    specification.m_width = ReadNumber(position);
+  }
+}
+
+void TextFormatter::ReadPrecision(std::size_t& position, Specification& specification) {
+  if (position == m_format.size() || m_format[position] != '.') return;
+  ++position;
+  if (position < m_format.size() && m_format[position] == '*') {
+    ++position;
+    std::int64_t precision = -1;
+    // As printf has it, a negative precision counts as none.
+    if (!TakeStar(precision) || precision < 0) return;
+    specification.m_precision = static_cast<std::size_t>(std::min<std::int64_t>(precision, LONGEST_FIELD));
+  } else {
+    specification.m_precision = ReadNumber(position);
+  }
+  specification.m_bHasPrecision = true;
+}
+
+/// Skips the modifiers, which say nothing here: every argument knows its own type.
+void TextFormatter::SkipLengthModifiers(std::size_t& position) const {
+  while (position < m_format.size()) {
+    const std::string_view rest = m_format.substr(position);
+    if (rest.starts_with("I64") || rest.starts_with("I32")) {
+      position += 3;
+    } else if (std::string_view("hljztLqw").find(rest.front()) != std::string_view::npos) {
+      ++position;
+    } else {
+      return;
+    }
+  }
+}
+
+std::size_t TextFormatter::ReadNumber(std::size_t& position) const {
+  std::size_t number = 0;
+  for (; position < m_format.size() && m_format[position] >= '0' && m_format[position] <= '9'; ++position) {
+    number = std::min(number * 10 + static_cast<std::size_t>(m_format[position] - '0'), LONGEST_FIELD);
+  }
+  return number;
+}
+
+/// Takes the argument of a '*'; one that is no integer is left for the conversion.
+bool TextFormatter::TakeStar(std::int64_t& value) {
+  if (m_next == m_count || !IsInteger(m_pArguments[m_next])) return false;
+  value = AsSigned(m_pArguments[m_next++]);
+  return true;
+}
+
+/// The argument's own type decides; the conversion only says how to print it.
+void TextFormatter::AppendArgument(const Specification& specification, const LogArgument& argument) {
+  if (argument.m_kind == LogArgument::Kind::Narrow) {
+    AppendText(specification, argument.m_narrow);
+  } else if (argument.m_kind == LogArgument::Kind::Wide) {
+    AppendText(specification, WideToUtf8(argument.m_wide));
+  } else if (specification.m_conversion == 'c') {
+    AppendCharacter(specification, argument);
+  } else {
+    AppendInteger(specification, argument);
+  }
+}
+
+void TextFormatter::AppendInteger(const Specification& specification, const LogArgument& argument) {
+  char conversion = specification.m_conversion;
+  if (conversion == 's' || conversion == 'S') {
+    conversion = argument.m_kind == LogArgument::Kind::Signed     ? 'd'
+                 : argument.m_kind == LogArgument::Kind::Unsigned ? 'u'
+                                                                  : 'p';
+  }
+  std::string_view prefix;
+  std::uint64_t magnitude = AsUnsigned(argument);
+  int base = 10;
+  if (conversion == 'd' || conversion == 'i') {
+    const std::int64_t value = AsSigned(argument);
+    if (value < 0) {
+      magnitude = ~static_cast<std::uint64_t>(value) + 1;
+      prefix = "-";
+    } else {
+      magnitude = static_cast<std::uint64_t>(value);
+      prefix = specification.m_bPlus ? "+" : specification.m_bBlank ? " " : "";
+    }
+  } else if (conversion == 'x' || conversion == 'X' || conversion == 'p') {
+    base = 16;
+    if (conversion == 'p' || (specification.m_bAlternate && magnitude != 0)) prefix = conversion == 'X' ? "0X" : "0x";
+  } else if (conversion == 'o') {
+    base = 8;
+    if (specification.m_bAlternate && magnitude != 0) prefix = "0";
+  }
+
+  char digits[24];
+  char* end = std::to_chars(std::begin(digits), std::end(digits), magnitude, base).ptr;
+  if (conversion == 'X') {
+    std::transform(std::begin(digits), end, std::begin(digits),
+                   [](char digit) { return digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit; });
+  }
+  // As printf has it, zero with a precision of zero prints no digit.
+  if (specification.m_bHasPrecision && specification.m_precision == 0 && magnitude == 0) end = digits;
+  const std::string_view body(digits, static_cast<std::size_t>(end - digits));
+
+  std::size_t zeros = 0;
+  if (specification.m_bHasPrecision) {
+    if (specification.m_precision > body.size()) zeros = specification.m_precision - body.size();
+  } else if (specification.m_bZero && !specification.m_bLeft) {
+    if (specification.m_width > prefix.size() + body.size())
+      zeros = specification.m_width - prefix.size() - body.size();
+  }
+  AppendPadded(specification, prefix, zeros, body);
+}
+
+/// Prints the code point that the argument is; what a `char` beyond ASCII becomes when it is signed, as that byte.
+void TextFormatter::AppendCharacter(const Specification& specification, const LogArgument& argument) {
+  const std::int64_t value = AsSigned(argument);
+  std::string character;
+  if (value >= SCHAR_MIN && value < 0) {
+    character += static_cast<char>(static_cast<unsigned char>(value));
+  } else if (value < 0 || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+    AppendUtf8(character, REPLACEMENT_CHARACTER);
+  } else {
+    AppendUtf8(character, static_cast<char32_t>(value));
+  }
+  Specification whole = specification;
+  whole.m_bHasPrecision = false;
+  AppendText(whole, character);
+}
+
+void TextFormatter::AppendText(const Specification& specification, std::string_view value) {
+  if (specification.m_bHasPrecision) value = CutUtf8(value, specification.m_precision);
+  if (m_bEscape && specification.m_width == 0) {
+    AppendEscaped(m_strResult, value);
+    return;
+  }
+  if (m_bEscape) {
+    m_strScratch.clear();
+    AppendEscaped(m_strScratch, value);
+    value = m_strScratch;
+  }
+  AppendPadded(specification, {}, 0, value);
+}
+
+void TextFormatter::AppendPadded(const Specification& specification, std::string_view prefix, std::size_t zeros,
+                                 std::string_view body) {
+  const std::size_t length = prefix.size() + zeros + body.size();
+  const std::size_t blanks = specification.m_width > length ? specification.m_width - length : 0;
+  if (!specification.m_bLeft) m_strResult.append(blanks, ' ');
+  m_strResult.append(prefix).append(zeros, '0').append(body);
+  if (specification.m_bLeft) m_strResult.append(blanks, ' ');
+}
+
+}  // namespace WindowsAgentCommon

@@ -1,0 +1,58 @@
+// The formatter behind `FormatText`: one format, one list of arguments, one result.
+#pragma once
+
+#include <host/Log.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace WindowsAgentCommon {
+
+/// Used once, by one thread. The format and the arguments outlive it.
+class TextFormatter {
+ public:
+  TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape);
+
+  std::string Run();
+
+ private:
+  /// One conversion specification as it stands in the format.
+  struct Specification {
+    bool m_bLeft = false;
+    bool m_bPlus = false;
+    bool m_bBlank = false;
+    bool m_bAlternate = false;
+    bool m_bZero = false;
+    std::size_t m_width = 0;
+    bool m_bHasPrecision = false;
+    std::size_t m_precision = 0;
+    char m_conversion = '\0';
+  };
+
+  bool ReadSpecification(std::size_t& position, Specification& specification);
+  void ReadFlags(std::size_t& position, Specification& specification) const;
+  void ReadWidth(std::size_t& position, Specification& specification);
+  void ReadPrecision(std::size_t& position, Specification& specification);
+  void SkipLengthModifiers(std::size_t& position) const;
+  std::size_t ReadNumber(std::size_t& position) const;
+  bool TakeStar(std::int64_t& value);
+
+  void AppendArgument(const Specification& specification, const LogArgument& argument);
+  void AppendInteger(const Specification& specification, const LogArgument& argument);
+  void AppendCharacter(const Specification& specification, const LogArgument& argument);
+  void AppendText(const Specification& specification, std::string_view value);
+  void AppendPadded(const Specification& specification, std::string_view prefix, std::size_t zeros,
+                    std::string_view body);
+
+  std::string_view m_format;
+  const LogArgument* m_pArguments;
+  std::size_t m_count;
+  std::size_t m_next = 0;
+  bool m_bEscape;
+  std::string m_strResult;
+  std::string m_strScratch;
+};
+
+}  // namespace WindowsAgentCommon

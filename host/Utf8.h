@@ -1,0 +1,20 @@
+// Strict UTF-8, code point by code point.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace WindowsAgentCommon {
+
+inline constexpr char32_t REPLACEMENT_CHARACTER = 0xFFFD;
+
+/// Reads the code point at `position`, which must be inside `text`, and moves `position` behind it. Returns false for
+/// an invalid sequence (overlong, surrogate, beyond U+10FFFF, cut short); `position` then stands behind the longest
+/// beginning of a valid sequence, at least one byte on.
+bool NextCodePoint(std::string_view text, std::size_t& position, char32_t& codePoint);
+
+/// Appends a code point up to U+10FFFF that is no surrogate.
+void AppendUtf8(std::string& text, char32_t codePoint);
+
+}  // namespace WindowsAgentCommon

@@ -1,0 +1,17 @@
+// Setting the agent's directories.
+#pragma once
+
+#include <SorvexCommonExport.h>
+
+#include <string>
+
+namespace WindowsAgentCommon {
+
+/// Sets what `GetConfigPath` returns; separators at its end are removed. Default: the platform's own directory.
+SORVEXCOMMON_EXPORT void SetConfigPath(const std::wstring& path);
+
+/// Sets what `GetPatchPath` returns; separators at its end are removed. Default: "patch" below the default
+/// configuration directory.
+SORVEXCOMMON_EXPORT void SetPatchPath(const std::wstring& path);
+
+}  // namespace WindowsAgentCommon

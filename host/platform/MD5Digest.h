@@ -1,0 +1,28 @@
+// MD5 by the system's own means.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace WindowsAgentCommon {
+
+/// An MD5 in the making, for one thread. A system that does not offer MD5 gives an empty text.
+class MD5Digest {
+ public:
+  MD5Digest();
+  ~MD5Digest();
+  MD5Digest(const MD5Digest&) = delete;
+  MD5Digest& operator=(const MD5Digest&) = delete;
+
+  void Add(const void* data, std::size_t size);
+
+  /// Returns the digest of all that was added, 32 lower-case hexadecimal digits, or an empty text. Called once, last.
+  std::string Finish();
+
+ private:
+  struct State;
+  std::unique_ptr<State> m_pState;
+};
+
+}  // namespace WindowsAgentCommon

@@ -1,0 +1,7 @@
+#include "platform/DefaultDirectory.h"
+
+namespace WindowsAgentCommon {
+
+std::wstring GetDefaultConfigPath() { return L"/etc/sorvex"; }
+
+}  // namespace WindowsAgentCommon

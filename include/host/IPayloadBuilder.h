@@ -1,0 +1,20 @@
+// Turns an event into what is sent to a destination.
+#pragma once
+
+#include <SorvexCommonExport.h>
+#include <host/Event.h>
+
+#include <string>
+
+namespace WindowsAgentCommon {
+
+class SORVEXCOMMON_EXPORT IPayloadBuilder {
+ public:
+  virtual ~IPayloadBuilder();
+
+  /// Replaces `payload` by the payload of `event`, reusing its capacity. Adds no line feed; those of the event's text
+  /// stay. Any thread, several at once.
+  virtual void BuildPayload(const Event& event, std::string& payload) const = 0;
+};
+
+}  // namespace WindowsAgentCommon

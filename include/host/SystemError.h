@@ -1,0 +1,14 @@
+// The system's own words for its error numbers.
+#pragma once
+
+#include <SorvexCommonExport.h>
+
+#include <string>
+
+namespace WindowsAgentCommon {
+
+/// Returns the system's text for an error number of its own, UTF-8, without a line end; "error <number>" when it has
+/// none. Any thread.
+SORVEXCOMMON_EXPORT std::string GetLastErrorText(int error);
+
+}  // namespace WindowsAgentCommon

@@ -1,0 +1,27 @@
+// Text as the host framework knows it: narrow strings hold UTF-8, wide strings carry file paths and host names.
+#pragma once
+
+#include <SorvexCommonExport.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace WindowsAgentCommon {
+
+/// A narrow string that holds UTF-8.
+using utf8string = std::string;
+
+/// Converts UTF-8 to the platform's wide text (UTF-16 or UTF-32). An invalid sequence becomes U+FFFD.
+SORVEXCOMMON_EXPORT std::wstring Utf8ToWide(std::string_view text);
+
+/// Converts wide text to UTF-8. A lone surrogate or a value beyond U+10FFFF becomes U+FFFD.
+SORVEXCOMMON_EXPORT utf8string WideToUtf8(std::wstring_view text);
+
+/// Returns the path that `text` names, whatever the process's locale is.
+SORVEXCOMMON_EXPORT std::filesystem::path WideToPath(std::wstring_view text);
+
+/// Returns `path` as the wide text that the host's operations take.
+SORVEXCOMMON_EXPORT std::wstring PathToWide(const std::filesystem::path& path);
+
+}  // namespace WindowsAgentCommon

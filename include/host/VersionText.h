@@ -1,0 +1,19 @@
+// Version texts.
+#pragma once
+
+#include <SorvexCommonExport.h>
+
+#include <string>
+
+namespace WindowsAgentCommon {
+
+/// Returns "major.minor.patch", formatted with "%d.%d.%d".
+SORVEXCOMMON_EXPORT std::string FormatVersion(int major, int minor, int patch);
+
+/// Version of the host framework.
+SORVEXCOMMON_EXPORT std::string GetHostVersion();
+
+/// Version of the operating system, as it names itself.
+SORVEXCOMMON_EXPORT std::string GetOperatingSystemVersion();
+
+}  // namespace WindowsAgentCommon

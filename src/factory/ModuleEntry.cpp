@@ -1,0 +1,31 @@
+// The function by which the service configurator makes the module's component.
+#include "factory/ConnectionFactory.h"
+
+#include <CommunicationAPI/CommunicationAPIExport.h>
+
+#include <ace/Assert.h>
+#include <ace/Global_Macros.h>
+#include <ace/Log_Category.h>
+
+#include <new>
+
+namespace {
+
+void DestroyConnectionFactory(void* p) {
+  ACE_Service_Object* const _p = static_cast<ACE_Service_Object*>(p);
+  ACE_ASSERT(_p != 0);
+  delete _p;
+}
+
+}  // namespace
+
+/// Returns a new component, or null without memory, and stores in `*gobbler`, when given, how it is destroyed.
+extern "C" COMMUNICATIONAPI_EXPORT ACE_Service_Object* _make_ConnectionFactory(
+    ACE_Service_Object_Exterminator* gobbler) {
+  if (gobbler) *gobbler = &DestroyConnectionFactory;
+  try {
+    return new VaroCommunicationAPI::ConnectionFactory;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}

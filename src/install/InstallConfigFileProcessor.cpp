@@ -1,0 +1,71 @@
+#include "install/InstallConfigFileProcessor.h"
+
+#include "install/InstallLines.h"
+#include "platform/Files.h"
+#include "platform/KeyContainer.h"
+
+#include <host/Base64.h>
+#include <host/Log.h>
+#include <host/SystemError.h>
+
+#include <utility>
+#include <vector>
+
+namespace VaroCommunicationAPI {
+
+namespace {
+
+/// What stands beyond is ignored, on purpose.
+constexpr std::size_t maxInstallFileBytes = 4096;
+
+constexpr const char* applicationTokenKey = "ApplicationToken";
+
+/// The plain form is an identifier with dashes, at most this long.
+constexpr std::size_t maxPlainTokenLength = 40;
+
+bool IsSecured(const std::string& token) {
+  return !token.empty() && (token.size() > maxPlainTokenLength || token.find('-') == std::string::npos);
+}
+
+}  // namespace
+
+InstallConfigFileProcessor::InstallConfigFileProcessor(std::wstring keyContainerName)
+    : m_strKeyContainerName(std::move(keyContainerName)) {}
+
+int InstallConfigFileProcessor::Process(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters) {
+  m_strMessage.clear();
+  std::string content;
+  if (const int error = Platform::ReadFileHead(path, maxInstallFileBytes, content); error != 0) {
+    m_strMessage = WindowsAgentCommon::Format(
+        "Couldn't find the application install parameters (in file %s) - we need these parameters. Reason: %s", path,
+        WindowsAgentCommon::GetLastErrorText(error));
+    return error;
+  }
+  AddInstallLines(content, {}, parameters);
+  Platform::WipeMemory(content.data(), content.size());
+  return DecryptApplicationToken(path, parameters);
+}
+
+int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path,
+                                                        WindowsAgentCommon::ParameterBlock& parameters) {
+  // The first of several entries is the one that look-ups read.
+  const auto [token, last] = parameters.equal_range(applicationTokenKey);
+  if (token == last || !IsSecured(token->second)) return 0;
+
+  std::vector<std::uint8_t> cipherText;
+  WindowsAgentCommon::DecodeBase64(token->second, cipherText);
+  std::vector<std::uint8_t> plainText;
+  const int error = Platform::DecryptWithContainer(m_strKeyContainerName, cipherText, plainText);
+  if (error != 0) {
+    m_strMessage = WindowsAgentCommon::Format(
+        "Couldn't decode the secure application token provided in %s (%s). Proceeding as if it is ok, but the config "
+        "server may have something to say about it later...",
+        path, Platform::KeyErrorText(error));
+    return error;
+  }
+  token->second.assign(plainText.begin(), plainText.end());
+  Platform::WipeMemory(plainText.data(), plainText.size());
+  return 0;
+}
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,24 @@
+#include "install/InstallLines.h"
+
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/trim.hpp>
+
+#include <string>
+
+namespace VaroCommunicationAPI {
+
+void AddInstallLines(std::string_view text, std::string_view prefix, WindowsAgentCommon::ParameterBlock& parameters) {
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+
+    const std::size_t equals = line.find('=');
+    if (equals == std::string_view::npos || !line.starts_with(prefix)) continue;
+    parameters.emplace(
+        boost::algorithm::trim_copy(std::string(line.substr(0, equals))),
+        boost::algorithm::trim_copy_if(std::string(line.substr(equals + 1)), boost::algorithm::is_any_of("\r\n")));
+  }
+}
+
+}  // namespace VaroCommunicationAPI

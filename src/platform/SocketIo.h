@@ -1,0 +1,44 @@
+// Socket operations that the systems offer differently.
+#pragma once
+
+#include <ace/Basic_Types.h>
+#include <ace/Time_Value.h>
+#include <ace/os_include/os_stddef.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace VaroCommunicationAPI::Platform {
+
+/// What one write took.
+struct WriteOutcome {
+  std::size_t m_bytes = 0;  ///< bytes accepted by the system, also when an error followed them
+  int m_error = 0;          ///< 0, or the callers' error number
+};
+
+/// Writes what the system takes at once of `length` bytes and never blocks nor raises a signal. The handle must be in
+/// non-blocking mode. Takes nothing and reports would block (10035) when there is no room.
+WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length);
+
+/// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
+/// connection stands, 10101 after an orderly close, or the number of the error it died of.
+int PeerState(ACE_HANDLE handle);
+
+/// Sets TCP keep-alive on a connected socket: idle time before the first probe and time between probes, in
+/// milliseconds (a system that counts seconds rounds up). Returns 0 or the system's own error number.
+int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs);
+
+/// Keeps, for the time of its life and on its thread, a write to a closed connection from raising a signal that would
+/// end the process. Changes nothing process-wide. Nests.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard();
+  ~BrokenPipeGuard();
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+
+ private:
+  bool m_bRestore = false;
+};
+
+}  // namespace VaroCommunicationAPI::Platform

@@ -1,0 +1,37 @@
+#include "platform/Files.h"
+
+#include <host/Text.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace VaroCommunicationAPI::Platform {
+
+const wchar_t* const configSeparator = L"/";
+
+int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& content) {
+  content.clear();
+  // Without O_NONBLOCK a pipe of that name would hold the reader for ever.
+  const int file = open(WindowsAgentCommon::WideToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file == -1) return errno;
+  content.resize(maxBytes);
+  std::size_t filled = 0;
+  int error = 0;
+  while (filled < maxBytes) {
+    const ssize_t count = read(file, content.data() + filled, maxBytes - filled);
+    if (count == 0) break;
+    if (count == -1) {
+      if (errno == EINTR) continue;
+      error = errno;
+      break;
+    }
+    filled += static_cast<std::size_t>(count);
+  }
+  close(file);
+  content.resize(error == 0 ? filled : 0);
+  return error;
+}
+
+}  // namespace VaroCommunicationAPI::Platform

@@ -1,0 +1,112 @@
+// A key container is the PEM file "keys/<container>.pem" below the configuration directory, readable by its owner
+// alone.
+#include "platform/KeyContainer.h"
+
+#include <host/Paths.h>
+#include <host/SystemError.h>
+#include <host/Text.h>
+
+#include <openssl/bio.h>
+#include <openssl/core_names.h>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace VaroCommunicationAPI::Platform {
+
+namespace {
+
+struct KeyDeleter {
+  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+  void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
+  void operator()(BIO* bio) const { BIO_free(bio); }
+};
+using KeyPointer = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+using ContextPointer = std::unique_ptr<EVP_PKEY_CTX, KeyDeleter>;
+using BioPointer = std::unique_ptr<BIO, KeyDeleter>;
+
+/// A PEM file asks for a passphrase when its key is encrypted; nobody is there to type one.
+int RefusePassphrase(char*, int, int, void*) { return -1; }
+
+/// Returns 0, or the number of what keeps the container from being opened.
+int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
+  const std::string name = containerName.empty() ? "default" : WindowsAgentCommon::WideToUtf8(containerName);
+  const std::string path =
+      WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::GetConfigPath()) + "/keys/" + name + ".pem";
+  // Without O_NONBLOCK a pipe of that name would hold the start for ever.
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file == -1) return errno;
+  struct stat status {};
+  if (fstat(file, &status) == -1) {
+    const int error = errno;
+    close(file);
+    return error;
+  }
+  // A key that others can read is no secret any more.
+  if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    close(file);
+    return EPERM;
+  }
+  const BioPointer bio(BIO_new_fd(file, BIO_CLOSE));
+  if (!bio) {
+    close(file);
+    return ENOMEM;
+  }
+  key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, RefusePassphrase, nullptr));
+  if (!key || EVP_PKEY_get_base_id(key.get()) != EVP_PKEY_RSA) {
+    key.reset();
+    return EKEYREJECTED;
+  }
+  return 0;
+}
+
+/// What fails here leaves nothing in the thread's queue of TLS errors, where a later TLS operation would find it.
+class ErrorQueueMark {
+ public:
+  ErrorQueueMark() { ERR_set_mark(); }
+  ~ErrorQueueMark() { ERR_pop_to_mark(); }
+  ErrorQueueMark(const ErrorQueueMark&) = delete;
+  ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
+};
+
+}  // namespace
+
+int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
+                         std::vector<std::uint8_t>& plainText) {
+  plainText.clear();
+  const ErrorQueueMark mark;
+  KeyPointer key;
+  if (const int error = OpenContainer(containerName, key); error != 0) return error;
+  const ContextPointer context(EVP_PKEY_CTX_new(key.get(), nullptr));
+  std::size_t size = 0;
+  if (!context || EVP_PKEY_decrypt_init(context.get()) <= 0 ||
+      EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_OAEP_PADDING) <= 0 ||
+      EVP_PKEY_CTX_set_rsa_oaep_md(context.get(), EVP_sha1()) <= 0 ||
+      EVP_PKEY_decrypt(context.get(), nullptr, &size, cipherText.data(), cipherText.size()) <= 0) {
+    return EBADMSG;
+  }
+  plainText.resize(size);
+  if (EVP_PKEY_decrypt(context.get(), plainText.data(), &size, cipherText.data(), cipherText.size()) <= 0) {
+    WipeMemory(plainText.data(), plainText.size());
+    plainText.clear();
+    return EBADMSG;
+  }
+  WipeMemory(plainText.data() + size, plainText.size() - size);
+  plainText.resize(size);
+  return 0;
+}
+
+std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
+
+void WipeMemory(void* data, std::size_t size) { OPENSSL_cleanse(data, size); }
+
+}  // namespace VaroCommunicationAPI::Platform

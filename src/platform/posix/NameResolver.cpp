@@ -1,0 +1,113 @@
+#include "platform/NameResolver.h"
+
+#include "platform/SocketErrors.h"
+
+#include <host/Text.h>
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <memory>
+
+namespace VaroCommunicationAPI::Platform {
+
+namespace {
+
+/// One question to the resolver and what it needs to stay alive for while it is asked.
+struct Question {
+  std::string m_strHost;
+  std::string m_strService;
+  addrinfo m_hints{};
+  gaicb m_request{};
+
+  Question(std::string host, std::uint32_t port, AddressFamily family)
+      : m_strHost(std::move(host)), m_strService(std::to_string(port)) {
+    m_hints.ai_family = family == AddressFamily::IPv4 ? AF_INET : AF_UNSPEC;
+    m_hints.ai_socktype = SOCK_STREAM;  // one entry an address; the addresses serve datagrams as well
+    m_hints.ai_flags = AI_NUMERICSERV;
+    m_request.ar_name = m_strHost.c_str();
+    m_request.ar_service = m_strService.c_str();
+    m_request.ar_request = &m_hints;
+  }
+  ~Question() {
+    if (m_request.ar_result) freeaddrinfo(m_request.ar_result);
+  }
+  Question(const Question&) = delete;
+  Question& operator=(const Question&) = delete;
+
+  int AskNow() { return getaddrinfo(m_request.ar_name, m_request.ar_service, &m_hints, &m_request.ar_result); }
+};
+
+#if defined(__SANITIZE_THREAD__)
+// The thread sanitizer's run time does not survive threads that the C library starts for itself.
+int Ask(std::unique_ptr<Question>& question, const std::function<bool()>&) { return question->AskNow(); }
+#else
+/// Returns the resolver's code; EAI_CANCELED when interrupted.
+int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInterrupted) {
+  gaicb* list[] = {&question->m_request};
+  sigevent noEvent{};
+  noEvent.sigev_notify = SIGEV_NONE;
+  if (const int code = getaddrinfo_a(GAI_NOWAIT, list, 1, &noEvent); code != 0) return code;
+  const timespec slice{0, 50'000'000};
+  int code = 0;
+  while ((code = gai_error(list[0])) == EAI_INPROGRESS) {
+    if (isInterrupted()) {
+      // A question that is being asked cannot be taken back; it then keeps what it points at, for good.
+      if (gai_cancel(list[0]) == EAI_NOTCANCELED) static_cast<void>(question.release());
+      return EAI_CANCELED;
+    }
+    gai_suspend(list, 1, &slice);
+  }
+  return code;
+}
+#endif
+
+int ToSocketError(int resolverCode, int systemError) {
+  switch (resolverCode) {
+    case EAI_CANCELED: return ErrorInterrupted;
+    case EAI_AGAIN: return ErrorHostTryAgain;
+    case EAI_FAIL: return ErrorHostNoRecovery;
+    case EAI_SYSTEM: return ToCallerError(systemError);
+    default: return ErrorHostNotFound;
+  }
+}
+
+}  // namespace
+
+ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFamily family,
+                         const std::function<bool()>& isInterrupted) {
+  ResolvedHost resolved;
+  std::string name = WindowsAgentCommon::WideToUtf8(host);
+  if (name.size() > 2 && name.front() == '[' && name.back() == ']') name = name.substr(1, name.size() - 2);
+  if (name.empty() || name.find('\0') != std::string::npos || port == 0 || port > 65535) {
+    resolved.m_error = ErrorInvalidArgument;
+    return resolved;
+  }
+
+  auto question = std::make_unique<Question>(std::move(name), port, family);
+  // A literal address needs no resolver.
+  question->m_hints.ai_flags |= AI_NUMERICHOST;
+  int code = question->AskNow();
+  if (code == EAI_NONAME) {
+    question->m_hints.ai_flags &= ~AI_NUMERICHOST;
+    code = Ask(question, isInterrupted);
+  }
+  if (code != 0) {
+    resolved.m_error = ToSocketError(code, errno);
+    return resolved;
+  }
+  for (const addrinfo* entry = question->m_request.ar_result; entry; entry = entry->ai_next) {
+    ACE_INET_Addr address;
+    if (address.set(reinterpret_cast<const sockaddr_in*>(entry->ai_addr), static_cast<int>(entry->ai_addrlen)) == 0) {
+      resolved.m_addresses.push_back(address);
+    }
+  }
+  if (resolved.m_addresses.empty()) resolved.m_error = ErrorHostNotFound;
+  return resolved;
+}
+
+}  // namespace VaroCommunicationAPI::Platform

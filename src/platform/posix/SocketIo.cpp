@@ -1,0 +1,105 @@
+#include "platform/SocketIo.h"
+
+#include "platform/SocketErrors.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <limits>
+
+namespace VaroCommunicationAPI::Platform {
+
+namespace {
+
+/// Whole seconds, at least one, at most what the option takes.
+int SecondsRoundedUp(std::uint32_t milliseconds) {
+  const std::uint32_t seconds = milliseconds / 1000 + (milliseconds % 1000 != 0 ? 1 : 0);
+  return static_cast<int>(std::clamp<std::uint32_t>(seconds, 1, 32767));
+}
+
+sigset_t BrokenPipeSet() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGPIPE);
+  return set;
+}
+
+bool IsBrokenPipePending() {
+  sigset_t pending;
+  sigemptyset(&pending);
+  sigpending(&pending);
+  return sigismember(&pending, SIGPIPE) == 1;
+}
+
+}  // namespace
+
+WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
+  WriteOutcome outcome;
+  ssize_t count = 0;
+  do {
+    count = send(handle, data, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+  } while (count == -1 && errno == EINTR);
+  if (count == -1) {
+    outcome.m_error = LastSocketError();
+  } else {
+    outcome.m_bytes = static_cast<std::size_t>(count);
+  }
+  return outcome;
+}
+
+int PeerState(ACE_HANDLE handle) {
+  // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
+  // bounded, because a peer that never stops sending must not keep us from writing.
+  constexpr int maxReads = 16;
+  char discarded[4096];
+  for (int i = 0; i < maxReads; ++i) {
+    const ssize_t count = recv(handle, discarded, sizeof discarded, MSG_DONTWAIT);
+    if (count == 0) return ErrorPeerClosed;
+    if (count == -1) {
+      if (errno == EINTR) continue;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+      return LastSocketError();
+    }
+  }
+  return 0;
+}
+
+int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
+  const int on = 1;
+  const int idle = SecondsRoundedUp(timeMs);
+  const int interval = SecondsRoundedUp(intervalMs);
+  if (setsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on) == -1) return errno;
+  if (setsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle) == -1) return errno;
+  if (setsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval) == -1) return errno;
+  return 0;
+}
+
+BrokenPipeGuard::BrokenPipeGuard() {
+  // A signal that was pending before is somebody else's and stays.
+  if (IsBrokenPipePending()) return;
+  const sigset_t set = BrokenPipeSet();
+  sigset_t previous;
+  sigemptyset(&previous);
+  m_bRestore = pthread_sigmask(SIG_BLOCK, &set, &previous) == 0 && sigismember(&previous, SIGPIPE) == 0;
+}
+
+BrokenPipeGuard::~BrokenPipeGuard() {
+  if (!m_bRestore) return;
+  const int savedErrno = errno;
+  const sigset_t set = BrokenPipeSet();
+  if (IsBrokenPipePending()) {
+    const timespec noWait{};
+    while (sigtimedwait(&set, nullptr, &noWait) == -1 && errno == EINTR) {
+    }
+  }
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  errno = savedErrno;
+}
+
+}  // namespace VaroCommunicationAPI::Platform

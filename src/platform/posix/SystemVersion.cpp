@@ -1,0 +1,7 @@
+#include "platform/SystemVersion.h"
+
+namespace VaroCommunicationAPI::Platform {
+
+unsigned int SystemVersionNumber() { return 100; }
+
+}  // namespace VaroCommunicationAPI::Platform

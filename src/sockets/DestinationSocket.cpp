@@ -1,0 +1,387 @@
+#include "sockets/DestinationSocket.h"
+
+#include "platform/SocketIo.h"
+
+#include <host/IPayloadFactory.h>
+#include <host/ITCPSocket.h>
+#include <host/IUDPSocket.h>
+#include <host/MessageBlock.h>
+#include <host/ServiceLookup.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <thread>
+#include <utility>
+
+namespace VaroCommunicationAPI {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint32_t defaultLowWaterMark = 999'500;
+constexpr std::uint32_t defaultHighWaterMark = 1'000'000;
+constexpr std::uint32_t defaultPort = 514;
+constexpr const char* defaultBuilder = "SyslogPayloadBuilder";
+
+const ACE_Time_Value oneSecond(1);
+const ACE_Time_Value producerPatience(5);
+
+/// How long a stop waits for a destination that takes nothing.
+constexpr auto stopPatience = 1500ms;
+
+/// A stop does not wait out the pauses between attempts.
+constexpr auto stoppingPause = 20ms;
+
+/// More payloads than this do not go into one batch, however short they are.
+constexpr std::size_t maxBatchPayloads = 4096;
+
+std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> MakeBuilder(const std::string& typeName) {
+  std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> builder;
+  if (auto* const factory = WindowsAgentCommon::GetService<WindowsAgentCommon::IPayloadFactory>()) {
+    if (!factory->CreatePayloadBuilder(typeName, builder)) factory->CreatePayloadBuilder(defaultBuilder, builder);
+  }
+  return builder;
+}
+
+}  // namespace
+
+template <class Interface>
+DestinationSocket<Interface>::DestinationSocket(std::uint32_t maxPayloadSize, std::shared_ptr<ISocketTime> time)
+    : m_pTime(std::move(time)),
+      m_defaultMaxPayloadSize(maxPayloadSize),
+      m_maxPayloadSize(maxPayloadSize),
+      m_pPayloadBuilder(MakeBuilder(defaultBuilder)),
+      m_highWaterMark(defaultHighWaterMark) {
+  msg_queue()->low_water_mark(defaultLowWaterMark);
+  msg_queue()->high_water_mark(defaultHighWaterMark);
+}
+
+template <class Interface>
+DestinationSocket<Interface>::~DestinationSocket() = default;
+
+template <class Interface>
+void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::ParameterBlock& parameters) {
+  const WindowsAgentCommon::EnvironmentBlockHelper helper(parameters);
+  std::uint32_t lowWaterMark = 0;
+  std::uint32_t highWaterMark = 0;
+  helper.GetUInt32Value("Socket.QueueLowWaterMark", lowWaterMark, defaultLowWaterMark);
+  helper.GetUInt32Value("Socket.QueueHighWaterMark", highWaterMark, defaultHighWaterMark);
+  {
+    const std::lock_guard lock(m_waterMarkMutex);
+    m_highWaterMark = highWaterMark;
+    msg_queue()->low_water_mark(lowWaterMark);
+    msg_queue()->high_water_mark(highWaterMark);
+  }
+  helper.GetBooleanValue("Socket.BlockingSendStrategy", m_bBlockingSendStrategy, true);
+  std::wstring host;
+  std::uint32_t port = 0;
+  helper.GetWideStringValue("TargetAddress", host, L"127.0.0.1");
+  helper.GetUInt32Value("TargetPort", port, defaultPort);
+  helper.GetUInt32Value("MaxPayloadSize", m_maxPayloadSize, m_defaultMaxPayloadSize);
+  ReadParameters(helper);
+  std::string builderType;
+  helper.GetStringValue("PayloadBuilderType", builderType, defaultBuilder);
+  if (auto builder = MakeBuilder(builderType)) m_pPayloadBuilder = std::move(builder);
+  Open(host, port);
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::Open(const std::wstring& host, std::uint32_t port) {
+  m_strHost = host;
+  m_port = port;
+  NameLogger();
+  m_stop.Reset();
+  this->Connect();
+  // Whoever shut the socket down while it was connecting wants it closed.
+  if (m_stop.IsRequested()) return;
+  if (!m_bBlockingSendStrategy) StartThread();
+  m_bOpen = true;
+}
+
+template <class Interface>
+bool DestinationSocket<Interface>::StartThread() {
+  if (thr_count() == 0) {
+    // The last thread, if there was one, left the queue closed and its high water mark lifted.
+    const std::lock_guard lock(m_waterMarkMutex);
+    msg_queue()->activate();
+    msg_queue()->high_water_mark(m_highWaterMark);
+  }
+  return activate(0, 1, 0, 0, -1) == 0;
+}
+
+template <class Interface>
+bool DestinationSocket<Interface>::IsOpen() const {
+  return m_bOpen;
+}
+
+template <class Interface>
+std::int32_t DestinationSocket<Interface>::SendEvent(const WindowsAgentCommon::Event& event) {
+  if (!m_pPayloadBuilder) return -1;
+  // Each caller builds into a text of its own; the last one used lends it its memory.
+  std::string payload;
+  {
+    const std::lock_guard lock(m_payloadMutex);
+    payload.swap(m_strPayload);
+  }
+  m_pPayloadBuilder->BuildPayload(event, payload);
+  const std::int32_t result = Send(payload.data(), static_cast<std::uint32_t>(payload.size()));
+  const std::lock_guard lock(m_payloadMutex);
+  m_strPayload.swap(payload);
+  return result;
+}
+
+template <class Interface>
+std::int32_t DestinationSocket<Interface>::Send(const void* buffer, std::uint32_t length) {
+  if (!m_bOpen) return -1;
+  const std::uint32_t limited = std::min(length, m_maxPayloadSize);
+  m_messagesSubmitted += 1;
+  m_bytesSubmitted += length;
+  if (limited < length) {
+    m_messagesTruncated += 1;
+    m_bytesTruncated += length - limited;
+    ReportTruncation(length, limited);
+  }
+  const bool isSent =
+      m_bBlockingSendStrategy ? SendPayload(buffer, BlockingLength(length, limited)) > 0 : Enqueue(buffer, limited);
+  return isSent ? static_cast<std::int32_t>(limited + FramingBytes()) : -1;
+}
+
+template <class Interface>
+bool DestinationSocket<Interface>::Enqueue(const void* buffer, std::uint32_t length) {
+  ACE_Message_Block* const block = WindowsAgentCommon::CreateDataMessageBlock(length);
+  if (!block) return false;
+  std::memcpy(block->wr_ptr(), buffer, length);
+  block->wr_ptr(length);
+  auto deadline = this->gettimeofday();
+  deadline += producerPatience;
+  if (putq(block, &deadline) != -1) return true;
+  block->release();
+  return false;
+}
+
+template <class Interface>
+int DestinationSocket<Interface>::svc() {
+  // The thread writes to the network alone: the signal is off for its whole life.
+  const Platform::BrokenPipeGuard noSignal;
+  m_log.Info("Thread running...");
+  auto deadline = this->gettimeofday();
+  deadline += oneSecond;
+  bool isAfterIdle = true;
+  for (;;) {
+    ACE_Message_Block* block = std::exchange(m_pCarried, nullptr);
+    if (!block) {
+      isAfterIdle = isAfterIdle || msg_queue()->is_empty();
+      if (getq(block, &deadline) == -1) {
+        if (errno == ESHUTDOWN) break;
+        deadline = this->gettimeofday();
+        deadline += oneSecond;
+        continue;
+      }
+      if (!block) continue;
+    }
+    if (block->msg_type() == ACE_Message_Block::MB_HANGUP) {
+      // Producers that were let in before the stop may stand behind it.
+      if (m_stop.IsRequested() && !msg_queue()->is_empty() && putq(block) != -1) continue;
+      block->release();
+      break;
+    }
+    CollectBatch(block);
+    const std::size_t sent = SendPayloads(m_batchPayloads, std::exchange(isAfterIdle, false));
+    const bool isComplete = sent == m_batch.size();
+    PutBackBatch(sent);
+    if (!isComplete && m_stop.IsRequested() && !CanDeliver()) break;
+  }
+  DropQueued();
+  m_log.Info("Thread exiting");
+  return 0;
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::CollectBatch(ACE_Message_Block* first) {
+  m_batch.assign(1, first);
+  if (CanSendBatch()) {
+    std::size_t bytes = first->length() + FramingBytes();
+    // This thread alone takes from the queue: what is counted now can be taken without waiting.
+    std::size_t waiting = std::min(msg_queue()->message_count(), maxBatchPayloads - 1);
+    for (; waiting > 0 && bytes < maxBatchBytes; --waiting) {
+      ACE_Message_Block* block = nullptr;
+      if (getq(block) == -1) break;
+      if (!block) continue;
+      bytes += block->length() + FramingBytes();
+      if (block->msg_type() != ACE_Message_Block::MB_DATA || bytes > maxBatchBytes) {
+        m_pCarried = block;
+        break;
+      }
+      m_batch.push_back(block);
+    }
+  }
+  m_batchPayloads.clear();
+  for (const ACE_Message_Block* block : m_batch) m_batchPayloads.emplace_back(block->rd_ptr(), block->length());
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::PutBackBatch(std::size_t sent) {
+  for (std::size_t i = 0; i < sent; ++i) m_batch[i]->release();
+  if (sent < m_batch.size()) {
+    // These blocks had their place in the queue; that producers filled it meanwhile must not cost them theirs.
+    const std::lock_guard lock(m_waterMarkMutex);
+    msg_queue()->high_water_mark(std::numeric_limits<std::size_t>::max());
+    if (m_pCarried) m_batch.push_back(std::exchange(m_pCarried, nullptr));
+    auto deadline = this->gettimeofday();
+    deadline += oneSecond;
+    while (m_batch.size() > sent) {
+      ACE_Message_Block* const block = m_batch.back();
+      m_batch.pop_back();
+      if (ungetq(block, &deadline) == -1) {
+        if (block->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, block->length());
+        block->release();
+      }
+    }
+    if (!m_stop.IsRequested()) msg_queue()->high_water_mark(m_highWaterMark);
+  }
+  m_batch.clear();
+}
+
+template <class Interface>
+int DestinationSocket<Interface>::Shutdown() {
+  m_stop.Request(m_pTime->Now());
+  const int result = m_bBlockingSendStrategy ? 0 : StopThread();
+  if (result == 0) this->Close();
+  if (m_bBlockingSendStrategy) m_stop.Reset();
+  return result;
+}
+
+template <class Interface>
+int DestinationSocket<Interface>::StopThread() {
+  m_bOpen = false;
+  if (thr_count() == 0) {
+    DropQueued();
+  } else {
+    const std::lock_guard lock(m_waterMarkMutex);
+    msg_queue()->high_water_mark(std::numeric_limits<std::size_t>::max());
+    auto* const hangUp = new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP);
+    if (putq(hangUp) == -1) {
+      hangUp->release();
+      return -1;
+    }
+  }
+  return wait();
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::DropQueued() {
+  Queue& queue = *msg_queue();
+  queue.deactivate();
+  if (m_pCarried) {
+    if (m_pCarried->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, m_pCarried->length());
+    std::exchange(m_pCarried, nullptr)->release();
+  }
+  // Nobody can add to a deactivated queue. Blocks without data are hang-ups, and no messages.
+  std::size_t messages = 0;
+  for (ACE_Message_Queue_Iterator<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> iterator(queue); !iterator.done();
+       iterator.advance()) {
+    ACE_Message_Block* block = nullptr;
+    iterator.next(block);
+    if (block && block->msg_type() == ACE_Message_Block::MB_DATA) ++messages;
+  }
+  CountDropped(messages, queue.message_length());
+  queue.flush();
+}
+
+template <class Interface>
+bool DestinationSocket<Interface>::MustGiveUp() const {
+  return m_stop.IsRequested() && m_pTime->Now() - std::max(m_stop.RequestTime(), m_lastProgress) > stopPatience;
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::NoteProgress() {
+  m_lastProgress = m_pTime->Now();
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::CountSent(std::size_t messages, std::size_t bytes) {
+  m_messagesSent += static_cast<std::uint32_t>(messages);
+  m_bytesSent += static_cast<std::uint32_t>(bytes);
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::CountDropped(std::size_t messages, std::size_t bytes) {
+  m_messagesDropped += static_cast<std::uint32_t>(messages);
+  m_bytesDropped += static_cast<std::uint32_t>(bytes);
+}
+
+template <class Interface>
+void DestinationSocket<Interface>::Pause(std::chrono::milliseconds duration) {
+  m_pTime->Pause(duration, m_stop);
+  // What fails at once must not be tried without a breath until the stop's patience is over.
+  if (m_stop.IsRequested()) std::this_thread::sleep_for(stoppingPause);
+}
+
+template <class Interface>
+std::wstring DestinationSocket<Interface>::GetHost() const {
+  return m_strHost;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetPort() const {
+  return m_port;
+}
+
+template <class Interface>
+std::int32_t DestinationSocket<Interface>::GetLastResultCode() const {
+  return m_lastResultCode;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetBytesSent() const {
+  return m_bytesSent;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetMessagesSent() const {
+  return m_messagesSent;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetBytesSubmitted() const {
+  return m_bytesSubmitted;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetMessagesSubmitted() const {
+  return m_messagesSubmitted;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetBytesTruncated() const {
+  return m_bytesTruncated;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetMessagesTruncated() const {
+  return m_messagesTruncated;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetBytesDropped() const {
+  return m_bytesDropped;
+}
+
+template <class Interface>
+std::uint32_t DestinationSocket<Interface>::GetMessagesDropped() const {
+  return m_messagesDropped;
+}
+
+template <class Interface>
+std::size_t DestinationSocket<Interface>::GetQueueSize() const {
+  // The queue's own measure takes no constant object.
+  return const_cast<DestinationSocket*>(this)->msg_queue()->message_bytes();
+}
+
+template class DestinationSocket<WindowsAgentCommon::ITCPSocket>;
+template class DestinationSocket<WindowsAgentCommon::IUDPSocket>;
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,162 @@
+// What every destination socket shares: parameters, counters, the payload limit, the queue and its send thread.
+#pragma once
+
+#include "sockets/SocketTime.h"
+
+#include <host/EnvironmentBlockHelper.h>
+#include <host/IPayloadBuilder.h>
+#include <host/Log.h>
+#include <host/VaroTask.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace VaroCommunicationAPI {
+
+/// A number that one thread writes and others read while they please.
+template <class T>
+class RelaxedValue {
+ public:
+  explicit RelaxedValue(T value = T{}) : m_value(value) {}
+  void operator=(T value) { m_value.store(value, std::memory_order_relaxed); }
+  operator T() const { return m_value.load(std::memory_order_relaxed); }
+  void operator+=(T amount) { m_value.fetch_add(amount, std::memory_order_relaxed); }
+
+ private:
+  std::atomic<T> m_value;
+};
+
+/// `Interface` is `ITCPSocket` or `IUDPSocket`. Derived classes say how to connect and how to write.
+///
+/// With the blocking strategy the caller's thread does all input and output. With the queued one, producers in any
+/// thread meet one send thread in the task's queue, and that thread alone sends. `Shutdown` has to be called before
+/// destruction, so that the thread has ended.
+template <class Interface>
+class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface {
+ public:
+  explicit DestinationSocket(std::uint32_t maxPayloadSize, std::shared_ptr<ISocketTime> time);
+  ~DestinationSocket() override;
+
+  void Open(const std::wstring& host, std::uint32_t port) override;
+  bool IsOpen() const override;
+  std::int32_t Send(const void* buffer, std::uint32_t length) override;
+  std::wstring GetHost() const override;
+  std::uint32_t GetPort() const override;
+  std::int32_t GetLastResultCode() const override;
+  void Initialize(const WindowsAgentCommon::ParameterBlock& parameters) override;
+  std::int32_t SendEvent(const WindowsAgentCommon::Event& event) override;
+  int Shutdown() override;
+  std::uint32_t GetBytesSent() const override;
+  std::uint32_t GetMessagesSent() const override;
+  std::uint32_t GetBytesSubmitted() const override;
+  std::uint32_t GetMessagesSubmitted() const override;
+  std::uint32_t GetBytesTruncated() const override;
+  std::uint32_t GetMessagesTruncated() const override;
+  std::uint32_t GetBytesDropped() const override;
+  std::uint32_t GetMessagesDropped() const override;
+  std::size_t GetQueueSize() const override;
+
+  /// The send thread. Returns 0.
+  int svc() override;
+
+  /// Writes one payload to the network, reconnecting first when that is due. Returns the bytes written, -1 when they
+  /// could not be written, or -2 without a connection, after a pause.
+  virtual std::int32_t SendPayload(const void* buffer, std::uint32_t length) = 0;
+
+ protected:
+  /// A payload on its way to the network.
+  using Payload = std::span<const char>;
+
+  /// Reads what the derived class has of its own; the shared parameters are read already.
+  virtual void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) = 0;
+
+  /// Names `m_log` for the host and the port that were just stored.
+  virtual void NameLogger() = 0;
+
+  /// Bytes added to each payload on the wire.
+  virtual std::uint32_t FramingBytes() const = 0;
+
+  /// How much of a payload of `length` bytes, limited to `limited`, the blocking strategy sends.
+  virtual std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const = 0;
+
+  /// Told of each payload that the limit cuts.
+  virtual void ReportTruncation(std::uint32_t length, std::uint32_t limited) = 0;
+
+  /// Whether several payloads can be sent in one go now.
+  virtual bool CanSendBatch() const = 0;
+
+  /// Whether a stop should still try to deliver what waits.
+  virtual bool CanDeliver() const = 0;
+
+  /// Sends payloads in order as `SendPayload` does, at least one, together at most `maxBatchBytes` with their framing
+  /// unless it is one alone. `isAfterIdle` says that the thread had nothing to do before. Returns how many, from the
+  /// first, were accepted by the network whole.
+  virtual std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) = 0;
+
+  /// Whether what blocks now has to end: a stop is requested and nothing has moved for a while. Sending thread only.
+  bool MustGiveUp() const;
+
+  /// Tells that bytes have moved. Sending thread only.
+  void NoteProgress();
+
+  /// Counts payloads that were accepted whole.
+  void CountSent(std::size_t messages, std::size_t bytes);
+
+  /// Waits as the sending thread, without deafness to a stop.
+  void Pause(std::chrono::milliseconds duration);
+
+  static constexpr std::size_t maxBatchBytes = 64 * 1024;
+
+  std::shared_ptr<ISocketTime> m_pTime;
+  StopSignal m_stop;
+  WindowsAgentCommon::Log m_log;
+  std::wstring m_strHost;
+  std::uint32_t m_port = 0;
+  RelaxedValue<bool> m_bOpen{false};
+  RelaxedValue<std::int32_t> m_lastResultCode{0};
+
+ private:
+  using Queue = ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy>;
+
+  bool StartThread();
+  bool Enqueue(const void* buffer, std::uint32_t length);
+  void CollectBatch(ACE_Message_Block* first);
+  void PutBackBatch(std::size_t sent);
+  void CountDropped(std::size_t messages, std::size_t bytes);
+  void DropQueued();
+  int StopThread();
+
+  const std::uint32_t m_defaultMaxPayloadSize;
+  std::uint32_t m_maxPayloadSize;
+  bool m_bBlockingSendStrategy = true;
+  std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> m_pPayloadBuilder;
+  std::mutex m_payloadMutex;
+  std::string m_strPayload;
+
+  RelaxedValue<std::uint32_t> m_bytesSubmitted{0};
+  RelaxedValue<std::uint32_t> m_messagesSubmitted{0};
+  RelaxedValue<std::uint32_t> m_bytesSent{0};
+  RelaxedValue<std::uint32_t> m_messagesSent{0};
+  RelaxedValue<std::uint32_t> m_bytesTruncated{0};
+  RelaxedValue<std::uint32_t> m_messagesTruncated{0};
+  RelaxedValue<std::uint32_t> m_bytesDropped{0};
+  RelaxedValue<std::uint32_t> m_messagesDropped{0};
+
+  /// The high water mark is lifted while blocks go back to the head of a full queue, and for good by a stop.
+  std::mutex m_waterMarkMutex;
+  std::size_t m_highWaterMark;
+
+  // The send thread's own: the blocks in its hands, and one that did not fit beside them.
+  std::vector<ACE_Message_Block*> m_batch;
+  std::vector<Payload> m_batchPayloads;
+  ACE_Message_Block* m_pCarried = nullptr;
+  SteadyTime m_lastProgress;
+};
+
+}  // namespace VaroCommunicationAPI

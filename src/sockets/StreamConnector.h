@@ -1,0 +1,26 @@
+// TCP connections that can be given up.
+#pragma once
+
+#include <ace/INET_Addr.h>
+#include <ace/SOCK_Stream.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace VaroCommunicationAPI {
+
+/// Connects `stream` to the first of `addresses` that accepts, without a time-out and from any local address. Asks
+/// `isInterrupted` at least ten times a second and gives up with error 10004 when it says so. Returns 0 with the stream
+/// connected and in non-blocking mode, or the callers' number of the last address's error with the stream closed.
+int ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& addresses,
+                  const std::function<bool()>& isInterrupted);
+
+/// Returns a new, unconnected stream that is closed when its last owner lets go of it.
+std::shared_ptr<ACE_SOCK_Stream> OwnStream();
+
+/// Waits until `handle` takes bytes. Asks `isInterrupted` at least ten times a second and returns false when it says
+/// so.
+bool WaitUntilWritable(ACE_HANDLE handle, const std::function<bool()>& isInterrupted);
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,223 @@
+#include "sockets/StreamDestinationSocket.h"
+
+#include "platform/SocketErrors.h"
+
+#include <host/EnvironmentBlockHelper.h>
+#include <host/SystemError.h>
+
+#include <algorithm>
+
+namespace VaroCommunicationAPI {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint32_t defaultMaxPayloadSize = 32'000;
+constexpr auto reconnectInterval = 15s;
+constexpr auto disconnectedPause = 1000ms;
+constexpr auto timeoutPause = 100ms;
+
+/// A connection on which nothing was written for longer is looked at before it is written to.
+constexpr auto trustedSilence = 1s;
+
+constexpr std::int64_t microsecondsPerSecond = 1'000'000;
+
+}  // namespace
+
+void SharedTimeValue::operator=(const ACE_Time_Value& value) {
+  m_microseconds = static_cast<std::int64_t>(value.sec()) * microsecondsPerSecond + value.usec();
+}
+
+SharedTimeValue::operator ACE_Time_Value() const {
+  const std::int64_t microseconds = m_microseconds;
+  return ACE_Time_Value(static_cast<time_t>(microseconds / microsecondsPerSecond),
+                        static_cast<suseconds_t>(microseconds % microsecondsPerSecond));
+}
+
+StreamDestinationSocket::StreamDestinationSocket(std::shared_ptr<ISocketTime> time)
+    : DestinationSocket(defaultMaxPayloadSize, std::move(time)) {}
+
+void StreamDestinationSocket::ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) {
+  parameters.GetBooleanValue("Socket.KeepAlive.Enabled", m_bKeepAliveEnabled, false);
+  parameters.GetUInt32Value("Socket.KeepAlive.Time", m_keepAliveTimeMs, 60000);
+  parameters.GetUInt32Value("Socket.KeepAlive.Interval", m_keepAliveIntervalMs, 5000);
+  parameters.GetBooleanValue("AppendLineFeed", m_bAppendLineFeed, true);
+}
+
+void StreamDestinationSocket::Close() {
+  const std::lock_guard lock(m_streamMutex);
+  if (!m_bConnected) return;
+  const Platform::BrokenPipeGuard noSignal;
+  CloseStream();
+  m_bConnected = false;
+}
+
+bool StreamDestinationSocket::IsConnected() const { return m_bConnected; }
+
+Platform::ResolvedHost StreamDestinationSocket::ResolveTarget() {
+  return Platform::ResolveHost(m_strHost, m_port, Platform::AddressFamily::Any, [this] { return MustGiveUp(); });
+}
+
+bool StreamDestinationSocket::Connect() {
+  const std::lock_guard lock(m_streamMutex);
+  Close();
+  const ACE_Time_Value attemptTime = m_pTime->WallClock();
+  m_lastConnectAttemptTime = attemptTime;
+  const Platform::BrokenPipeGuard noSignal;
+  // Resolved anew each time: the target may have moved, and the network may not have been there before.
+  const Platform::ResolvedHost target = ResolveTarget();
+  const int error = target.m_error != 0 ? target.m_error : OpenStream(target.m_addresses);
+  m_lastResultCode = error;
+  if (error != 0) {
+    m_lastConnectFailureTime = attemptTime;
+    ReportConnectFailure(error);
+    return false;
+  }
+  if (m_bKeepAliveEnabled) {
+    if (const int keepAliveError = SetStreamKeepAlive(m_keepAliveTimeMs, m_keepAliveIntervalMs); keepAliveError != 0) {
+      m_log.Warn(KeepAliveWarning(), WindowsAgentCommon::GetLastErrorText(keepAliveError));
+    }
+  }
+  m_bConnected = true;
+  m_nextReconnect = 0;
+  m_nextReconnectTime = ACE_Time_Value::zero;
+  m_connectedSinceTime = attemptTime;
+  m_lastWrite = m_pTime->Now();
+  return true;
+}
+
+std::int32_t StreamDestinationSocket::SendPayload(const void* buffer, std::uint32_t length) {
+  const Payload payload(static_cast<const char*>(buffer), length);
+  const Outcome outcome = TrySend({&payload, 1}, false);
+  if (outcome.m_pause > 0ms) Pause(outcome.m_pause);
+  if (!outcome.m_bConnected) return -2;
+  return outcome.m_payloads == 1 ? static_cast<std::int32_t>(outcome.m_bytes) : -1;
+}
+
+std::size_t StreamDestinationSocket::SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) {
+  const Outcome outcome = TrySend(payloads, isAfterIdle);
+  if (outcome.m_pause > 0ms) Pause(outcome.m_pause);
+  return outcome.m_payloads;
+}
+
+StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(std::span<const Payload> payloads, bool isAfterIdle) {
+  const std::lock_guard lock(m_streamMutex);
+  const SteadyTime now = m_pTime->Now();
+  CloseIfPeerHasClosed(now, isAfterIdle);
+  if (!m_bConnected && !Reconnect(now)) return {.m_bConnected = false, .m_pause = disconnectedPause};
+
+  Frame(payloads);
+  const Platform::WriteOutcome written = WriteStream(m_sendBuffer.data(), m_sendBuffer.size());
+  Outcome outcome = CountAccepted(payloads, written.m_bytes);
+  if (written.m_error == 0) {
+    m_lastWrite = now;
+    m_lastResultCode = 0;
+  } else {
+    outcome.m_pause = HandleWriteError(written.m_error, outcome.m_bTorn, now);
+  }
+  return outcome;
+}
+
+void StreamDestinationSocket::CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle) {
+  // A payload written into a closed connection would be lost without an error.
+  if (!m_bConnected || (!isAfterIdle && now - m_lastWrite <= trustedSilence)) return;
+  if (const int error = StreamPeerState(); error != 0) {
+    m_lastResultCode = error;
+    ReportLostConnection(error, now);
+  }
+}
+
+bool StreamDestinationSocket::Reconnect(SteadyTime now) {
+  if (now.time_since_epoch().count() < m_nextReconnect) return false;
+  m_log.Debug("Socket isn't connected; calling reconnect...");
+  if (Connect()) {
+    m_log.Info("Reconnect succeeded.");
+    return true;
+  }
+  SetNextReconnect(now + reconnectInterval);
+  m_log.Warn("Reconnect failed; will try again later. Reason: %s", Platform::SocketErrorText(m_lastResultCode));
+  return false;
+}
+
+void StreamDestinationSocket::Frame(std::span<const Payload> payloads) {
+  m_sendBuffer.clear();
+  for (const Payload& payload : payloads) {
+    m_sendBuffer.insert(m_sendBuffer.end(), payload.begin(), payload.end());
+    if (m_bAppendLineFeed) m_sendBuffer.push_back('\n');
+  }
+}
+
+StreamDestinationSocket::Outcome StreamDestinationSocket::CountAccepted(std::span<const Payload> payloads,
+                                                                        std::size_t acceptedBytes) {
+  // A payload is sent when its own last byte is accepted: sent again for want of its line feed, it would arrive twice.
+  Outcome outcome;
+  std::size_t end = 0;
+  for (const Payload& payload : payloads) {
+    if (end + payload.size() > acceptedBytes) break;
+    end += payload.size() + FramingBytes();
+    ++outcome.m_payloads;
+  }
+  outcome.m_bytes = std::min(end, acceptedBytes);
+  outcome.m_bTorn = end != acceptedBytes;
+  CountSent(outcome.m_payloads, outcome.m_bytes);
+  return outcome;
+}
+
+std::chrono::milliseconds StreamDestinationSocket::HandleWriteError(int error, bool isTorn, SteadyTime now) {
+  m_lastResultCode = error;
+  m_log.Error("Error sending data: %d", error);
+  std::chrono::milliseconds pause{0};
+  if (error == Platform::ErrorWaitTimeout) {
+    m_log.Debug("Socket timeout.");
+    pause = timeoutPause;
+  } else if (error == Platform::ErrorWouldBlock) {
+    m_log.Debug("Would block.");
+  } else {
+    ReportLostConnection(error, now);
+    return pause;
+  }
+  // Whatever followed a part of a payload on this connection would be torn: the payload starts anew on another.
+  if (isTorn) {
+    Close();
+    SetNextReconnect(now);
+  }
+  return pause;
+}
+
+void StreamDestinationSocket::ReportLostConnection(int error, SteadyTime now) {
+  m_log.Warn("Socket connection problem (error = '%s'). Trying to reconnect...", Platform::SocketErrorText(error));
+  Close();
+  SetNextReconnect(now);
+}
+
+void StreamDestinationSocket::SetNextReconnect(SteadyTime when) {
+  m_nextReconnect = when.time_since_epoch().count();
+  const auto delay = std::chrono::duration_cast<std::chrono::microseconds>(when - m_pTime->Now());
+  m_nextReconnectTime = m_pTime->WallClock() + ACE_Time_Value(0, static_cast<suseconds_t>(delay.count()));
+}
+
+std::uint32_t StreamDestinationSocket::FramingBytes() const { return m_bAppendLineFeed ? 1 : 0; }
+
+std::uint32_t StreamDestinationSocket::BlockingLength(std::uint32_t length, std::uint32_t) const {
+  // The whole payload, deliberately: this strategy counts what the limit would cut, and does not cut it.
+  return length;
+}
+
+void StreamDestinationSocket::ReportTruncation(std::uint32_t, std::uint32_t) {}
+
+bool StreamDestinationSocket::CanSendBatch() const { return m_bConnected; }
+
+bool StreamDestinationSocket::CanDeliver() const {
+  return !MustGiveUp() && (m_bConnected || m_pTime->Now().time_since_epoch().count() >= m_nextReconnect);
+}
+
+ACE_Time_Value StreamDestinationSocket::GetLastConnectAttemptTime() const { return m_lastConnectAttemptTime; }
+
+ACE_Time_Value StreamDestinationSocket::GetConnectedSinceTime() const { return m_connectedSinceTime; }
+
+ACE_Time_Value StreamDestinationSocket::GetLastConnectFailureTime() const { return m_lastConnectFailureTime; }
+
+ACE_Time_Value StreamDestinationSocket::GetNextReconnectTime() const { return m_nextReconnectTime; }
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,113 @@
+// What the destination sockets over a stream share: reconnecting by the clock, framing, keep-alive and the times.
+#pragma once
+
+#include "platform/NameResolver.h"
+#include "platform/SocketIo.h"
+#include "sockets/DestinationSocket.h"
+
+#include <host/ITCPSocket.h>
+
+#include <ace/INET_Addr.h>
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace VaroCommunicationAPI {
+
+/// A point of wall-clock time that one thread writes and others read.
+class SharedTimeValue {
+ public:
+  void operator=(const ACE_Time_Value& value);
+  operator ACE_Time_Value() const;
+
+ private:
+  RelaxedValue<std::int64_t> m_microseconds{0};
+};
+
+/// Derived classes open, write and close the stream. The operations on it are serialised, so that `Close` or a second
+/// `Open` in another thread does not cross the send thread.
+class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITCPSocket> {
+ public:
+  explicit StreamDestinationSocket(std::shared_ptr<ISocketTime> time);
+
+  void Close() override;
+  bool IsConnected() const override;
+  bool Connect() override;
+  std::int32_t SendPayload(const void* buffer, std::uint32_t length) override;
+  ACE_Time_Value GetLastConnectAttemptTime() const override;
+  ACE_Time_Value GetConnectedSinceTime() const override;
+  ACE_Time_Value GetLastConnectFailureTime() const override;
+  ACE_Time_Value GetNextReconnectTime() const override;
+
+ protected:
+  /// Connects the stream to the first address that accepts. Returns 0 or the callers' error number, and then leaves no
+  /// stream behind. Gives up when `MustGiveUp` says so.
+  virtual int OpenStream(const std::vector<ACE_INET_Addr>& addresses) = 0;
+
+  /// Ends and releases the stream.
+  virtual void CloseStream() = 0;
+
+  /// Writes all `length` bytes, waiting for room without a limit until `MustGiveUp` says so.
+  virtual Platform::WriteOutcome WriteStream(const char* data, std::size_t length) = 0;
+
+  /// 0 while the peer holds the connection, else the callers' number of how it ended it. Never blocks.
+  virtual int StreamPeerState() = 0;
+
+  /// Sets keep-alive on the stream's handle. Returns 0 or the system's own error number.
+  virtual int SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) = 0;
+
+  /// Logs that the stream could not be opened, as far as the class tells it.
+  virtual void ReportConnectFailure(int error) = 0;
+
+  /// The warning, with one text for the reason, that keep-alive could not be set.
+  virtual const char* KeepAliveWarning() const = 0;
+
+  /// Resolves the target's name. The system's resolver, but for tests.
+  virtual Platform::ResolvedHost ResolveTarget();
+
+  void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
+  std::uint32_t FramingBytes() const override;
+  std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
+  void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
+  bool CanSendBatch() const override;
+  bool CanDeliver() const override;
+  std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) override;
+
+ private:
+  /// What became of a batch.
+  struct Outcome {
+    std::size_t m_payloads = 0;            ///< accepted whole, from the first
+    std::size_t m_bytes = 0;               ///< bytes of those, with as much of their framing as was accepted
+    bool m_bTorn = false;                  ///< the bytes accepted end within a payload or before its line feed
+    bool m_bConnected = true;              ///< false when there was no connection to write to
+    std::chrono::milliseconds m_pause{0};  ///< what to wait before the next attempt
+  };
+
+  Outcome TrySend(std::span<const Payload> payloads, bool isAfterIdle);
+  void CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle);
+  bool Reconnect(SteadyTime now);
+  void Frame(std::span<const Payload> payloads);
+  Outcome CountAccepted(std::span<const Payload> payloads, std::size_t acceptedBytes);
+  std::chrono::milliseconds HandleWriteError(int error, bool isTorn, SteadyTime now);
+  void ReportLostConnection(int error, SteadyTime now);
+  void SetNextReconnect(SteadyTime when);
+
+  /// Recursive: reconnecting connects and closes.
+  std::recursive_mutex m_streamMutex;
+  RelaxedValue<bool> m_bConnected{false};
+  bool m_bAppendLineFeed = true;
+  bool m_bKeepAliveEnabled = false;
+  std::uint32_t m_keepAliveTimeMs = 0;
+  std::uint32_t m_keepAliveIntervalMs = 0;
+  std::vector<char> m_sendBuffer;
+
+  SteadyTime m_lastWrite;
+  RelaxedValue<SteadyTime::rep> m_nextReconnect{0};
+  SharedTimeValue m_lastConnectAttemptTime;
+  SharedTimeValue m_connectedSinceTime;
+  SharedTimeValue m_lastConnectFailureTime;
+  SharedTimeValue m_nextReconnectTime;
+};
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,54 @@
+// What the agent's tests share: an installation and its agent.
+#pragma once
+
+#include "support/ChildProcess.h"
+#include "support/LoopbackTcpServer.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sorvex::test {
+
+/// A directory with an install file, and the agent run on it.
+class Installation {
+ public:
+  explicit Installation(std::string_view installFile = "ApplicationID=7\n", std::string_view name = "agent")
+      : m_directory(name) {
+    if (!installFile.empty()) m_directory.Write("install_config.txt", installFile);
+  }
+
+  std::vector<std::string> Arguments(const std::vector<std::string>& command) const {
+    std::vector<std::string> arguments{"--config-dir", m_directory.Path().string(), "--patch-dir",
+                                       (m_directory.Path() / "patch").string()};
+    arguments.insert(arguments.end(), command.begin(), command.end());
+    return arguments;
+  }
+
+  ProcessResult Run(const std::vector<std::string>& command, std::string_view input = {}) const {
+    return RunProcess(SORVEX_AGENT_PROGRAM, Arguments(command), input);
+  }
+
+  const TemporaryDirectory& Directory() const { return m_directory; }
+
+ private:
+  TemporaryDirectory m_directory;
+};
+
+/// The value of the line "key: value" in what the agent printed; "(absent)" without such a line.
+inline std::string Value(const std::string& output, const std::string& key) {
+  const std::string lines = "\n" + output;
+  const std::string start = "\n" + key + ": ";
+  const std::size_t position = lines.find(start);
+  if (position == std::string::npos) return "(absent)";
+  const std::size_t begin = position + start.size();
+  return lines.substr(begin, lines.find('\n', begin) - begin);
+}
+
+inline std::string TcpUrl(std::uint16_t port) { return "tcp://127.0.0.1:" + std::to_string(port); }
+
+}  // namespace sorvex::test

@@ -1,0 +1,238 @@
+// A TCP server on a free loopback port whose behaviour toward each connection is given by the test.
+#pragma once
+
+#include <boost/asio.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace sorvex::test {
+
+using boost::asio::ip::tcp;
+
+/// How long a test waits for what must happen. Passing takes far less; only a failure takes this long.
+constexpr std::chrono::seconds patience{20};
+
+/// Waits until `condition` holds, looking often; returns whether it did within the test's patience.
+template <class Condition>
+bool WaitUntil(Condition condition, std::chrono::milliseconds limit = patience) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+/// Returns a loopback port on which nothing listens now.
+inline std::uint16_t UnusedPort() {
+  boost::asio::io_context context;
+  return tcp::acceptor(context, {boost::asio::ip::address_v4::loopback(), 0}).local_endpoint().port();
+}
+
+/// One accepted connection, as a handler sees it. Blocking; `Stop` of the server ends every wait.
+class ServerConnection {
+ public:
+  explicit ServerConnection(tcp::socket socket) : m_socket(std::move(socket)) {}
+
+  /// Reads until the peer ends the connection; returns what came.
+  std::string ReadAll() {
+    std::string all;
+    while (ReadSome(all, 65536)) {
+    }
+    return all;
+  }
+
+  /// Appends at most `limit` bytes that have come to `text`; waits for some. Returns false at the end.
+  bool ReadSome(std::string& text, std::size_t limit) {
+    std::string buffer(limit, '\0');
+    boost::system::error_code error;
+    const std::size_t count = m_bDiscard ? 0 : m_socket.read_some(boost::asio::buffer(buffer), error);
+    if (m_bDiscard) return false;
+    text.append(buffer, 0, count);
+    if (error) m_endError = error;
+    return !error;
+  }
+
+  /// Reads exactly `count` bytes, or less when the peer ends the connection before.
+  std::string ReadExactly(std::size_t count) {
+    std::string text(count, '\0');
+    boost::system::error_code error;
+    text.resize(boost::asio::read(m_socket, boost::asio::buffer(text), error));
+    return text;
+  }
+
+  void Write(std::string_view text) {
+    boost::system::error_code ignored;
+    boost::asio::write(m_socket, boost::asio::buffer(text), ignored);
+  }
+
+  /// Closes with a reset instead of an orderly end.
+  void Reset() {
+    boost::system::error_code ignored;
+    m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+    m_socket.close(ignored);
+  }
+
+  void Close() {
+    boost::system::error_code ignored;
+    m_socket.close(ignored);
+  }
+
+  /// Ends every operation on the connection, in whatever thread.
+  void Abort() {
+    boost::system::error_code ignored;
+    m_socket.shutdown(tcp::socket::shutdown_both, ignored);
+  }
+
+  /// Makes the end of the connection throw away what was not read, as the end of its process would.
+  void DiscardAtEnd() {
+    m_bDiscard = true;
+    boost::system::error_code ignored;
+    m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+  }
+
+  const boost::system::error_code& EndError() const { return m_endError; }
+  tcp::socket& Socket() { return m_socket; }
+
+ private:
+  tcp::socket m_socket;
+  std::atomic<bool> m_bDiscard{false};
+  boost::system::error_code m_endError;
+};
+
+/// Accepts until destroyed; each connection's handler runs in a thread of its own.
+class LoopbackTcpServer {
+ public:
+  /// `index` counts connections from 0. A handler may use the server and its connection.
+  using Handler = std::function<void(LoopbackTcpServer& server, ServerConnection& connection, int index)>;
+
+  /// `receiveBufferBytes` limits what the system takes for connections that nobody reads; 0 leaves it alone.
+  explicit LoopbackTcpServer(Handler handler, std::uint16_t port = 0, int receiveBufferBytes = 0)
+      : m_handler(std::move(handler)), m_acceptor(m_context) {
+    const tcp::endpoint endpoint(boost::asio::ip::address_v4::loopback(), port);
+    m_acceptor.open(endpoint.protocol());
+    m_acceptor.set_option(tcp::acceptor::reuse_address(true));
+    if (receiveBufferBytes > 0) m_acceptor.set_option(tcp::acceptor::receive_buffer_size(receiveBufferBytes));
+    m_acceptor.bind(endpoint);
+    m_acceptor.listen();
+    m_port = m_acceptor.local_endpoint().port();
+    Accept();
+    m_thread = std::thread([this] { m_context.run(); });
+  }
+
+  /// Keeps what every connection sends; see `Received`.
+  LoopbackTcpServer()
+      : LoopbackTcpServer(
+            [](LoopbackTcpServer& server, ServerConnection& connection, int) { server.KeepAllOf(connection); }) {}
+
+  ~LoopbackTcpServer() { Stop(); }
+  LoopbackTcpServer(const LoopbackTcpServer&) = delete;
+  LoopbackTcpServer& operator=(const LoopbackTcpServer&) = delete;
+
+  /// Closes the listening socket and every connection, and waits for the handlers. Idempotent.
+  void Stop() {
+    if (m_bStopped.exchange(true)) return;
+    boost::asio::post(m_context, [this] {
+      boost::system::error_code ignored;
+      m_acceptor.close(ignored);
+    });
+    m_thread.join();
+    {
+      const std::lock_guard lock(m_mutex);
+      for (Worker& worker : m_workers) worker.connection->Abort();
+    }
+    m_changed.notify_all();
+    for (Worker& worker : m_workers) worker.thread.join();
+    m_workers.clear();
+  }
+
+  /// Makes every connection end as if the server's process had been killed. `Stop` has to follow.
+  void Kill() {
+    const std::lock_guard lock(m_mutex);
+    for (Worker& worker : m_workers) worker.connection->DiscardAtEnd();
+  }
+
+  bool IsStopped() const { return m_bStopped; }
+
+  /// Waits, as a handler, until the server is stopped: the connection stands and nobody reads.
+  void HoldUntilStopped() {
+    while (!m_bStopped) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+
+  std::uint16_t Port() const { return m_port; }
+  int Connections() const { return m_connections; }
+
+  /// Keeps, as a handler, all that the connection sends.
+  void KeepAllOf(ServerConnection& connection) {
+    bool more = true;
+    while (more) {
+      std::string part;
+      more = connection.ReadSome(part, 65536);
+      AddReceived(part);
+    }
+  }
+
+  void AddReceived(std::string_view text) {
+    const std::lock_guard lock(m_mutex);
+    m_received += text;
+    m_changed.notify_all();
+  }
+
+  std::string Received() const {
+    const std::lock_guard lock(m_mutex);
+    return m_received;
+  }
+
+  /// Waits until at least `count` bytes were received in all; returns what was.
+  std::string WaitForBytes(std::size_t count) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, patience, [&] { return m_received.size() >= count; });
+    return m_received;
+  }
+
+ private:
+  struct Worker {
+    std::shared_ptr<ServerConnection> connection;
+    std::thread thread;
+  };
+
+  void Accept() {
+    m_acceptor.async_accept([this](const boost::system::error_code& error, tcp::socket socket) {
+      if (error) return;
+      // The handler's thread blocks on a context of its own.
+      auto connection = std::make_shared<ServerConnection>(std::move(socket));
+      const int index = m_connections++;
+      {
+        const std::lock_guard lock(m_mutex);
+        m_workers.push_back(
+            {connection, std::thread([this, connection, index] { m_handler(*this, *connection, index); })});
+      }
+      Accept();
+    });
+  }
+
+  Handler m_handler;
+  boost::asio::io_context m_context;
+  tcp::acceptor m_acceptor;
+  std::uint16_t m_port = 0;
+  std::atomic<int> m_connections{0};
+  std::atomic<bool> m_bStopped{false};
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::string m_received;
+  std::list<Worker> m_workers;
+  std::thread m_thread;
+};
+
+}  // namespace sorvex::test

@@ -1,0 +1,42 @@
+// The agent's key pair as the installer makes it, and the tokens that it secures.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct evp_pkey_st;
+
+namespace sorvex::test {
+
+/// An RSA key pair. Making one takes a moment; the tests share one of each size.
+class ApplicationKey {
+ public:
+  explicit ApplicationKey(unsigned int bits);
+  ~ApplicationKey();
+  ApplicationKey(const ApplicationKey&) = delete;
+  ApplicationKey& operator=(const ApplicationKey&) = delete;
+
+  static const ApplicationKey& Of(unsigned int bits);
+
+  /// The private key as the text of a PEM file.
+  std::string Pem() const;
+
+  /// `text` encrypted with the public key (OAEP with SHA-1), most significant byte first, as RSA itself writes it.
+  std::vector<std::uint8_t> Encrypt(std::string_view text) const;
+
+  /// `text` in the form that an install file holds: encrypted, most significant byte first, in Base64.
+  std::string Secure(std::string_view text) const;
+
+ private:
+  evp_pkey_st* m_pKey;
+};
+
+std::string EncodeBase64(const std::vector<std::uint8_t>& bytes);
+
+/// Puts the key into the container that the module reads secured tokens with. Below the current configuration directory
+/// where the system keeps containers in files.
+void StoreInContainer(const ApplicationKey& key, const std::string& containerName = "Sorvex.ConfigServerConnection");
+
+}  // namespace sorvex::test

@@ -1,0 +1,82 @@
+#include "ApplicationKey.h"
+
+#include <host/Text.h>
+
+#include <gtest/gtest.h>
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <memory>
+#include <set>
+#include <system_error>
+
+namespace sorvex::test {
+
+namespace {
+
+/// Opens a machine key container, as `flags` say.
+HCRYPTPROV Acquire(const std::wstring& name, DWORD flags) {
+  HCRYPTPROV provider = 0;
+  if (!CryptAcquireContextW(&provider, name.c_str(), L"Microsoft Enhanced RSA and AES Cryptographic Provider",
+                            PROV_RSA_AES, CRYPT_MACHINE_KEYSET | flags)) {
+    throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CryptAcquireContext");
+  }
+  return provider;
+}
+
+/// Removes the containers that a test made; the system would keep them for good.
+class ContainerRemover : public testing::EmptyTestEventListener {
+ public:
+  /// The one of this program; GoogleTest owns it.
+  static ContainerRemover& Instance() {
+    static ContainerRemover* const remover = [] {
+      auto* const made = new ContainerRemover;
+      testing::UnitTest::GetInstance()->listeners().Append(made);
+      return made;
+    }();
+    return *remover;
+  }
+
+  /// Makes the container, in place of an older one of a test.
+  HCRYPTPROV Make(const std::wstring& name) {
+    if (!m_names.insert(name).second) Acquire(name, CRYPT_DELETEKEYSET);
+    return Acquire(name, CRYPT_NEWKEYSET);
+  }
+
+  void OnTestEnd(const testing::TestInfo&) override {
+    for (const std::wstring& name : m_names) Acquire(name, CRYPT_DELETEKEYSET);
+    m_names.clear();
+  }
+
+ private:
+  std::set<std::wstring> m_names;
+};
+
+}  // namespace
+
+void StoreInContainer(const ApplicationKey& key, const std::string& containerName) {
+  const std::unique_ptr<BIO, int (*)(BIO*)> pem(BIO_new(BIO_s_mem()), &BIO_free);
+  const std::unique_ptr<BIO, int (*)(BIO*)> blob(BIO_new(BIO_s_mem()), &BIO_free);
+  const std::string text = key.Pem();
+  BIO_write(pem.get(), text.data(), static_cast<int>(text.size()));
+  const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> pair(
+      PEM_read_bio_PrivateKey(pem.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+  i2b_PrivateKey_bio(blob.get(), pair.get());
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(blob.get(), &data);
+
+  const HCRYPTPROV provider = ContainerRemover::Instance().Make(WindowsAgentCommon::Utf8ToWide(containerName));
+  HCRYPTKEY imported = 0;
+  const bool succeeded = CryptImportKey(provider, reinterpret_cast<const BYTE*>(data), static_cast<DWORD>(size), 0,
+                                        CRYPT_EXPORTABLE, &imported);
+  const DWORD error = GetLastError();
+  if (imported) CryptDestroyKey(imported);
+  CryptReleaseContext(provider, 0);
+  if (!succeeded) throw std::system_error(static_cast<int>(error), std::system_category(), "CryptImportKey");
+}
+
+}  // namespace sorvex::test

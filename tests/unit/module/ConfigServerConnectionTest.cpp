@@ -1,0 +1,250 @@
+// The connections that answer without a server: the stand-alone one and the one that stands in.
+#include "FakeComponentFactory.h"
+#include "InstallationDirectory.h"
+
+#include "connection/LocalHeartbeat.h"
+#include "connection/NullConfigServerConnection.h"
+#include "connection/UnavailableConfigServerConnection.h"
+#include "support/RecordingLogger.h"
+
+#include <host/IStatisticsServer.h>
+
+#include <ace/Time_Value.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <functional>
+#include <sstream>
+
+namespace {
+
+using sorvex::test::FakeComponentFactory;
+using sorvex::test::InstallationDirectory;
+using sorvex::test::LogRecord;
+using sorvex::test::RecordingLogger;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+using VaroCommunicationAPI::NullConfigServerConnection;
+using VaroCommunicationAPI::UnavailableConfigServerConnection;
+using WindowsAgentCommon::LogLevel;
+using WindowsAgentCommon::ServiceConfig;
+
+class StandAloneConnection : public testing::Test {
+ protected:
+  void OfferAgentCore(WindowsAgentCommon::ParameterBlock parameters) {
+    ServiceConfig config;
+    config.m_strName = "AgentCore";
+    config.m_parameters = std::move(parameters);
+    m_host.SetServiceConfig(config);
+  }
+
+  InstallationDirectory m_installation;
+  RecordingLogger m_log;
+  FakeComponentFactory m_host;
+  NullConfigServerConnection m_connection;
+};
+
+TEST_F(StandAloneConnection, InitializeSucceeds) { EXPECT_TRUE(m_connection.Initialize({})); }
+
+TEST_F(StandAloneConnection, RegisterInstanceSucceeds) { EXPECT_TRUE(m_connection.RegisterInstance("os", "7.2.5")); }
+
+TEST_F(StandAloneConnection, TestConnectionSucceeds) { EXPECT_TRUE(m_connection.TestConnection()); }
+
+TEST_F(StandAloneConnection, UpdateStatusSucceeds) {
+  EXPECT_TRUE(m_connection.UpdateStatus(WindowsAgentCommon::AGENT_UPDATE_STATUS_RUNNING, ACE_Time_Value(1)));
+}
+
+TEST_F(StandAloneConnection, RetrieveConfigurationFailsAndWritesNothing) {
+  std::ostringstream output;
+  std::string md5 = "untouched";
+  EXPECT_FALSE(m_connection.RetrieveConfiguration(output, md5));
+  EXPECT_EQ(output.str(), "");
+  EXPECT_EQ(md5, "untouched");
+}
+
+TEST_F(StandAloneConnection, RetrieveSoftwarePatchFailsAndWritesNothing) {
+  std::ostringstream output;
+  std::string md5 = "untouched";
+  EXPECT_FALSE(m_connection.RetrieveSoftwarePatch({"AgentCore"}, output, md5));
+  EXPECT_EQ(output.str(), "");
+  EXPECT_EQ(md5, "untouched");
+}
+
+TEST_F(StandAloneConnection, HasNoServerPublicKey) {
+  std::uint32_t size = 7;
+  EXPECT_FALSE(m_connection.GetServerPublicKey(nullptr, size));
+  EXPECT_EQ(size, 0U);
+}
+
+TEST_F(StandAloneConnection, HasNoServerPublicKeyForAnyBuffer) {
+  std::array<std::uint8_t, 4> buffer{1, 2, 3, 4};
+  std::uint32_t size = 4;
+  EXPECT_FALSE(m_connection.GetServerPublicKey(buffer.data(), size));
+  EXPECT_EQ(size, 0U);
+  EXPECT_THAT(buffer, ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(StandAloneConnection, LastErrorCodeIsZero) { EXPECT_EQ(m_connection.GetLastErrorCode(), 0); }
+
+TEST_F(StandAloneConnection, LastResultCodeIsZero) { EXPECT_EQ(m_connection.GetLastResultCode(), 0); }
+
+TEST_F(StandAloneConnection, LastErrorMessageIsSuccess) { EXPECT_EQ(m_connection.GetLastErrorMessage(), "Success"); }
+
+TEST_F(StandAloneConnection, ConnectSucceeds) { EXPECT_TRUE(m_connection.Connect()); }
+
+TEST_F(StandAloneConnection, WorksOnAfterDisconnect) {
+  m_connection.Disconnect();
+  EXPECT_TRUE(m_connection.TestConnection());
+}
+
+TEST_F(StandAloneConnection, FingerprintIsDigestOfConfiguration) {
+  m_installation.Write("config/AgentConfig.xml", "abc");
+  bool updateBlocked = true;
+  EXPECT_EQ(m_connection.GetConfigurationFingerprint(updateBlocked), "900150983cd24fb0d6963f7d28e17f72");
+}
+
+TEST_F(StandAloneConnection, FingerprintNeverBlocksUpdates) {
+  bool updateBlocked = true;
+  m_connection.GetConfigurationFingerprint(updateBlocked);
+  EXPECT_FALSE(updateBlocked);
+}
+
+TEST_F(StandAloneConnection, FingerprintFollowsConfiguration) {
+  bool updateBlocked = false;
+  m_installation.Write("config/AgentConfig.xml", "abc");
+  m_connection.GetConfigurationFingerprint(updateBlocked);
+  m_installation.Write("config/AgentConfig.xml", "");
+  EXPECT_EQ(m_connection.GetConfigurationFingerprint(updateBlocked), "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+TEST_F(StandAloneConnection, FingerprintOfMissingConfigurationIsTheHostsAnswer) {
+  bool updateBlocked = false;
+  EXPECT_EQ(m_connection.GetConfigurationFingerprint(updateBlocked), "");
+}
+
+TEST_F(StandAloneConnection, HeartbeatIsDeliveredAndStillReturnsFalse) {
+  OfferAgentCore({});
+  EXPECT_FALSE(m_connection.PostHeartbeat());
+  EXPECT_THAT(
+      m_log->Records(),
+      ElementsAre(LogRecord{LogLevel::Debug, "Code.ConfigServerConnection", "Stand Alone mode: PostHeartbeat"},
+                  LogRecord{LogLevel::Info, "Heartbeat.Code.SSLConfigServerConnection", "ApplicationHeartbeat"}));
+}
+
+TEST_F(StandAloneConnection, HeartbeatWithoutAgentCoreDoesNothing) {
+  EXPECT_FALSE(m_connection.PostHeartbeat());
+  EXPECT_THAT(m_log->Records(), IsEmpty());
+}
+
+TEST_F(StandAloneConnection, HeartbeatReplacesLogMonitorLevel) {
+  OfferAgentCore({{"A", "1"}, {"LogMonitor.Level", "7"}});
+  m_connection.PostHeartbeat();
+  EXPECT_THAT(m_host.GetServiceConfig("AgentCore")->m_parameters,
+              ElementsAre(Pair("A", "1"), Pair("LogMonitor.Level", "2")));
+}
+
+TEST_F(StandAloneConnection, HeartbeatReplacesEveryLogMonitorLevel) {
+  OfferAgentCore({{"LogMonitor.Level", "7"}, {"LogMonitor.Level", "0"}});
+  m_connection.PostHeartbeat();
+  EXPECT_THAT(m_host.GetServiceConfig("AgentCore")->m_parameters, ElementsAre(Pair("LogMonitor.Level", "2")));
+}
+
+TEST_F(StandAloneConnection, HeartbeatAddsLogMonitorLevel) {
+  OfferAgentCore({});
+  m_connection.PostHeartbeat();
+  EXPECT_THAT(m_host.GetServiceConfig("AgentCore")->m_parameters, ElementsAre(Pair("LogMonitor.Level", "2")));
+}
+
+TEST_F(StandAloneConnection, HeartbeatLevelPassesMonitorThatWouldHaveRefusedIt) {
+  OfferAgentCore({{"LogMonitor.Level", "7"}});
+  m_connection.PostHeartbeat();
+  EXPECT_EQ(m_log->Count("Info ApplicationHeartbeat"), 1U);
+}
+
+TEST(LocalHeartbeat, HasNoAgentCoreWithoutComponentFactory) {
+  EXPECT_EQ(VaroCommunicationAPI::FindAgentCoreConfig(), nullptr);
+}
+
+TEST(StandAloneConnectionWithoutHost, HeartbeatReturnsFalse) {
+  const RecordingLogger log;
+  EXPECT_FALSE(NullConfigServerConnection().PostHeartbeat());
+  EXPECT_THAT(log->Records(), IsEmpty());
+}
+
+struct Operation {
+  const char* name;
+  std::function<bool(UnavailableConfigServerConnection&)> call;  ///< returns whether it succeeded
+};
+
+void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
+
+const Operation operations[] = {
+    {"RegisterInstance", [](auto& connection) { return connection.RegisterInstance("os", "7.2.5"); }},
+    {"TestConnection", [](auto& connection) { return connection.TestConnection(); }},
+    {"PostHeartbeat", [](auto& connection) { return connection.PostHeartbeat(); }},
+    {"UpdateStatus",
+     [](auto& connection) {
+       return connection.UpdateStatus(WindowsAgentCommon::AGENT_UPDATE_STATUS_RUNNING, ACE_Time_Value(1));
+     }},
+    {"GetConfigurationFingerprint",
+     [](auto& connection) {
+       bool updateBlocked = true;
+       return connection.GetConfigurationFingerprint(updateBlocked) != "" || updateBlocked;
+     }},
+    {"RetrieveConfiguration",
+     [](auto& connection) {
+       std::ostringstream output;
+       std::string md5;
+       return connection.RetrieveConfiguration(output, md5) || !output.str().empty();
+     }},
+    {"RetrieveSoftwarePatch",
+     [](auto& connection) {
+       std::ostringstream output;
+       std::string md5;
+       return connection.RetrieveSoftwarePatch({}, output, md5) || !output.str().empty();
+     }},
+    {"GetServerPublicKey",
+     [](auto& connection) {
+       std::uint32_t size = 9;
+       return connection.GetServerPublicKey(nullptr, size) || size != 0;
+     }},
+    {"Connect", [](auto& connection) { return connection.Connect(); }},
+};
+
+class UnavailableConnection : public testing::TestWithParam<Operation> {};
+
+TEST_P(UnavailableConnection, FailsAndSaysSoAtError) {
+  const RecordingLogger log;
+  UnavailableConfigServerConnection connection("direct TLS");
+  connection.Initialize({{"ConfigurationServer", "server.example"}});
+  EXPECT_FALSE(GetParam().call(connection));
+  EXPECT_THAT(log->Records(),
+              ElementsAre(LogRecord{LogLevel::Error, "Code.UnavailableConfigServerConnection",
+                                    std::string(GetParam().name) +
+                                        " failed: the direct TLS connection to configuration server server.example is "
+                                        "not part of this version."}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, UnavailableConnection, testing::ValuesIn(operations),
+                         [](const auto& operation) { return std::string(operation.param.name); });
+
+TEST(UnavailableConfigServerConnection, InitializeFails) {
+  EXPECT_FALSE(UnavailableConfigServerConnection("HTTPS").Initialize({}));
+}
+
+TEST(UnavailableConfigServerConnection, ReportsFailedConnection) {
+  const UnavailableConfigServerConnection connection("HTTPS");
+  EXPECT_EQ(static_cast<std::uint32_t>(connection.GetLastErrorCode()), 0x80000007U);
+  EXPECT_EQ(static_cast<std::uint32_t>(connection.GetLastResultCode()), 0x80000007U);
+  EXPECT_EQ(connection.GetLastErrorMessage(), "The socket connection to the server failed");
+}
+
+TEST(UnavailableConfigServerConnection, DisconnectIsSilent) {
+  const RecordingLogger log;
+  UnavailableConfigServerConnection("HTTPS").Disconnect();
+  EXPECT_THAT(log->Records(), IsEmpty());
+}
+
+}  // namespace
