@@ -7,6 +7,7 @@
 // daemon, which does not end by itself). Prints bytes, lines, the seconds from the first byte to the last, and what the
 // command used: seconds of processor time, and the most memory that it held, in KiB.
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -21,6 +22,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -47,9 +49,6 @@ pid_t sender = -1;
 int Listen(std::uint16_t& port) {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) Fail("socket");
-  // Connections inherit it, and waiting for one is limited as well.
-  const timeval limit{longestSilenceSeconds, 0};
-  if (setsockopt(listener, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0) Fail("SO_RCVTIMEO");
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -70,16 +69,39 @@ pid_t Start(char** command) {
   _exit(127);
 }
 
-/// Counts what comes over one connection, up to `wanted` lines in all.
-void Count(int connection, std::uint64_t wanted, char* buffer, Counts& counts) {
+/// Takes what one connection has now; returns false at its end.
+bool Count(int connection, char* buffer, Counts& counts) {
+  const ssize_t count = read(connection, buffer, bufferSize);
+  if (count < 0) Fail("read");
+  if (count == 0) return false;
+  counts.last = std::chrono::steady_clock::now();
+  if (counts.bytes == 0) counts.first = counts.last;
+  counts.bytes += static_cast<std::uint64_t>(count);
+  counts.lines += static_cast<std::uint64_t>(std::count(buffer, buffer + count, '\n'));
+  return true;
+}
+
+/// Counts up to `wanted` lines over however many connections the sender makes (a daemon may have one for each of its
+/// workers). Connections stay open: closing one would be a lost connection to a daemon.
+void CountAll(int listener, std::uint64_t wanted, Counts& counts) {
+  const auto buffer = std::make_unique<char[]>(bufferSize);
+  std::vector<pollfd> watched{{listener, POLLIN, 0}};
   while (counts.lines < wanted) {
-    const ssize_t count = read(connection, buffer, bufferSize);
-    if (count < 0) Fail("read");
-    if (count == 0) return;
-    counts.last = std::chrono::steady_clock::now();
-    if (counts.bytes == 0) counts.first = counts.last;
-    counts.bytes += static_cast<std::uint64_t>(count);
-    counts.lines += static_cast<std::uint64_t>(std::count(buffer, buffer + count, '\n'));
+    const int ready = poll(watched.data(), watched.size(), longestSilenceSeconds * 1000);
+    if (ready < 0) Fail("poll");
+    if (ready == 0) {
+      std::fprintf(stderr, "nothing came for %d seconds after %llu of %llu lines\n", longestSilenceSeconds,
+                   static_cast<unsigned long long>(counts.lines), static_cast<unsigned long long>(wanted));
+      Fail("counting_sink");
+    }
+    for (std::size_t i = watched.size() - 1; i > 0; --i) {
+      if (watched[i].revents != 0 && !Count(watched[i].fd, buffer.get(), counts)) watched[i].fd = -1;
+    }
+    if (watched[0].revents != 0) {
+      const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+      if (connection < 0) Fail("accept");
+      watched.push_back({connection, POLLIN, 0});
+    }
   }
 }
 
@@ -100,17 +122,10 @@ int main(int argc, char** argv) {
   std::uint16_t port = 0;
   const int listener = Listen(port);
   setenv("SINK_PORT", std::to_string(port).c_str(), 1);
-  const auto buffer = std::make_unique<char[]>(bufferSize);
   sender = Start(argv + first + 1);
 
   Counts counts;
-  while (counts.lines < wanted) {
-    const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (connection < 0) Fail("accept");
-    Count(connection, wanted, buffer.get(), counts);
-    // The last connection stays until the sender has ended: closing it would be a lost connection to a daemon.
-    if (counts.lines < wanted) close(connection);
-  }
+  CountAll(listener, wanted, counts);
   if (terminate) kill(sender, SIGTERM);
   rusage usage{};
   int status = 0;

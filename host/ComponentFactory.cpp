@@ -90,11 +90,11 @@ std::string MakeAndInsert(const Registration& registration, const std::string& r
   auto implementation = std::make_unique<ACE_Service_Object_Type>(
       service, repositoryName.c_str(), ACE_Service_Type::DELETE_OBJ | ACE_Service_Type::DELETE_THIS, exterminator);
   auto record = std::make_unique<ACE_Service_Type>(repositoryName.c_str(), implementation.get(), library, true);
-  implementation.release();
+  static_cast<void>(implementation.release());
   ACE_TCHAR* noArguments[] = {nullptr};
   if (record->type()->init(0, noArguments) == -1) return "its init failed";
   if (repository.insert(record.get()) == -1) return "the service repository is full";
-  record.release();
+  static_cast<void>(record.release());
   return {};
 }
 

@@ -64,60 +64,60 @@ std::string TextFormatter::Run() {
     if (position == m_format.size()) break;
 
     const std::size_t start = position++;
-    Specification specification;
-    if (!ReadSpecification(position, specification)) {
+    Directive directive;
+    if (!ReadDirective(position, directive)) {
       m_strResult.append(m_format, start, position - start);
-    } else if (specification.m_conversion == '%') {
+    } else if (directive.m_conversion == '%') {
       m_strResult += '%';
     } else if (m_next == m_count) {
       m_strResult.append(m_format, start, position - start);
     } else {
-      AppendArgument(specification, m_pArguments[m_next++]);
+      AppendArgument(directive, m_pArguments[m_next++]);
     }
   }
   return std::move(m_strResult);
 }
 
 /// Reads what follows a percent sign; returns false when it is no conversion.
-bool TextFormatter::ReadSpecification(std::size_t& position, Specification& specification) {
-  ReadFlags(position, specification);
-  ReadWidth(position, specification);
-  ReadPrecision(position, specification);
+bool TextFormatter::ReadDirective(std::size_t& position, Directive& directive) {
+  ReadFlags(position, directive);
+  ReadWidth(position, directive);
+  ReadPrecision(position, directive);
   SkipLengthModifiers(position);
   if (position == m_format.size()) return false;
-  specification.m_conversion = m_format[position++];
-  return std::string_view("diuxXocsSp%").find(specification.m_conversion) != std::string_view::npos;
+  directive.m_conversion = m_format[position++];
+  return std::string_view("diuxXocsSp%").find(directive.m_conversion) != std::string_view::npos;
 }
 
-void TextFormatter::ReadFlags(std::size_t& position, Specification& specification) const {
+void TextFormatter::ReadFlags(std::size_t& position, Directive& directive) const {
   for (; position < m_format.size(); ++position) {
     switch (m_format[position]) {
-      case '-': specification.m_bLeft = true; break;
-      case '+': specification.m_bPlus = true; break;
-      case ' ': specification.m_bBlank = true; break;
-      case '#': specification.m_bAlternate = true; break;
-      case '0': specification.m_bZero = true; break;
+      case '-': directive.m_bLeft = true; break;
+      case '+': directive.m_bPlus = true; break;
+      case ' ': directive.m_bBlank = true; break;
+      case '#': directive.m_bAlternate = true; break;
+      case '0': directive.m_bZero = true; break;
       default: return;
     }
   }
 }
 
-void TextFormatter::ReadWidth(std::size_t& position, Specification& specification) {
+void TextFormatter::ReadWidth(std::size_t& position, Directive& directive) {
   if (position < m_format.size() && m_format[position] == '*') {
     ++position;
     std::int64_t width = 0;
     if (!TakeStar(width)) return;
     // As printf has it, a negative width is the flag '-' and a width.
-    if (width < 0) specification.m_bLeft = true;
+    if (width < 0) directive.m_bLeft = true;
     const std::uint64_t magnitude =
         width < 0 ? ~static_cast<std::uint64_t>(width) + 1 : static_cast<std::uint64_t>(width);
-    specification.m_width = static_cast<std::size_t>(std::min<std::uint64_t>(magnitude, LONGEST_FIELD));
+    directive.m_width = static_cast<std::size_t>(std::min<std::uint64_t>(magnitude, LONGEST_FIELD));
   } else {
-    specification.m_width = ReadNumber(position);
+    directive.m_width = ReadNumber(position);
   }
 }
 
-void TextFormatter::ReadPrecision(std::size_t& position, Specification& specification) {
+void TextFormatter::ReadPrecision(std::size_t& position, Directive& directive) {
   if (position == m_format.size() || m_format[position] != '.') return;
   ++position;
   if (position < m_format.size() && m_format[position] == '*') {
@@ -125,11 +125,11 @@ void TextFormatter::ReadPrecision(std::size_t& position, Specification& specific
     std::int64_t precision = -1;
     // As printf has it, a negative precision counts as none.
     if (!TakeStar(precision) || precision < 0) return;
-    specification.m_precision = static_cast<std::size_t>(std::min<std::int64_t>(precision, LONGEST_FIELD));
+    directive.m_precision = static_cast<std::size_t>(std::min<std::int64_t>(precision, LONGEST_FIELD));
   } else {
-    specification.m_precision = ReadNumber(position);
+    directive.m_precision = ReadNumber(position);
   }
-  specification.m_bHasPrecision = true;
+  directive.m_bHasPrecision = true;
 }
 
 /// Skips the modifiers, which say nothing here: every argument knows its own type.
@@ -162,20 +162,20 @@ bool TextFormatter::TakeStar(std::int64_t& value) {
 }
 
 /// The argument's own type decides; the conversion only says how to print it.
-void TextFormatter::AppendArgument(const Specification& specification, const LogArgument& argument) {
+void TextFormatter::AppendArgument(const Directive& directive, const LogArgument& argument) {
   if (argument.m_kind == LogArgument::Kind::Narrow) {
-    AppendText(specification, argument.m_narrow);
+    AppendText(directive, argument.m_narrow);
   } else if (argument.m_kind == LogArgument::Kind::Wide) {
-    AppendText(specification, WideToUtf8(argument.m_wide));
-  } else if (specification.m_conversion == 'c') {
-    AppendCharacter(specification, argument);
+    AppendText(directive, WideToUtf8(argument.m_wide));
+  } else if (directive.m_conversion == 'c') {
+    AppendCharacter(directive, argument);
   } else {
-    AppendInteger(specification, argument);
+    AppendInteger(directive, argument);
   }
 }
 
-void TextFormatter::AppendInteger(const Specification& specification, const LogArgument& argument) {
-  char conversion = specification.m_conversion;
+void TextFormatter::AppendInteger(const Directive& directive, const LogArgument& argument) {
+  char conversion = directive.m_conversion;
   if (conversion == 's' || conversion == 'S') {
     conversion = argument.m_kind == LogArgument::Kind::Signed     ? 'd'
                  : argument.m_kind == LogArgument::Kind::Unsigned ? 'u'
@@ -191,14 +191,14 @@ void TextFormatter::AppendInteger(const Specification& specification, const LogA
       prefix = "-";
     } else {
       magnitude = static_cast<std::uint64_t>(value);
-      prefix = specification.m_bPlus ? "+" : specification.m_bBlank ? " " : "";
+      prefix = directive.m_bPlus ? "+" : directive.m_bBlank ? " " : "";
     }
   } else if (conversion == 'x' || conversion == 'X' || conversion == 'p') {
     base = 16;
-    if (conversion == 'p' || (specification.m_bAlternate && magnitude != 0)) prefix = conversion == 'X' ? "0X" : "0x";
+    if (conversion == 'p' || (directive.m_bAlternate && magnitude != 0)) prefix = conversion == 'X' ? "0X" : "0x";
   } else if (conversion == 'o') {
     base = 8;
-    if (specification.m_bAlternate && magnitude != 0) prefix = "0";
+    if (directive.m_bAlternate && magnitude != 0) prefix = "0";
   }
 
   char digits[24];
@@ -208,21 +208,20 @@ void TextFormatter::AppendInteger(const Specification& specification, const LogA
                    [](char digit) { return digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit; });
   }
   // As printf has it, zero with a precision of zero prints no digit.
-  if (specification.m_bHasPrecision && specification.m_precision == 0 && magnitude == 0) end = digits;
+  if (directive.m_bHasPrecision && directive.m_precision == 0 && magnitude == 0) end = digits;
   const std::string_view body(digits, static_cast<std::size_t>(end - digits));
 
   std::size_t zeros = 0;
-  if (specification.m_bHasPrecision) {
-    if (specification.m_precision > body.size()) zeros = specification.m_precision - body.size();
-  } else if (specification.m_bZero && !specification.m_bLeft) {
-    if (specification.m_width > prefix.size() + body.size())
-      zeros = specification.m_width - prefix.size() - body.size();
+  if (directive.m_bHasPrecision) {
+    if (directive.m_precision > body.size()) zeros = directive.m_precision - body.size();
+  } else if (directive.m_bZero && !directive.m_bLeft) {
+    if (directive.m_width > prefix.size() + body.size()) zeros = directive.m_width - prefix.size() - body.size();
   }
-  AppendPadded(specification, prefix, zeros, body);
+  AppendPadded(directive, prefix, zeros, body);
 }
 
 /// Prints the code point that the argument is; what a `char` beyond ASCII becomes when it is signed, as that byte.
-void TextFormatter::AppendCharacter(const Specification& specification, const LogArgument& argument) {
+void TextFormatter::AppendCharacter(const Directive& directive, const LogArgument& argument) {
   const std::int64_t value = AsSigned(argument);
   std::string character;
   if (value >= SCHAR_MIN && value < 0) {
@@ -232,14 +231,14 @@ void TextFormatter::AppendCharacter(const Specification& specification, const Lo
   } else {
     AppendUtf8(character, static_cast<char32_t>(value));
   }
-  Specification whole = specification;
+  Directive whole = directive;
   whole.m_bHasPrecision = false;
   AppendText(whole, character);
 }
 
-void TextFormatter::AppendText(const Specification& specification, std::string_view value) {
-  if (specification.m_bHasPrecision) value = CutUtf8(value, specification.m_precision);
-  if (m_bEscape && specification.m_width == 0) {
+void TextFormatter::AppendText(const Directive& directive, std::string_view value) {
+  if (directive.m_bHasPrecision) value = CutUtf8(value, directive.m_precision);
+  if (m_bEscape && directive.m_width == 0) {
     AppendEscaped(m_strResult, value);
     return;
   }
@@ -248,16 +247,16 @@ void TextFormatter::AppendText(const Specification& specification, std::string_v
     AppendEscaped(m_strScratch, value);
     value = m_strScratch;
   }
-  AppendPadded(specification, {}, 0, value);
+  AppendPadded(directive, {}, 0, value);
 }
 
-void TextFormatter::AppendPadded(const Specification& specification, std::string_view prefix, std::size_t zeros,
+void TextFormatter::AppendPadded(const Directive& directive, std::string_view prefix, std::size_t zeros,
                                  std::string_view body) {
   const std::size_t length = prefix.size() + zeros + body.size();
-  const std::size_t blanks = specification.m_width > length ? specification.m_width - length : 0;
-  if (!specification.m_bLeft) m_strResult.append(blanks, ' ');
+  const std::size_t blanks = directive.m_width > length ? directive.m_width - length : 0;
+  if (!directive.m_bLeft) m_strResult.append(blanks, ' ');
   m_strResult.append(prefix).append(zeros, '0').append(body);
-  if (specification.m_bLeft) m_strResult.append(blanks, ' ');
+  if (directive.m_bLeft) m_strResult.append(blanks, ' ');
 }
 
 }  // namespace WindowsAgentCommon

@@ -18,8 +18,8 @@ class TextFormatter {
   std::string Run();
 
  private:
-  /// One conversion specification as it stands in the format.
-  struct Specification {
+  /// One conversion as it stands in the format.
+  struct Directive {
     bool m_bLeft = false;
     bool m_bPlus = false;
     bool m_bBlank = false;
@@ -31,20 +31,19 @@ class TextFormatter {
     char m_conversion = '\0';
   };
 
-  bool ReadSpecification(std::size_t& position, Specification& specification);
-  void ReadFlags(std::size_t& position, Specification& specification) const;
-  void ReadWidth(std::size_t& position, Specification& specification);
-  void ReadPrecision(std::size_t& position, Specification& specification);
+  bool ReadDirective(std::size_t& position, Directive& directive);
+  void ReadFlags(std::size_t& position, Directive& directive) const;
+  void ReadWidth(std::size_t& position, Directive& directive);
+  void ReadPrecision(std::size_t& position, Directive& directive);
   void SkipLengthModifiers(std::size_t& position) const;
   std::size_t ReadNumber(std::size_t& position) const;
   bool TakeStar(std::int64_t& value);
 
-  void AppendArgument(const Specification& specification, const LogArgument& argument);
-  void AppendInteger(const Specification& specification, const LogArgument& argument);
-  void AppendCharacter(const Specification& specification, const LogArgument& argument);
-  void AppendText(const Specification& specification, std::string_view value);
-  void AppendPadded(const Specification& specification, std::string_view prefix, std::size_t zeros,
-                    std::string_view body);
+  void AppendArgument(const Directive& directive, const LogArgument& argument);
+  void AppendInteger(const Directive& directive, const LogArgument& argument);
+  void AppendCharacter(const Directive& directive, const LogArgument& argument);
+  void AppendText(const Directive& directive, std::string_view value);
+  void AppendPadded(const Directive& directive, std::string_view prefix, std::size_t zeros, std::string_view body);
 
   std::string_view m_format;
   const LogArgument* m_pArguments;

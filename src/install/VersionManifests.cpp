@@ -36,7 +36,9 @@ void ReadVersionManifests(const std::wstring& installFilePath, WindowsAgentCommo
     if (!boost::algorithm::iends_with(fileName, manifestEnding)) continue;
 
     std::string content;
-    if (Platform::ReadFileHead(directory + L"/" + wideName, maxManifestBytes, content) != 0) continue;
+    std::wstring path = directory;
+    path.append(L"/").append(wideName);
+    if (Platform::ReadFileHead(path, maxManifestBytes, content) != 0) continue;
     if (boost::smatch match; boost::regex_search(content, match, buildNumber)) {
       parameters.emplace("BuildNumber_" + ComponentName(fileName), match[1].str());
     }

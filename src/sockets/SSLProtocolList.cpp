@@ -40,6 +40,8 @@ std::optional<SSLProtocolList::Protocol> SSLProtocolList::parse(const std::strin
   return std::nullopt;
 }
 
+// The logger comes by value: other modules are built against this signature.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool SSLProtocolList::setRange(const std::string& min, const std::string& max, WindowsAgentCommon::Log log) {
   const std::string minText = Trimmed(min);
   const std::string maxText = Trimmed(max);
