@@ -65,11 +65,10 @@ std::string TextFormatter::Run() {
 
     const std::size_t start = position++;
     Directive directive;
-    if (!ReadDirective(position, directive)) {
-      m_strResult.append(m_format, start, position - start);
-    } else if (directive.m_conversion == '%') {
+    const bool isConversion = ReadDirective(position, directive);
+    if (isConversion && directive.m_conversion == '%') {
       m_strResult += '%';
-    } else if (m_next == m_count) {
+    } else if (!isConversion || m_next == m_count) {
       m_strResult.append(m_format, start, position - start);
     } else {
       AppendArgument(directive, m_pArguments[m_next++]);
