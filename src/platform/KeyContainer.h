@@ -1,6 +1,7 @@
 // The machine's key containers, which hold the agent's key pairs.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -14,6 +15,16 @@ namespace VaroCommunicationAPI::Platform {
 /// number that `KeyErrorText` explains, with `plainText` empty. The caller wipes `plainText` after use.
 int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
                          std::vector<std::uint8_t>& plainText);
+
+/// Stores in `bytes` the public half of the container's key-exchange key: the fixed 22 bytes that begin a
+/// SubjectPublicKeyInfo of an RSA key of 1024 bits, deliberately the same for every size, and the key's RSAPublicKey
+/// (PKCS #1, DER). Returns 0, or the error number that `KeyErrorText` explains, with `bytes` empty.
+int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes);
+
+/// What the bytes of `ExportPublicKey` begin with.
+inline constexpr std::array<std::uint8_t, 22> publicKeyPrefix{0x30, 0x81, 0x9F, 0x30, 0x0D, 0x06, 0x09, 0x2A,
+                                                              0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01,
+                                                              0x05, 0x00, 0x03, 0x81, 0x8D, 0x00};
 
 /// The text for an error number of this header, UTF-8. Never holds key material.
 std::string KeyErrorText(int error);

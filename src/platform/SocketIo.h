@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace VaroCommunicationAPI::Platform {
 
@@ -27,6 +28,16 @@ int PeerState(ACE_HANDLE handle);
 /// Sets TCP keep-alive on a connected socket: idle time before the first probe and time between probes, in
 /// milliseconds (a system that counts seconds rounds up). Returns 0 or the system's own error number.
 int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs);
+
+/// TCP keep-alive as a socket has it. A system need not tell the times.
+struct KeepAlive {
+  bool m_bEnabled = false;
+  std::optional<std::uint32_t> m_timeMs;
+  std::optional<std::uint32_t> m_intervalMs;
+};
+
+/// Reads back what `SetKeepAlive` sets. Returns 0 or the system's own error number.
+int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive);
 
 /// Keeps, for the time of its life and on its thread, a write to a closed connection from raising a signal that would
 /// end the process. Changes nothing process-wide. Nests.

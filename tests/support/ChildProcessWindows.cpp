@@ -48,9 +48,11 @@ struct Record {
   Record() {
     wchar_t directory[MAX_PATH + 1];
     wchar_t name[MAX_PATH];
-    if (GetTempPathW(MAX_PATH + 1, directory) == 0 || GetTempFileNameW(directory, L"out", 0, name) == 0) Throw("GetTempFileName");
+    if (GetTempPathW(MAX_PATH + 1, directory) == 0 || GetTempFileNameW(directory, L"out", 0, name) == 0)
+      Throw("GetTempFileName");
     constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    reader.Reset(CreateFileW(name, GENERIC_READ | DELETE, shareAll, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    reader.Reset(
+        CreateFileW(name, GENERIC_READ | DELETE, shareAll, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
     writer.Reset(CreateFileW(name, FILE_APPEND_DATA | SYNCHRONIZE, shareAll, Inheritable(), OPEN_EXISTING, 0, nullptr));
     if (reader.Get() == INVALID_HANDLE_VALUE || writer.Get() == INVALID_HANDLE_VALUE) Throw("CreateFile");
   }
@@ -137,7 +139,8 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vect
   const DWORD error = GetLastError();
   DeleteProcThreadAttributeList(startup.lpAttributeList);
   if (!started) {
-    throw std::system_error(static_cast<int>(error), std::system_category(), WindowsAgentCommon::WideToUtf8(program.wstring()));
+    throw std::system_error(static_cast<int>(error), std::system_category(),
+                            WindowsAgentCommon::WideToUtf8(program.wstring()));
   }
   CloseHandle(information.hThread);
   m_pState->process.Reset(information.hProcess);
@@ -170,7 +173,8 @@ void ChildProcess::RequestEnd() {
 
 std::optional<int> ChildProcess::Wait(std::chrono::milliseconds limit) {
   if (m_pState->status) return m_pState->status;
-  if (WaitForSingleObject(m_pState->process.Get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0) return std::nullopt;
+  if (WaitForSingleObject(m_pState->process.Get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0)
+    return std::nullopt;
   DWORD status = 0;
   if (!GetExitCodeProcess(m_pState->process.Get(), &status)) Throw("GetExitCodeProcess");
   m_pState->status = static_cast<int>(status);

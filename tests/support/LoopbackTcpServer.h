@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -43,7 +44,7 @@ inline std::uint16_t UnusedPort() {
 /// One accepted connection, as a handler sees it. Blocking; `Stop` of the server ends every wait.
 class ServerConnection {
  public:
-  explicit ServerConnection(tcp::socket socket) : m_socket(std::move(socket)) {}
+  ServerConnection() : m_socket(m_context) {}
 
   /// Reads until the peer ends the connection; returns what came.
   std::string ReadAll() {
@@ -57,7 +58,13 @@ class ServerConnection {
   bool ReadSome(std::string& text, std::size_t limit) {
     std::string buffer(limit, '\0');
     boost::system::error_code error;
-    const std::size_t count = m_bDiscard ? 0 : m_socket.read_some(boost::asio::buffer(buffer), error);
+    std::size_t count = 0;
+    m_socket.async_read_some(boost::asio::buffer(buffer),
+                             [&](const boost::system::error_code& result, std::size_t size) {
+                               error = result;
+                               count = size;
+                             });
+    RunOperation();
     if (m_bDiscard) return false;
     text.append(buffer, 0, count);
     if (error) m_endError = error;
@@ -67,14 +74,17 @@ class ServerConnection {
   /// Reads exactly `count` bytes, or less when the peer ends the connection before.
   std::string ReadExactly(std::size_t count) {
     std::string text(count, '\0');
-    boost::system::error_code error;
-    text.resize(boost::asio::read(m_socket, boost::asio::buffer(text), error));
+    std::size_t filled = 0;
+    boost::asio::async_read(m_socket, boost::asio::buffer(text),
+                            [&](const boost::system::error_code&, std::size_t size) { filled = size; });
+    RunOperation();
+    text.resize(filled);
     return text;
   }
 
   void Write(std::string_view text) {
-    boost::system::error_code ignored;
-    boost::asio::write(m_socket, boost::asio::buffer(text), ignored);
+    boost::asio::async_write(m_socket, boost::asio::buffer(text), [](const boost::system::error_code&, std::size_t) {});
+    RunOperation();
   }
 
   /// Closes with a reset instead of an orderly end.
@@ -89,10 +99,13 @@ class ServerConnection {
     m_socket.close(ignored);
   }
 
-  /// Ends every operation on the connection, in whatever thread.
+  /// Ends every operation on the connection, also later ones. Any thread.
   void Abort() {
-    boost::system::error_code ignored;
-    m_socket.shutdown(tcp::socket::shutdown_both, ignored);
+    m_bAborted = true;
+    boost::asio::post(m_context, [this] {
+      boost::system::error_code ignored;
+      m_socket.cancel(ignored);
+    });
   }
 
   /// Makes the end of the connection throw away what was not read, as the end of its process would.
@@ -106,7 +119,18 @@ class ServerConnection {
   tcp::socket& Socket() { return m_socket; }
 
  private:
+  /// Runs the operation that was started until its end. Not every system lets another thread end a blocking call, so
+  /// there is none.
+  void RunOperation() {
+    boost::system::error_code ignored;
+    if (m_bAborted) m_socket.cancel(ignored);
+    m_context.restart();
+    m_context.run();
+  }
+
+  boost::asio::io_context m_context;
   tcp::socket m_socket;
+  std::atomic<bool> m_bAborted{false};
   std::atomic<bool> m_bDiscard{false};
   boost::system::error_code m_endError;
 };
@@ -208,10 +232,9 @@ class LoopbackTcpServer {
   };
 
   void Accept() {
-    m_acceptor.async_accept([this](const boost::system::error_code& error, tcp::socket socket) {
+    auto connection = std::make_shared<ServerConnection>();
+    m_acceptor.async_accept(connection->Socket(), [this, connection](const boost::system::error_code& error) {
       if (error) return;
-      // The handler's thread blocks on a context of its own.
-      auto connection = std::make_shared<ServerConnection>(std::move(socket));
       const int index = m_connections++;
       {
         const std::lock_guard lock(m_mutex);

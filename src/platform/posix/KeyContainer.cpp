@@ -105,6 +105,19 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
   return 0;
 }
 
+int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
+  bytes.clear();
+  KeyPointer key;
+  if (const int error = OpenContainer(containerName, key); error != 0) return error;
+  unsigned char* encoded = nullptr;
+  const int size = i2d_PublicKey(key.get(), &encoded);
+  if (size < 0) return EKEYREJECTED;
+  bytes.assign(publicKeyPrefix.begin(), publicKeyPrefix.end());
+  bytes.insert(bytes.end(), encoded, encoded + size);
+  OPENSSL_free(encoded);
+  return 0;
+}
+
 std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
 
 void WipeMemory(void* data, std::size_t size) { OPENSSL_cleanse(data, size); }

@@ -126,13 +126,13 @@ TEST(LogSinks, FileIsClosedToOthers) {
   const std::shared_ptr<ILogSink> sink = CreateFileSink(file, LogLevel::Debug);
   using std::filesystem::perms;
   const perms present = std::filesystem::status(file).permissions();
-  // A system without modes reports all or none of the bits.
-  const bool hasModes = present != perms::all && (present & perms::others_all) !=
-                                                     (perms::others_read | perms::others_write | perms::others_exec);
-  if (hasModes) {
-    EXPECT_EQ(present & (perms::others_all | perms::group_write), perms::none);
-    EXPECT_EQ(present & perms::owner_all, perms::owner_read | perms::owner_write);
+  const std::filesystem::path closed = directory.Write("closed", "");
+  std::filesystem::permissions(closed, perms::owner_read | perms::owner_write);
+  if (std::filesystem::status(closed).permissions() != (perms::owner_read | perms::owner_write)) {
+    GTEST_SKIP() << "files have no modes here";
   }
+  EXPECT_EQ(present & (perms::others_all | perms::group_write), perms::none);
+  EXPECT_EQ(present & perms::owner_all, perms::owner_read | perms::owner_write);
 }
 
 TEST(LogSinks, FileMayHaveANameOfAnyCharacters) {
@@ -149,7 +149,8 @@ TEST(LogSinks, FileThatCannotBeOpenedIsNamed) {
     FAIL();
   } catch (const std::system_error& error) {
     EXPECT_THAT(error.what(), HasSubstr("agent.log"));
-    EXPECT_EQ(error.code().default_error_condition(), std::errc::no_such_file_or_directory);
+    // By number: where each module has its own standard library, each has its own categories.
+    EXPECT_EQ(error.code().default_error_condition().value(), static_cast<int>(std::errc::no_such_file_or_directory));
   }
 }
 

@@ -52,7 +52,9 @@ TEST(VaroTask, DeadlinesAreReachedOnTheMonotonicClock) {
   using namespace std::chrono;
   VaroTask task;
   const auto start = steady_clock::now();
-  ACE_Time_Value deadline = task.gettimeofday() + ACE_Time_Value(0, 50'000);
+  // The deadline's type says which clock it is of.
+  auto deadline = task.gettimeofday();
+  deadline += ACE_Time_Value(0, 50'000);
   ACE_Message_Block* block = nullptr;
   EXPECT_EQ(task.getq(block, &deadline), -1);
   EXPECT_EQ(errno, EWOULDBLOCK);

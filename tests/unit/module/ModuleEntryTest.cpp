@@ -90,7 +90,12 @@ TEST(ModuleEntryDeathTest, ExterminatorAssertsThatThereIsAnObject) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   ACE_Service_Object_Exterminator destroy = nullptr;
   ACE_Service_Object* const component = _make_ConnectionFactory(&destroy);
+#if defined(ACE_NDEBUG)
+  // ACE takes its assertions out of some release builds; there is nothing to destroy then.
+  destroy(nullptr);
+#else
   EXPECT_DEATH(destroy(nullptr), "_p != 0");
+#endif
   destroy(component);
 }
 

@@ -1,0 +1,136 @@
+#include <platform/Platform.h>
+
+#include <host/Text.h>
+
+#include <ace/Init_ACE.h>
+
+// windows.h comes first: the others need its types.
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <shellapi.h>
+#include <stdio.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <system_error>
+
+namespace sorvex::agent {
+namespace {
+
+std::atomic<bool> interrupted{false};
+std::atomic<bool> reading{false};
+HANDLE interruptEvent = nullptr;
+HANDLE readerThread = nullptr;
+
+[[noreturn]] void ThrowLastError(const std::string& what) {
+  throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
+}
+
+BOOL WINAPI NoteInterrupt(DWORD kind) {
+  if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) return FALSE;
+  if (interrupted.exchange(true)) return FALSE;
+  SetEvent(interruptEvent);
+  // The reader may be about to enter its call, where a cancellation that came too early has no effect.
+  while (reading.load()) {
+    CancelSynchronousIo(readerThread);
+    Sleep(10);
+  }
+  return TRUE;
+}
+
+}  // namespace
+
+std::filesystem::path GetProgramDirectory() {
+  std::wstring name(32768, L'\0');
+  const DWORD length = GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
+  if (length == 0) ThrowLastError("GetModuleFileName");
+  name.resize(length);
+  return std::filesystem::path(name).parent_path();
+}
+
+std::string GetHostName() {
+  std::array<wchar_t, 256> name{};
+  DWORD length = static_cast<DWORD>(name.size());
+  if (!GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &length)) return "localhost";
+  return WindowsAgentCommon::WideToUtf8(std::wstring_view(name.data(), length));
+}
+
+bool IsErrorTerminal() {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
+}
+
+void InstallInterruptHandler() {
+  interruptEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (interruptEvent == nullptr) ThrowLastError("CreateEvent");
+  // The pseudo handle of a thread means the caller itself; the handler's thread needs a true one.
+  if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &readerThread, 0, FALSE,
+                       DUPLICATE_SAME_ACCESS)) {
+    ThrowLastError("DuplicateHandle");
+  }
+  if (!SetConsoleCtrlHandler(NoteInterrupt, TRUE)) ThrowLastError("SetConsoleCtrlHandler");
+}
+
+bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
+
+void WaitForInterrupt(std::chrono::milliseconds time) {
+  WaitForSingleObject(interruptEvent, static_cast<DWORD>(time.count()));
+}
+
+struct InputFile::Handle {
+  HANDLE file = GetStdHandle(STD_INPUT_HANDLE);
+  std::string name = "standard input";
+  bool owned = false;
+};
+
+InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {}
+
+InputFile::InputFile(const std::filesystem::path& path) {
+  const std::string name = WindowsAgentCommon::WideToUtf8(path.wstring());
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+  if (file == INVALID_HANDLE_VALUE) ThrowLastError(name);
+  m_pHandle = std::make_unique<Handle>(Handle{file, name, true});
+}
+
+InputFile::~InputFile() {
+  if (m_pHandle->owned) CloseHandle(m_pHandle->file);
+}
+
+std::size_t InputFile::Read(char* buffer, std::size_t size) {
+  const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(size, 0x40000000));
+  DWORD count = 0;
+  reading.store(true);
+  const bool read = !interrupted.load() && ReadFile(m_pHandle->file, buffer, wanted, &count, nullptr);
+  const DWORD error = GetLastError();
+  reading.store(false);
+  if (read) return count;
+  // A pipe whose writer has gone has ended; a cancelled read belongs to a program that shall end.
+  if (IsInterrupted() || error == ERROR_BROKEN_PIPE || error == ERROR_HANDLE_EOF) return 0;
+  throw std::system_error(static_cast<int>(error), std::system_category(), m_pHandle->name);
+}
+
+}  // namespace sorvex::agent
+
+int main() {
+  // Only the wide command line holds every character; the narrow one went through the machine's code page.
+  int count = 0;
+  LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
+  if (wide == nullptr) return 2;
+  std::vector<std::string> arguments;
+  for (int index = 1; index < count; ++index) arguments.push_back(WindowsAgentCommon::WideToUtf8(wide[index]));
+  LocalFree(wide);
+
+  SetConsoleOutputCP(CP_UTF8);
+  // Output is the same bytes on every platform.
+  _setmode(_fileno(stdout), _O_BINARY);
+  _setmode(_fileno(stderr), _O_BINARY);
+  // On this system ACE's own objects are made by the program.
+  ACE::init();
+  const int status = sorvex::agent::RunAgent(std::move(arguments));
+  ACE::fini();
+  return status;
+}

@@ -1,0 +1,96 @@
+#include "platform/KeyContainer.h"
+
+#include "platform/SystemVersion.h"
+
+#include <host/SystemError.h>
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <algorithm>
+
+namespace VaroCommunicationAPI::Platform {
+
+namespace {
+
+/// The provider's name on systems older than version 5.2 says that it is a prototype.
+std::wstring ProviderName() {
+  std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
+  if (SystemVersionNumber() < 52) name += L" (Prototype)";
+  return name;
+}
+
+/// An open container; released at the end.
+class Container {
+ public:
+  /// Returns 0 or the system's error number.
+  int Open(const std::wstring& name) {
+    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), ProviderName().c_str(),
+                                PROV_RSA_AES, CRYPT_MACHINE_KEYSET)
+               ? 0
+               : static_cast<int>(GetLastError());
+  }
+  ~Container() {
+    if (m_key) CryptDestroyKey(m_key);
+    if (m_provider) CryptReleaseContext(m_provider, 0);
+  }
+
+  HCRYPTPROV m_provider = 0;
+  HCRYPTKEY m_key = 0;
+};
+
+}  // namespace
+
+int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
+                         std::vector<std::uint8_t>& plainText) {
+  plainText.clear();
+  Container container;
+  if (const int error = container.Open(containerName); error != 0) return error;
+  if (!CryptGetUserKey(container.m_provider, AT_KEYEXCHANGE, &container.m_key)) return static_cast<int>(GetLastError());
+  DWORD blockBits = 0;
+  DWORD size = sizeof blockBits;
+  if (!CryptGetKeyParam(container.m_key, KP_BLOCKLEN, reinterpret_cast<BYTE*>(&blockBits), &size, 0)) {
+    return static_cast<int>(GetLastError());
+  }
+  // Not every provider looks at the length before it reads.
+  if (cipherText.size() != blockBits / 8) return static_cast<int>(NTE_BAD_LEN);
+  // The provider takes the least significant byte first.
+  plainText.assign(cipherText.rbegin(), cipherText.rend());
+  size = static_cast<DWORD>(plainText.size());
+  if (!CryptDecrypt(container.m_key, 0, TRUE, CRYPT_OAEP, plainText.data(), &size)) {
+    const int error = static_cast<int>(GetLastError());
+    WipeMemory(plainText.data(), plainText.size());
+    plainText.clear();
+    return error;
+  }
+  WipeMemory(plainText.data() + size, plainText.size() - size);
+  plainText.resize(size);
+  return 0;
+}
+
+int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
+  bytes.clear();
+  Container container;
+  if (const int error = container.Open(containerName); error != 0) return error;
+  constexpr DWORD encoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+  DWORD size = 0;
+  if (!CryptExportPublicKeyInfo(container.m_provider, AT_KEYEXCHANGE, encoding, nullptr, &size)) {
+    return static_cast<int>(GetLastError());
+  }
+  // The structure stands at the front of the bytes that it points into.
+  std::vector<CERT_PUBLIC_KEY_INFO> memory(size / sizeof(CERT_PUBLIC_KEY_INFO) + 1);
+  if (!CryptExportPublicKeyInfo(container.m_provider, AT_KEYEXCHANGE, encoding, memory.data(), &size)) {
+    return static_cast<int>(GetLastError());
+  }
+  const CRYPT_BIT_BLOB& key = memory.front().PublicKey;
+  bytes.assign(publicKeyPrefix.begin(), publicKeyPrefix.end());
+  bytes.insert(bytes.end(), key.pbData, key.pbData + key.cbData);
+  return 0;
+}
+
+std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
+
+void WipeMemory(void* data, std::size_t size) { SecureZeroMemory(data, size); }
+
+}  // namespace VaroCommunicationAPI::Platform

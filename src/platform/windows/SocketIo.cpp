@@ -1,0 +1,84 @@
+#include "platform/SocketIo.h"
+
+#include "platform/SocketErrors.h"
+
+#include <winsock2.h>
+
+#include <mstcpip.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace VaroCommunicationAPI::Platform {
+
+namespace {
+
+SOCKET ToSocket(ACE_HANDLE handle) { return reinterpret_cast<SOCKET>(handle); }
+
+/// Whether a read would return at once: 1 yes, 0 no, SOCKET_ERROR when the system does not know the socket.
+int IsReadable(SOCKET socket) {
+  WSAPOLLFD waiting{socket, POLLRDNORM, 0};
+  return WSAPoll(&waiting, 1, 0);
+}
+
+}  // namespace
+
+WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
+  WriteOutcome outcome;
+  const int chunk = static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
+  const int count = send(ToSocket(handle), static_cast<const char*>(data), chunk, 0);
+  if (count == SOCKET_ERROR) {
+    outcome.m_error = WSAGetLastError();
+  } else {
+    outcome.m_bytes = static_cast<std::size_t>(count);
+  }
+  return outcome;
+}
+
+int PeerState(ACE_HANDLE handle) {
+  // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
+  // bounded, because a peer that never stops sending must not keep us from writing.
+  constexpr int maxReads = 16;
+  char discarded[4096];
+  for (int i = 0; i < maxReads; ++i) {
+    const int readable = IsReadable(ToSocket(handle));
+    if (readable == 0) return 0;
+    if (readable == SOCKET_ERROR) return WSAGetLastError();
+    const int count = recv(ToSocket(handle), discarded, sizeof discarded, 0);
+    if (count == 0) return ErrorPeerClosed;
+    if (count == SOCKET_ERROR) return WSAGetLastError() == WSAEWOULDBLOCK ? 0 : WSAGetLastError();
+  }
+  return 0;
+}
+
+int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
+  tcp_keepalive settings{1, timeMs, intervalMs};
+  DWORD returned = 0;
+  const int result = WSAIoctl(ToSocket(handle), SIO_KEEPALIVE_VALS, &settings, sizeof settings, nullptr, 0, &returned,
+                              nullptr, nullptr);
+  return result == SOCKET_ERROR ? WSAGetLastError() : 0;
+}
+
+int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
+  // Options of newer systems than the headers know; older ones tell no times. In seconds.
+  constexpr int idleOption = 3;
+  constexpr int intervalOption = 17;
+  const auto read = [handle](int level, int option) -> std::optional<DWORD> {
+    DWORD value = 0;
+    int size = sizeof value;
+    if (getsockopt(ToSocket(handle), level, option, reinterpret_cast<char*>(&value), &size) == SOCKET_ERROR) return {};
+    return value;
+  };
+  const std::optional<DWORD> on = read(SOL_SOCKET, SO_KEEPALIVE);
+  if (!on) return WSAGetLastError();
+  keepAlive = {*on != 0, {}, {}};
+  if (const auto idle = read(IPPROTO_TCP, idleOption)) keepAlive.m_timeMs = *idle * 1000;
+  if (const auto interval = read(IPPROTO_TCP, intervalOption)) keepAlive.m_intervalMs = *interval * 1000;
+  return 0;
+}
+
+// This system raises no signal.
+BrokenPipeGuard::BrokenPipeGuard() = default;
+BrokenPipeGuard::~BrokenPipeGuard() = default;
+
+}  // namespace VaroCommunicationAPI::Platform

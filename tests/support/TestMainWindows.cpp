@@ -1,0 +1,12 @@
+// GoogleTest's main for a system on which ACE's own objects are made by the program.
+#include <ace/Init_ACE.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv) {
+  testing::InitGoogleMock(&argc, argv);
+  ACE::init();
+  const int status = RUN_ALL_TESTS();
+  ACE::fini();
+  return status;
+}

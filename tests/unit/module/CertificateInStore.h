@@ -1,0 +1,23 @@
+// A certificate in one of the system's stores for the time of a test.
+#pragma once
+
+#include "platform/Certificate.h"
+
+#include <string>
+
+namespace sorvex::test {
+
+/// Puts the certificate into the store that `CertificateStore::Open` opens by this name, and takes it out at the end.
+class CertificateInStore {
+ public:
+  CertificateInStore(const std::wstring& store, const VaroCommunicationAPI::Platform::Certificate& certificate);
+  ~CertificateInStore();
+  CertificateInStore(const CertificateInStore&) = delete;
+  CertificateInStore& operator=(const CertificateInStore&) = delete;
+
+ private:
+  std::wstring m_strStore;
+  VaroCommunicationAPI::Platform::Certificate m_certificate;
+};
+
+}  // namespace sorvex::test

@@ -1,0 +1,32 @@
+// The store is a directory of the installation.
+#include "CertificateInStore.h"
+
+#include <host/Paths.h>
+#include <host/Text.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace sorvex::test {
+
+namespace {
+
+std::filesystem::path Directory(const std::wstring& store) {
+  return WindowsAgentCommon::WideToPath(WindowsAgentCommon::GetConfigPath()) / "certificates" / store;
+}
+
+}  // namespace
+
+CertificateInStore::CertificateInStore(const std::wstring& store,
+                                       const VaroCommunicationAPI::Platform::Certificate& certificate)
+    : m_strStore(store), m_certificate(certificate) {
+  std::filesystem::create_directories(Directory(store));
+  std::ofstream(Directory(store) / "test.pem", std::ios::binary) << certificate.Pem();
+}
+
+CertificateInStore::~CertificateInStore() {
+  std::error_code ignored;
+  std::filesystem::remove(Directory(m_strStore) / "test.pem", ignored);
+}
+
+}  // namespace sorvex::test
