@@ -90,9 +90,12 @@ void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::Paramete
 
 template <class Interface>
 void DestinationSocket<Interface>::Open(const std::wstring& host, std::uint32_t port) {
-  m_strHost = host;
-  m_port = port;
-  NameLogger();
+  // A send thread that is running reads these, and logs.
+  if (m_strHost != host || m_port != port) {
+    m_strHost = host;
+    m_port = port;
+    NameLogger();
+  }
   m_stop.Reset();
   this->Connect();
   // Whoever shut the socket down while it was connecting wants it closed.
@@ -106,6 +109,7 @@ bool DestinationSocket<Interface>::StartThread() {
   if (thr_count() == 0) {
     // The last thread, if there was one, left the queue closed and its high water mark lifted.
     const std::lock_guard lock(m_waterMarkMutex);
+    m_bGaveUp = false;
     msg_queue()->activate();
     msg_queue()->high_water_mark(m_highWaterMark);
   }
@@ -192,7 +196,10 @@ int DestinationSocket<Interface>::svc() {
     const std::size_t sent = SendPayloads(m_batchPayloads, std::exchange(isAfterIdle, false));
     const bool isComplete = sent == m_batch.size();
     PutBackBatch(sent);
-    if (!isComplete && m_stop.IsRequested() && !CanDeliver()) break;
+    if (!isComplete && m_stop.IsRequested() && !CanDeliver()) {
+      m_bGaveUp = true;
+      break;
+    }
   }
   DropQueued();
   m_log.Info("Thread exiting");
@@ -265,7 +272,8 @@ int DestinationSocket<Interface>::StopThread() {
     auto* const hangUp = new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP);
     if (putq(hangUp) == -1) {
       hangUp->release();
-      return -1;
+      // A thread that gave up at once has closed the queue already.
+      if (!m_bGaveUp) return -1;
     }
   }
   return wait();

@@ -43,6 +43,7 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   explicit DestinationSocket(std::uint32_t maxPayloadSize, std::shared_ptr<ISocketTime> time);
   ~DestinationSocket() override;
 
+  /// While a send thread is running, only to connect to the same target anew; another one needs a `Shutdown` first.
   void Open(const std::wstring& host, std::uint32_t port) override;
   bool IsOpen() const override;
   std::int32_t Send(const void* buffer, std::uint32_t length) override;
@@ -151,6 +152,9 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// The high water mark is lifted while blocks go back to the head of a full queue, and for good by a stop.
   std::mutex m_waterMarkMutex;
   std::size_t m_highWaterMark;
+
+  /// The send thread ended for a stop before it came to the hang-up block. Set before it closes the queue.
+  RelaxedValue<bool> m_bGaveUp{false};
 
   // The send thread's own: the blocks in its hands, and one that did not fit beside them.
   std::vector<ACE_Message_Block*> m_batch;

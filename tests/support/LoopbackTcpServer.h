@@ -65,7 +65,11 @@ class ServerConnection {
                                count = size;
                              });
     RunOperation();
-    if (m_bDiscard) return false;
+    if (m_bDiscard) {
+      boost::system::error_code ignored;
+      m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+      return false;
+    }
     text.append(buffer, 0, count);
     if (error) m_endError = error;
     return !error;
@@ -108,12 +112,8 @@ class ServerConnection {
     });
   }
 
-  /// Makes the end of the connection throw away what was not read, as the end of its process would.
-  void DiscardAtEnd() {
-    m_bDiscard = true;
-    boost::system::error_code ignored;
-    m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
-  }
+  /// Makes the end of the connection throw away what was not read, as the end of its process would. Any thread.
+  void DiscardAtEnd() { m_bDiscard = true; }
 
   const boost::system::error_code& EndError() const { return m_endError; }
   tcp::socket& Socket() { return m_socket; }

@@ -224,7 +224,7 @@ TEST(AgentForward, TerminationWithoutDestinationTellsWhatWasNotSent) {
   const Installation installation;
   ChildProcess agent(SORVEX_AGENT_PROGRAM, installation.Arguments(Forward(UnusedPort(), {"--log-level", "debug"})));
   ASSERT_TRUE(agent.WriteInput("one\ntwo\n"));
-  ASSERT_TRUE(WaitUntil([&] { return agent.Errors().find("onnect") != std::string::npos; }));
+  ASSERT_TRUE(WaitUntil([&] { return agent.Errors().find("calling reconnect") != std::string::npos; }));
   agent.RequestEnd();
   EXPECT_EQ(agent.Wait(20s), 1);
   EXPECT_EQ(Value(agent.Output(), "messages-sent"), "0");

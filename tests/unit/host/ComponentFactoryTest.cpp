@@ -244,7 +244,8 @@ TEST_F(ComponentFactoryTest, LoadsAModuleWhosePathHoldsBlanksAndOtherCharacters)
   const std::string quotes = std::filesystem::path::preferred_separator == '/' ? "'a\" b" : "'a b";
   const TemporaryDirectory directory(
       "Gr\xC3\xB6\xC3\x9F"
-      "e \xE6\x97\xA5\xE6\x9C\xAC " + quotes);
+      "e \xE6\x97\xA5\xE6\x9C\xAC " +
+      quotes);
   const std::filesystem::path copy =
       directory.Path() / WideToPath(Utf8ToWide("plug in \xC3\xA4 \xF0\x9F\x98\x80.module"));
   std::filesystem::copy_file(PluginPath(), copy);

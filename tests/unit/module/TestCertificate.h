@@ -27,10 +27,9 @@ using Name = std::vector<NameAttribute>;
 inline X509_NAME* MakeName(const Name& attributes) {
   X509_NAME* const name = X509_NAME_new();
   for (const NameAttribute& attribute : attributes) {
-    if (X509_NAME_add_entry_by_NID(name, attribute.m_nid, attribute.m_type,
-                                   reinterpret_cast<const unsigned char*>(attribute.m_bytes.data()),
-                                   static_cast<int>(attribute.m_bytes.size()), -1,
-                                   attribute.m_bSameRelativeName ? -1 : 0) != 1) {
+    if (X509_NAME_add_entry_by_NID(
+            name, attribute.m_nid, attribute.m_type, reinterpret_cast<const unsigned char*>(attribute.m_bytes.data()),
+            static_cast<int>(attribute.m_bytes.size()), -1, attribute.m_bSameRelativeName ? -1 : 0) != 1) {
       throw std::runtime_error("OpenSSL refused the test's name");
     }
   }
