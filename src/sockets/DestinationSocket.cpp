@@ -91,7 +91,7 @@ void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::Paramete
 template <class Interface>
 void DestinationSocket<Interface>::Open(const std::wstring& host, std::uint32_t port) {
   // A send thread that is running reads these, and logs.
-  if (m_strHost != host || m_port != port) {
+  if (m_log.GetName().empty() || m_strHost != host || m_port != port) {
     m_strHost = host;
     m_port = port;
     NameLogger();
