@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <future>
+#include <mutex>
 #include <sstream>
 
 namespace sorvex::test {
@@ -33,20 +35,24 @@ class Gate {
   void Attach(ScriptedStreamSocket& socket) {
     socket.OnWrite([this] {
       m_reached = true;
-      m_open.wait(false);
+      std::unique_lock lock(m_mutex);
+      m_changed.wait(lock, [this] { return m_bOpen; });
     });
   }
   bool WaitUntilReached() {
     return WaitUntil([this] { return m_reached.load(); });
   }
   void Open() {
-    m_open = true;
-    m_open.notify_all();
+    const std::lock_guard lock(m_mutex);
+    m_bOpen = true;
+    m_changed.notify_all();
   }
 
  private:
   std::atomic<bool> m_reached{false};
-  std::atomic<bool> m_open{false};
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_bOpen = false;
 };
 
 class StreamQueue : public testing::Test {
