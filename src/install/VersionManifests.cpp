@@ -23,7 +23,7 @@ std::string ComponentName(const std::string& fileName) { return fileName.substr(
 }  // namespace
 
 void ReadVersionManifests(const std::wstring& installFilePath, WindowsAgentCommon::ParameterBlock& parameters) {
-  static const boost::regex buildNumber("Build Number: (\\d+)");
+  static const boost::regex buildNumber(R"(Build Number: (\d+))");
 
   const std::size_t separator = installFilePath.find_last_of(L"/\\");
   const std::wstring directory = separator == std::wstring::npos ? L"." : installFilePath.substr(0, separator);
