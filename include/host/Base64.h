@@ -9,8 +9,9 @@
 
 namespace WindowsAgentCommon {
 
-/// Decodes `text`; white space anywhere is skipped and missing padding is forgiven. Returns false and empties `bytes`
-/// when the text holds another character, padding in its midst or beyond a full group, or a single left-over character.
+/// Decodes `text`, one line with its padding; blanks and tabulators around it are skipped. Returns false and empties
+/// `bytes` when the text holds a character outside the alphabet, line breaks and blanks inside among them, or padding
+/// that is missing, in its midst or too much.
 SORVEXCOMMON_EXPORT bool DecodeBase64(std::string_view text, std::vector<std::uint8_t>& bytes);
 
 }  // namespace WindowsAgentCommon

@@ -1,8 +1,11 @@
 // The sockets that the factory hands out, by flags.
 #include "factory/ConnectionFactory.h"
 
+#include "sockets/SSLTCPRawSocket.h"
+#include "sockets/SSLTCPSocket.h"
 #include "sockets/TCPRawSocket.h"
 #include "sockets/TCPSocket.h"
+#include "sockets/UDPSocket.h"
 
 #include <CommunicationAPI/SSLProtocolList.h>
 #include <host/Exceptions.h>
@@ -25,7 +28,9 @@ bool HasAll(std::uint8_t flags, unsigned int wanted) { return (flags & wanted) =
 void ConnectionFactory::CreateSocket(std::uint8_t flags, std::shared_ptr<IRawSocket>& socket) {
   constexpr const char* function = "VaroCommunicationAPI::ConnectionFactory::CreateSocket";
   if (HasAll(flags, SOCKET_FLAG_DATAGRAM | SOCKET_FLAG_INTERNET)) {
-    Refuse(function, 297);
+    if (HasAll(flags, SOCKET_FLAG_RAW)) Refuse(function, 297);
+    socket = std::make_shared<UDPSocket>();
+    return;
   }
   if (!HasAll(flags, SOCKET_FLAG_STREAM | SOCKET_FLAG_INTERNET)) Refuse(function, 310);
   if (HasAll(flags, SOCKET_FLAG_RAW)) {
@@ -35,10 +40,16 @@ void ConnectionFactory::CreateSocket(std::uint8_t flags, std::shared_ptr<IRawSoc
   }
 }
 
-void ConnectionFactory::CreateSSLSocket(std::uint8_t flags, const SSLProtocolList&, std::shared_ptr<IRawSocket>&) {
+void ConnectionFactory::CreateSSLSocket(std::uint8_t flags, const SSLProtocolList& protocols,
+                                        std::shared_ptr<IRawSocket>& socket) {
   constexpr const char* function = "VaroCommunicationAPI::ConnectionFactory::CreateSSLSocket";
   if (HasAll(flags, SOCKET_FLAG_DATAGRAM | SOCKET_FLAG_INTERNET)) Refuse(function, 318);
-  Refuse(function, 331);
+  if (!HasAll(flags, SOCKET_FLAG_STREAM | SOCKET_FLAG_INTERNET)) Refuse(function, 331);
+  if (HasAll(flags, SOCKET_FLAG_RAW)) {
+    socket = std::make_shared<SSLTCPRawSocket>(protocols);
+  } else {
+    socket = std::make_shared<SSLTCPSocket>(protocols);
+  }
 }
 
 }  // namespace VaroCommunicationAPI

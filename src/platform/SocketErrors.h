@@ -12,6 +12,8 @@ enum SocketError : int {
   ErrorInterrupted = 10004,
   ErrorInvalidArgument = 10022,
   ErrorWouldBlock = 10035,
+  ErrorMessageTooLong = 10040,
+  ErrorAddressFamilyNotSupported = 10047,
   ErrorConnectionReset = 10054,
   ErrorNotConnected = 10057,
   ErrorConnectionRefused = 10061,

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 namespace VaroCommunicationAPI::Platform {
 
@@ -20,6 +21,16 @@ struct WriteOutcome {
 /// Writes what the system takes at once of `length` bytes and never blocks nor raises a signal. The handle must be in
 /// non-blocking mode. Takes nothing and reports would block (10035) when there is no room.
 WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length);
+
+/// What one round of sending datagrams took.
+struct DatagramOutcome {
+  std::size_t m_datagrams = 0;  ///< accepted by the system, from the first
+  int m_error = 0;              ///< 0, or the callers' error number of the first that was not accepted
+};
+
+/// Sends `datagrams` in order, each as one, over a connected socket in non-blocking mode, with as few system calls as the
+/// system allows. Never blocks. Stops at the first that is not accepted.
+DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams);
 
 /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
 /// connection stands, 10101 after an orderly close, or the number of the error it died of.

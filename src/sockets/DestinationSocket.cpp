@@ -84,6 +84,7 @@ void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::Paramete
   ReadParameters(helper);
   std::string builderType;
   helper.GetStringValue("PayloadBuilderType", builderType, defaultBuilder);
+  AcceptParameters(host, port, m_maxPayloadSize, builderType);
   if (auto builder = MakeBuilder(builderType)) m_pPayloadBuilder = std::move(builder);
   Open(host, port);
 }
@@ -97,11 +98,11 @@ void DestinationSocket<Interface>::Open(const std::wstring& host, std::uint32_t 
     NameLogger();
   }
   m_stop.Reset();
-  this->Connect();
+  const bool isConnected = this->Connect();
   // Whoever shut the socket down while it was connecting wants it closed.
   if (m_stop.IsRequested()) return;
   if (!m_bBlockingSendStrategy) StartThread();
-  m_bOpen = true;
+  m_bOpen = isConnected || IsOpenWithoutConnection();
 }
 
 template <class Interface>
@@ -139,7 +140,10 @@ std::int32_t DestinationSocket<Interface>::SendEvent(const WindowsAgentCommon::E
 
 template <class Interface>
 std::int32_t DestinationSocket<Interface>::Send(const void* buffer, std::uint32_t length) {
-  if (!m_bOpen) return -1;
+  if (!m_bOpen) {
+    ReportRefusal();
+    return -1;
+  }
   const std::uint32_t limited = std::min(length, m_maxPayloadSize);
   m_messagesSubmitted += 1;
   m_bytesSubmitted += length;
@@ -180,6 +184,7 @@ int DestinationSocket<Interface>::svc() {
       isAfterIdle = isAfterIdle || msg_queue()->is_empty();
       if (getq(block, &deadline) == -1) {
         if (errno == ESHUTDOWN) break;
+        ReportIdle();
         deadline = this->gettimeofday();
         deadline += oneSecond;
         continue;

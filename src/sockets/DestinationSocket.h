@@ -77,6 +77,20 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// Reads what the derived class has of its own; the shared parameters are read already.
   virtual void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) = 0;
 
+  /// Told, after the parameters were read, what they came to. Throws `InitializationException` when the socket cannot
+  /// work with them.
+  virtual void AcceptParameters(const std::wstring& host, std::uint32_t port, std::uint32_t maxPayloadSize,
+                                const std::string& builderType) = 0;
+
+  /// Whether the socket is open although it could not connect.
+  virtual bool IsOpenWithoutConnection() const = 0;
+
+  /// Told, in the caller's thread, of each `Send` that is refused because the socket is not open.
+  virtual void ReportRefusal() = 0;
+
+  /// Told by the send thread, about once a second, that it has nothing to send.
+  virtual void ReportIdle() = 0;
+
   /// Names `m_log` for the host and the port that were just stored.
   virtual void NameLogger() = 0;
 
@@ -97,8 +111,11 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
 
   /// Sends payloads in order as `SendPayload` does, at least one, together at most `maxBatchBytes` with their framing
   /// unless it is one alone. `isAfterIdle` says that the thread had nothing to do before. Returns how many, from the
-  /// first, were accepted by the network whole.
+  /// first, are done with: accepted by the network whole, or counted as dropped.
   virtual std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) = 0;
+
+  /// Whether the queue and its send thread stand between `Send` and the network.
+  bool IsQueued() const { return !m_bBlockingSendStrategy; }
 
   /// Whether what blocks now has to end: a stop is requested and nothing has moved for a while. Sending thread only.
   bool MustGiveUp() const;
@@ -108,6 +125,9 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
 
   /// Counts payloads that were accepted whole.
   void CountSent(std::size_t messages, std::size_t bytes);
+
+  /// Counts queued payloads that were given up.
+  void CountDropped(std::size_t messages, std::size_t bytes);
 
   /// Waits as the sending thread, without deafness to a stop.
   void Pause(std::chrono::milliseconds duration);
@@ -129,7 +149,6 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   bool Enqueue(const void* buffer, std::uint32_t length);
   void CollectBatch(ACE_Message_Block* first);
   void PutBackBatch(std::size_t sent);
-  void CountDropped(std::size_t messages, std::size_t bytes);
   void DropQueued();
   int StopThread();
 

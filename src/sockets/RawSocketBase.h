@@ -18,14 +18,19 @@
 
 namespace VaroCommunicationAPI {
 
+/// The end of an exact-count operation.
+struct RawTransfer {
+  ssize_t m_count = 0;  ///< all that was asked for, 0 at the end of the stream, or -1
+  int m_error = 0;      ///< the callers' number of what ended it short of the count
+};
+
 /// `Derived` says how to connect, write and read, by these operations (none of them virtual, so that a derived class's
 /// own operations follow the interface's slots):
 ///   static constexpr const char* loggerNameFormat      of the object's address, the host and the port
 ///   int OpenStream(addresses)                          returns 0 or the callers' error number
 ///   void CloseStream()
 ///   void ReportConnectFailure(int error), ReportConnected()
-///   ssize_t SendAll(buffer, length), ReceiveAll(buffer, length, const ACE_Time_Value* wait)
-///                                                      as ACE's exact-count operations: count, 0 at the end, or -1
+///   RawTransfer SendAll(buffer, length), ReceiveAll(buffer, length, const ACE_Time_Value* wait)
 ///   static bool WaitsForEver(std::uint32_t timeoutMs)  which time-out means no time-out
 ///   void ReportReceiveFailure(int error, std::uint32_t timeoutMs)
 template <class Derived>
@@ -69,11 +74,11 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
 
   std::int32_t Send(const void* buffer, std::uint32_t length) override {
     const Platform::BrokenPipeGuard noSignal;
-    const ssize_t count = m_bConnected ? Self().SendAll(buffer, length) : -1;
+    const auto [count, error] = m_bConnected ? Self().SendAll(buffer, length) : notConnected;
     if (count == static_cast<ssize_t>(length)) {
       m_lastResultCode = 0;
     } else {
-      m_lastResultCode = m_bConnected ? Platform::LastSocketError() : Platform::ErrorNotConnected;
+      m_lastResultCode = error;
       m_log.Error("Error sending data: %d", m_lastResultCode);
       if (m_lastResultCode == Platform::ErrorWaitTimeout) {
         m_log.Debug("Socket timeout.");
@@ -91,12 +96,13 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
     const std::uint32_t microseconds = timeoutMs * 1000u;
     const ACE_Time_Value limit(static_cast<time_t>(microseconds / 1'000'000u),
                                static_cast<suseconds_t>(microseconds % 1'000'000u));
-    const ssize_t count =
-        m_bConnected ? Self().ReceiveAll(buffer, length, Derived::WaitsForEver(timeoutMs) ? nullptr : &limit) : -1;
+    const auto [count, error] =
+        m_bConnected ? Self().ReceiveAll(buffer, length, Derived::WaitsForEver(timeoutMs) ? nullptr : &limit)
+                     : notConnected;
     if (count == static_cast<ssize_t>(length)) {
       m_lastResultCode = 0;
     } else {
-      m_lastResultCode = ReceiveError(count);
+      m_lastResultCode = error;
       Self().ReportReceiveFailure(m_lastResultCode, timeoutMs);
     }
     if (count > 0) m_bytesReceived += static_cast<std::uint32_t>(count);
@@ -113,6 +119,8 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
   WindowsAgentCommon::Log m_log;
 
  private:
+  static constexpr RawTransfer notConnected{-1, Platform::ErrorNotConnected};
+
   Derived& Self() { return static_cast<Derived&>(*this); }
 
   std::vector<ACE_INET_Addr> Resolve() {
@@ -120,12 +128,6 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
         Platform::ResolveHost(m_strHost, m_port, Platform::AddressFamily::Any, [] { return false; });
     m_resolveError = resolved.m_error;
     return std::move(resolved.m_addresses);
-  }
-
-  int ReceiveError(ssize_t count) const {
-    if (!m_bConnected) return Platform::ErrorNotConnected;
-    // An orderly end of the stream sets no error number.
-    return count == 0 ? Platform::ErrorPeerClosed : Platform::LastSocketError();
   }
 
   std::vector<ACE_INET_Addr> m_addresses;

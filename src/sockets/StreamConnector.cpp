@@ -5,7 +5,8 @@
 #include <ace/ACE.h>
 #include <ace/SOCK_Connector.h>
 
-#include <cerrno>
+#include <algorithm>
+#include <cstdint>
 
 namespace VaroCommunicationAPI {
 
@@ -53,15 +54,21 @@ std::shared_ptr<ACE_SOCK_Stream> OwnStream() {
           }};
 }
 
-bool WaitUntilWritable(ACE_HANDLE handle, const std::function<bool()>& isInterrupted) {
-  // An error condition counts as writable: the write then tells which.
-  while (ACE::handle_write_ready(handle, &waitSlice) == -1) {
-    if (Platform::LastSocketError() != Platform::ErrorWaitTimeout &&
-        Platform::LastSocketError() != Platform::ErrorInterrupted)
-      return true;
-    if (isInterrupted()) return false;
+int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,
+                   std::optional<std::chrono::steady_clock::time_point> deadline) {
+  const bool isRead = readiness == Readiness::Readable;
+  for (;;) {
+    ACE_Time_Value wait = waitSlice;
+    if (deadline) {
+      const auto left = std::chrono::ceil<std::chrono::microseconds>(*deadline - std::chrono::steady_clock::now());
+      if (left.count() < waitSlice.usec()) wait.set(0, static_cast<suseconds_t>(std::max<std::int64_t>(left.count(), 0)));
+    }
+    if (ACE::handle_ready(handle, &wait, isRead, !isRead, false) > 0) return 0;
+    const int error = Platform::LastSocketError();
+    if (error != Platform::ErrorWaitTimeout && error != Platform::ErrorInterrupted) return 0;
+    if (isInterrupted()) return Platform::ErrorInterrupted;
+    if (deadline && std::chrono::steady_clock::now() >= *deadline) return Platform::ErrorWaitTimeout;
   }
-  return true;
 }
 
 }  // namespace VaroCommunicationAPI

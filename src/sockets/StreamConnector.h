@@ -4,8 +4,10 @@
 #include <ace/INET_Addr.h>
 #include <ace/SOCK_Stream.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace VaroCommunicationAPI {
@@ -19,8 +21,11 @@ int ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& add
 /// Returns a new, unconnected stream that is closed when its last owner lets go of it.
 std::shared_ptr<ACE_SOCK_Stream> OwnStream();
 
-/// Waits until `handle` takes bytes. Asks `isInterrupted` at least ten times a second and returns false when it says
-/// so.
-bool WaitUntilWritable(ACE_HANDLE handle, const std::function<bool()>& isInterrupted);
+enum class Readiness { Readable, Writable };
+
+/// Waits until `handle` has bytes or takes some; an error condition counts as either, and the transfer then tells which.
+/// Asks `isInterrupted` at least ten times a second. Returns 0, 10004 when it says so, or 137 when `deadline` has passed.
+int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,
+                   std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 
 }  // namespace VaroCommunicationAPI

@@ -65,14 +65,13 @@ bool StreamDestinationSocket::Connect() {
   const ACE_Time_Value attemptTime = m_pTime->WallClock();
   m_lastConnectAttemptTime = attemptTime;
   const Platform::BrokenPipeGuard noSignal;
+  if (const int error = PrepareStream(); error != 0) return FailConnect(error, attemptTime);
   // Resolved anew each time: the target may have moved, and the network may not have been there before.
   const Platform::ResolvedHost target = ResolveTarget();
   const int error = target.m_error != 0 ? target.m_error : OpenStream(target.m_addresses);
-  m_lastResultCode = error;
   if (error != 0) {
-    m_lastConnectFailureTime = attemptTime;
     ReportConnectFailure(error);
-    return false;
+    return FailConnect(error, attemptTime);
   }
   if (m_bKeepAliveEnabled) {
     if (const int keepAliveError = SetStreamKeepAlive(m_keepAliveTimeMs, m_keepAliveIntervalMs); keepAliveError != 0) {
@@ -80,12 +79,23 @@ bool StreamDestinationSocket::Connect() {
     }
   }
   m_bConnected = true;
+  m_lastResultCode = 0;
   m_nextReconnect = 0;
   m_nextReconnectTime = ACE_Time_Value::zero;
   m_connectedSinceTime = attemptTime;
   m_lastWrite = m_pTime->Now();
   return true;
 }
+
+bool StreamDestinationSocket::FailConnect(int error, const ACE_Time_Value& attemptTime) {
+  m_lastResultCode = error;
+  m_lastConnectFailureTime = attemptTime;
+  return false;
+}
+
+int StreamDestinationSocket::PrepareStream() { return 0; }
+
+std::string StreamDestinationSocket::ErrorText(int error) const { return Platform::SocketErrorText(error); }
 
 std::int32_t StreamDestinationSocket::SendPayload(const void* buffer, std::uint32_t length) {
   const Payload payload(static_cast<const char*>(buffer), length);
@@ -136,7 +146,7 @@ bool StreamDestinationSocket::Reconnect(SteadyTime now) {
     return true;
   }
   SetNextReconnect(now + reconnectInterval);
-  m_log.Warn("Reconnect failed; will try again later. Reason: %s", Platform::SocketErrorText(m_lastResultCode));
+  m_log.Warn("Reconnect failed; will try again later. Reason: %s", ErrorText(m_lastResultCode));
   return false;
 }
 
@@ -186,7 +196,7 @@ std::chrono::milliseconds StreamDestinationSocket::HandleWriteError(int error, b
 }
 
 void StreamDestinationSocket::ReportLostConnection(int error, SteadyTime now) {
-  m_log.Warn("Socket connection problem (error = '%s'). Trying to reconnect...", Platform::SocketErrorText(error));
+  m_log.Warn("Socket connection problem (error = '%s'). Trying to reconnect...", ErrorText(error));
   Close();
   SetNextReconnect(now);
 }
@@ -196,6 +206,14 @@ void StreamDestinationSocket::SetNextReconnect(SteadyTime when) {
   const auto delay = std::chrono::duration_cast<std::chrono::microseconds>(when - m_pTime->Now());
   m_nextReconnectTime = m_pTime->WallClock() + ACE_Time_Value(0, static_cast<suseconds_t>(delay.count()));
 }
+
+void StreamDestinationSocket::AcceptParameters(const std::wstring&, std::uint32_t, std::uint32_t, const std::string&) {}
+
+bool StreamDestinationSocket::IsOpenWithoutConnection() const { return true; }
+
+void StreamDestinationSocket::ReportRefusal() {}
+
+void StreamDestinationSocket::ReportIdle() {}
 
 std::uint32_t StreamDestinationSocket::FramingBytes() const { return m_bAppendLineFeed ? 1 : 0; }
 

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace VaroCommunicationAPI {
@@ -41,6 +42,10 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   ACE_Time_Value GetNextReconnectTime() const override;
 
  protected:
+  /// Gets ready to connect. Returns 0, or the callers' error number of what stands against any attempt, which is then
+  /// reported already.
+  virtual int PrepareStream();
+
   /// Connects the stream to the first address that accepts. Returns 0 or the callers' error number, and then leaves no
   /// stream behind. Gives up when `MustGiveUp` says so.
   virtual int OpenStream(const std::vector<ACE_INET_Addr>& addresses) = 0;
@@ -60,6 +65,9 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   /// Logs that the stream could not be opened, as far as the class tells it.
   virtual void ReportConnectFailure(int error) = 0;
 
+  /// The text of an error number that this class has given out.
+  virtual std::string ErrorText(int error) const;
+
   /// The warning, with one text for the reason, that keep-alive could not be set.
   virtual const char* KeepAliveWarning() const = 0;
 
@@ -67,6 +75,11 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   virtual Platform::ResolvedHost ResolveTarget();
 
   void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
+  void AcceptParameters(const std::wstring& host, std::uint32_t port, std::uint32_t maxPayloadSize,
+                        const std::string& builderType) override;
+  bool IsOpenWithoutConnection() const override;
+  void ReportRefusal() override;
+  void ReportIdle() override;
   std::uint32_t FramingBytes() const override;
   std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
   void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
@@ -89,6 +102,7 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   bool Reconnect(SteadyTime now);
   void Frame(std::span<const Payload> payloads);
   Outcome CountAccepted(std::span<const Payload> payloads, std::size_t acceptedBytes);
+  bool FailConnect(int error, const ACE_Time_Value& attemptTime);
   std::chrono::milliseconds HandleWriteError(int error, bool isTorn, SteadyTime now);
   void ReportLostConnection(int error, SteadyTime now);
   void SetNextReconnect(SteadyTime when);

@@ -30,10 +30,15 @@ void TCPRawSocket::ReportConnectFailure(int error) {
   }
 }
 
-ssize_t TCPRawSocket::SendAll(const void* buffer, std::size_t length) { return m_pStream->send_n(buffer, length); }
+RawTransfer TCPRawSocket::SendAll(const void* buffer, std::size_t length) {
+  const ssize_t count = m_pStream->send_n(buffer, length);
+  return {count, Platform::LastSocketError()};
+}
 
-ssize_t TCPRawSocket::ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait) {
-  return m_pStream->recv_n(buffer, length, wait);
+RawTransfer TCPRawSocket::ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait) {
+  const ssize_t count = m_pStream->recv_n(buffer, length, wait);
+  // An orderly end of the stream sets no error number.
+  return {count, count == 0 ? Platform::ErrorPeerClosed : Platform::LastSocketError()};
 }
 
 void TCPRawSocket::ReportReceiveFailure(int error, std::uint32_t) { m_log.Error("Error receiving data: %d", error); }

@@ -29,8 +29,8 @@ class TCPRawSocket : public RawSocketBase<TCPRawSocket> {
   void CloseStream();
   void ReportConnected() {}
   void ReportConnectFailure(int error);
-  ssize_t SendAll(const void* buffer, std::size_t length);
-  ssize_t ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait);
+  RawTransfer SendAll(const void* buffer, std::size_t length);
+  RawTransfer ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait);
   void ReportReceiveFailure(int error, std::uint32_t timeoutMs);
 
   std::shared_ptr<ACE_SOCK_Stream> m_pStream;

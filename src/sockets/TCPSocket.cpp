@@ -44,9 +44,10 @@ Platform::WriteOutcome TCPSocket::WriteStream(const char* data, std::size_t leng
     } else if (part.m_error != Platform::ErrorWouldBlock) {
       total.m_error = part.m_error;
       break;
-    } else if (!WaitUntilWritable(m_pStream->get_handle(), [this] { return MustGiveUp(); })) {
-      total.m_error = Platform::ErrorInterrupted;
-      break;
+    } else {
+      total.m_error =
+          WaitUntilReady(m_pStream->get_handle(), Readiness::Writable, [this] { return MustGiveUp(); });
+      if (total.m_error != 0) break;
     }
   }
   return total;

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -49,6 +50,32 @@ WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
     outcome.m_error = LastSocketError();
   } else {
     outcome.m_bytes = static_cast<std::size_t>(count);
+  }
+  return outcome;
+}
+
+DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams) {
+  constexpr std::size_t maxPerCall = 128;
+  std::array<mmsghdr, maxPerCall> messages;
+  std::array<iovec, maxPerCall> vectors;
+  DatagramOutcome outcome;
+  while (outcome.m_datagrams < datagrams.size()) {
+    const std::size_t count = std::min(maxPerCall, datagrams.size() - outcome.m_datagrams);
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::span<const char> datagram = datagrams[outcome.m_datagrams + i];
+      // The system only reads what the vector points at.
+      vectors[i] = {const_cast<char*>(datagram.data()), datagram.size()};
+      messages[i] = {};
+      messages[i].msg_hdr.msg_iov = &vectors[i];
+      messages[i].msg_hdr.msg_iovlen = 1;
+    }
+    const int sent = sendmmsg(handle, messages.data(), static_cast<unsigned int>(count), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent > 0) {
+      outcome.m_datagrams += static_cast<std::size_t>(sent);
+    } else if (errno != EINTR) {
+      outcome.m_error = LastSocketError();
+      break;
+    }
   }
   return outcome;
 }

@@ -35,6 +35,17 @@ WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
   return outcome;
 }
 
+DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams) {
+  DatagramOutcome outcome;
+  for (const std::span<const char> datagram : datagrams) {
+    const WriteOutcome written = SendNow(handle, datagram.data(), datagram.size());
+    outcome.m_error = written.m_error;
+    if (outcome.m_error != 0) break;
+    ++outcome.m_datagrams;
+  }
+  return outcome;
+}
+
 int PeerState(ACE_HANDLE handle) {
   // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
   // bounded, because a peer that never stops sending must not keep us from writing.

@@ -43,17 +43,24 @@ TEST(Base64, DecodesEveryCharacterOfTheAlphabet) {
 
 TEST(Base64, DecodesBytesOfAllKinds) { EXPECT_EQ(Decoded("AP/+gA=="), std::string("\x00\xFF\xFE\x80", 4)); }
 
-TEST(Base64, SkipsWhiteSpaceAnywhere) {
-  EXPECT_EQ(Decoded(" Zm9v\r\nYm\tFy\v\f"), "foobar");
-  EXPECT_EQ(Decoded("Z m 9 v Y g = ="), "foob");
-  EXPECT_EQ(Decoded(" \n"), "");
+TEST(Base64, SkipsBlanksAround) {
+  EXPECT_EQ(Decoded(" \tZm9vYg== \t"), "foob");
+  EXPECT_EQ(Decoded("  "), "");
 }
 
-TEST(Base64, ForgivesMissingPadding) {
-  EXPECT_EQ(Decoded("Zg"), "f");
-  EXPECT_EQ(Decoded("Zg="), "f");
-  EXPECT_EQ(Decoded("Zm8"), "fo");
-  EXPECT_EQ(Decoded("Zm9vYg"), "foob");
+TEST(Base64, RefusesWhiteSpaceInsideAndLineBreaks) {
+  EXPECT_TRUE(IsRefused("Zm9v Ym Fy"));
+  EXPECT_TRUE(IsRefused("Zm9v    YmFy"));
+  EXPECT_TRUE(IsRefused("Zm9v\n"));
+  EXPECT_TRUE(IsRefused("Zm9v\r\nYmFy"));
+  EXPECT_TRUE(IsRefused("Zm9v\nYmFy"));
+}
+
+TEST(Base64, RefusesMissingPadding) {
+  EXPECT_TRUE(IsRefused("Zg"));
+  EXPECT_TRUE(IsRefused("Zg="));
+  EXPECT_TRUE(IsRefused("Zm8"));
+  EXPECT_TRUE(IsRefused("Zm9vYg"));
 }
 
 TEST(Base64, RefusesOtherCharacters) {
@@ -67,6 +74,7 @@ TEST(Base64, RefusesPaddingInTheMidst) {
   EXPECT_TRUE(IsRefused("Zg==Zm9v"));
   EXPECT_TRUE(IsRefused("Zm8=Zm8="));
   EXPECT_TRUE(IsRefused("Zg=g"));
+  EXPECT_TRUE(IsRefused("Zg==Zg=="));
 }
 
 TEST(Base64, RefusesPaddingBeyondAFullGroup) {
@@ -74,6 +82,7 @@ TEST(Base64, RefusesPaddingBeyondAFullGroup) {
   EXPECT_TRUE(IsRefused("Zm8=="));
   EXPECT_TRUE(IsRefused("Zg==="));
   EXPECT_TRUE(IsRefused("="));
+  EXPECT_TRUE(IsRefused("===="));
   EXPECT_TRUE(IsRefused("Z==="));
 }
 

@@ -104,9 +104,9 @@ TEST_F(ApplicationToken, WithoutDashIsDecrypted) {
   EXPECT_EQ(Read(secured), plainToken);
 }
 
-TEST_F(ApplicationToken, WithBlanksInBase64IsDecrypted) {
+TEST_F(ApplicationToken, WithBlanksAroundBase64IsDecrypted) {
   StoreInContainer(ApplicationKey::Of(1024));
-  EXPECT_EQ(Read("  " + ApplicationKey::Of(1024).Secure(plainToken).insert(64, " ") + " "), plainToken);
+  EXPECT_EQ(Read("  " + ApplicationKey::Of(1024).Secure(plainToken) + " "), plainToken);
 }
 
 TEST_F(ApplicationToken, DecryptedToEmptyTextIsEmpty) {

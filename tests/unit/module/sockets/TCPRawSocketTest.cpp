@@ -18,6 +18,7 @@ using namespace VaroCommunicationAPI::Platform;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using VaroCommunicationAPI::RawSocketBase;
+using VaroCommunicationAPI::RawTransfer;
 using VaroCommunicationAPI::TCPRawSocket;
 
 class RawTCP : public testing::Test {
@@ -176,7 +177,7 @@ TEST_F(RawTCP, APeerThatResetsGivesAnErrorAndNoSignal) {
 /// The shared base over scripted results instead of a network.
 class FakeRawSocket : public RawSocketBase<FakeRawSocket> {
  public:
-  std::deque<std::pair<ssize_t, int>> results;  // count and system error number of the next exchanges
+  std::deque<RawTransfer> results;  // of the next exchanges
   const ACE_Time_Value* lastWait = nullptr;
   ACE_Time_Value lastWaitValue;
   std::uint32_t TotalSent() const { return m_bytesSent; }
@@ -190,18 +191,17 @@ class FakeRawSocket : public RawSocketBase<FakeRawSocket> {
   void CloseStream() {}
   void ReportConnected() {}
   void ReportConnectFailure(int) {}
-  ssize_t SendAll(const void*, std::size_t) { return Next(); }
-  ssize_t ReceiveAll(void*, std::size_t, const ACE_Time_Value* wait) {
+  RawTransfer SendAll(const void*, std::size_t) { return Next(); }
+  RawTransfer ReceiveAll(void*, std::size_t, const ACE_Time_Value* wait) {
     lastWait = wait;
     if (wait) lastWaitValue = *wait;
     return Next();
   }
   void ReportReceiveFailure(int error, std::uint32_t) { m_log.Error("Error receiving data: %d", error); }
-  ssize_t Next() {
-    const auto [count, error] = results.front();
+  RawTransfer Next() {
+    const RawTransfer result = results.front();
     results.pop_front();
-    errno = error;
-    return count;
+    return result;
   }
 };
 
@@ -214,21 +214,21 @@ class RawBase : public testing::Test {
 };
 
 TEST_F(RawBase, ASendTimeoutIsToldAtDebugAsWell) {
-  socket.results = {{-1, ToSystemError(137)}};
+  socket.results = {{-1, 137}};
   EXPECT_EQ(socket.Send("abc", 3), -1);
   EXPECT_EQ(socket.GetLastResultCode(), 137);
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 137", "Debug Socket timeout."));
 }
 
 TEST_F(RawBase, ASendThatWouldBlockIsToldAtDebugAsWell) {
-  socket.results = {{-1, ToSystemError(10035)}};
+  socket.results = {{-1, 10035}};
   EXPECT_EQ(socket.Send("abc", 3), -1);
   EXPECT_EQ(socket.GetLastResultCode(), 10035);
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10035", "Debug Would block."));
 }
 
 TEST_F(RawBase, AShortSendIsAnErrorAndItsBytesCount) {
-  socket.results = {{2, ToSystemError(10054)}};
+  socket.results = {{2, 10054}};
   EXPECT_EQ(socket.Send("abc", 3), 2);
   EXPECT_EQ(socket.GetLastResultCode(), 10054);
   EXPECT_EQ(socket.TotalSent(), 2u);
@@ -236,7 +236,7 @@ TEST_F(RawBase, AShortSendIsAnErrorAndItsBytesCount) {
 }
 
 TEST_F(RawBase, AShortReceiveIsAnErrorAndItsBytesCount) {
-  socket.results = {{2, ToSystemError(10054)}};
+  socket.results = {{2, 10054}};
   char buffer[3];
   EXPECT_EQ(socket.Receive(buffer, 3, 100), 2);
   EXPECT_EQ(socket.GetLastResultCode(), 10054);
@@ -244,7 +244,7 @@ TEST_F(RawBase, AShortReceiveIsAnErrorAndItsBytesCount) {
 }
 
 TEST_F(RawBase, ASuccessClearsTheResultCode) {
-  socket.results = {{-1, ToSystemError(137)}, {3, 0}};
+  socket.results = {{-1, 137}, {3, 0}};
   socket.Send("abc", 3);
   socket.Send("abc", 3);
   EXPECT_EQ(socket.GetLastResultCode(), 0);

@@ -1,0 +1,80 @@
+#include "sockets/SSLTCPRawSocket.h"
+
+#include "platform/Files.h"
+
+#include <host/Paths.h>
+#include <host/Text.h>
+
+#include <ace/SSL/SSL_Context.h>
+#include <openssl/ssl.h>
+
+namespace VaroCommunicationAPI {
+
+SSLTCPRawSocket::SSLTCPRawSocket(const SSLProtocolList& protocols, std::chrono::milliseconds handshakeLimit)
+    : m_protocols(protocols), m_handshakeLimit(handshakeLimit) {
+  SetCertificateFile(WindowsAgentCommon::GetConfigPath() + Platform::configSeparator + L"ConfigurationServer.PEM");
+}
+
+void SSLTCPRawSocket::SetCertificateFile(const std::wstring& path) {
+  m_strCertificateFile = WindowsAgentCommon::WideToUtf8(path);
+}
+
+std::uint32_t SSLTCPRawSocket::GetBytesSent() const { return m_bytesSent; }
+
+std::uint32_t SSLTCPRawSocket::GetBytesReceived() const { return m_bytesReceived; }
+
+void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
+  context.set_mode(ACE_SSL_Context::SSLv23_client);
+  // Without the file nobody is trusted but whom the default locations name: the handshake then tells.
+  context.load_trusted_ca(m_strCertificateFile.c_str(), nullptr, true);
+  SSL_CTX_set_default_verify_paths(context.context());
+  context.set_verify_peer(1, 1, 0);
+  m_protocols.applyTo(context);
+  SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);
+}
+
+int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
+  ACE_SSL_Context context;
+  Configure(context);
+  auto stream = std::make_shared<TlsStream>(context);
+  const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
+  m_strFailureReason = stream->FailureReason();
+  if (error == 0) m_pStream = std::move(stream);
+  return error;
+}
+
+void SSLTCPRawSocket::CloseStream() {
+  m_pStream->Close();
+  m_pStream.reset();
+}
+
+void SSLTCPRawSocket::ReportConnected() {
+  m_log.Debug("Connected to server using %s (cipher: %s)", m_pStream->ProtocolText(), m_pStream->CipherText());
+}
+
+void SSLTCPRawSocket::ReportConnectFailure(int error) {
+  m_log.Error("Cannot connect to server (%d)", error);
+  if (!m_strFailureReason.empty()) m_log.Debug("The TLS library's reason: %s", m_strFailureReason);
+}
+
+RawTransfer SSLTCPRawSocket::SendAll(const void* buffer, std::size_t length) {
+  const Platform::WriteOutcome outcome =
+      m_pStream->Write(static_cast<const char*>(buffer), length, [] { return false; }, [] {});
+  return {outcome.m_error == 0 ? static_cast<ssize_t>(length) : -1, outcome.m_error};
+}
+
+RawTransfer SSLTCPRawSocket::ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait) {
+  const int error = m_pStream->Read(static_cast<char*>(buffer), length, wait);
+  if (error == Platform::ErrorPeerClosed) return {0, error};
+  return {error == 0 ? static_cast<ssize_t>(length) : -1, error};
+}
+
+void SSLTCPRawSocket::ReportReceiveFailure(int error, std::uint32_t timeoutMs) {
+  if (error == Platform::ErrorWaitTimeout) {
+    m_log.Error("Error receiving data: Timeout of %u reached.", timeoutMs);
+  } else {
+    m_log.Error("Error receiving data: %d", error);
+  }
+}
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,56 @@
+// A raw socket over TLS.
+#pragma once
+
+#include "sockets/RawSocketBase.h"
+#include "sockets/TlsStream.h"
+
+#include <CommunicationAPI/SSLProtocolList.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+class ACE_SSL_Context;
+
+namespace VaroCommunicationAPI {
+
+/// Trusts the certificates in one PEM file, "ConfigurationServer.PEM" in the configuration directory unless another is
+/// set, and the TLS library's default locations; no name is compared. A time-out of 0xFFFFFFFF means that `Receive` waits
+/// without limit, and 0 that it does not wait. One thread at a time. Destruction closes.
+class SSLTCPRawSocket : public RawSocketBase<SSLTCPRawSocket> {
+ public:
+  explicit SSLTCPRawSocket(const SSLProtocolList& protocols,
+                           std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
+
+  /// Takes effect at the next `Connect`. A file that cannot be read leaves only the default locations trusted.
+  virtual void SetCertificateFile(const std::wstring& path);  // 11
+
+  /// Sum of positive `Send` results since construction; wraps at 32 bits.
+  virtual std::uint32_t GetBytesSent() const;  // 12
+
+  /// Sum of positive `Receive` results since construction; wraps at 32 bits.
+  virtual std::uint32_t GetBytesReceived() const;  // 13
+
+ private:
+  friend class RawSocketBase<SSLTCPRawSocket>;
+
+  static constexpr const char* loggerNameFormat = "Code.SSLTCPRawSocket_%p.%s.%d";
+  static bool WaitsForEver(std::uint32_t timeoutMs) { return timeoutMs == 0xFFFFFFFF; }
+
+  int OpenStream(const std::vector<ACE_INET_Addr>& addresses);
+  void CloseStream();
+  void ReportConnected();
+  void ReportConnectFailure(int error);
+  RawTransfer SendAll(const void* buffer, std::size_t length);
+  RawTransfer ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait);
+  void ReportReceiveFailure(int error, std::uint32_t timeoutMs);
+  void Configure(ACE_SSL_Context& context) const;
+
+  const SSLProtocolList m_protocols;
+  const std::chrono::milliseconds m_handshakeLimit;
+  std::string m_strCertificateFile;
+  std::shared_ptr<TlsStream> m_pStream;
+  std::string m_strFailureReason;
+};
+
+}  // namespace VaroCommunicationAPI

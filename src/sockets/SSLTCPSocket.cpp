@@ -1,0 +1,121 @@
+#include "sockets/SSLTCPSocket.h"
+
+#include <host/Base64.h>
+#include <host/EnvironmentBlockHelper.h>
+#include <host/Exceptions.h>
+#include <host/LoggerFactory.h>
+
+#include "platform/SocketErrors.h"
+
+#include <ace/SSL/SSL_Context.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace VaroCommunicationAPI {
+
+namespace {
+
+/// Nobody is there to be asked for the password of an encrypted text.
+int NoPassword(char*, int, int, void*) { return -1; }
+
+/// Reads one certificate of a PEM text in Base64; null when there is none.
+std::shared_ptr<X509> ParseCertificate(const std::string& text) {
+  std::vector<std::uint8_t> pem;
+  if (!WindowsAgentCommon::DecodeBase64(text, pem) || pem.size() > std::numeric_limits<int>::max()) return nullptr;
+  const std::unique_ptr<BIO, int (*)(BIO*)> memory(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
+                                                   &BIO_free);
+  X509* const certificate = memory ? PEM_read_bio_X509(memory.get(), nullptr, &NoPassword, nullptr) : nullptr;
+  ERR_clear_error();
+  if (!certificate) return nullptr;
+  return {certificate, &X509_free};
+}
+
+}  // namespace
+
+SSLTCPSocket::SSLTCPSocket(const SSLProtocolList& protocols, std::shared_ptr<ISocketTime> time,
+                           std::chrono::milliseconds handshakeLimit)
+    : StreamDestinationSocket(std::move(time)), m_protocols(protocols), m_handshakeLimit(handshakeLimit) {}
+
+void SSLTCPSocket::ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) {
+  StreamDestinationSocket::ReadParameters(parameters);
+  parameters.GetStringValue("Certificate", m_strCertificate, "");
+}
+
+void SSLTCPSocket::AcceptParameters(const std::wstring&, std::uint32_t, std::uint32_t, const std::string&) {
+  if (m_strCertificate.empty()) {
+    throw WindowsAgentCommon::InitializationException("SSLTCPSocket", "VaroCommunicationAPI::SSLTCPSocket::Open",
+                                                      __LINE__,
+                                                      "Cannot create TLS socket because no certificate was specified");
+  }
+}
+
+std::int32_t SSLTCPSocket::Receive(void*, std::uint32_t, std::uint32_t) {
+  throw WindowsAgentCommon::OperationNotSupportedException("SSLTCPSocket",
+                                                           "VaroCommunicationAPI::SSLTCPSocket::Receive", __LINE__);
+}
+
+void SSLTCPSocket::NameLogger() {
+  m_log = WindowsAgentCommon::LoggerFactory::GetLogger(
+      WindowsAgentCommon::Format("Code.SSLTCPSocket_%p.%s.%d", static_cast<const void*>(this), m_strHost, m_port));
+}
+
+int SSLTCPSocket::PrepareStream() {
+  m_pCertificate = ParseCertificate(m_strCertificate);
+  if (m_pCertificate) return 0;
+  m_log.Warn("Failed to parse certificate.  No connection attempt will be made.");
+  return Platform::ErrorInvalidArgument;
+}
+
+void SSLTCPSocket::Configure(ACE_SSL_Context& context) const {
+  context.set_mode(ACE_SSL_Context::SSLv23_client);
+  context.certificate(m_pCertificate.get());
+  m_protocols.applyTo(context);
+  SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);
+}
+
+int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
+  ACE_SSL_Context context;
+  Configure(context);
+  auto stream = std::make_shared<TlsStream>(context);
+  const int error = stream->Connect(addresses, m_handshakeLimit, [this] { return MustGiveUp(); });
+  m_strFailureReason = stream->FailureReason();
+  if (error != 0) return error;
+  m_pStream = std::move(stream);
+  m_log.Debug("Connected to server using %s (cipher: %s)", m_pStream->ProtocolText(), m_pStream->CipherText());
+  return 0;
+}
+
+void SSLTCPSocket::CloseStream() {
+  m_pStream->Close();
+  m_pStream.reset();
+}
+
+Platform::WriteOutcome SSLTCPSocket::WriteStream(const char* data, std::size_t length) {
+  return m_pStream->Write(data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); });
+}
+
+int SSLTCPSocket::StreamPeerState() { return m_pStream->PeerState(); }
+
+int SSLTCPSocket::SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) {
+  return Platform::SetKeepAlive(m_pStream->Handle(), timeMs, intervalMs);
+}
+
+void SSLTCPSocket::ReportConnectFailure(int error) {
+  m_log.Error("Cannot connect to server (%d)", error);
+  if (!m_strFailureReason.empty()) m_log.Debug("The TLS library's reason: %s", m_strFailureReason);
+  m_strFailureReason.clear();
+}
+
+std::string SSLTCPSocket::ErrorText(int error) const { return TlsErrorText(error); }
+
+const char* SSLTCPSocket::KeepAliveWarning() const {
+  return "Failed to set keepalive options on the SSLTCP syslog connection; the default OS options will remain in place. "
+         "Reason: %s";
+}
+
+}  // namespace VaroCommunicationAPI

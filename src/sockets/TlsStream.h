@@ -1,0 +1,77 @@
+// A TLS client connection over TCP that can be given up.
+#pragma once
+
+#include "platform/SocketIo.h"
+
+#include <ace/INET_Addr.h>
+#include <ace/SSL/SSL_SOCK_Stream.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace VaroCommunicationAPI {
+
+/// How long a server may take for the handshake. One that accepts connections and says nothing holds nobody for ever.
+constexpr std::chrono::milliseconds defaultHandshakeLimit = std::chrono::seconds(60);
+
+/// One connection, from `Connect` to `Close`; another needs another object. One thread at a time. Errors are the callers'
+/// numbers, or the TLS library's own code where it refused; the callers see to it that no signal is raised.
+class TlsStream {
+ public:
+  /// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.
+  using IsInterrupted = std::function<bool()>;
+
+  /// The connection follows the settings of `context` as they are now and does not need it afterwards.
+  explicit TlsStream(ACE_SSL_Context& context);
+  ~TlsStream();
+  TlsStream(const TlsStream&) = delete;
+  TlsStream& operator=(const TlsStream&) = delete;
+
+  /// Connects to the first of `addresses` that accepts, without a time-out, and shakes hands within `handshakeLimit`
+  /// (error 137 when that is over). Returns 0 or the error, and then leaves nothing open.
+  int Connect(const std::vector<ACE_INET_Addr>& addresses, std::chrono::milliseconds handshakeLimit,
+              const IsInterrupted& isInterrupted);
+
+  /// Writes all `length` bytes in records as full as they can be, waiting for room without a limit. `onProgress` is
+  /// called when the system has accepted bytes. The outcome counts the bytes of records that it has accepted whole.
+  Platform::WriteOutcome Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
+                               const std::function<void()>& onProgress);
+
+  /// Reads exactly `length` bytes. Waits at most `wait` each time that nothing is there (error 137), or without a limit
+  /// when it is null. Returns 0 or the error; what came before it is lost.
+  int Read(char* buffer, std::size_t length, const ACE_Time_Value* wait);
+
+  /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
+  /// connection stands, 10101 after an orderly close, or the error it died of.
+  int PeerState();
+
+  /// Tells the peer, without waiting for it, and closes. Idempotent.
+  void Close();
+
+  ACE_HANDLE Handle() const { return m_stream.get_handle(); }
+  const char* ProtocolText() const;
+  const char* CipherText() const;
+
+  /// What the TLS library gave as the reason of the last failure; empty when the failure was not its.
+  const std::string& FailureReason() const { return m_strFailureReason; }
+
+ private:
+  using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+  int Handshake(std::chrono::milliseconds limit, const IsInterrupted& isInterrupted);
+  int Diagnose(int result);
+  int WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline);
+  int ReadLibraryErrors();
+
+  ACE_SSL_SOCK_Stream m_stream;
+  std::string m_strFailureReason;
+};
+
+/// The text of an error that `TlsStream` gave.
+std::string TlsErrorText(int error);
+
+}  // namespace VaroCommunicationAPI
