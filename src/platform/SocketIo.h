@@ -28,8 +28,8 @@ struct DatagramOutcome {
   int m_error = 0;              ///< 0, or the callers' error number of the first that was not accepted
 };
 
-/// Sends `datagrams` in order, each as one, over a connected socket in non-blocking mode, with as few system calls as the
-/// system allows. Never blocks. Stops at the first that is not accepted.
+/// Sends `datagrams` in order, each as one, over a connected socket in non-blocking mode, with as few system calls as
+/// the system allows. Never blocks. Stops at the first that is not accepted.
 DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams);
 
 /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the

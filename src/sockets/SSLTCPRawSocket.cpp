@@ -58,8 +58,8 @@ void SSLTCPRawSocket::ReportConnectFailure(int error) {
 }
 
 RawTransfer SSLTCPRawSocket::SendAll(const void* buffer, std::size_t length) {
-  const Platform::WriteOutcome outcome =
-      m_pStream->Write(static_cast<const char*>(buffer), length, [] { return false; }, [] {});
+  const Platform::WriteOutcome outcome = m_pStream->Write(
+      static_cast<const char*>(buffer), length, [] { return false; }, [] {});
   return {outcome.m_error == 0 ? static_cast<ssize_t>(length) : -1, outcome.m_error};
 }
 

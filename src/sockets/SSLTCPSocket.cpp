@@ -96,7 +96,8 @@ void SSLTCPSocket::CloseStream() {
 }
 
 Platform::WriteOutcome SSLTCPSocket::WriteStream(const char* data, std::size_t length) {
-  return m_pStream->Write(data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); });
+  return m_pStream->Write(
+      data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); });
 }
 
 int SSLTCPSocket::StreamPeerState() { return m_pStream->PeerState(); }
@@ -114,7 +115,8 @@ void SSLTCPSocket::ReportConnectFailure(int error) {
 std::string SSLTCPSocket::ErrorText(int error) const { return TlsErrorText(error); }
 
 const char* SSLTCPSocket::KeepAliveWarning() const {
-  return "Failed to set keepalive options on the SSLTCP syslog connection; the default OS options will remain in place. "
+  return "Failed to set keepalive options on the SSLTCP syslog connection; the default OS options will remain in "
+         "place. "
          "Reason: %s";
 }
 

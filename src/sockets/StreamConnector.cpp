@@ -61,7 +61,8 @@ int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<b
     ACE_Time_Value wait = waitSlice;
     if (deadline) {
       const auto left = std::chrono::ceil<std::chrono::microseconds>(*deadline - std::chrono::steady_clock::now());
-      if (left.count() < waitSlice.usec()) wait.set(0, static_cast<suseconds_t>(std::max<std::int64_t>(left.count(), 0)));
+      if (left.count() < waitSlice.usec())
+        wait.set(0, static_cast<suseconds_t>(std::max<std::int64_t>(left.count(), 0)));
     }
     if (ACE::handle_ready(handle, &wait, isRead, !isRead, false) > 0) return 0;
     const int error = Platform::LastSocketError();

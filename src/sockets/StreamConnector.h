@@ -23,8 +23,9 @@ std::shared_ptr<ACE_SOCK_Stream> OwnStream();
 
 enum class Readiness { Readable, Writable };
 
-/// Waits until `handle` has bytes or takes some; an error condition counts as either, and the transfer then tells which.
-/// Asks `isInterrupted` at least ten times a second. Returns 0, 10004 when it says so, or 137 when `deadline` has passed.
+/// Waits until `handle` has bytes or takes some; an error condition counts as either, and the transfer then tells
+/// which. Asks `isInterrupted` at least ten times a second. Returns 0, 10004 when it says so, or 137 when `deadline`
+/// has passed.
 int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,
                    std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 

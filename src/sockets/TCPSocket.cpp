@@ -45,8 +45,7 @@ Platform::WriteOutcome TCPSocket::WriteStream(const char* data, std::size_t leng
       total.m_error = part.m_error;
       break;
     } else {
-      total.m_error =
-          WaitUntilReady(m_pStream->get_handle(), Readiness::Writable, [this] { return MustGiveUp(); });
+      total.m_error = WaitUntilReady(m_pStream->get_handle(), Readiness::Writable, [this] { return MustGiveUp(); });
       if (total.m_error != 0) break;
     }
   }

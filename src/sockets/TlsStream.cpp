@@ -88,7 +88,10 @@ int TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait
       deadline = std::chrono::steady_clock::now() + std::chrono::seconds(wait->sec()) +
                  std::chrono::microseconds(wait->usec());
     }
-    if (const int error = WaitToRetry(result, [] { return false; }, deadline); error != 0) return error;
+    if (const int error = WaitToRetry(
+            result, [] { return false; }, deadline);
+        error != 0)
+      return error;
   }
   return 0;
 }
@@ -110,6 +113,7 @@ int TlsStream::PeerState() {
 
 void TlsStream::Close() {
   if (Handle() == ACE_INVALID_HANDLE) return;
+  const Platform::BrokenPipeGuard noSignal;
   ForgetErrors();
   SSL_shutdown(m_stream.ssl());
   ERR_clear_error();

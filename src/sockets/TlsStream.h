@@ -18,8 +18,9 @@ namespace VaroCommunicationAPI {
 /// How long a server may take for the handshake. One that accepts connections and says nothing holds nobody for ever.
 constexpr std::chrono::milliseconds defaultHandshakeLimit = std::chrono::seconds(60);
 
-/// One connection, from `Connect` to `Close`; another needs another object. One thread at a time. Errors are the callers'
-/// numbers, or the TLS library's own code where it refused; the callers see to it that no signal is raised.
+/// One connection, from `Connect` to `Close`; another needs another object. One thread at a time. Errors are the
+/// callers' numbers, or the TLS library's own code where it refused. The callers see to it that no signal is raised,
+/// but for closing.
 class TlsStream {
  public:
   /// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.

@@ -80,8 +80,8 @@ int UDPSocket::OpenSocket() {
   // Resolved anew each time: the target may have moved, and the network may not have been there before.
   const Platform::ResolvedHost target = ResolveTarget(Platform::AddressFamily::IPv4);
   if (target.m_error != 0) {
-    const bool isOtherFamily = target.m_error == Platform::ErrorHostNotFound &&
-                               ResolveTarget(Platform::AddressFamily::Any).m_error == 0;
+    const bool isOtherFamily =
+        target.m_error == Platform::ErrorHostNotFound && ResolveTarget(Platform::AddressFamily::Any).m_error == 0;
     return isOtherFamily ? Platform::ErrorAddressFamilyNotSupported : target.m_error;
   }
   int error = 0;
@@ -110,8 +110,7 @@ Platform::DatagramOutcome UDPSocket::SendDatagrams(std::span<const Payload> payl
     outcome.m_error = part.m_error;
     if (part.m_datagrams > 0) NoteProgress();
     if (outcome.m_error != Platform::ErrorWouldBlock) return outcome;
-    outcome.m_error =
-        WaitUntilReady(m_pSocket->get_handle(), Readiness::Writable, [this] { return MustGiveUp(); });
+    outcome.m_error = WaitUntilReady(m_pSocket->get_handle(), Readiness::Writable, [this] { return MustGiveUp(); });
     if (outcome.m_error != 0) return outcome;
   }
 }
@@ -161,7 +160,8 @@ void UDPSocket::CountFailure(int error) {
   m_consecutiveSendFailures += 1;
   if (m_consecutiveSendFailures == 1) {
     m_log.Error(
-        "A socket error occurred that was not a simple wouldblock (errno = %d) for UDP connection %s:%d (will attempt to "
+        "A socket error occurred that was not a simple wouldblock (errno = %d) for UDP connection %s:%d (will attempt "
+        "to "
         "reconnect later).",
         error, m_strHost, m_port);
   } else if (m_consecutiveSendFailures % failuresPerReconnect == 0) {
@@ -180,8 +180,8 @@ void UDPSocket::Reconnect() {
 }
 
 void UDPSocket::ReportRefusal() {
-  // A socket that is not open sends nothing that could fail. A name that was unknown when the agent started, say, has to
-  // be found all the same once the network is there.
+  // A socket that is not open sends nothing that could fail. A name that was unknown when the agent started, say, has
+  // to be found all the same once the network is there.
   if (!m_bWanted || ++m_refusals % failuresPerReconnect != 0) return;
   if (IsQueued()) {
     m_bReconnectDue = true;

@@ -17,9 +17,9 @@
 
 namespace VaroCommunicationAPI {
 
-/// One datagram a payload, over IPv4. It recovers by counting failures and not by the clock: after each failure a second's
-/// pause, and at every 500th in a row a new socket, for which the name is resolved anew. While it is not open, every
-/// 500th `Send` that is refused counts likewise.
+/// One datagram a payload, over IPv4. It recovers by counting failures and not by the clock: after each failure a
+/// second's pause, and at every 500th in a row a new socket, for which the name is resolved anew. While it is not open,
+/// every 500th `Send` that is refused counts likewise.
 class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
  public:
   explicit UDPSocket(std::shared_ptr<ISocketTime> time = ISocketTime::System());

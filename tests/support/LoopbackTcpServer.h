@@ -115,10 +115,6 @@ class ServerConnection {
   /// Makes the end of the connection throw away what was not read, as the end of its process would. Any thread.
   void DiscardAtEnd() { m_bDiscard = true; }
 
-  const boost::system::error_code& EndError() const { return m_endError; }
-  tcp::socket& Socket() { return m_socket; }
-
- private:
   /// Runs the operation that was started until its end. Not every system lets another thread end a blocking call, so
   /// there is none.
   void RunOperation() {
@@ -128,6 +124,10 @@ class ServerConnection {
     m_context.run();
   }
 
+  const boost::system::error_code& EndError() const { return m_endError; }
+  tcp::socket& Socket() { return m_socket; }
+
+ private:
   boost::asio::io_context m_context;
   tcp::socket m_socket;
   std::atomic<bool> m_bAborted{false};
@@ -141,10 +141,13 @@ class LoopbackTcpServer {
   /// `index` counts connections from 0. A handler may use the server and its connection.
   using Handler = std::function<void(LoopbackTcpServer& server, ServerConnection& connection, int index)>;
 
-  /// `receiveBufferBytes` limits what the system takes for connections that nobody reads; 0 leaves it alone.
-  explicit LoopbackTcpServer(Handler handler, std::uint16_t port = 0, int receiveBufferBytes = 0)
+  /// `receiveBufferBytes` limits what the system takes for connections that nobody reads; 0 leaves it alone. Throws
+  /// `boost::system::system_error` when the machine lacks the address.
+  explicit LoopbackTcpServer(Handler handler, std::uint16_t port = 0, int receiveBufferBytes = 0, bool isIPv6 = false)
       : m_handler(std::move(handler)), m_acceptor(m_context) {
-    const tcp::endpoint endpoint(boost::asio::ip::address_v4::loopback(), port);
+    using boost::asio::ip::address_v4, boost::asio::ip::address_v6;
+    const tcp::endpoint endpoint =
+        isIPv6 ? tcp::endpoint(address_v6::loopback(), port) : tcp::endpoint(address_v4::loopback(), port);
     m_acceptor.open(endpoint.protocol());
     m_acceptor.set_option(tcp::acceptor::reuse_address(true));
     if (receiveBufferBytes > 0) m_acceptor.set_option(tcp::acceptor::receive_buffer_size(receiveBufferBytes));

@@ -1,0 +1,471 @@
+// The raw TLS socket against real peers on the loopback.
+#include "sockets/SSLTCPRawSocket.h"
+
+#include <support/LoopbackTlsServer.h>
+#include <support/RecordingLogger.h>
+#include <support/TemporaryDirectory.h>
+
+#include <SorvexHost/Directories.h>
+#include <host/Paths.h>
+#include <host/Text.h>
+
+#include <ace/OS_NS_stdlib.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace sorvex::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using VaroCommunicationAPI::SSLProtocolList;
+using VaroCommunicationAPI::SSLTCPRawSocket;
+
+constexpr std::uint32_t noLimit = 0xFFFFFFFF;
+
+SSLProtocolList Protocols(const std::string& min, const std::string& max) {
+  SSLProtocolList list;
+  EXPECT_TRUE(list.setRange(min, max, WindowsAgentCommon::Log()));
+  return list;
+}
+
+std::string Failure(const SSLTCPRawSocket& socket) {
+  return WindowsAgentCommon::Format("Error Cannot connect to server (%d)", socket.GetLastResultCode());
+}
+
+class RawTLS : public testing::Test {
+ protected:
+  RawTLS() { Trust(ServerIdentity()); }
+
+  void Trust(const TlsIdentity& identity) { Use(socket, identity.CertificatePem()); }
+
+  void Use(SSLTCPRawSocket& target, const std::string& pem) {
+    target.SetCertificateFile(WindowsAgentCommon::PathToWide(directory.Write("trusted.pem", pem)));
+  }
+
+  TemporaryDirectory directory{"raw-tls"};
+  RecordingLogger log;
+  SSLTCPRawSocket socket{SSLProtocolList()};
+};
+
+TEST_F(RawTLS, IsNeitherOpenNorConnectedWhenNew) {
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_EQ(socket.GetLastResultCode(), 0);
+  EXPECT_EQ(socket.GetBytesSent(), 0u);
+  EXPECT_EQ(socket.GetBytesReceived(), 0u);
+}
+
+TEST_F(RawTLS, OpenConnectsAndTellsHow) {
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_TRUE(socket.IsOpen());
+  EXPECT_TRUE(socket.IsConnected());
+  EXPECT_EQ(socket.GetLastResultCode(), 0);
+  EXPECT_EQ(socket.GetHost(), L"127.0.0.1");
+  EXPECT_EQ(socket.GetPort(), server.Port());
+  EXPECT_THAT(log->Lines(), ElementsAre(AllOf(StartsWith("Debug Connected to server using TLSv1.2 (cipher: "),
+                                              testing::EndsWith(")"))));
+  EXPECT_EQ(log->Records().front().logger,
+            WindowsAgentCommon::Format("Code.SSLTCPRawSocket_%p.127.0.0.1.%d", static_cast<const void*>(&socket),
+                                       server.Port()));
+}
+
+TEST_F(RawTLS, TrustsTheFileInTheConfigurationDirectoryUnlessToldOtherwise) {
+  const std::wstring before = WindowsAgentCommon::GetConfigPath();
+  WindowsAgentCommon::SetConfigPath(WindowsAgentCommon::PathToWide(directory.Path()));
+  directory.Write("ConfigurationServer.PEM", ServerIdentity().CertificatePem());
+  LoopbackTlsServer server;
+  SSLTCPRawSocket fresh{SSLProtocolList()};
+  WindowsAgentCommon::SetConfigPath(before);
+  fresh.Open(L"127.0.0.1", server.Port());
+  EXPECT_TRUE(fresh.IsConnected());
+}
+
+TEST_F(RawTLS, AnotherCertificateFileCountsFromTheNextConnect) {
+  const TlsIdentity stranger("stranger");
+  Trust(stranger);
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  ASSERT_FALSE(socket.IsConnected());
+  Trust(ServerIdentity());
+  EXPECT_TRUE(socket.Connect());
+}
+
+TEST_F(RawTLS, TakesACertificateFileWhosePathIsNotAscii) {
+  LoopbackTlsServer server;
+  const std::filesystem::path file = directory.Path() / WindowsAgentCommon::WideToPath(L"Zertifikat-\u00FC-\u65E5.pem");
+  std::filesystem::copy_file(directory.Write("plain.pem", ServerIdentity().CertificatePem()), file);
+  socket.SetCertificateFile(WindowsAgentCommon::PathToWide(file));
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_TRUE(socket.IsConnected());
+}
+
+TEST_F(RawTLS, AServerWhoseCertificateIsNotInTheFileIsRefusedWithReason) {
+  Trust(TlsIdentity("stranger"));
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_TRUE(socket.IsOpen());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_NE(socket.GetLastResultCode(), 0);
+  EXPECT_THAT(log->Lines(), ElementsAre(Failure(socket),
+                                        "Debug The TLS library's reason: certificate verify failed (self-signed "
+                                        "certificate)"));
+}
+
+TEST_F(RawTLS, AnExpiredCertificateIsRefusedWithReason) {
+  const TlsIdentity expired("expired", nullptr, -3600);
+  Trust(expired);
+  LoopbackTlsServer server(TlsServerOptions{.identity = &expired});
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_THAT(log->Lines(), Contains(HasSubstr("certificate has expired")));
+}
+
+TEST_F(RawTLS, ACertificateIssuedByTheTrustedOneIsTaken) {
+  const TlsIdentity authority("authority");
+  const TlsIdentity issued("issued", &authority);
+  Trust(authority);
+  LoopbackTlsServer server(TlsServerOptions{.identity = &issued});
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_TRUE(socket.IsConnected());
+}
+
+TEST_F(RawTLS, WithoutItsFileTheDefaultLocationsAreTrusted) {
+  socket.SetCertificateFile(WindowsAgentCommon::PathToWide(directory.Path() / "absent.pem"));
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_EQ(log->Lines().front(), Failure(socket));
+
+  const std::string file = directory.Write("default.pem", ServerIdentity().CertificatePem()).string();
+  ACE_OS::setenv("SSL_CERT_FILE", file.c_str(), 1);
+  EXPECT_TRUE(socket.Connect());
+  ACE_OS::unsetenv("SSL_CERT_FILE");
+}
+
+TEST_F(RawTLS, ARefusedConnectionGivesItsNumberAndNoReasonOfTheLibrary) {
+  socket.Open(L"127.0.0.1", UnusedPort());
+  EXPECT_TRUE(socket.IsOpen());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_EQ(socket.GetLastResultCode(), 10061);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Cannot connect to server (10061)"));
+}
+
+TEST_F(RawTLS, AnUnknownHostGivesItsNumber) {
+  socket.Open(L"no-such-host.invalid", 514);
+  EXPECT_THAT(socket.GetLastResultCode(), testing::AnyOf(11001, 11002, 11003));
+  EXPECT_THAT(log->Lines(), ElementsAre(Failure(socket)));
+}
+
+TEST_F(RawTLS, AServerThatNeverAnswersTheHandshakeIsLeftAfterTheLimit) {
+  EXPECT_EQ(VaroCommunicationAPI::defaultHandshakeLimit, 60s);
+  LoopbackTcpServer silent([](LoopbackTcpServer& self, ServerConnection&, int) { self.HoldUntilStopped(); });
+  SSLTCPRawSocket hasty(SSLProtocolList(), 300ms);
+  const auto start = std::chrono::steady_clock::now();
+  hasty.Open(L"127.0.0.1", silent.Port());
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 290ms);
+  EXPECT_LT(waited, 5s);
+  EXPECT_FALSE(hasty.IsConnected());
+  EXPECT_EQ(hasty.GetLastResultCode(), 137);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Cannot connect to server (137)"));
+}
+
+TEST_F(RawTLS, AServerThatDribblesInTheHandshakeIsLeftAfterTheLimitAllTheSame) {
+  LoopbackTcpServer slow([](LoopbackTcpServer& self, ServerConnection& connection, int) {
+    // The head of a long handshake record, and then one byte of it at a time.
+    connection.Write(std::string("\x16\x03\x03\x40\x00", 5));
+    while (!self.IsStopped()) {
+      connection.Write("\x02");
+      std::this_thread::sleep_for(20ms);
+    }
+  });
+  SSLTCPRawSocket hasty(SSLProtocolList(), 300ms);
+  const auto start = std::chrono::steady_clock::now();
+  hasty.Open(L"127.0.0.1", slow.Port());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+  EXPECT_FALSE(hasty.IsConnected());
+}
+
+TEST_F(RawTLS, AServerThatClosesInsideTheHandshakeGivesThePeersEnd) {
+  LoopbackTcpServer server([](LoopbackTcpServer&, ServerConnection& connection, int) {
+    std::string hello;
+    connection.ReadSome(hello, 65536);
+    connection.Close();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_EQ(socket.GetLastResultCode(), 10101);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Cannot connect to server (10101)",
+                                        "Debug The TLS library's reason: unexpected eof while reading"));
+}
+
+TEST_F(RawTLS, AServerThatResetsInsideTheHandshakeGivesItsNumber) {
+  LoopbackTcpServer server([](LoopbackTcpServer&, ServerConnection& connection, int) {
+    std::string hello;
+    connection.ReadSome(hello, 65536);
+    connection.Reset();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_EQ(socket.GetLastResultCode(), 10054);
+}
+
+TEST_F(RawTLS, AServerWithoutTlsIsRefusedWithReason) {
+  LoopbackTcpServer server([](LoopbackTcpServer& self, ServerConnection& connection, int) {
+    connection.Write("220 this is another protocol altogether\r\n");
+    self.HoldUntilStopped();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_THAT(log->Lines(), ElementsAre(Failure(socket), "Debug The TLS library's reason: wrong version number"));
+}
+
+struct VersionCase {
+  const char* min;
+  const char* max;
+  int server;
+  const char* negotiated;  ///< null when the handshake must fail
+};
+
+class RawTLSVersions : public RawTLS, public testing::WithParamInterface<VersionCase> {};
+
+TEST_P(RawTLSVersions, AreThoseOfTheRange) {
+  LoopbackTlsServer server(TlsServerOptions{.minVersion = GetParam().server, .maxVersion = GetParam().server});
+  SSLTCPRawSocket ranged(Protocols(GetParam().min, GetParam().max));
+  Use(ranged, ServerIdentity().CertificatePem());
+  ranged.Open(L"127.0.0.1", server.Port());
+  EXPECT_EQ(ranged.IsConnected(), GetParam().negotiated != nullptr);
+  if (GetParam().negotiated) {
+    EXPECT_THAT(log->Lines(), ElementsAre(StartsWith(std::string("Debug Connected to server using ") +
+                                                     GetParam().negotiated + " (cipher: ")));
+  } else {
+    EXPECT_THAT(log->Lines(), ElementsAre(Failure(ranged), StartsWith("Debug The TLS library's reason: ")));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Ranges, RawTLSVersions,
+                         testing::Values(VersionCase{"TLSv1", "TLSv1.2", TLS1_VERSION, "TLSv1"},
+                                         VersionCase{"TLSv1", "TLSv1.2", TLS1_1_VERSION, "TLSv1.1"},
+                                         VersionCase{"TLSv1", "TLSv1.2", TLS1_2_VERSION, "TLSv1.2"},
+                                         VersionCase{"TLSv1", "TLSv1.2", TLS1_3_VERSION, nullptr},
+                                         VersionCase{"TLSv1.1", "TLSv1.2", TLS1_VERSION, nullptr},
+                                         VersionCase{"TLSv1.1", "TLSv1.2", TLS1_1_VERSION, "TLSv1.1"},
+                                         VersionCase{"TLSv1.2", "TLSv1.2", TLS1_1_VERSION, nullptr},
+                                         VersionCase{"TLSv1.2", "TLSv1.2", TLS1_2_VERSION, "TLSv1.2"},
+                                         VersionCase{"TLSv1", "TLSv1", TLS1_2_VERSION, nullptr},
+                                         VersionCase{"TLSv1", "TLSv1", TLS1_VERSION, "TLSv1"},
+                                         VersionCase{"TLSv1", "TLSv1.1", TLS1_2_VERSION, nullptr}));
+
+TEST_F(RawTLS, SendsAndCounts) {
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_EQ(socket.Send("hello", 5), 5);
+  EXPECT_EQ(socket.GetLastResultCode(), 0);
+  EXPECT_EQ(socket.GetBytesSent(), 5u);
+  EXPECT_EQ(server.WaitForBytes(5), "hello");
+}
+
+TEST_F(RawTLS, SendsLongBlocksWhole) {
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  std::string block(5'000'000, '\0');
+  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 31 % 251);
+  EXPECT_EQ(socket.Send(block.data(), static_cast<std::uint32_t>(block.size())),
+            static_cast<std::int32_t>(block.size()));
+  EXPECT_TRUE(server.WaitForBytes(block.size()) == block);
+}
+
+TEST_F(RawTLS, ReceivesLongBlocksWholeInOneCall) {
+  std::string block(5'000'000, '\0');
+  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 37 % 241);
+  LoopbackTlsServer server([&](LoopbackTlsServer& self, TlsServerSession& session, int) {
+    session.Write(block);
+    self.HoldUntilStopped();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  std::string received(block.size(), '\0');
+  EXPECT_EQ(socket.Receive(received.data(), static_cast<std::uint32_t>(block.size()), 20000),
+            static_cast<std::int32_t>(block.size()));
+  EXPECT_TRUE(received == block);
+  EXPECT_EQ(socket.GetBytesReceived(), block.size());
+}
+
+TEST_F(RawTLS, ReceivesExactlyWhatIsAskedForHoweverItArrives) {
+  LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession& session, int) {
+    for (const char c : std::string("abcdefgh")) session.Write({&c, 1});
+    self.HoldUntilStopped();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  char buffer[5] = {};
+  EXPECT_EQ(socket.Receive(buffer, 4, noLimit), 4);
+  EXPECT_STREQ(buffer, "abcd");
+  EXPECT_EQ(socket.Receive(buffer, 4, 10000), 4);
+  EXPECT_STREQ(buffer, "efgh");
+  EXPECT_EQ(socket.GetBytesReceived(), 8u);
+}
+
+TEST_F(RawTLS, ASilentPeerEndsTheReceiveAtTheTimeout) {
+  LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession&, int) { self.HoldUntilStopped(); });
+  socket.Open(L"127.0.0.1", server.Port());
+  log->Clear();
+  char buffer[4];
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(socket.Receive(buffer, 4, 1000), -1);
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 990ms);
+  EXPECT_LT(waited, 5s);
+  EXPECT_EQ(socket.GetLastResultCode(), 137);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error receiving data: Timeout of 1000 reached."));
+  EXPECT_EQ(socket.GetBytesReceived(), 0u);
+  EXPECT_TRUE(socket.IsConnected());
+}
+
+TEST_F(RawTLS, ATimeoutOfZeroDoesNotWait) {
+  std::atomic<bool> isAllowed{false};
+  LoopbackTlsServer server([&](LoopbackTlsServer& self, TlsServerSession& session, int) {
+    session.ReadExactly(1);
+    session.Write("late");
+    self.HoldUntilStopped();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  log->Clear();
+  char buffer[4];
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(socket.Receive(buffer, 4, 0), -1);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+  EXPECT_EQ(socket.GetLastResultCode(), 137);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error receiving data: Timeout of 0 reached."));
+
+  // The connection is as good as before.
+  socket.Send("x", 1);
+  EXPECT_EQ(socket.Receive(buffer, 4, 10000), 4);
+  EXPECT_EQ(std::string(buffer, 4), "late");
+}
+
+TEST_F(RawTLS, AFarewellGivesThePeersEnd) {
+  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) {
+    session.Write("abc");
+    session.CloseNotify();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  log->Clear();
+  char buffer[4];
+  EXPECT_EQ(socket.Receive(buffer, 4, 5000), 0);
+  EXPECT_EQ(socket.GetLastResultCode(), 10101);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error receiving data: 10101"));
+}
+
+TEST_F(RawTLS, AnEndWithoutFarewellGivesThePeersEndAsWell) {
+  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) {
+    session.Write("abc");
+    session.Connection().Close();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  char buffer[4];
+  EXPECT_EQ(socket.Receive(buffer, 4, 5000), 0);
+  EXPECT_EQ(socket.GetLastResultCode(), 10101);
+}
+
+TEST_F(RawTLS, AResetConnectionGivesItsNumber) {
+  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) {
+    session.ReadExactly(1);
+    session.Connection().Reset();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  socket.Send("x", 1);
+  char buffer[4];
+  EXPECT_EQ(socket.Receive(buffer, 4, 5000), -1);
+  EXPECT_EQ(socket.GetLastResultCode(), 10054);
+}
+
+TEST_F(RawTLS, APeerThatResetsGivesAnErrorAndNoSignal) {
+  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) { session.Connection().Reset(); });
+  socket.Open(L"127.0.0.1", server.Port());
+  log->Clear();
+  const std::string block(100000, 'x');
+  EXPECT_TRUE(WaitUntil([&] { return socket.Send(block.data(), 100000) == -1; }));
+  EXPECT_THAT(socket.GetLastResultCode(), testing::AnyOf(10053, 10054));
+  EXPECT_THAT(log->Lines(),
+              ElementsAre(WindowsAgentCommon::Format("Error Error sending data: %d", socket.GetLastResultCode())));
+}
+
+TEST_F(RawTLS, BytesThatAreNoRecordsEndTheReceive) {
+  LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession& session, int) {
+    session.Connection().Write("these bytes are no record of the protocol");
+    self.HoldUntilStopped();
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  char buffer[4];
+  EXPECT_EQ(socket.Receive(buffer, 4, 5000), -1);
+  EXPECT_NE(socket.GetLastResultCode(), 0);
+  EXPECT_NE(socket.GetLastResultCode(), 137);
+}
+
+TEST_F(RawTLS, CloseTwiceIsHarmlessAndKeepsWhatWasSaid) {
+  std::atomic<bool> saidFarewell{false};
+  LoopbackTlsServer server([&](LoopbackTlsServer&, TlsServerSession& session, int) {
+    session.ReadAll();
+    saidFarewell = session.Error() == boost::asio::error::eof;
+  });
+  socket.Open(L"127.0.0.1", server.Port());
+  socket.Send("x", 1);
+  socket.Close();
+  socket.Close();
+  EXPECT_TRUE(socket.IsOpen());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_EQ(socket.GetPort(), server.Port());
+  EXPECT_EQ(socket.GetBytesSent(), 1u);
+  EXPECT_TRUE(WaitUntil([&] { return saidFarewell.load(); }));
+}
+
+TEST_F(RawTLS, ConnectAgainReconnectsAndKeepsTheTotals) {
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  socket.Send("x", 1);
+  EXPECT_TRUE(socket.Connect());
+  socket.Send("yz", 2);
+  EXPECT_EQ(socket.GetBytesSent(), 3u);
+  EXPECT_TRUE(WaitUntil([&] { return server.Handshakes() == 2; }));
+}
+
+TEST_F(RawTLS, SendingAndReceivingWithoutConnectionFail) {
+  socket.Open(L"127.0.0.1", UnusedPort());
+  log->Clear();
+  char byte = 0;
+  EXPECT_EQ(socket.Send("x", 1), -1);
+  EXPECT_EQ(socket.GetLastResultCode(), 10057);
+  EXPECT_EQ(socket.Receive(&byte, 1, 0), -1);
+  EXPECT_EQ(socket.GetLastResultCode(), 10057);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10057", "Error Error receiving data: 10057"));
+}
+
+TEST_F(RawTLS, ReceivingNothingSucceeds) {
+  LoopbackTlsServer server;
+  socket.Open(L"127.0.0.1", server.Port());
+  char byte = 0;
+  EXPECT_EQ(socket.Receive(&byte, 0, 100), 0);
+  EXPECT_EQ(socket.GetLastResultCode(), 0);
+}
+
+TEST_F(RawTLS, ConnectsToAnIPv6Address) {
+  std::optional<LoopbackTlsServer> server;
+  try {
+    server.emplace(TlsServerOptions{.isIPv6 = true});
+  } catch (const boost::system::system_error& error) {
+    GTEST_SKIP() << "this machine has no IPv6 loopback: " << error.what();
+  }
+  for (const wchar_t* const host : {L"::1", L"[::1]"}) {
+    socket.Open(host, server->Port());
+    EXPECT_TRUE(socket.IsConnected());
+  }
+}
+
+}  // namespace
+}  // namespace sorvex::test
