@@ -96,11 +96,16 @@ void SSLTCPSocket::CloseStream() {
 }
 
 Platform::WriteOutcome SSLTCPSocket::WriteStream(const char* data, std::size_t length) {
+  const Platform::BrokenPipeGuard noSignal;
   return m_pStream->Write(
       data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); });
 }
 
-int SSLTCPSocket::StreamPeerState() { return m_pStream->PeerState(); }
+int SSLTCPSocket::StreamPeerState() {
+  // A read may have to answer.
+  const Platform::BrokenPipeGuard noSignal;
+  return m_pStream->PeerState();
+}
 
 int SSLTCPSocket::SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) {
   return Platform::SetKeepAlive(m_pStream->Handle(), timeMs, intervalMs);

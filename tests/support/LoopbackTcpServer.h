@@ -65,11 +65,7 @@ class ServerConnection {
                                count = size;
                              });
     RunOperation();
-    if (m_bDiscard) {
-      boost::system::error_code ignored;
-      m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
-      return false;
-    }
+    if (DiscardsNow()) return false;
     text.append(buffer, 0, count);
     if (error) m_endError = error;
     return !error;
@@ -114,6 +110,14 @@ class ServerConnection {
 
   /// Makes the end of the connection throw away what was not read, as the end of its process would. Any thread.
   void DiscardAtEnd() { m_bDiscard = true; }
+
+  /// Whether that was asked for; if so, has it prepared.
+  bool DiscardsNow() {
+    if (!m_bDiscard) return false;
+    boost::system::error_code ignored;
+    m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+    return true;
+  }
 
   /// Runs the operation that was started until its end. Not every system lets another thread end a blocking call, so
   /// there is none.

@@ -20,6 +20,7 @@ struct TlsServerOptions {
   int minVersion = TLS1_VERSION;
   int maxVersion = TLS1_3_VERSION;
   bool requestsCertificate = false;  ///< asks the client for a certificate and takes none as well
+  int unansweredHandshakes = 0;      ///< closes so many connections, the first ones, inside their handshakes
   std::uint16_t port = 0;
   bool isIPv6 = false;
   int receiveBufferBytes = 0;  ///< limits what the system takes for connections that nobody reads
@@ -48,6 +49,7 @@ class TlsServerSession {
                                count = size;
                              });
     m_connection.RunOperation();
+    if (m_connection.DiscardsNow()) return false;
     text.append(buffer, 0, count);
     return !m_error;
   }
@@ -99,6 +101,7 @@ class LoopbackTlsServer {
 
   explicit LoopbackTlsServer(Handler handler, const TlsServerOptions& options = {})
       : m_handler(std::move(handler)),
+        m_unanswered(options.unansweredHandshakes),
         m_context(MakeContext(options)),
         m_server([this](LoopbackTcpServer&, ServerConnection& connection, int index) { Serve(connection, index); },
                  options.port, options.receiveBufferBytes, options.isIPv6) {}
@@ -159,6 +162,13 @@ class LoopbackTlsServer {
   }
 
   void Serve(ServerConnection& connection, int index) {
+    if (index < m_unanswered) {
+      // Says nothing to the client's first words.
+      std::string hello;
+      connection.ReadSome(hello, 65536);
+      connection.Close();
+      return;
+    }
     TlsServerSession session(connection, m_context);
     if (!session.Handshake()) {
       ++m_failedHandshakes;
@@ -169,6 +179,7 @@ class LoopbackTlsServer {
   }
 
   Handler m_handler;
+  const int m_unanswered;
   std::atomic<int> m_handshakes{0};
   std::atomic<int> m_failedHandshakes{0};
   std::atomic<std::uint64_t> m_records{0};

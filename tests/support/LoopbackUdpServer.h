@@ -1,4 +1,4 @@
-// A UDP receiver on a free loopback port that keeps every datagram.
+// A UDP receiver on a free loopback port.
 #pragma once
 
 #include "LoopbackTcpServer.h"
@@ -8,8 +8,10 @@
 #include <array>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -23,8 +25,14 @@ inline std::uint16_t UnusedUdpPort() {
 
 class LoopbackUdpServer {
  public:
-  explicit LoopbackUdpServer(std::uint16_t port = 0)
-      : m_socket(m_context, {boost::asio::ip::address_v4::loopback(), port}) {
+  /// Is given each datagram, in a thread of the server's own.
+  using Taker = std::function<void(std::string_view datagram)>;
+
+  /// Keeps every datagram; see `Datagrams`.
+  LoopbackUdpServer() : LoopbackUdpServer([this](std::string_view datagram) { Keep(datagram); }) {}
+
+  explicit LoopbackUdpServer(Taker taker, std::uint16_t port = 0)
+      : m_taker(std::move(taker)), m_socket(m_context, {boost::asio::ip::address_v4::loopback(), port}) {
     boost::system::error_code ignored;
     // As large as the system allows: a burst has to wait for the thread below.
     m_socket.set_option(boost::asio::socket_base::receive_buffer_size(8 * 1024 * 1024), ignored);
@@ -53,19 +61,22 @@ class LoopbackUdpServer {
   }
 
  private:
+  void Keep(std::string_view datagram) {
+    const std::lock_guard lock(m_mutex);
+    m_datagrams.emplace_back(datagram);
+    m_changed.notify_all();
+  }
+
   void Receive() {
     m_socket.async_receive(boost::asio::buffer(m_buffer),
                            [this](const boost::system::error_code& error, std::size_t size) {
                              if (error == boost::asio::error::operation_aborted) return;
-                             if (!error) {
-                               const std::lock_guard lock(m_mutex);
-                               m_datagrams.emplace_back(m_buffer.data(), size);
-                               m_changed.notify_all();
-                             }
+                             if (!error) m_taker({m_buffer.data(), size});
                              Receive();
                            });
   }
 
+  Taker m_taker;
   boost::asio::io_context m_context;
   boost::asio::ip::udp::socket m_socket;
   std::array<char, 65536> m_buffer{};

@@ -145,10 +145,12 @@ TEST_F(RawTLS, WithoutItsFileTheDefaultLocationsAreTrusted) {
   EXPECT_FALSE(socket.IsConnected());
   EXPECT_EQ(log->Lines().front(), Failure(socket));
 
-  const std::string file = directory.Write("default.pem", ServerIdentity().CertificatePem()).string();
-  ACE_OS::setenv("SSL_CERT_FILE", file.c_str(), 1);
+  // The environment keeps the text itself.
+  static const std::string setting =
+      "SSL_CERT_FILE=" + directory.Write("default.pem", ServerIdentity().CertificatePem()).string();
+  ACE_OS::putenv(setting.c_str());
   EXPECT_TRUE(socket.Connect());
-  ACE_OS::unsetenv("SSL_CERT_FILE");
+  ACE_OS::putenv("SSL_CERT_FILE=");
 }
 
 TEST_F(RawTLS, ARefusedConnectionGivesItsNumberAndNoReasonOfTheLibrary) {

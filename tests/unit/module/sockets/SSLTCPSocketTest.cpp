@@ -357,6 +357,15 @@ TEST_F(TLSDestination, APeerThatResetsWhileWeWriteEndsNoProcess) {
   EXPECT_EQ(server.Tcp().Connections(), 2);
 }
 
+TEST_F(TLSDestination, APeerThatResetsWhileABlockingSendWritesEndsNoProcess) {
+  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) { session.Connection().Reset(); });
+  socket.Initialize(Target(server.Port(), false));
+  const std::string payload(20000, 'x');
+  // The first may still be taken, the second meets the reset, and whatever follows a connection that is gone.
+  EXPECT_TRUE(WaitUntil([&] { return Send(payload) == -1; }));
+  EXPECT_THAT(log->Lines(), Contains(StartsWith("Warn Socket connection problem (error = '")));
+}
+
 TEST_F(TLSDestination, ShutdownGivesUpADestinationThatNeverReadsWithinTwoSeconds) {
   LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession&, int) { self.HoldUntilStopped(); },
                            TlsServerOptions{.receiveBufferBytes = 4096});

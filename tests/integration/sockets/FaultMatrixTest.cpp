@@ -1,0 +1,743 @@
+// Every destination socket, with both strategies, against every fault of its destination.
+//
+// With SORVEX_RELIABILITY_TABLE naming a file, each case appends what it measured to it as a row of
+// docs/reliability.md.
+#include "Receiver.h"
+#include "platform/SocketErrors.h"
+#include "sockets/SSLTCPSocket.h"
+#include "sockets/TCPSocket.h"
+#include "sockets/UDPSocket.h"
+
+#include <support/BlackHole.h>
+#include <support/RecordingLogger.h>
+#include <support/SkippingTime.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+namespace sorvex::test {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace VaroCommunicationAPI::Platform;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using VaroCommunicationAPI::SSLProtocolList;
+using VaroCommunicationAPI::SSLTCPSocket;
+using VaroCommunicationAPI::SteadyTime;
+using VaroCommunicationAPI::TCPSocket;
+using VaroCommunicationAPI::UDPSocket;
+using WindowsAgentCommon::ISocket;
+
+enum class Strategy { Blocking, Queued };
+
+enum class Fault {
+  Refused,
+  Reset,
+  OrderlyClose,
+  BlackHole,
+  NeverReads,
+  ReadsByteByByte,
+  ClosesInHandshake,
+  WrongCertificate,
+  NeverResolves,
+  ResolvesLater,
+  RestartsUnderLoad,
+  FullQueue,
+  ClockSetBack
+};
+
+const char* Name(Transport transport) {
+  switch (transport) {
+    case Transport::Tcp: return "TCP";
+    case Transport::Tls: return "TLS";
+    case Transport::Udp: return "UDP";
+  }
+  return "?";
+}
+
+const char* Name(Strategy strategy) { return strategy == Strategy::Blocking ? "blocking" : "queued"; }
+
+const char* Name(Fault fault) {
+  switch (fault) {
+    case Fault::Refused: return "refused";
+    case Fault::Reset: return "reset";
+    case Fault::OrderlyClose: return "orderly close";
+    case Fault::BlackHole: return "black hole";
+    case Fault::NeverReads: return "accepts and never reads";
+    case Fault::ReadsByteByByte: return "reads one byte at a time";
+    case Fault::ClosesInHandshake: return "closes inside the handshake";
+    case Fault::WrongCertificate: return "wrong certificate";
+    case Fault::NeverResolves: return "name does not resolve";
+    case Fault::ResolvesLater: return "resolves later";
+    case Fault::RestartsUnderLoad: return "restarts under load";
+    case Fault::FullQueue: return "full queue";
+    case Fault::ClockSetBack: return "clock set back";
+  }
+  return "?";
+}
+
+/// What the resolver says to the sockets of a case.
+struct Resolver {
+  std::atomic<int> error{0};
+};
+
+/// What the system says to a UDP socket of a case.
+struct DatagramGate {
+  std::atomic<int> error{0};
+};
+
+/// A socket that asks the case's resolver first.
+template <class Socket>
+class SocketOfCase : public Socket {
+ public:
+  template <class... Arguments>
+  SocketOfCase(const Resolver& resolver, Arguments&&... arguments)
+      : Socket(std::forward<Arguments>(arguments)...), m_resolver(resolver) {}
+
+ protected:
+  ResolvedHost ResolveTarget() override {
+    ResolvedHost failed;
+    failed.m_error = m_resolver.error;
+    return failed.m_error != 0 ? failed : Socket::ResolveTarget();
+  }
+
+ private:
+  const Resolver& m_resolver;
+};
+
+class UDPSocketOfCase : public UDPSocket {
+ public:
+  UDPSocketOfCase(const Resolver& resolver, const DatagramGate& gate,
+                  std::shared_ptr<VaroCommunicationAPI::ISocketTime> time)
+      : UDPSocket(std::move(time)), m_resolver(resolver), m_gate(gate) {}
+
+ protected:
+  ResolvedHost ResolveTarget(AddressFamily family) override {
+    ResolvedHost failed;
+    failed.m_error = m_resolver.error;
+    return failed.m_error != 0 ? failed : UDPSocket::ResolveTarget(family);
+  }
+  DatagramOutcome SendDatagrams(std::span<const Payload> payloads) override {
+    const int error = m_gate.error;
+    return error != 0 ? DatagramOutcome{0, error} : UDPSocket::SendDatagrams(payloads);
+  }
+
+ private:
+  const Resolver& m_resolver;
+  const DatagramGate& m_gate;
+};
+
+struct Cell {
+  Transport transport;
+  Strategy strategy;
+  Fault fault;
+};
+
+void PrintTo(const Cell& cell, std::ostream* out) {
+  *out << Name(cell.transport) << ", " << Name(cell.strategy) << ", " << Name(cell.fault);
+}
+
+/// What a case saw.
+struct Measured {
+  std::uint32_t accepted = 0;  ///< sends that returned the payload's bytes
+  std::uint32_t refused = 0;   ///< sends that returned -1
+  std::chrono::milliseconds longestAccepted{0};
+  std::chrono::milliseconds shortestRefused = std::chrono::hours(1);
+  std::chrono::milliseconds longestRefused{0};
+  std::chrono::milliseconds shutdown{0};
+  Reception::Verdict reception;
+};
+
+class FaultMatrix : public testing::TestWithParam<Cell> {
+ protected:
+  static Transport TestedTransport() { return GetParam().transport; }
+  static bool IsUdp() { return TestedTransport() == Transport::Udp; }
+  static bool IsTls() { return TestedTransport() == Transport::Tls; }
+  static bool IsQueued() { return GetParam().strategy == Strategy::Queued; }
+
+  void Create() {
+    if (IsUdp()) {
+      m_pSocket = std::make_unique<UDPSocketOfCase>(m_resolver, m_gate, m_pTime);
+    } else if (IsTls()) {
+      m_pSocket = std::make_unique<SocketOfCase<SSLTCPSocket>>(m_resolver, SSLProtocolList(), m_pTime);
+    } else {
+      m_pSocket = std::make_unique<SocketOfCase<TCPSocket>>(m_resolver, m_pTime);
+    }
+  }
+
+  void Initialize(std::uint16_t port, WindowsAgentCommon::ParameterBlock parameters = {}) {
+    if (!m_pSocket) Create();
+    parameters.emplace("TargetPort", std::to_string(port));
+    parameters.emplace("Socket.BlockingSendStrategy", IsQueued() ? "false" : "true");
+    if (IsTls()) parameters.emplace("Certificate", ToBase64(ServerIdentity().CertificatePem()));
+    m_pSocket->Initialize(parameters);
+  }
+
+  /// Sends the next payload, of about `bytes` bytes, and notes what came of it.
+  bool Send(std::size_t bytes = 100) {
+    const std::string payload = Reception::PayloadOf(m_next++, bytes);
+    const SteadyTime begin = m_pTime->Now();
+    const std::int32_t result = m_pSocket->Send(payload.data(), static_cast<std::uint32_t>(payload.size()));
+    const auto duration = std::chrono::duration_cast<std::chrono::milliseconds>(m_pTime->Now() - begin);
+    const std::lock_guard lock(m_mutex);
+    if (result == -1) {
+      ++m_measured.refused;
+      m_measured.shortestRefused = std::min(m_measured.shortestRefused, duration);
+      m_measured.longestRefused = std::max(m_measured.longestRefused, duration);
+      return false;
+    }
+    EXPECT_EQ(result, static_cast<std::int32_t>(payload.size()) + (IsUdp() ? 0 : 1));
+    ++m_measured.accepted;
+    m_measured.longestAccepted = std::max(m_measured.longestAccepted, duration);
+    return true;
+  }
+
+  void SendSome(int count) {
+    for (int i = 0; i < count; ++i) Send();
+  }
+
+  bool WaitForText(const std::string& text) {
+    return WaitUntil([&] {
+      const std::vector<std::string> texts = Texts();
+      return std::find(texts.begin(), texts.end(), text) != texts.end();
+    });
+  }
+
+  void Shutdown() {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(m_pSocket->Shutdown(), 0);
+    m_measured.shutdown =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+  }
+
+  /// Waits until the receiver has got the last payload that was sent.
+  void WaitForLast() {
+    EXPECT_TRUE(WaitUntil([&] { return m_reception.HasPayload(m_next - 1); }));
+  }
+
+  /// What holds whatever happens, and the row for the table.
+  void Conclude() {
+    EXPECT_LT(m_measured.shutdown, 2s);
+    m_measured.reception = m_reception.Judge();
+    EXPECT_EQ(m_measured.reception.complaint, "");
+    // Refused at once: what was submitted, and not taken.
+    const std::uint32_t submitted = m_pSocket->GetMessagesSubmitted();
+    const std::uint32_t refusedOpen = submitted - m_measured.accepted;
+    EXPECT_LE(refusedOpen, m_measured.refused);
+    EXPECT_EQ(m_pSocket->GetQueueSize(), 0u);
+    EXPECT_EQ(submitted, m_pSocket->GetMessagesSent() + m_pSocket->GetMessagesDropped() + refusedOpen);
+    EXPECT_EQ(m_pSocket->GetMessagesSent() + m_pSocket->GetMessagesDropped(), m_measured.accepted);
+    EXPECT_LE(m_measured.reception.whole, m_pSocket->GetMessagesSent());
+    if (IsQueued()) {
+      EXPECT_EQ(m_log->Count("Info Thread running..."), 1u);
+      EXPECT_EQ(m_log->Count("Info Thread exiting"), 1u);
+    }
+    WriteRow();
+  }
+
+  void ExpectAllDelivered() const {
+    EXPECT_EQ(m_measured.refused, 0u);
+    EXPECT_EQ(m_measured.reception.whole, m_measured.accepted);
+    EXPECT_EQ(m_pSocket->GetMessagesSent(), m_measured.accepted);
+  }
+  void ExpectAllDropped() const {
+    EXPECT_EQ(m_measured.refused, 0u);
+    EXPECT_EQ(m_pSocket->GetMessagesDropped(), m_measured.accepted);
+  }
+  void ExpectAcceptedAtOnce() const { EXPECT_LT(m_measured.longestAccepted, 900ms); }
+  void ExpectRefusedAfterASecond() const {
+    EXPECT_GE(m_measured.shortestRefused, 1s);
+    EXPECT_LT(m_measured.longestRefused, 2s);
+  }
+  void ExpectRefusedAtOnce() const { EXPECT_LT(m_measured.longestRefused, 500ms); }
+
+  /// The texts that were logged, each once, in the order of their first appearance, without details.
+  std::vector<std::string> Texts() const {
+    std::vector<std::string> texts;
+    for (const std::string& line : m_log->Lines("Code.")) {
+      std::string text = line.substr(0, line.find(" Reason: "));
+      const std::string port = ':' + std::to_string(m_pSocket->GetPort());
+      if (const std::size_t found = text.find(port); found != std::string::npos)
+        text.replace(found, port.size(), ":PORT");
+      if (text.starts_with("Debug UDPSocket addr:") || text.starts_with("Info Thread ")) continue;
+      if (text.starts_with("Debug Connected to server using")) text = "Debug Connected to server using ...";
+      for (const char* const start : {"Error Error sending data", "Warn Socket connection problem"}) {
+        if (text.starts_with(start)) text = std::string(start) + " ...";
+      }
+      if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(text);
+    }
+    return texts;
+  }
+
+  std::string RefusedText() const {
+    return IsTls() ? "Error Cannot connect to server (10061)"
+                   : "Warn The target server actively refused the TCP syslog connection.";
+  }
+  static std::vector<std::string> WithConnected(std::vector<std::string> texts, std::size_t position = 0) {
+    if (IsTls()) {
+      texts.insert(texts.begin() + static_cast<std::ptrdiff_t>(position), "Debug Connected to server using ...");
+    }
+    return texts;
+  }
+
+  void Refused();
+  void EndedByPeer(bool isReset);
+  void IntoBlackHole();
+  void IntoReceiverThatNeverReads();
+  void IntoReceiverThatReadsByteByByte();
+  void IntoReceiverThatClosesInHandshake();
+  void IntoReceiverWithWrongCertificate();
+  void IntoNameThatNeverResolves();
+  void IntoNameThatResolvesLater();
+  void IntoReceiverThatRestarts();
+  void IntoFullQueue();
+  void WhileClockIsSetBack();
+
+  RecordingLogger m_log;
+  std::shared_ptr<SkippingTime> m_pTime = std::make_shared<SkippingTime>();
+  Resolver m_resolver;
+  DatagramGate m_gate;
+  Reception m_reception;
+  std::unique_ptr<ISocket> m_pSocket;
+  std::mutex m_mutex;
+  Measured m_measured;
+  int m_next = 0;
+
+  static constexpr const char* reconnecting = "Debug Socket isn't connected; calling reconnect...";
+  static constexpr const char* reconnected = "Info Reconnect succeeded.";
+  static constexpr const char* reconnectFailed = "Warn Reconnect failed; will try again later.";
+  static constexpr const char* connectionProblem = "Warn Socket connection problem ...";
+  static constexpr const char* sendError = "Error Error sending data ...";
+
+ private:
+  void WriteRow() const {
+    const char* const file = std::getenv("SORVEX_RELIABILITY_TABLE");
+    if (!file) return;
+    std::ostringstream send;
+    const auto seconds = [](std::chrono::milliseconds duration) {
+      std::ostringstream text;
+      text.setf(std::ios::fixed);
+      text.precision(1);
+      text << static_cast<double>(duration.count()) / 1000 << " s";
+      return text.str();
+    };
+    if (m_measured.accepted > 0) {
+      send << m_measured.accepted << " taken within " << seconds(m_measured.longestAccepted);
+    }
+    if (m_measured.refused > 0) {
+      send << (m_measured.accepted > 0 ? ", " : "") << m_measured.refused << " × -1 after "
+           << seconds(m_measured.shortestRefused) << " to " << seconds(m_measured.longestRefused);
+    }
+    std::string texts;
+    for (const std::string& text : Texts()) texts += (texts.empty() ? "" : "; ") + text;
+    std::ofstream(file, std::ios::app) << "| " << Name(GetParam().fault) << " | " << Name(TestedTransport()) << " | "
+                                       << Name(GetParam().strategy) << " | " << send.str() << " | "
+                                       << m_pSocket->GetMessagesSubmitted() << " = " << m_pSocket->GetMessagesSent()
+                                       << " + " << m_pSocket->GetMessagesDropped() << " + 0 + "
+                                       << m_pSocket->GetMessagesSubmitted() - m_measured.accepted << " | "
+                                       << m_measured.reception.whole << " | " << seconds(m_measured.shutdown) << " | "
+                                       << texts << " |\n";
+  }
+};
+
+// --- The faults.
+
+void FaultMatrix::Refused() {
+  Initialize(IsUdp() ? UnusedUdpPort() : UnusedPort());
+  SendSome(4);
+  if (!IsUdp()) {
+    EXPECT_TRUE(WaitForText(reconnectFailed));
+  }
+  Shutdown();
+  Conclude();
+  if (IsUdp()) {
+    // Not every system tells a sender of datagrams that nobody is there.
+    if (m_measured.refused > 0) ExpectRefusedAfterASecond();
+    return;
+  }
+  if (IsQueued()) {
+    ExpectAllDropped();
+    ExpectAcceptedAtOnce();
+  } else {
+    EXPECT_EQ(m_measured.refused, 4u);
+    ExpectRefusedAfterASecond();
+  }
+  EXPECT_THAT(Texts(), ElementsAre(RefusedText(), reconnecting, reconnectFailed));
+}
+
+/// The connection's end finds the first payload read; the others come after it.
+void FaultMatrix::EndedByPeer(bool isReset) {
+  std::atomic<bool> hasEnded{false};
+  std::optional<Receiver> receiver(std::in_place, TestedTransport(), m_reception,
+                                   [&](Receiver& self, PeerSession& session, int index) {
+                                     if (index > 0) return self.KeepAllOf(session);
+                                     self.KeepOne(session);
+                                     if (isReset) {
+                                       session.Reset();
+                                     } else {
+                                       session.Close();
+                                     }
+                                     hasEnded = true;
+                                   });
+  const std::uint16_t port = receiver->Port();
+  Initialize(port);
+  Send();
+  WaitForLast();
+  if (IsUdp()) {
+    receiver.reset();
+    SendSome(2);
+    receiver.emplace(TestedTransport(), m_reception, Receiver::KeepAll, port);
+  } else {
+    ASSERT_TRUE(WaitUntil([&] { return hasEnded.load(); }));
+    if (!isReset) m_pTime->Advance(2s);
+  }
+  SendSome(4);
+  // The last of a blocking socket may have been refused.
+  while (!Send()) {
+  }
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  if (IsUdp()) return;
+  if (isReset && !IsQueued()) {
+    EXPECT_EQ(m_measured.refused, 1u);
+    ExpectRefusedAtOnce();
+    EXPECT_EQ(m_measured.reception.whole, m_measured.accepted);
+    EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({sendError, connectionProblem, reconnecting, reconnected})));
+  } else {
+    ExpectAllDelivered();
+    EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({connectionProblem, reconnecting, reconnected})));
+  }
+}
+
+void FaultMatrix::IntoBlackHole() {
+  const std::uint16_t port = IsUdp() ? UnusedUdpPort() : UnusedPort();
+  std::optional<BlackHole> blackHole;
+  std::optional<DatagramBlackHole> datagramBlackHole;
+  if (IsUdp()) {
+    datagramBlackHole.emplace(port);
+    Initialize(port);
+    SendSome(4);
+    Shutdown();
+    Conclude();
+    EXPECT_EQ(m_measured.refused, 0u);
+    EXPECT_EQ(m_pSocket->GetMessagesSent(), 4u);
+    EXPECT_THAT(Texts(), IsEmpty());
+    return;
+  }
+  // The first connect is refused; the second finds the hole.
+  Initialize(port);
+  blackHole.emplace(port);
+  std::thread sender([&] { Send(); });
+  EXPECT_TRUE(WaitForText(reconnecting));
+  Shutdown();
+  sender.join();
+  Conclude();
+  if (IsQueued()) {
+    ExpectAllDropped();
+    ExpectAcceptedAtOnce();
+  } else {
+    EXPECT_EQ(m_measured.refused, 1u);
+  }
+  EXPECT_EQ(Texts()[1], reconnecting);
+}
+
+void FaultMatrix::IntoReceiverThatNeverReads() {
+  if (IsUdp()) return IntoBlackHole();
+  Receiver receiver(TestedTransport(), m_reception, [](Receiver& self, PeerSession&, int) { self.HoldUntilStopped(); },
+                    0, {.receiveBufferBytes = 4096});
+  Initialize(receiver.Port(), {{"Socket.QueueHighWaterMark", "100000000"}});
+  if (IsQueued()) {
+    for (int i = 0; i < 500; ++i) Send(30000);
+    Shutdown();
+  } else {
+    std::thread sender([&] {
+      while (Send(30000)) {
+      }
+    });
+    // Nothing more is taken for a while: the sender waits for room.
+    std::uint32_t sent = 0;
+    EXPECT_TRUE(WaitUntil([&] {
+      std::this_thread::sleep_for(200ms);
+      return std::exchange(sent, m_pSocket->GetMessagesSubmitted()) == m_pSocket->GetMessagesSubmitted() && sent > 0;
+    }));
+    Shutdown();
+    sender.join();
+  }
+  Conclude();
+  if (IsQueued()) {
+    EXPECT_EQ(m_measured.refused, 0u);
+    EXPECT_GT(m_pSocket->GetMessagesDropped(), 0u);
+    ExpectAcceptedAtOnce();
+  } else {
+    EXPECT_EQ(m_measured.refused, 1u);
+  }
+  EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({sendError, connectionProblem})));
+}
+
+void FaultMatrix::IntoReceiverThatReadsByteByByte() {
+  Receiver receiver(TestedTransport(), m_reception,
+                    [](Receiver& self, PeerSession& session, int) { self.KeepAllOf(session, 1); });
+  Initialize(receiver.Port());
+  SendSome(30);
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  ExpectAllDelivered();
+  ExpectAcceptedAtOnce();
+  EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({})));
+}
+
+void FaultMatrix::IntoReceiverThatClosesInHandshake() {
+  Receiver receiver(TestedTransport(), m_reception, Receiver::KeepAll, 0, {.unansweredHandshakes = 2});
+  Initialize(receiver.Port());
+  SendSome(2);
+  EXPECT_TRUE(WaitForText(reconnectFailed));
+  m_pTime->Advance(15s);
+  SendSome(3);
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  if (IsQueued()) {
+    ExpectAllDelivered();
+    ExpectAcceptedAtOnce();
+  } else {
+    EXPECT_EQ(m_measured.refused, 2u);
+    ExpectRefusedAfterASecond();
+    EXPECT_EQ(m_measured.reception.whole, 3u);
+  }
+  EXPECT_THAT(Texts(), ElementsAre("Error Cannot connect to server (10101)",
+                                   "Debug The TLS library's reason: unexpected eof while reading", reconnecting,
+                                   reconnectFailed, "Debug Connected to server using ...", reconnected));
+}
+
+void FaultMatrix::IntoReceiverWithWrongCertificate() {
+  const TlsIdentity expired("another host", nullptr, -3600);
+  Receiver receiver(TestedTransport(), m_reception, Receiver::KeepAll, 0, {.identity = &expired});
+  Initialize(receiver.Port());
+  SendSome(5);
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  // A destination's certificate is not looked at.
+  ExpectAllDelivered();
+  EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({})));
+}
+
+void FaultMatrix::IntoNameThatNeverResolves() {
+  m_resolver.error = ErrorHostNotFound;
+  Initialize(514);
+  SendSome(3);
+  if (!IsUdp()) {
+    EXPECT_TRUE(WaitForText(reconnectFailed));
+  }
+  Shutdown();
+  Conclude();
+  if (IsUdp()) {
+    EXPECT_EQ(m_measured.refused, 3u);
+    EXPECT_EQ(m_pSocket->GetMessagesSubmitted(), 0u);
+    ExpectRefusedAtOnce();
+    EXPECT_THAT(Texts(), ElementsAre("Error Unable to open UDPSocket 127.0.0.1:PORT errorno 11001"));
+    return;
+  }
+  if (IsQueued()) {
+    ExpectAllDropped();
+    ExpectAcceptedAtOnce();
+  } else {
+    EXPECT_EQ(m_measured.refused, 3u);
+    ExpectRefusedAfterASecond();
+  }
+  if (IsTls()) {
+    EXPECT_THAT(Texts(), ElementsAre("Error Cannot connect to server (11001)", reconnecting, reconnectFailed));
+  } else {
+    EXPECT_THAT(Texts(), ElementsAre(reconnecting, reconnectFailed));
+  }
+}
+
+void FaultMatrix::IntoNameThatResolvesLater() {
+  Receiver receiver(TestedTransport(), m_reception);
+  m_resolver.error = ErrorHostNotFound;
+  Initialize(receiver.Port());
+  if (IsUdp()) {
+    // A closed UDP socket counts what it refuses.
+    SendSome(499);
+    EXPECT_FALSE(m_pSocket->IsOpen());
+    m_resolver.error = 0;
+    Send();
+    EXPECT_TRUE(WaitUntil([&] { return m_pSocket->IsOpen(); }));
+  } else {
+    Send();
+    EXPECT_TRUE(WaitForText(reconnectFailed));
+    m_resolver.error = 0;
+    m_pTime->Advance(15s);
+  }
+  SendSome(5);
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  if (IsUdp()) {
+    EXPECT_EQ(m_measured.refused, 500u);
+    ExpectRefusedAtOnce();
+    EXPECT_EQ(m_measured.reception.whole, 5u);
+    EXPECT_THAT(Texts(), ElementsAre("Error Unable to open UDPSocket 127.0.0.1:PORT errorno 11001",
+                                     "Info Attempting reconnect for UDP connection 127.0.0.1:PORT...",
+                                     "Info Reconnect for UDP connection 127.0.0.1:PORT succeeded."));
+  } else if (IsQueued()) {
+    ExpectAllDelivered();
+  } else {
+    EXPECT_EQ(m_measured.refused, 1u);
+    EXPECT_EQ(m_measured.reception.whole, 5u);
+  }
+}
+
+void FaultMatrix::IntoReceiverThatRestarts() {
+  std::optional<Receiver> receiver(std::in_place, TestedTransport(), m_reception);
+  const std::uint16_t port = receiver->Port();
+  Initialize(port);
+  std::atomic<bool> isDone{false};
+  std::thread producer([&] {
+    while (!isDone) {
+      Send();
+      std::this_thread::sleep_for(1ms);
+    }
+  });
+  for (int restart = 0; restart < 3; ++restart) {
+    const std::size_t before = m_reception.Payloads();
+    EXPECT_TRUE(WaitUntil([&] { return m_reception.Payloads() > before + 20; })) << "nothing after restart " << restart;
+    receiver->Kill();
+    receiver.reset();
+    std::this_thread::sleep_for(30ms);  // an outage in which sends and reconnects find nobody
+    receiver.emplace(TestedTransport(), m_reception, Receiver::KeepAll, port);
+    m_pTime->Advance(15s);
+  }
+  const std::size_t before = m_reception.Payloads();
+  EXPECT_TRUE(WaitUntil([&] { return m_reception.Payloads() > before + 20; }));
+  isDone = true;
+  producer.join();
+  while (!Send()) {
+  }
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  if (IsQueued()) {
+    EXPECT_EQ(m_measured.refused, 0u);
+    EXPECT_EQ(m_pSocket->GetMessagesDropped(), 0u);
+  }
+}
+
+void FaultMatrix::IntoFullQueue() {
+  std::atomic<bool> isReading{false};
+  Receiver receiver(TestedTransport(), m_reception,
+                    [&](Receiver& self, PeerSession& session, int) {
+                      while (!isReading && !self.IsStopped()) std::this_thread::sleep_for(1ms);
+                      self.KeepAllOf(session);
+                    },
+                    0, {.receiveBufferBytes = 65536});
+  Initialize(receiver.Port(), {{"Socket.QueueLowWaterMark", "1000"}, {"Socket.QueueHighWaterMark", "2000"}});
+  if (IsUdp()) m_gate.error = 10055;  // datagrams are not waited for: the system has no room for them
+  while (Send(IsUdp() ? 500 : 30000)) {
+  }
+  isReading = true;
+  m_gate.error = 0;
+  EXPECT_TRUE(WaitUntil([&] { return m_pSocket->GetQueueSize() == 0; }));
+  Send();
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  EXPECT_EQ(m_measured.refused, 1u);
+  EXPECT_EQ(m_measured.reception.whole, m_measured.accepted);
+  EXPECT_GE(m_measured.longestRefused, 5s);
+  // Its clock may have been put forward by pauses of the send thread meanwhile.
+  if (!IsUdp()) {
+    EXPECT_LT(m_measured.longestRefused, 6s);
+  }
+}
+
+void FaultMatrix::WhileClockIsSetBack() {
+  const std::uint16_t port = IsUdp() ? UnusedUdpPort() : UnusedPort();
+  std::optional<Receiver> receiver;
+  if (IsUdp()) receiver.emplace(TestedTransport(), m_reception, Receiver::KeepAll, port);
+  Initialize(port);
+  m_pTime->SetWallClock(-1h);
+  Send();
+  if (!IsUdp()) {
+    EXPECT_TRUE(WaitForText(reconnectFailed));
+    m_pTime->SetWallClock(-24h);
+    receiver.emplace(TestedTransport(), m_reception, Receiver::KeepAll, port);
+    m_pTime->Advance(15s);
+  }
+  SendSome(4);
+  WaitForLast();
+  Shutdown();
+  Conclude();
+  if (IsUdp() || IsQueued()) {
+    ExpectAllDelivered();
+  } else {
+    EXPECT_EQ(m_measured.refused, 1u);
+    ExpectRefusedAfterASecond();
+    EXPECT_EQ(m_measured.reception.whole, 4u);
+  }
+  ExpectAcceptedAtOnce();
+}
+
+TEST_P(FaultMatrix, LosesNothingUnsaid) {
+  switch (GetParam().fault) {
+    case Fault::Refused: return Refused();
+    case Fault::Reset: return EndedByPeer(true);
+    case Fault::OrderlyClose: return EndedByPeer(false);
+    case Fault::BlackHole: return IntoBlackHole();
+    case Fault::NeverReads: return IntoReceiverThatNeverReads();
+    case Fault::ReadsByteByByte: return IntoReceiverThatReadsByteByByte();
+    case Fault::ClosesInHandshake: return IntoReceiverThatClosesInHandshake();
+    case Fault::WrongCertificate: return IntoReceiverWithWrongCertificate();
+    case Fault::NeverResolves: return IntoNameThatNeverResolves();
+    case Fault::ResolvesLater: return IntoNameThatResolvesLater();
+    case Fault::RestartsUnderLoad: return IntoReceiverThatRestarts();
+    case Fault::FullQueue: return IntoFullQueue();
+    case Fault::ClockSetBack: return WhileClockIsSetBack();
+  }
+}
+
+std::vector<Cell> AllCells() {
+  std::vector<Cell> cells;
+  for (int fault = 0; fault <= static_cast<int>(Fault::ClockSetBack); ++fault) {
+    for (const Transport transport : {Transport::Tcp, Transport::Tls, Transport::Udp}) {
+      for (const Strategy strategy : {Strategy::Blocking, Strategy::Queued}) {
+        const Cell cell{transport, strategy, static_cast<Fault>(fault)};
+        // Only TLS shakes hands, and only one strategy has a queue.
+        if (transport != Transport::Tls &&
+            (cell.fault == Fault::ClosesInHandshake || cell.fault == Fault::WrongCertificate)) {
+          continue;
+        }
+        if (strategy == Strategy::Blocking && cell.fault == Fault::FullQueue) continue;
+        cells.push_back(cell);
+      }
+    }
+  }
+  return cells;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cells, FaultMatrix, testing::ValuesIn(AllCells()),
+                         [](const testing::TestParamInfo<Cell>& test) {
+                           std::string name;
+                           bool isStart = true;
+                           for (const char c : std::string(Name(test.param.fault)) + ' ' + Name(test.param.transport) +
+                                                   ' ' + Name(test.param.strategy)) {
+                             if (c != ' ') name += static_cast<char>(isStart ? std::toupper(c) : c);
+                             isStart = c == ' ';
+                           }
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace sorvex::test

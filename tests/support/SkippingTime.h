@@ -1,0 +1,40 @@
+// Clocks for sockets whose pauses and intervals would make a test long.
+#pragma once
+
+#include "sockets/SocketTime.h"
+
+#include <ace/OS_NS_sys_time.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace sorvex::test {
+
+/// The monotonic clock runs as the system's does, but it can be put forward, and a socket's pauses pass ten times as
+/// fast without its noticing. The wall clock is the system's unless it is set. Thread-safe.
+class SkippingTime : public VaroCommunicationAPI::ISocketTime {
+ public:
+  VaroCommunicationAPI::SteadyTime Now() const override {
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(m_skippedMs);
+  }
+  ACE_Time_Value WallClock() const override {
+    return ACE_OS::gettimeofday() + ACE_Time_Value(static_cast<time_t>(m_wallOffsetSeconds));
+  }
+  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::StopSignal& stop) override {
+    const auto waited = duration / 10;
+    stop.WaitFor(waited);
+    if (!stop.IsRequested()) Advance(duration - waited);
+  }
+
+  void Advance(std::chrono::milliseconds duration) { m_skippedMs += duration.count(); }
+
+  /// Sets the wall clock, as an administrator would; the monotonic one goes on.
+  void SetWallClock(std::chrono::seconds offset) { m_wallOffsetSeconds = offset.count(); }
+
+ private:
+  std::atomic<std::int64_t> m_skippedMs{0};
+  std::atomic<std::int64_t> m_wallOffsetSeconds{0};
+};
+
+}  // namespace sorvex::test
