@@ -1,7 +1,5 @@
 #include <CommunicationAPI/SSLProtocolList.h>
 
-#include <ace/SSL/SSL_Context.h>
-#include <openssl/ssl.h>
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
@@ -14,14 +12,12 @@ namespace {
 struct ProtocolName {
   SSLProtocolList::Protocol protocol;
   const char* text;
-  std::uint64_t disablingOption;
 };
 
-// By name, never by shifting: the bit for TLS 1.1 is higher than the bit for TLS 1.2.
 constexpr ProtocolName protocolNames[] = {
-    {SSLProtocolList::TLSv1, "TLSv1", SSL_OP_NO_TLSv1},
-    {SSLProtocolList::TLSv1_1, "TLSv1.1", SSL_OP_NO_TLSv1_1},
-    {SSLProtocolList::TLSv1_2, "TLSv1.2", SSL_OP_NO_TLSv1_2},
+    {SSLProtocolList::TLSv1, "TLSv1"},
+    {SSLProtocolList::TLSv1_1, "TLSv1.1"},
+    {SSLProtocolList::TLSv1_2, "TLSv1.2"},
 };
 
 std::string Trimmed(const std::string& text) { return boost::algorithm::trim_copy(text, std::locale::classic()); }
@@ -64,20 +60,6 @@ bool SSLProtocolList::setRange(const std::string& min, const std::string& max, W
   m_min = *minimum;
   m_max = *maximum;
   return true;
-}
-
-void SSLProtocolList::applyTo(ACE_SSL_Context& context) const {
-  SSL_CTX* const ctx = context.context();
-  // The options alone decide: a system-wide configuration may have set bounds that are narrower than the range.
-  SSL_CTX_set_min_proto_version(ctx, 0);
-  SSL_CTX_set_max_proto_version(ctx, 0);
-  SSL_CTX_set_options(ctx, SSL_OP_NO_SSLv2 | SSL_OP_NO_SSLv3 | SSL_OP_NO_TLSv1 | SSL_OP_NO_TLSv1_2 | SSL_OP_NO_TLSv1_1 |
-                               SSL_OP_NO_TLSv1_3);
-  for (const ProtocolName& name : protocolNames) {
-    if (m_min <= name.protocol && name.protocol <= m_max) SSL_CTX_clear_options(ctx, name.disablingOption);
-  }
-  // TLS 1.0 and 1.1 sign with MD5 and SHA-1, which every level above 0 refuses.
-  if (m_min < TLSv1_2) SSL_CTX_set_security_level(ctx, 0);
 }
 
 }  // namespace VaroCommunicationAPI
