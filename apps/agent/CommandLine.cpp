@@ -1,17 +1,22 @@
 #include <CommandLine.h>
 
+#include <Certificate.h>
+
 #include <SorvexHost/LogSinks.h>
+#include <host/Text.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
+#include <system_error>
 
 namespace sorvex::agent {
 namespace {
 
-using WindowsAgentCommon::ParameterBlock;
+using namespace WindowsAgentCommon;
 
 ParameterBlock ParsePairs(const std::string& option, const std::vector<std::string>& pairs) {
   ParameterBlock parameters;
@@ -23,6 +28,56 @@ ParameterBlock ParsePairs(const std::string& option, const std::vector<std::stri
     parameters.emplace(pair.substr(0, separator), pair.substr(separator + 1));
   }
   return parameters;
+}
+
+std::vector<Destination> ParseDestinations(const std::vector<std::string>& targets) {
+  std::vector<Destination> destinations;
+  for (const std::string& target : targets) {
+    try {
+      destinations.push_back(ParseDestination(target));
+    } catch (const std::invalid_argument& error) {
+      throw CLI::ValidationError("--to", error.what());
+    }
+  }
+  return destinations;
+}
+
+/// Keeps what is wrong with a range, for the log is not open yet.
+class ReasonSink : public ILogSink {
+ public:
+  bool IsEnabled(LogLevel) const override { return true; }
+  void Write(LogLevel, const std::string&, const std::string& message) override {
+    m_strReason += (m_strReason.empty() ? "" : " ") + message;
+  }
+  const std::string& Reason() const { return m_strReason; }
+
+ private:
+  std::string m_strReason;
+};
+
+struct TlsOptions {
+  std::string certificateFile;
+  std::string minVersion = "TLSv1";
+  std::string maxVersion = "TLSv1.2";
+};
+
+void ApplyTlsOptions(const TlsOptions& tls, const CLI::App& forward, ForwardCommand& command) {
+  const bool wanted = std::ranges::any_of(
+      command.destinations, [](const Destination& destination) { return destination.scheme == Scheme::Tls; });
+  for (const char* const option : {"--certificate", "--min-tls", "--max-tls"}) {
+    if (!wanted && forward.count(option) > 0) throw CLI::ValidationError(option, "no destination is a tls:// one");
+  }
+  const auto sink = std::make_shared<ReasonSink>();
+  if (!command.tlsVersions.setRange(tls.minVersion, tls.maxVersion, Log("", sink))) {
+    throw CLI::ValidationError("--min-tls, --max-tls", sink->Reason());
+  }
+  if (!wanted) return;
+  if (tls.certificateFile.empty()) throw CLI::ValidationError("--certificate", "a tls:// destination needs one");
+  try {
+    command.certificate = ReadCertificate(WideToPath(Utf8ToWide(tls.certificateFile)));
+  } catch (const std::system_error& error) {
+    throw CLI::ValidationError("--certificate", error.what());
+  }
 }
 
 /// An option that may be repeated and takes one value each time.
@@ -70,18 +125,27 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   update->add_option("--time", updateCommand.seconds, "Time of the status, seconds since 1970")->required();
 
   ForwardCommand forwardCommand;
-  std::string target;
+  std::vector<std::string> targets;
+  TlsOptions tls;
   std::vector<std::string> socketParameters;
   double giveUpAfter = 0;
   CLI::App* const forward = app.add_subcommand("forward", "Send each line of files or of standard input as an event");
-  forward->add_option("--to", target, "Destination")->required()->type_name("tcp://HOST:PORT");
+  AddRepeated(*forward, "--to", targets, "Destination, SCHEME being tcp, tls or udp; may be repeated")
+      ->required()
+      ->type_name("SCHEME://HOST:PORT");
+  forward->add_option("--certificate", tls.certificateFile, "Certificate for tls destinations, as PEM")
+      ->type_name("FILE");
+  forward->add_option("--min-tls", tls.minVersion, "Lowest version of TLS: TLSv1 (default), TLSv1.1 or TLSv1.2")
+      ->type_name("VERSION");
+  forward->add_option("--max-tls", tls.maxVersion, "Highest version of TLS (default: TLSv1.2)")->type_name("VERSION");
   forward->add_flag("--queued", forwardCommand.queued, "Send through the queue instead of waiting for each event");
   forward->add_option("--builder", forwardCommand.builder, "Payload builder (default: SyslogPayloadBuilder)");
   AddRepeated(*forward, "--set", socketParameters, "Further parameter of the socket")->type_name("KEY=VALUE");
-  CLI::Option* const giveUp =
-      forward->add_option("--give-up-after", giveUpAfter, "End when one event cannot be sent for so long")
-          ->type_name("SECONDS")
-          ->check(CLI::NonNegativeNumber);
+  CLI::Option* const giveUp = forward
+                                  ->add_option("--give-up-after", giveUpAfter,
+                                               "Give a destination up when one event cannot be sent for so long")
+                                  ->type_name("SECONDS")
+                                  ->check(CLI::NonNegativeNumber);
   forward->add_option("FILE", forwardCommand.files, "Files to read; - or none: standard input");
 
   try {
@@ -91,7 +155,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (app.get_subcommands().empty()) throw CLI::RequiredError("A command");
 
     options.parameters = ParsePairs("--parameter", parameters);
-    if (!WindowsAgentCommon::ParseLogLevel(logLevel, options.logLevel)) {
+    if (!ParseLogLevel(logLevel, options.logLevel)) {
       throw CLI::ValidationError("--log-level", "'" + logLevel + "' is not debug, info, warn or error");
     }
     if (info->parsed()) options.command = InfoCommand{};
@@ -104,11 +168,8 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (forward->parsed()) {
       forwardCommand.parameters = ParsePairs("--set", socketParameters);
       if (giveUp->count() > 0) forwardCommand.giveUpAfter = giveUpAfter;
-      try {
-        forwardCommand.destination = ParseDestination(target);
-      } catch (const std::invalid_argument& error) {
-        throw CLI::ValidationError("--to", error.what());
-      }
+      forwardCommand.destinations = ParseDestinations(targets);
+      ApplyTlsOptions(tls, *forward, forwardCommand);
       options.command = forwardCommand;
     }
     return options;

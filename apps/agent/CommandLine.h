@@ -3,6 +3,7 @@
 
 #include <Destination.h>
 
+#include <CommunicationAPI/SSLProtocolList.h>
 #include <host/Log.h>
 #include <host/ParameterBlock.h>
 
@@ -35,7 +36,9 @@ struct UpdateStatusCommand {
 };
 
 struct ForwardCommand {
-  Destination destination;
+  std::vector<Destination> destinations;  ///< at least one
+  std::string certificate;                ///< of the TLS destinations, in Base64
+  VaroCommunicationAPI::SSLProtocolList tlsVersions;
   bool queued = false;
   std::string builder = "SyslogPayloadBuilder";
   WindowsAgentCommon::ParameterBlock parameters;  ///< further parameters of the socket

@@ -8,7 +8,8 @@
 namespace sorvex::agent {
 namespace {
 
-constexpr std::array schemes{std::pair<std::string_view, Scheme>{"tcp", Scheme::Tcp}};
+constexpr std::array<std::pair<std::string_view, Scheme>, 3> schemes{
+    {{"tcp", Scheme::Tcp}, {"tls", Scheme::Tls}, {"udp", Scheme::Udp}}};
 
 Scheme ParseScheme(std::string_view text) {
   std::string known;
@@ -16,7 +17,7 @@ Scheme ParseScheme(std::string_view text) {
     if (text == name) return scheme;
     known += (known.empty() ? "" : ", ") + std::string(name);
   }
-  throw std::invalid_argument("unknown scheme '" + std::string(text) + "'; there is: " + known);
+  throw std::invalid_argument("unknown scheme '" + std::string(text) + "'; there are: " + known);
 }
 
 std::uint16_t ParsePort(std::string_view text) {
@@ -37,6 +38,7 @@ Destination ParseDestination(std::string_view text) {
     throw std::invalid_argument("'" + std::string(text) + "' is not SCHEME://HOST:PORT");
   }
   Destination destination;
+  destination.url = text;
   destination.scheme = ParseScheme(text.substr(0, schemeEnd));
 
   const std::string_view address = text.substr(schemeEnd + separator.size());

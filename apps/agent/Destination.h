@@ -7,9 +7,10 @@
 
 namespace sorvex::agent {
 
-enum class Scheme { Tcp };
+enum class Scheme { Tcp, Tls, Udp };
 
 struct Destination {
+  std::string url;  ///< as it was written
   Scheme scheme = Scheme::Tcp;
   std::string host;  ///< a name or an address; an IPv6 address without its brackets
   std::uint16_t port = 0;

@@ -1,76 +1,42 @@
 #include <Forward.h>
 
+#include <Distributor.h>
 #include <LineReader.h>
+#include <Outlet.h>
 #include <Output.h>
+#include <ProgressLine.h>
 #include <platform/Platform.h>
 
 #include <host/IPayloadFactory.h>
-#include <host/ITCPSocket.h>
 #include <host/ServiceLookup.h>
 #include <host/Text.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <condition_variable>
-#include <cstdio>
+#include <chrono>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
-#include <stop_token>
 #include <system_error>
-#include <thread>
 
 namespace sorvex::agent {
 namespace {
 
 using namespace WindowsAgentCommon;
-using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
+using Outlets = std::vector<std::unique_ptr<Outlet>>;
 
-/// Pause before a refused event is tried again. The queue makes the caller wait itself; a socket that is not connected
-/// answers at once.
-constexpr std::chrono::milliseconds retryPause = 50ms;
-
-struct Progress {
-  std::atomic<std::uint64_t> eventsRead{0};
-  std::atomic<std::uint64_t> refused{0};  ///< attempts to send that failed
-  std::atomic<std::uint64_t> unsent{0};   ///< events that no attempt sent
-};
-
-/// Shows the progress on one line of standard error, twice a second, until it is destroyed. Without a terminal it does
-/// nothing.
-class ProgressLine {
- public:
-  ProgressLine(const ISocket& socket, const Progress& progress) {
-    if (!IsErrorTerminal()) return;
-    m_thread = std::jthread([this, &socket, &progress](std::stop_token stop) {
-      std::unique_lock lock(m_mutex);
-      while (!m_wakeUp.wait_for(lock, stop, 500ms, [&stop] { return stop.stop_requested(); })) Show(socket, progress);
-      Show(socket, progress);
-      std::fputc('\n', stderr);
-    });
-  }
-
- private:
-  static void Show(const ISocket& socket, const Progress& progress) {
-    std::fprintf(stderr, "\r%llu events read, %lu sent, %llu bytes queued, %llu refusals   ",
-                 static_cast<unsigned long long>(progress.eventsRead.load()),
-                 static_cast<unsigned long>(socket.GetMessagesSent()),
-                 static_cast<unsigned long long>(socket.GetQueueSize()),
-                 static_cast<unsigned long long>(progress.refused.load()));
-    std::fflush(stderr);
-  }
-
-  std::mutex m_mutex;
-  std::condition_variable_any m_wakeUp;
-  std::jthread m_thread;  ///< last: it uses the others until it is joined
-};
-
+/// Reads the inputs and sees to it that every outlet gets each line. With one outlet, or the blocking strategy, the
+/// reading thread itself sends; several queues are fed by a thread each.
 class Forwarder {
  public:
-  Forwarder(ITCPSocket& socket, const ForwardCommand& command) : m_socket(socket), m_command(command) {
+  /// Opens the outlets, which outlive the forwarder.
+  Forwarder(const Outlets& outlets, const ForwardCommand& command) : m_outlets(outlets) {
     m_event.m_strHost = GetHostName();
+    if (command.queued && outlets.size() > 1) {
+      m_pDistributor = std::make_unique<Distributor>(outlets);
+    } else {
+      for (const std::unique_ptr<Outlet>& outlet : outlets) outlet->Open();
+    }
   }
 
   /// Sends the lines of one input; returns false when it could not be read to its end.
@@ -90,73 +56,67 @@ class Forwarder {
     }
   }
 
+  /// Sends what is still to be sent and closes the outlets.
+  void Close() {
+    if (m_pDistributor) {
+      m_pDistributor.reset();
+    } else {
+      for (const std::unique_ptr<Outlet>& outlet : m_outlets) outlet->Close();
+    }
+  }
+
   /// Whether no more events are to be sent.
-  bool HasEnded() const { return m_bGivenUp || IsInterrupted(); }
-  const Progress& GetProgress() const { return m_progress; }
+  bool HasEnded() const { return HasGivenUp() || IsInterrupted(); }
+  const std::atomic<std::uint64_t>& EventsRead() const { return m_eventsRead; }
 
  private:
+  bool HasGivenUp() const {
+    return std::ranges::all_of(m_outlets, [](const std::unique_ptr<Outlet>& outlet) { return outlet->HasGivenUp(); });
+  }
+
   void ForwardLines(InputFile& input, const std::string& source) {
     LineReader reader(input);
     m_event.m_strSource = source;
-    std::string_view line;
     // What has been read from a pipe is nowhere else any more: after an interrupt it is still sent.
-    while (reader.GetLine(line)) {
-      m_event.m_time = reader.GetReadTime();
-      m_event.m_strText.assign(line);
-      Count(m_progress.eventsRead);
-      if (!m_bGivenUp && Send()) continue;
-      Count(m_progress.unsent);
-      if (IsInterrupted()) continue;
+    while (m_pDistributor ? DistributeLines(reader) : SendLine(reader)) {
+      if (!HasGivenUp() || IsInterrupted()) continue;
       PrintError("gave up sending; what follows in " + source + " was not read");
       return;
     }
   }
 
-  /// Sends the event once; returns whether the socket has taken it.
-  bool TrySend() {
-    const std::uint32_t sentBefore = m_socket.GetMessagesSent();
-    if (m_socket.SendEvent(m_event) >= 0) return true;
-    // A payload of no bytes at all is sent, although the blocking strategy reports the bytes that it did not write.
-    return !m_command.queued && m_socket.GetMessagesSent() != sentBefore;
+  /// Returns false at the end of the input.
+  bool SendLine(LineReader& reader) {
+    std::string_view line;
+    if (!reader.GetLine(line)) return false;
+    m_event.m_time = reader.GetReadTime();
+    m_event.m_strText.assign(line);
+    CountRead(1);
+    for (const std::unique_ptr<Outlet>& outlet : m_outlets) outlet->Send(m_event);
+    return true;
   }
 
-  /// Sends the event, again and again if need be; returns false when it has given up.
-  bool Send() {
-    if (TrySend()) return true;
-    const SteadyClock::time_point begin = SteadyClock::now();
-    for (;;) {
-      Count(m_progress.refused);
-      const std::chrono::duration<double> elapsed = SteadyClock::now() - begin;
-      if (IsInterrupted() || (m_command.giveUpAfter && elapsed.count() >= *m_command.giveUpAfter)) {
-        m_bGivenUp = true;
-        return false;
-      }
-      WaitForInterrupt(retryPause);
-      if (TrySend()) return true;
-    }
+  /// Returns false at the end of the input.
+  bool DistributeLines(LineReader& reader) {
+    std::string_view lines;
+    if (!reader.GetLines(lines)) return false;
+    Batch batch{std::string(lines), 0, m_event.m_strSource, reader.GetReadTime()};
+    batch.events = static_cast<std::uint64_t>(std::ranges::count(lines, '\n')) + (lines.ends_with('\n') ? 0 : 1);
+    CountRead(batch.events);
+    m_pDistributor->Distribute(std::make_shared<const Batch>(std::move(batch)));
+    return true;
   }
 
-  /// Adds one; this thread is the only writer.
-  static void Count(std::atomic<std::uint64_t>& counter) {
-    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  /// This thread is the only writer.
+  void CountRead(std::uint64_t events) {
+    m_eventsRead.store(m_eventsRead.load(std::memory_order_relaxed) + events, std::memory_order_relaxed);
   }
 
-  ITCPSocket& m_socket;
-  const ForwardCommand& m_command;
+  const Outlets& m_outlets;
   Event m_event;
-  Progress m_progress;
-  bool m_bGivenUp = false;
+  std::atomic<std::uint64_t> m_eventsRead{0};
+  std::unique_ptr<Distributor> m_pDistributor;
 };
-
-ParameterBlock GetSocketParameters(const ForwardCommand& command) {
-  // Of two entries with one key the first is read: what the user sets comes first.
-  ParameterBlock parameters = command.parameters;
-  parameters.emplace("TargetAddress", command.destination.host);
-  parameters.emplace("TargetPort", std::to_string(command.destination.port));
-  parameters.emplace("Socket.BlockingSendStrategy", command.queued ? "false" : "true");
-  parameters.emplace("PayloadBuilderType", command.builder);
-  return parameters;
-}
 
 /// The socket itself takes its default for a name that it does not know, and events would arrive in another format.
 void CheckBuilder(const std::string& name) {
@@ -167,59 +127,56 @@ void CheckBuilder(const std::string& name) {
   }
 }
 
-std::shared_ptr<ITCPSocket> CreateTcpSocket(IConnectionFactory& factory) {
-  std::shared_ptr<IRawSocket> socket;
-  factory.CreateSocket(SOCKET_FLAG_STREAM | SOCKET_FLAG_INTERNET, socket);
-  std::shared_ptr<ITCPSocket> tcpSocket = std::dynamic_pointer_cast<ITCPSocket>(socket);
-  if (!tcpSocket) throw std::runtime_error("the module made no TCP socket");
-  return tcpSocket;
+void PrintRate(const Outlet& outlet, std::uint64_t eventsRead, double seconds) {
+  const auto accepted = static_cast<double>(eventsRead - outlet.Unsent());
+  PrintDecimal("events-per-second", seconds > 0 ? accepted / seconds : 0);
 }
 
-void PrintCounters(const ISocket& socket, const Progress& progress, double seconds) {
-  PrintNumber("messages-submitted", socket.GetMessagesSubmitted());
-  PrintNumber("bytes-submitted", socket.GetBytesSubmitted());
-  PrintNumber("messages-sent", socket.GetMessagesSent());
-  PrintNumber("bytes-sent", socket.GetBytesSent());
-  PrintNumber("messages-truncated", socket.GetMessagesTruncated());
-  PrintNumber("bytes-truncated", socket.GetBytesTruncated());
-  PrintNumber("messages-dropped", socket.GetMessagesDropped());
-  PrintNumber("bytes-dropped", socket.GetBytesDropped());
-  PrintNumber("queue-size", static_cast<std::int64_t>(socket.GetQueueSize()));
-  PrintNumber("refused", static_cast<std::int64_t>(progress.refused));
-  PrintNumber("unsent", static_cast<std::int64_t>(progress.unsent));
-  PrintNumber("events-read", static_cast<std::int64_t>(progress.eventsRead));
+void PrintTotals(std::uint64_t eventsRead, double seconds) {
+  PrintNumber("events-read", static_cast<std::int64_t>(eventsRead));
   PrintDecimal("seconds", seconds);
-  const std::uint64_t accepted = progress.eventsRead - progress.unsent;
-  PrintDecimal("events-per-second", seconds > 0 ? static_cast<double>(accepted) / seconds : 0);
+}
+
+void PrintCounters(const Outlets& outlets, std::uint64_t eventsRead, double seconds) {
+  if (outlets.size() == 1) {
+    outlets.front()->PrintCounters();
+    PrintTotals(eventsRead, seconds);
+    PrintRate(*outlets.front(), eventsRead, seconds);
+    return;
+  }
+  for (const std::unique_ptr<Outlet>& outlet : outlets) {
+    PrintValue("destination", outlet->Url());
+    outlet->PrintCounters();
+    PrintRate(*outlet, eventsRead, seconds);
+  }
+  PrintTotals(eventsRead, seconds);
 }
 
 }  // namespace
 
 int RunCommand(const ForwardCommand& command, IConnectionFactory& factory) {
   CheckBuilder(command.builder);
-  const std::shared_ptr<ITCPSocket> socket = CreateTcpSocket(factory);
+  Outlets outlets;
+  for (const Destination& destination : command.destinations) {
+    outlets.push_back(std::make_unique<Outlet>(destination, command, factory));
+  }
   const SteadyClock::time_point begin = SteadyClock::now();
-  socket->Initialize(GetSocketParameters(command));
-
-  Forwarder forwarder(*socket, command);
+  Forwarder forwarder(outlets, command);
   bool complete = true;
   {
-    const ProgressLine progressLine(*socket, forwarder.GetProgress());
+    const ProgressLine progressLine(outlets, forwarder.EventsRead());
     const std::vector<std::string> standardInput{"-"};
     for (const std::string& file : command.files.empty() ? standardInput : command.files) {
       if (forwarder.HasEnded()) break;
       complete = forwarder.Forward(file) && complete;
     }
-    complete = socket->Shutdown() == 0 && complete;
+    forwarder.Close();
   }
   const std::chrono::duration<double> elapsed = SteadyClock::now() - begin;
-  const Progress& progress = forwarder.GetProgress();
-  PrintCounters(*socket, progress, elapsed.count());
-
-  // The socket's counters are 32 bits wide and wrap.
-  const bool allSent =
-      progress.unsent == 0 && socket->GetMessagesSent() == static_cast<std::uint32_t>(progress.eventsRead);
-  return complete && allSent ? 0 : 1;
+  const std::uint64_t eventsRead = forwarder.EventsRead();
+  PrintCounters(outlets, eventsRead, elapsed.count());
+  for (const std::unique_ptr<Outlet>& outlet : outlets) complete = outlet->HasSentAll(eventsRead) && complete;
+  return complete ? 0 : 1;
 }
 
 }  // namespace sorvex::agent

@@ -7,8 +7,8 @@
 
 namespace sorvex::agent {
 
-/// Sends each line of the inputs, shuts the socket down and prints the counters. Returns 0 when every event that was
-/// read has been sent, else 1.
+/// Sends each line of the inputs to every destination, shuts the sockets down and prints the counters. Returns 0 when
+/// every event that was read has been sent to each, else 1.
 int RunCommand(const ForwardCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
 
 }  // namespace sorvex::agent

@@ -39,6 +39,28 @@ bool LineReader::GetLine(std::string_view& line) {
   }
 }
 
+bool LineReader::GetLines(std::string_view& lines) {
+  for (;;) {
+    const std::string_view rest(m_pBuffer.get() + m_begin, m_end - m_begin);
+    const std::size_t lineFeed = rest.substr(m_scanned - m_begin).rfind('\n');
+    if (lineFeed != std::string_view::npos) {
+      lines = rest.substr(0, m_scanned - m_begin + lineFeed + 1);
+      m_begin += lines.size();
+      m_scanned = m_end;
+      return true;
+    }
+    m_scanned = m_end;
+    if (!m_bEnded) {
+      Fill();
+      continue;
+    }
+    if (rest.empty()) return false;
+    lines = rest;
+    m_begin = m_scanned = m_end;
+    return true;
+  }
+}
+
 void LineReader::Fill() {
   const std::size_t rest = m_end - m_begin;
   if (rest > m_capacity / 2) {

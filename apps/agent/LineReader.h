@@ -24,6 +24,9 @@ class LineReader {
   /// was asked to end and all that had been read is handed out. Throws `std::system_error` on a read error.
   bool GetLine(std::string_view& line);
 
+  /// The same with all the lines that are there, each with its line feed; the last one of the input may lack it.
+  bool GetLines(std::string_view& lines);
+
   /// When the bytes of the last line were read. The clock is taken once per block: its lines came in one read.
   std::chrono::system_clock::time_point GetReadTime() const { return m_readTime; }
 

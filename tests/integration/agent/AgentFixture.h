@@ -50,5 +50,25 @@ inline std::string Value(const std::string& output, const std::string& key) {
 }
 
 inline std::string TcpUrl(std::uint16_t port) { return "tcp://127.0.0.1:" + std::to_string(port); }
+inline std::string TlsUrl(std::uint16_t port) { return "tls://127.0.0.1:" + std::to_string(port); }
+inline std::string UdpUrl(std::uint16_t port) { return "udp://127.0.0.1:" + std::to_string(port); }
+
+/// "forward" of raw payloads to the destinations, with further arguments.
+inline std::vector<std::string> ForwardTo(const std::vector<std::string>& urls,
+                                          const std::vector<std::string>& further = {}) {
+  std::vector<std::string> command{"forward", "--builder", "RawPayloadBuilder"};
+  for (const std::string& url : urls) command.insert(command.end(), {"--to", url});
+  command.insert(command.end(), further.begin(), further.end());
+  return command;
+}
+
+/// The keys of the printed lines, in order.
+inline std::vector<std::string> Keys(const std::string& output) {
+  std::vector<std::string> keys;
+  for (std::size_t begin = 0; begin < output.size(); begin = output.find('\n', begin) + 1) {
+    keys.push_back(output.substr(begin, output.find(": ", begin) - begin));
+  }
+  return keys;
+}
 
 }  // namespace sorvex::test

@@ -9,9 +9,15 @@ namespace {
 
 TEST(AgentDestination, HasHostAndPort) {
   const Destination destination = ParseDestination("tcp://log.example.org:6514");
+  EXPECT_EQ(destination.url, "tcp://log.example.org:6514");
   EXPECT_EQ(destination.scheme, Scheme::Tcp);
   EXPECT_EQ(destination.host, "log.example.org");
   EXPECT_EQ(destination.port, 6514);
+}
+
+TEST(AgentDestination, SchemeSaysWhatKindItIs) {
+  EXPECT_EQ(ParseDestination("tls://host:6514").scheme, Scheme::Tls);
+  EXPECT_EQ(ParseDestination("udp://host:514").scheme, Scheme::Udp);
 }
 
 TEST(AgentDestination, IPv6AddressLosesItsBrackets) {
@@ -28,7 +34,8 @@ INSTANTIATE_TEST_SUITE_P(Texts, WrongDestination,
                          testing::Values("", "host:514", "tcp:host:514", "tcp://", "tcp://:514", "tcp://host",
                                          "tcp://host:", "tcp://host:0", "tcp://host:65536", "tcp://host:-1",
                                          "tcp://host:51x", "tcp://host: 514", "tcp://[::1]", "tcp://[::1]514",
-                                         "tcp://[]:514", "tcp://::1:514", "TCP://host:514", "://host:514"));
+                                         "tcp://[]:514", "tcp://::1:514", "TCP://host:514", "http://host:514",
+                                         "://host:514"));
 
 }  // namespace
 }  // namespace sorvex::agent

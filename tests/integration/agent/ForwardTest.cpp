@@ -11,20 +11,8 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// "forward" of raw payloads to the server, with further arguments.
 std::vector<std::string> Forward(std::uint16_t port, const std::vector<std::string>& further = {}) {
-  std::vector<std::string> command{"forward", "--to", TcpUrl(port), "--builder", "RawPayloadBuilder"};
-  command.insert(command.end(), further.begin(), further.end());
-  return command;
-}
-
-/// The keys of the printed lines, in order.
-std::vector<std::string> Keys(const std::string& output) {
-  std::vector<std::string> keys;
-  for (std::size_t begin = 0; begin < output.size(); begin = output.find('\n', begin) + 1) {
-    keys.push_back(output.substr(begin, output.find(": ", begin) - begin));
-  }
-  return keys;
+  return ForwardTo({TcpUrl(port)}, further);
 }
 
 TEST(AgentForward, SendsEachLineOfStandardInput) {

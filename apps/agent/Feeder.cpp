@@ -1,0 +1,137 @@
+#include <Feeder.h>
+
+#include <Output.h>
+#include <platform/Platform.h>
+
+#include <algorithm>
+#include <exception>
+#include <string_view>
+#include <utility>
+
+namespace sorvex::agent {
+namespace {
+
+using namespace std::chrono_literals;
+using SteadyClock = std::chrono::steady_clock;
+
+/// How much one destination may be behind the others, beside what its socket queues.
+constexpr std::size_t maxWaitingBytes = 4 * 1024 * 1024;
+
+/// How long a destination may take nothing before the others go on without it.
+constexpr auto stallPatience = 1s;
+
+std::size_t SizeOf(const Batch& batch) { return sizeof batch + batch.lines.capacity() + batch.source.capacity(); }
+
+}  // namespace
+
+void RoomSignal::Notify() {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_bNotified = true;
+  }
+  m_changed.notify_one();
+}
+
+void RoomSignal::Wait(std::chrono::milliseconds limit) {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait_for(lock, limit, [this] { return m_bNotified; });
+  m_bNotified = false;
+}
+
+Feeder::Feeder(Outlet& outlet, RoomSignal& room) : m_outlet(outlet), m_room(room) {
+  m_event.m_strHost = GetHostName();
+  m_thread = std::thread([this] { Run(); });
+}
+
+Feeder::~Feeder() {
+  End();
+  m_thread.join();
+}
+
+bool Feeder::HasRoom() const {
+  const std::lock_guard lock(m_mutex);
+  return !m_outlet.HasGivenUp() && m_bytes < maxWaitingBytes;
+}
+
+void Feeder::Take(std::shared_ptr<const Batch> batch) {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_bytes += SizeOf(*batch);
+    m_batches.push_back(std::move(batch));
+  }
+  m_changed.notify_one();
+}
+
+bool Feeder::IsStalled() {
+  const WindowsAgentCommon::ISocket& socket = m_outlet.Socket();
+  const std::uint64_t moved = std::uint64_t{socket.GetMessagesSent()} + socket.GetMessagesDropped();
+  const SteadyClock::time_point now = SteadyClock::now();
+  if (std::exchange(m_lastMoved, moved) != moved) {
+    m_bUnconnected = false;
+    m_bStalled = false;
+    m_lastMoveTime = now;
+  } else if (HasRoom() && !m_bStalled) {
+    m_lastMoveTime = now;
+  } else if (m_bUnconnected || now - m_lastMoveTime > stallPatience) {
+    m_bStalled = true;
+  }
+  return m_bStalled;
+}
+
+void Feeder::End() {
+  m_outlet.StopInsisting();
+  {
+    const std::lock_guard lock(m_mutex);
+    m_bEnded = true;
+  }
+  m_changed.notify_one();
+}
+
+void Feeder::Run() {
+  try {
+    m_outlet.Open();
+    m_bUnconnected = !m_outlet.Socket().IsConnected();
+    Feed();
+  } catch (const std::exception& error) {
+    PrintError(m_outlet.Url() + ": " + error.what());
+    m_outlet.GiveUp();
+    m_room.Notify();
+    Feed();
+  }
+  m_outlet.Close();
+}
+
+void Feeder::Feed() {
+  while (const std::shared_ptr<const Batch> batch = WaitForBatch()) {
+    Send(*batch);
+    RemoveBatch();
+    m_room.Notify();
+  }
+}
+
+/// Returns null at the end.
+std::shared_ptr<const Batch> Feeder::WaitForBatch() {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait(lock, [this] { return m_bEnded || !m_batches.empty(); });
+  return m_batches.empty() ? nullptr : m_batches.front();
+}
+
+void Feeder::Send(const Batch& batch) {
+  m_event.m_strSource = batch.source;
+  m_event.m_time = batch.readTime;
+  std::string_view rest = batch.lines;
+  while (!rest.empty()) {
+    const std::size_t length = std::min(rest.find('\n'), rest.size());
+    m_event.m_strText.assign(rest.substr(0, length));
+    m_outlet.Send(m_event);
+    rest.remove_prefix(std::min(length + 1, rest.size()));
+  }
+}
+
+void Feeder::RemoveBatch() {
+  const std::lock_guard lock(m_mutex);
+  m_bytes -= SizeOf(*m_batches.front());
+  m_batches.pop_front();
+}
+
+}  // namespace sorvex::agent

@@ -1,0 +1,88 @@
+// A destination with a thread of its own.
+#pragma once
+
+#include <Outlet.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace sorvex::agent {
+
+/// Lines on their way to several destinations, which share them.
+struct Batch {
+  std::string lines;  ///< each with its line feed; the last one of an input may lack it
+  std::uint64_t events = 0;
+  std::string source;
+  std::chrono::system_clock::time_point readTime;
+};
+
+/// What tells the reading thread that some feeder may have room now.
+class RoomSignal {
+ public:
+  void Notify();
+  /// Waits until the next `Notify` or until `limit` has passed.
+  void Wait(std::chrono::milliseconds limit);
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_bNotified = false;
+};
+
+/// Opens an outlet, sends it what the reading thread hands over, and closes it, in a thread of its own. It holds a few
+/// megabytes of lines at most. Everything but the thread's own work is called by the reading thread.
+class Feeder {
+ public:
+  Feeder(Outlet& outlet, RoomSignal& room);
+  ~Feeder();
+  Feeder(const Feeder&) = delete;
+  Feeder& operator=(const Feeder&) = delete;
+
+  bool HasRoom() const;
+  void Take(std::shared_ptr<const Batch> batch);
+
+  /// Looks whether lines have moved since it last looked. Without room, the destination is stalled when none have for a
+  /// while, and until some have.
+  bool IsStalled();
+
+  bool HasGivenUp() const { return m_outlet.HasGivenUp(); }
+  void CountUnsent(const Batch& batch) { m_outlet.CountUnsent(batch.events); }
+
+  /// Tells that nothing more comes.
+  void End();
+
+ private:
+  void Run();
+  void Feed();
+  std::shared_ptr<const Batch> WaitForBatch();
+  void RemoveBatch();
+  void Send(const Batch& batch);
+
+  Outlet& m_outlet;
+  RoomSignal& m_room;
+
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::deque<std::shared_ptr<const Batch>> m_batches;  ///< the first one is being sent
+  std::size_t m_bytes = 0;
+  bool m_bEnded = false;
+
+  // The reading thread's own.
+  std::uint64_t m_lastMoved = 0;
+  std::chrono::steady_clock::time_point m_lastMoveTime;
+  bool m_bStalled = false;
+
+  std::atomic<bool> m_bUnconnected{false};  ///< there was no connection to begin with
+  WindowsAgentCommon::Event m_event;        ///< the thread's own
+  std::thread m_thread;
+};
+
+}  // namespace sorvex::agent
