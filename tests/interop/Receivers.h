@@ -19,6 +19,9 @@ enum class Writing {
   Parsed  ///< "host|application|text" of a message of RFC 5424
 };
 
+/// How messages reach a receiver.
+enum class Transport { Tcp, Tls, Udp };
+
 /// A daemon of its own, unprivileged, in a directory of its own, on a free loopback port. Used by one thread.
 class Receiver {
  public:
@@ -30,21 +33,27 @@ class Receiver {
   /// it does not within a while.
   std::uint16_t WaitForPort();
 
+  /// The certificate that the receiver shows.
+  std::filesystem::path CertificateFile() const { return m_directory.Path() / "certificate.pem"; }
+
+  /// Waits until `bytes` bytes are written; returns false when nothing more comes for long.
+  bool WaitForBytes(std::uintmax_t bytes) const;
+
   /// Waits until `bytes` bytes are written or nothing more comes for long, ends the daemon and returns what it wrote.
   std::string Collect(std::uintmax_t bytes);
 
  protected:
-  Receiver() = default;
+  explicit Receiver(Transport transport);
 
   void Start(const std::filesystem::path& program, const std::vector<std::string>& arguments);
   std::filesystem::path OutputFile() const { return m_directory.Path() / "received"; }
   const TemporaryDirectory& Directory() const { return m_directory; }
-  const ChildProcess& Process() const { return *m_pProcess; }
-
-  /// The port, or 0 as long as the daemon does not listen.
-  virtual std::uint16_t FindPort() const = 0;
+  std::filesystem::path KeyFile() const { return m_directory.Path() / "key.pem"; }
 
  private:
+  std::uint16_t FindPort() const;
+
+  Transport m_transport;
   TemporaryDirectory m_directory{"receiver"};
   std::unique_ptr<ChildProcess> m_pProcess;
 };
@@ -53,10 +62,10 @@ enum class Daemon { Rsyslog, SyslogNg };
 
 inline void PrintTo(Daemon daemon, std::ostream* out) { *out << (daemon == Daemon::Rsyslog ? "rsyslog" : "syslog-ng"); }
 
-/// Where the daemon's program stands; an empty path when it is not there.
-std::filesystem::path FindDaemon(Daemon daemon);
+/// Whether the machine has the daemon, with what it needs for the transport.
+bool IsThere(Daemon daemon, Transport transport);
 
 /// Starts a receiver; its program has to be there.
-std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Writing writing);
+std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Transport transport, Writing writing);
 
 }  // namespace sorvex::test
