@@ -55,6 +55,7 @@ void SSLTCPRawSocket::ReportConnected() {
 void SSLTCPRawSocket::ReportConnectFailure(int error) {
   m_log.Error("Cannot connect to server (%d)", error);
   if (!m_strFailureReason.empty()) m_log.Debug("The TLS library's reason: %s", m_strFailureReason);
+  m_strFailureReason.clear();
 }
 
 RawTransfer SSLTCPRawSocket::SendAll(const void* buffer, std::size_t length) {

@@ -54,6 +54,13 @@ std::size_t Reception::Payloads() const {
   return payloads;
 }
 
+std::string Reception::Text() const {
+  const std::lock_guard lock(m_mutex);
+  std::string text;
+  for (const std::string& connection : m_connections) text += connection;
+  return text;
+}
+
 Reception::Verdict Reception::Judge() const {
   Verdict verdict;
   int previous = -1;

@@ -33,6 +33,8 @@ class Reception {
 
   bool HasPayload(int number) const;
   std::size_t Payloads() const;
+  /// All connections' bytes, one after the other.
+  std::string Text() const;
 
   /// Reads all connections in their order. A connection may end within a payload, but only so.
   Verdict Judge() const;
