@@ -77,7 +77,10 @@ TEST_P(OpensslServerOfVersion, ExchangesWithTheRawSocket) {
   socket.SetCertificateFile(WindowsAgentCommon::Utf8ToWide(m_server.CertificateFile()));
   socket.Open(L"127.0.0.1", m_server.Port());
   ASSERT_EQ(socket.IsConnected(), IsInRange());
-  if (!IsInRange()) return EXPECT_THAT(m_log->Lines(), Contains(StartsWith("Error Cannot connect to server (")));
+  if (!IsInRange()) {
+    EXPECT_THAT(m_log->Lines(), Contains(StartsWith("Error Cannot connect to server (")));
+    return;
+  }
   EXPECT_THAT(m_log->Lines(), Contains(ConnectedLine()));
   EXPECT_EQ(socket.Send("from the agent\n", 15), 15);
   EXPECT_TRUE(WaitUntil([&] { return m_server.HasReceived("from the agent\n"); }));

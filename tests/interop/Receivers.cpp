@@ -75,12 +75,14 @@ class Rsyslog : public Receiver {
     return "module(load=\"imtcp\")\n";
   }
 
-  static std::string Input(Transport transport) {
+  std::string Input(Transport transport) const {
     const std::string common = "address=\"127.0.0.1\" port=\"0\" ruleset=\"received\" ";
     if (transport == Transport::Udp) {
       return "input(type=\"imudp\" " + common + "rcvbufSize=\"" + receiveBuffer + "\")\n";
     }
-    return "input(type=\"imtcp\" " + common + "supportOctetCountedFraming=\"off\")\n";
+    // Asked for port 0 without such a file, it does not listen when an ordinary user runs it.
+    return "input(type=\"imtcp\" " + common + "supportOctetCountedFraming=\"off\" listenPortFileName=\"" +
+           (Directory().Path() / "port").string() + "\")\n";
   }
 };
 

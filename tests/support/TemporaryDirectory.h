@@ -39,7 +39,7 @@ class TemporaryDirectory {
 
   /// Writes a file of exactly these bytes and returns its path. Parent directories are made.
   std::filesystem::path Write(const std::filesystem::path& relative, std::string_view content) const {
-    const std::filesystem::path path = m_path / relative;
+    std::filesystem::path path = m_path / relative;
     std::filesystem::create_directories(path.parent_path());
     std::ofstream file(path, std::ios::binary);
     file.write(content.data(), static_cast<std::streamsize>(content.size()));

@@ -137,7 +137,7 @@ TEST_F(PayloadBuilder, BsdPadsTheDayWithABlank) {
 TEST_F(PayloadBuilder, BsdKnowsEveryMonth) {
   const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   for (unsigned i = 0; i < 12; ++i) {
-    m_event.m_time = std::chrono::sys_days(std::chrono::year(2024) / (i + 1) / 15);
+    m_event.m_time = std::chrono::sys_days(std::chrono::year(2024) / std::chrono::month(i + 1) / 15);
     EXPECT_EQ(Bsd(), std::string("<12>") + months[i] + " 15 00:00:00 host.example kernel: some text");
   }
 }
