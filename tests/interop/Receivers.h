@@ -22,6 +22,10 @@ enum class Writing {
 /// How messages reach a receiver.
 enum class Transport { Tcp, Tls, Udp };
 
+inline void PrintTo(Transport transport, std::ostream* out) {
+  *out << (transport == Transport::Tcp ? "TCP" : transport == Transport::Tls ? "TLS" : "UDP");
+}
+
 /// A daemon of its own, unprivileged, in a directory of its own, on a free loopback port. Used by one thread.
 class Receiver {
  public:

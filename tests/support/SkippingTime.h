@@ -24,8 +24,14 @@ class SkippingTime : public VaroCommunicationAPI::ISocketTime {
   void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::StopSignal& stop) override {
     const auto waited = duration / 10;
     stop.WaitFor(waited);
-    if (!stop.IsRequested()) Advance(duration - waited);
+    if (stop.IsRequested()) return;
+    Advance(duration - waited);
+    m_skippedInPauses += duration - waited;
   }
+
+  /// What the pauses of the calling thread were shorter than they seemed, all in all. What the thread lived through
+  /// took that much more than the system's clock says.
+  static std::chrono::milliseconds SkippedInPauses() { return m_skippedInPauses; }
 
   void Advance(std::chrono::milliseconds duration) { m_skippedMs += duration.count(); }
 
@@ -33,6 +39,8 @@ class SkippingTime : public VaroCommunicationAPI::ISocketTime {
   void SetWallClock(std::chrono::seconds offset) { m_wallOffsetSeconds = offset.count(); }
 
  private:
+  static inline thread_local std::chrono::milliseconds m_skippedInPauses{0};
+
   std::atomic<std::int64_t> m_skippedMs{0};
   std::atomic<std::int64_t> m_wallOffsetSeconds{0};
 };
