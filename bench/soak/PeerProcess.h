@@ -1,0 +1,34 @@
+// The peers in a process of their own, so that what they hold is not taken for what the sockets hold.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include <sys/types.h>
+
+namespace sorvex::soak {
+
+/// Made before any thread is started.
+class PeerProcess {
+ public:
+  explicit PeerProcess(std::uint32_t seed);
+  ~PeerProcess();
+  PeerProcess(const PeerProcess&) = delete;
+  PeerProcess& operator=(const PeerProcess&) = delete;
+
+  std::uint16_t PortOf(const std::string& peer) const { return m_ports.at(peer); }
+
+  /// Ends the faults, waits for the end of every connection, and prints what the peers got. Returns whether everything
+  /// was as it should be; `received` becomes the payloads of each peer.
+  bool Finish(std::map<std::string, std::uint64_t>& received);
+
+ private:
+  int m_toPeers = -1;
+  std::FILE* m_pFromPeers = nullptr;
+  pid_t m_process = -1;
+  std::map<std::string, std::uint16_t> m_ports;
+};
+
+}  // namespace sorvex::soak

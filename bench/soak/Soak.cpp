@@ -1,0 +1,273 @@
+// A soak: the destination sockets under load and faults for as long as wanted.
+//
+//   soak [SECONDS [SEED [FACTOR]]]   (default: 600, a random seed, 10)
+//
+// TCP, TLS and UDP, each queued with eight producers and blocking with one, send to peers of their own, which reset,
+// close, stop reading, restart, refuse or swallow connections (over UDP: close the port) at random moments. The clock
+// by which the sockets pace reconnects and pauses runs FACTOR times as fast as the real one, so that as many reconnects
+// happen as otherwise in FACTOR times the time; load, faults and the queue's patience keep to the real clock, and so
+// does the end. Exits 0 when
+//
+// - every payload that arrived was whole, none came twice, and each producer's came in order;
+// - no peer got more than its socket says that it sent;
+// - every socket was shut down within two seconds, under whatever fault there was then;
+// - afterwards, submitted = sent + dropped + refused at once, with nothing left in the queue;
+// - in the last tenth of the time the process held at most 4 MiB more resident memory than in the second tenth, and no
+//   more open files than one for each socket above those of the second tenth (which a socket may have spent without a
+//   connection), and after the end as many open files as before the first socket.
+#include "sockets/SSLTCPSocket.h"
+#include "sockets/TCPSocket.h"
+#include "sockets/UDPSocket.h"
+
+#include "Load.h"
+#include "PeerProcess.h"
+#include "ProcessUsage.h"
+
+#include <support/TlsIdentity.h>
+
+#include <host/LoggerFactory.h>
+
+#include <ace/OS_NS_sys_time.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <stop_token>
+
+namespace sorvex::soak {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace VaroCommunicationAPI;
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr int queuedProducers = 8;
+constexpr auto watchInterval = 20ms;
+constexpr auto reportInterval = 5s;
+constexpr std::size_t memoryMargin = 4 * 1024 * 1024;
+
+struct Options {
+  std::chrono::seconds duration{600};
+  std::uint32_t seed = std::random_device()();
+  int factor = 10;
+};
+
+/// A clock that runs faster than the system's until it is slowed down to the same.
+class AcceleratedTime : public ISocketTime {
+ public:
+  explicit AcceleratedTime(int factor) : m_factor(factor) {}
+
+  SteadyTime Now() const override {
+    const std::lock_guard lock(m_mutex);
+    return m_base + (SteadyClock::now() - m_origin) * m_factor;
+  }
+  ACE_Time_Value WallClock() const override { return ACE_OS::gettimeofday(); }
+  void Pause(std::chrono::milliseconds duration, StopSignal& stop) override {
+    int factor = 0;
+    {
+      const std::lock_guard lock(m_mutex);
+      factor = m_factor;
+    }
+    stop.WaitFor(duration / factor);
+  }
+
+  void SlowDown() {
+    const SteadyTime now = Now();
+    const std::lock_guard lock(m_mutex);
+    m_base = now;
+    m_origin = SteadyClock::now();
+    m_factor = 1;
+  }
+
+ private:
+  mutable std::mutex m_mutex;
+  int m_factor;
+  SteadyTime m_origin = SteadyClock::now();
+  SteadyTime m_base = m_origin;
+};
+
+/// Counts log records by their level instead of showing them: faults make thousands.
+class CountingLog : public WindowsAgentCommon::ILogSink {
+ public:
+  bool IsEnabled(WindowsAgentCommon::LogLevel) const override { return true; }
+  void Write(WindowsAgentCommon::LogLevel level, const std::string&, const std::string&) override {
+    ++m_counts[static_cast<std::size_t>(level)];
+  }
+  void Print() const {
+    using WindowsAgentCommon::LogLevel;
+    for (const auto& [level, name] : {std::pair{LogLevel::Debug, "debug"}, std::pair{LogLevel::Info, "info"},
+                                      std::pair{LogLevel::Warn, "warnings"}, std::pair{LogLevel::Error, "errors"}}) {
+      std::printf("%s %llu ", name, static_cast<unsigned long long>(m_counts[static_cast<std::size_t>(level)].load()));
+    }
+    std::puts("log records");
+  }
+
+ private:
+  std::array<std::atomic<std::uint64_t>, 4> m_counts{};
+};
+
+/// The highest of what the process held in a part of the time.
+struct Peak {
+  std::size_t residentBytes = 0;
+  std::size_t openFiles = 0;
+
+  void Add(const ProcessUsage& usage) {
+    residentBytes = std::max(residentBytes, usage.residentBytes);
+    openFiles = std::max(openFiles, usage.openFiles);
+  }
+};
+
+class Soak {
+ public:
+  explicit Soak(const Options& options)
+      : m_options(options), m_peers(options.seed), m_time(std::make_shared<AcceleratedTime>(options.factor)) {}
+
+  bool Run() {
+    WindowsAgentCommon::LoggerFactory::SetSink(m_log);
+    const std::size_t filesBefore = MeasureProcess().openFiles;
+    Start();
+    Watch();
+    Stop();
+    // All of them are asked, so that each says what it found.
+    const std::array verdicts{IsFlat(), IsEqual(MeasureProcess().openFiles, filesBefore), IsArrivalGood(),
+                              HaveLoadsKeptTheLaw()};
+    return std::ranges::all_of(verdicts, std::identity());
+  }
+
+ private:
+  void Start() {
+    const std::string certificate = test::ToBase64(test::TlsIdentity("client").CertificatePem());
+    for (const char* const strategy : {"queued", "blocking"}) {
+      Add<TCPSocket>("tcp", strategy, {}, m_time);
+      Add<SSLTCPSocket>("tls", strategy, {{"Certificate", certificate}}, SSLProtocolList(), m_time);
+      Add<UDPSocket>("udp", strategy, {}, m_time);
+    }
+  }
+
+  template <class Socket, class... Arguments>
+  void Add(const std::string& transport, const std::string& strategy, WindowsAgentCommon::ParameterBlock parameters,
+           Arguments... arguments) {
+    const bool isQueued = strategy == "queued";
+    const std::string name = transport + '-' + strategy;
+    parameters.emplace("TargetPort", std::to_string(m_peers.PortOf(name)));
+    parameters.emplace("Socket.BlockingSendStrategy", isQueued ? "false" : "true");
+    const auto socket = std::make_shared<Socket>(arguments...);
+    socket->Initialize(parameters);
+    const auto seed = m_options.seed + static_cast<std::uint32_t>(100 * m_loads.size());
+    m_loads.push_back(std::make_unique<Load>(name, socket, isQueued ? queuedProducers : 1, seed));
+  }
+
+  void Watch() {
+    std::jthread reader([this](const std::stop_token& stop) {
+      while (!stop.stop_requested()) {
+        for (const auto& load : m_loads) load->Watch();
+        std::this_thread::sleep_for(watchInterval);
+      }
+    });
+    const auto begin = SteadyClock::now();
+    auto nextReport = begin;
+    for (auto now = begin; now < begin + m_options.duration; now = SteadyClock::now()) {
+      const ProcessUsage usage = MeasureProcess();
+      const auto tenth = (now - begin) * 10 / m_options.duration;
+      if (tenth == 1) m_early.Add(usage);
+      if (tenth == 9) m_late.Add(usage);
+      if (now >= nextReport) {
+        Report(std::chrono::duration_cast<std::chrono::seconds>(now - begin), usage);
+        nextReport += reportInterval;
+      }
+      std::this_thread::sleep_for(100ms);
+    }
+  }
+
+  void Report(std::chrono::seconds elapsed, const ProcessUsage& usage) const {
+    std::printf("%lld s: resident %.1f MiB, %zu open files\n", static_cast<long long>(elapsed.count()),
+                static_cast<double>(usage.residentBytes) / (1024 * 1024), usage.openFiles);
+    for (const auto& load : m_loads) load->Print();
+    std::fflush(stdout);
+  }
+
+  void Stop() {
+    // A stop's patience is real.
+    m_time->SlowDown();
+    // A blocking socket belongs to one thread at a time; a queued one is shut down under its producers' hands.
+    for (const auto& load : m_loads) {
+      if (load->Name().ends_with("blocking")) load->JoinProducers();
+      load->ShutDown();
+    }
+    Report(m_options.duration, MeasureProcess());
+    m_log->Print();
+  }
+
+  bool HaveLoadsKeptTheLaw() const {
+    return std::ranges::all_of(m_loads, [](const auto& load) { return load->Complaints() == 0; });
+  }
+
+  bool IsArrivalGood() {
+    std::map<std::string, std::uint64_t> received;
+    bool isGood = m_peers.Finish(received);
+    for (const auto& load : m_loads) {
+      if (received[load->Name()] <= load->Sent()) continue;
+      std::fprintf(stderr, "soak: %s: more arrived than was sent\n", load->Name().c_str());
+      isGood = false;
+    }
+    return isGood;
+  }
+
+  bool IsFlat() const {
+    std::printf("second tenth: resident at most %.1f MiB, %zu open files; last tenth: %.1f MiB, %zu open files\n",
+                static_cast<double>(m_early.residentBytes) / (1024 * 1024), m_early.openFiles,
+                static_cast<double>(m_late.residentBytes) / (1024 * 1024), m_late.openFiles);
+    if (m_late.residentBytes <= m_early.residentBytes + memoryMargin &&
+        m_late.openFiles <= m_early.openFiles + m_loads.size()) {
+      return true;
+    }
+    std::fputs("soak: the process has grown\n", stderr);
+    return false;
+  }
+
+  static bool IsEqual(std::size_t openFiles, std::size_t before) {
+    if (openFiles == before) return true;
+    std::fprintf(stderr, "soak: %zu open files after the end, %zu before the beginning\n", openFiles, before);
+    return false;
+  }
+
+  const Options m_options;
+  PeerProcess m_peers;
+  const std::shared_ptr<AcceleratedTime> m_time;
+  const std::shared_ptr<CountingLog> m_log = std::make_shared<CountingLog>();
+  std::vector<std::unique_ptr<Load>> m_loads;
+  Peak m_early;
+  Peak m_late;
+};
+
+}  // namespace
+}  // namespace sorvex::soak
+
+int main(int argc, char** argv) {
+  sorvex::soak::Options options;
+  if (argc > 1) options.duration = std::chrono::seconds(std::atoi(argv[1]));
+  if (argc > 2) options.seed = static_cast<std::uint32_t>(std::strtoul(argv[2], nullptr, 10));
+  if (argc > 3) options.factor = std::atoi(argv[3]);
+  if (argc > 4 || options.duration < std::chrono::seconds(10) || options.factor < 1) {
+    std::fputs("usage: soak [SECONDS (at least 10) [SEED [FACTOR]]]\n", stderr);
+    return 2;
+  }
+  std::printf("soak: %lld seconds, seed %u, the sockets' clock %d times as fast\n",
+              static_cast<long long>(options.duration.count()), options.seed, options.factor);
+  std::fflush(stdout);
+  try {
+    const bool isGood = sorvex::soak::Soak(options).Run();
+    std::puts(isGood ? "soak: passed" : "soak: FAILED");
+    return isGood ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "soak: %s\n", error.what());
+    return 1;
+  }
+}
