@@ -1,6 +1,6 @@
 // A soak: the destination sockets under load and faults for as long as wanted.
 //
-//   soak [SECONDS [SEED [FACTOR]]]   (default: 600, a random seed, 10)
+//   soak [SECONDS [SEED [FACTOR]]]   (default: 600, a random seed, 24)
 //
 // TCP, TLS and UDP, each queued with eight producers and blocking with one, send to peers of their own, which reset,
 // close, stop reading, restart, refuse or swallow connections (over UDP: close the port) at random moments. The clock
@@ -23,11 +23,10 @@
 #include "PeerProcess.h"
 #include "ProcessUsage.h"
 
+#include <support/AcceleratedTime.h>
 #include <support/TlsIdentity.h>
 
 #include <host/LoggerFactory.h>
-
-#include <ace/OS_NS_sys_time.h>
 
 #include <algorithm>
 #include <array>
@@ -56,41 +55,7 @@ constexpr std::size_t memoryMargin = 4 * 1024 * 1024;
 struct Options {
   std::chrono::seconds duration{600};
   std::uint32_t seed = std::random_device()();
-  int factor = 10;
-};
-
-/// A clock that runs faster than the system's until it is slowed down to the same.
-class AcceleratedTime : public ISocketTime {
- public:
-  explicit AcceleratedTime(int factor) : m_factor(factor) {}
-
-  SteadyTime Now() const override {
-    const std::lock_guard lock(m_mutex);
-    return m_base + (SteadyClock::now() - m_origin) * m_factor;
-  }
-  ACE_Time_Value WallClock() const override { return ACE_OS::gettimeofday(); }
-  void Pause(std::chrono::milliseconds duration, StopSignal& stop) override {
-    int factor = 0;
-    {
-      const std::lock_guard lock(m_mutex);
-      factor = m_factor;
-    }
-    stop.WaitFor(duration / factor);
-  }
-
-  void SlowDown() {
-    const SteadyTime now = Now();
-    const std::lock_guard lock(m_mutex);
-    m_base = now;
-    m_origin = SteadyClock::now();
-    m_factor = 1;
-  }
-
- private:
-  mutable std::mutex m_mutex;
-  int m_factor;
-  SteadyTime m_origin = SteadyClock::now();
-  SteadyTime m_base = m_origin;
+  int factor = 24;
 };
 
 /// Counts log records by their level instead of showing them: faults make thousands.
@@ -127,7 +92,7 @@ struct Peak {
 class Soak {
  public:
   explicit Soak(const Options& options)
-      : m_options(options), m_peers(options.seed), m_time(std::make_shared<AcceleratedTime>(options.factor)) {}
+      : m_options(options), m_peers(options.seed), m_time(std::make_shared<test::AcceleratedTime>(options.factor)) {}
 
   bool Run() {
     WindowsAgentCommon::LoggerFactory::SetSink(m_log);
@@ -240,7 +205,7 @@ class Soak {
 
   const Options m_options;
   PeerProcess m_peers;
-  const std::shared_ptr<AcceleratedTime> m_time;
+  const std::shared_ptr<test::AcceleratedTime> m_time;
   const std::shared_ptr<CountingLog> m_log = std::make_shared<CountingLog>();
   std::vector<std::unique_ptr<Load>> m_loads;
   Peak m_early;

@@ -1,12 +1,11 @@
 // A receiver that is killed and started again, ten times, under a load of 5,000 events a second.
 #include "sockets/TCPSocket.h"
 
+#include <support/AcceleratedTime.h>
 #include <support/LoopbackTcpServer.h>
 #include <support/RecordingLogger.h>
 
 #include <gtest/gtest.h>
-
-#include <ace/OS_NS_sys_time.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -16,23 +15,6 @@ namespace sorvex::test {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// Clocks that run faster than the system's, so that fifteen seconds between reconnects pass in one and a half.
-class AcceleratedTime : public VaroCommunicationAPI::ISocketTime {
- public:
-  explicit AcceleratedTime(int factor) : m_factor(factor) {}
-  VaroCommunicationAPI::SteadyTime Now() const override {
-    return m_start + (std::chrono::steady_clock::now() - m_start) * m_factor;
-  }
-  ACE_Time_Value WallClock() const override { return ACE_OS::gettimeofday(); }
-  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::StopSignal& stop) override {
-    stop.WaitFor(duration / m_factor);
-  }
-
- private:
-  const int m_factor;
-  const VaroCommunicationAPI::SteadyTime m_start = std::chrono::steady_clock::now();
-};
 
 /// What a receiver has got over all its lives: the numbers of whole lines, in order of arrival.
 class Journal {
