@@ -8,6 +8,8 @@
 #include <host/MessageBlock.h>
 #include <host/ServiceLookup.h>
 
+#include <ace/Thread_Manager.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -38,6 +40,13 @@ constexpr auto stoppingPause = 20ms;
 /// More payloads than this do not go into one batch, however short they are.
 constexpr std::size_t maxBatchPayloads = 4096;
 
+/// ACE makes its thread manager when somebody first asks for it, and two threads that do so at once race. Here one asks
+/// for all.
+ACE_Thread_Manager* ThreadManager() {
+  static ACE_Thread_Manager* const manager = ACE_Thread_Manager::instance();
+  return manager;
+}
+
 std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> MakeBuilder(const std::string& typeName) {
   std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> builder;
   if (auto* const factory = WindowsAgentCommon::GetService<WindowsAgentCommon::IPayloadFactory>()) {
@@ -55,6 +64,7 @@ DestinationSocket<Interface>::DestinationSocket(std::uint32_t maxPayloadSize, st
       m_maxPayloadSize(maxPayloadSize),
       m_pPayloadBuilder(MakeBuilder(defaultBuilder)),
       m_highWaterMark(defaultHighWaterMark) {
+  thr_mgr(ThreadManager());
   msg_queue()->low_water_mark(defaultLowWaterMark);
   msg_queue()->high_water_mark(defaultHighWaterMark);
 }

@@ -151,7 +151,10 @@ Receiver::Receiver(Transport transport, Reception& reception, Behaviour behaviou
   }
 }
 
-Receiver::~Receiver() = default;
+Receiver::~Receiver() {
+  // The members are there until the last behaviour has ended.
+  if (!m_pUdp) Tcp().Stop();
+}
 
 void Receiver::Serve(PeerSession& session, int index) {
   session.m_number = m_reception.AddConnection();
