@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0) return 0;
   const unsigned int choice = data[0];
   const std::string input(reinterpret_cast<const char*>(data) + 1, size - 1);
-  const std::string format = input.c_str();
+  const std::string format = input.substr(0, input.find('\0'));
   const std::string text = format.size() < input.size() ? input.substr(format.size() + 1) : std::string();
   const std::wstring wide = WindowsAgentCommon::Utf8ToWide(text);
   const auto number = static_cast<std::int64_t>(text.size()) - 3;

@@ -201,6 +201,7 @@ int DestinationSocket<Interface>::svc() {
       }
       if (!block) continue;
     }
+    // cppcheck-suppress nullPointerRedundantCheck ; the queue gave it, or the loop went on
     if (block->msg_type() == ACE_Message_Block::MB_HANGUP) {
       // Producers that were let in before the stop may stand behind it.
       if (m_stop.IsRequested() && !msg_queue()->is_empty() && putq(block) != -1) continue;

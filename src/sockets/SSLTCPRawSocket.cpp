@@ -11,9 +11,10 @@
 namespace VaroCommunicationAPI {
 
 SSLTCPRawSocket::SSLTCPRawSocket(const SSLProtocolList& protocols, std::chrono::milliseconds handshakeLimit)
-    : m_protocols(protocols), m_handshakeLimit(handshakeLimit) {
-  SetCertificateFile(WindowsAgentCommon::GetConfigPath() + Platform::configSeparator + L"ConfigurationServer.PEM");
-}
+    : m_protocols(protocols),
+      m_handshakeLimit(handshakeLimit),
+      m_strCertificateFile(WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::GetConfigPath() +
+                                                          Platform::configSeparator + L"ConfigurationServer.PEM")) {}
 
 void SSLTCPRawSocket::SetCertificateFile(const std::wstring& path) {
   m_strCertificateFile = WindowsAgentCommon::WideToUtf8(path);

@@ -147,7 +147,7 @@ std::uint16_t Receiver::FindPort() const {
   const char* const listening = isUdp ? "07" : "0A";
   for (std::string line; std::getline(table, line);) {
     std::istringstream words(line);
-    const std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+    const std::vector<std::string> fields((std::istream_iterator<std::string>(words)), {});
     if (fields.size() < 10 || fields[3] != listening || !sockets.contains("socket:[" + fields[9] + "]")) continue;
     return static_cast<std::uint16_t>(std::stoul(fields[1].substr(fields[1].find(':') + 1), nullptr, 16));
   }

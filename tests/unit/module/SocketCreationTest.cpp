@@ -86,7 +86,7 @@ TEST_P(SocketCreation, OfTlsSocketsFollowsTheFlags) {
 }
 
 TEST_P(SocketCreation, IgnoresOtherFlags) {
-  const auto flags = static_cast<std::uint8_t>(GetParam() | 0xE0 | ignored);
+  const auto flags = static_cast<std::uint8_t>(static_cast<unsigned int>(GetParam()) | 0xE0 | ignored);
   Check(PlainSocket(flags), "CreateSocket",
         [&](std::shared_ptr<IRawSocket>& socket) { m_factory.CreateSocket(flags, socket); });
 }

@@ -23,7 +23,6 @@ using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
 using VaroCommunicationAPI::SSLProtocolList;
 using VaroCommunicationAPI::SSLTCPRawSocket;
@@ -330,7 +329,6 @@ TEST_F(RawTLS, ASilentPeerEndsTheReceiveAtTheTimeout) {
 }
 
 TEST_F(RawTLS, ATimeoutOfZeroDoesNotWait) {
-  std::atomic<bool> isAllowed{false};
   LoopbackTlsServer server([&](LoopbackTlsServer& self, TlsServerSession& session, int) {
     session.ReadExactly(1);
     session.Write("late");

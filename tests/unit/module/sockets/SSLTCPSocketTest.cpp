@@ -20,12 +20,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace VaroCommunicationAPI::Platform;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
 using VaroCommunicationAPI::SSLProtocolList;
 using VaroCommunicationAPI::SSLTCPSocket;

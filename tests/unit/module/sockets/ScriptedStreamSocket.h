@@ -70,13 +70,13 @@ struct ScriptedWrite {
 class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocket {
  public:
   explicit ScriptedStreamSocket(std::shared_ptr<FakeSocketTime> time = std::make_shared<FakeSocketTime>())
-      : StreamDestinationSocket(time), m_pTime(std::move(time)) {}
+      : StreamDestinationSocket(time), m_pFakeTime(std::move(time)) {}
 
   std::int32_t Receive(void*, std::uint32_t, std::uint32_t) override {
     throw WindowsAgentCommon::OperationNotSupportedException("ScriptedStreamSocket", "Receive", __LINE__);
   }
 
-  FakeSocketTime& Time() { return *m_pTime; }
+  FakeSocketTime& Time() { return *m_pFakeTime; }
 
   // The script; what is not written down succeeds.
   void NextConnects(std::initializer_list<int> errors) { Add(m_connects, errors); }
@@ -178,7 +178,7 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
     return item;
   }
 
-  std::shared_ptr<FakeSocketTime> m_pTime;
+  std::shared_ptr<FakeSocketTime> m_pFakeTime;
   std::function<void()> m_onWrite;
   mutable std::mutex m_mutex;
   std::deque<int> m_connects;

@@ -22,7 +22,6 @@ using namespace std::chrono_literals;
 using namespace VaroCommunicationAPI::Platform;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::StartsWith;
 using VaroCommunicationAPI::TCPSocket;
 
 WindowsAgentCommon::ParameterBlock Target(std::uint16_t port, bool isQueued) {

@@ -19,7 +19,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace VaroCommunicationAPI::Platform;
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -186,9 +185,9 @@ TEST_F(UDPDestination, APayloadThatNoDatagramHoldsIsRefusedWithItsNumber) {
 class ScriptedUDPSocket : public UDPSocket {
  public:
   explicit ScriptedUDPSocket(std::shared_ptr<FakeSocketTime> time = std::make_shared<FakeSocketTime>())
-      : UDPSocket(time), m_pTime(std::move(time)) {}
+      : UDPSocket(time), m_pFakeTime(std::move(time)) {}
 
-  FakeSocketTime& Time() { return *m_pTime; }
+  FakeSocketTime& Time() { return *m_pFakeTime; }
 
   void NextSends(std::initializer_list<DatagramOutcome> outcomes) {
     const std::lock_guard lock(m_mutex);
@@ -241,7 +240,7 @@ class ScriptedUDPSocket : public UDPSocket {
   }
 
  private:
-  std::shared_ptr<FakeSocketTime> m_pTime;
+  std::shared_ptr<FakeSocketTime> m_pFakeTime;
   mutable std::mutex m_mutex;
   std::deque<DatagramOutcome> m_outcomes;
   int m_otherwise = 0;
