@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <optional>
 
 namespace sorvex::test {
 namespace {
@@ -59,6 +60,19 @@ TEST_F(RawTCP, AnUnknownHostIsNotWarnedOf) {
   EXPECT_FALSE(socket.IsConnected());
   EXPECT_THAT(socket.GetLastResultCode(), testing::AnyOf(11001, 11002, 11003));
   EXPECT_THAT(log->Lines(), IsEmpty());
+}
+
+TEST_F(RawTCP, ConnectsToAnIPv6Address) {
+  std::optional<LoopbackTcpServer> server;
+  try {
+    server.emplace([](LoopbackTcpServer& self, ServerConnection&, int) { self.HoldUntilStopped(); }, 0, 0, true);
+  } catch (const boost::system::system_error& error) {
+    GTEST_SKIP() << "this machine has no IPv6 loopback: " << error.what();
+  }
+  for (const wchar_t* const host : {L"::1", L"[::1]"}) {
+    socket.Open(host, server->Port());
+    EXPECT_TRUE(socket.IsConnected());
+  }
 }
 
 TEST_F(RawTCP, SendsAndCounts) {

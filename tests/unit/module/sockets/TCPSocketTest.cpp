@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -308,6 +309,38 @@ TEST_F(TCPDestination, ANameWithSeveralAddressesIsTriedUntilOneAccepts) {
   parameters.emplace("TargetAddress", "localhost");
   socket.Initialize(parameters);
   EXPECT_TRUE(socket.IsConnected());
+}
+
+/// A socket whose target's name has one address only, of version 6.
+class TCPSocketToIPv6Name : public TCPSocket {
+ protected:
+  ResolvedHost ResolveTarget() override {
+    ResolvedHost target;
+    target.m_addresses.emplace_back(static_cast<u_short>(m_port), "::1", AF_INET6);
+    return target;
+  }
+};
+
+TEST_F(TCPDestination, ConnectsToAnIPv6Address) {
+  std::optional<LoopbackTcpServer> server;
+  try {
+    server.emplace([](LoopbackTcpServer& self, ServerConnection& connection, int) { self.KeepAllOf(connection); }, 0, 0,
+                   true);
+  } catch (const boost::system::system_error& error) {
+    GTEST_SKIP() << "this machine has no IPv6 loopback: " << error.what();
+  }
+  WindowsAgentCommon::ParameterBlock parameters = Target(server->Port(), false);
+  TCPSocketToIPv6Name named;
+  named.Initialize(parameters);
+  EXPECT_TRUE(named.IsConnected());
+  for (const char* const address : {"::1", "[::1]"}) {
+    TCPSocket literal;
+    parameters.erase("TargetAddress");
+    parameters.emplace("TargetAddress", address);
+    literal.Initialize(parameters);
+    EXPECT_EQ(literal.Send("one", 3), 4);
+  }
+  EXPECT_EQ(server->WaitForBytes(8), "one\none\n");
 }
 
 TEST_F(TCPDestination, TimesAreThoseOfTheWallClock) {
