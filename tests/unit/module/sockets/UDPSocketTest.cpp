@@ -167,6 +167,7 @@ TEST_F(UDPDestination, APayloadThatNoDatagramHoldsDoesNotHoldUpTheQueue) {
   EXPECT_EQ(Send(std::string(70000, 'x')), 70000);
   EXPECT_EQ(Send("behind"), 6);
   EXPECT_THAT(server.WaitForDatagrams(1), ElementsAre("behind"));
+  EXPECT_EQ(socket.Shutdown(), 0);
   EXPECT_EQ(socket.GetMessagesDropped(), 1u);
   EXPECT_EQ(socket.GetBytesDropped(), 70000u);
   EXPECT_EQ(socket.GetMessagesSent(), 1u);
