@@ -49,13 +49,10 @@ void SSLTCPRawSocket::CloseStream() {
   m_pStream.reset();
 }
 
-void SSLTCPRawSocket::ReportConnected() {
-  m_log.Debug("Connected to server using %s (cipher: %s)", m_pStream->ProtocolText(), m_pStream->CipherText());
-}
+void SSLTCPRawSocket::ReportConnected() { ReportTlsConnection(m_log, *m_pStream); }
 
 void SSLTCPRawSocket::ReportConnectFailure(int error) {
-  m_log.Error("Cannot connect to server (%d)", error);
-  if (!m_strFailureReason.empty()) m_log.Debug("The TLS library's reason: %s", m_strFailureReason);
+  ReportTlsConnectFailure(m_log, error, m_strFailureReason);
   m_strFailureReason.clear();
 }
 

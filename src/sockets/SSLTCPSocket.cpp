@@ -1,11 +1,11 @@
 #include "sockets/SSLTCPSocket.h"
 
+#include "platform/SocketErrors.h"
+
 #include <host/Base64.h>
 #include <host/EnvironmentBlockHelper.h>
 #include <host/Exceptions.h>
 #include <host/LoggerFactory.h>
-
-#include "platform/SocketErrors.h"
 
 #include <ace/SSL/SSL_Context.h>
 #include <openssl/err.h>
@@ -86,7 +86,7 @@ int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;
   m_pStream = std::move(stream);
-  m_log.Debug("Connected to server using %s (cipher: %s)", m_pStream->ProtocolText(), m_pStream->CipherText());
+  ReportTlsConnection(m_log, *m_pStream);
   return 0;
 }
 
@@ -112,8 +112,7 @@ int SSLTCPSocket::SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t interva
 }
 
 void SSLTCPSocket::ReportConnectFailure(int error) {
-  m_log.Error("Cannot connect to server (%d)", error);
-  if (!m_strFailureReason.empty()) m_log.Debug("The TLS library's reason: %s", m_strFailureReason);
+  ReportTlsConnectFailure(m_log, error, m_strFailureReason);
   m_strFailureReason.clear();
 }
 
@@ -121,8 +120,7 @@ std::string SSLTCPSocket::ErrorText(int error) const { return TlsErrorText(error
 
 const char* SSLTCPSocket::KeepAliveWarning() const {
   return "Failed to set keepalive options on the SSLTCP syslog connection; the default OS options will remain in "
-         "place. "
-         "Reason: %s";
+         "place. Reason: %s";
 }
 
 }  // namespace VaroCommunicationAPI

@@ -170,4 +170,13 @@ std::string TlsErrorText(int error) {
   return reason ? reason : Platform::SocketErrorText(error);
 }
 
+void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& stream) {
+  log.Debug("Connected to server using %s (cipher: %s)", stream.ProtocolText(), stream.CipherText());
+}
+
+void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason) {
+  log.Error("Cannot connect to server (%d)", error);
+  if (!reason.empty()) log.Debug("The TLS library's reason: %s", reason);
+}
+
 }  // namespace VaroCommunicationAPI

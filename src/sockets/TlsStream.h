@@ -3,6 +3,8 @@
 
 #include "platform/SocketIo.h"
 
+#include <host/Log.h>
+
 #include <ace/INET_Addr.h>
 #include <ace/SSL/SSL_SOCK_Stream.h>
 
@@ -74,5 +76,11 @@ class TlsStream {
 
 /// The text of an error that `TlsStream` gave.
 std::string TlsErrorText(int error);
+
+/// Logs which version and cipher the connection uses.
+void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& stream);
+
+/// Logs that no connection was made, and the library's `reason` unless it is empty.
+void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason);
 
 }  // namespace VaroCommunicationAPI

@@ -161,8 +161,7 @@ void UDPSocket::CountFailure(int error) {
   if (m_consecutiveSendFailures == 1) {
     m_log.Error(
         "A socket error occurred that was not a simple wouldblock (errno = %d) for UDP connection %s:%d (will attempt "
-        "to "
-        "reconnect later).",
+        "to reconnect later).",
         error, m_strHost, m_port);
   } else if (m_consecutiveSendFailures % failuresPerReconnect == 0) {
     Reconnect();
