@@ -5,9 +5,10 @@
 
 #include <ace/Service_Object.h>
 
-#include <atomic>
+#include <cstdint>
 #include <map>
-#include <shared_mutex>
+#include <mutex>
+#include <string>
 
 namespace WindowsAgentCommon {
 
@@ -21,9 +22,9 @@ class StatisticsServer : public ACE_Service_Object, public IStatisticsServer {
   std::uint64_t GetValue(const std::string& name) const override;
 
  private:
-  /// Guards the map's shape; the counters themselves are added to under a shared lock.
-  mutable std::shared_mutex m_mutex;
-  std::map<std::string, std::atomic<std::uint64_t>> m_counters;
+  /// Not std::shared_mutex: that of mingw-w64 has been seen to leave all threads waiting under Wine.
+  mutable std::mutex m_mutex;
+  std::map<std::string, std::uint64_t> m_counters;
 };
 
 }  // namespace WindowsAgentCommon

@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 int main(int argc, char** argv) {
+  // A program that dies shows how far it came.
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
   testing::InitGoogleMock(&argc, argv);
   ACE::init();
   const int status = RUN_ALL_TESTS();
