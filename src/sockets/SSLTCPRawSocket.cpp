@@ -1,6 +1,7 @@
 #include "sockets/SSLTCPRawSocket.h"
 
 #include "platform/Files.h"
+#include "sockets/StreamConnector.h"
 
 #include <host/Paths.h>
 #include <host/Text.h>
@@ -40,8 +41,10 @@ int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   auto stream = std::make_shared<TlsStream>(context);
   const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
   m_strFailureReason = stream->FailureReason();
-  if (error == 0) m_pStream = std::move(stream);
-  return error;
+  if (error != 0) return error;
+  SendWithoutDelay(stream->Handle());
+  m_pStream = std::move(stream);
+  return 0;
 }
 
 void SSLTCPRawSocket::CloseStream() {

@@ -4,6 +4,7 @@
 
 #include <ace/ACE.h>
 #include <ace/SOCK_Connector.h>
+#include <ace/os_include/netinet/os_tcp.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -52,6 +53,13 @@ std::shared_ptr<ACE_SOCK_Stream> OwnStream() {
             stream->close();
             delete stream;
           }};
+}
+
+void SendWithoutDelay(ACE_HANDLE handle) {
+  int on = 1;
+  ACE_SOCK_Stream stream(handle);
+  // A system that refuses is only slower.
+  stream.set_option(ACE_IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,

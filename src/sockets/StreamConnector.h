@@ -21,6 +21,10 @@ int ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& add
 /// Returns a new, unconnected stream that is closed when its last owner lets go of it.
 std::shared_ptr<ACE_SOCK_Stream> OwnStream();
 
+/// Makes the system send each write at once: small writes followed by a read would otherwise wait for the peer's
+/// delayed acknowledgement.
+void SendWithoutDelay(ACE_HANDLE handle);
+
 enum class Readiness { Readable, Writable };
 
 /// Waits until `handle` has bytes or takes some; an error condition counts as either, and the transfer then tells

@@ -13,6 +13,7 @@ int TCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   const int error = ConnectStream(*stream, addresses, [] { return false; });
   if (error != 0) return error;
   stream->disable(ACE_NONBLOCK);
+  SendWithoutDelay(stream->get_handle());
   m_pStream = std::move(stream);
   return 0;
 }

@@ -1,0 +1,266 @@
+// The records that agent and configuration server exchange over a direct TLS connection: every field once, in wire
+// order, with its bound. docs/protocol.md shows the bytes.
+#pragma once
+
+#include <host/ISerializer.h>
+
+#include <ace/Message_Block.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace SSLConfigServerProto {
+
+/// Versions of the wire protocol, which are those of its records too.
+enum class WireProtocol { Version1, Version2 };
+
+/// Returns "1.0" or "2.0".
+const char* WireVersionText(WireProtocol protocol);
+
+enum RequestType : std::uint32_t {
+  WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT = 1,
+  WIRE_REQ_TYPE_REGISTER_INSTANCE = 2,
+  WIRE_REQ_TYPE_UPDATE_STATUS = 3,
+  WIRE_REQ_TYPE_CONFIGURATION_UPDATE = 4,
+  WIRE_REQ_TYPE_CODE_UPDATE = 5,
+  WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT_2 = 6,
+};
+
+enum ConnectionFlags : std::uint32_t {
+  CONNECTION_FLAG_NONE = 0,
+  CONNECTION_FLAG_DIAGNOSTIC = 1,  ///< the connection only tests that it can reach the server
+};
+
+/// The bounds of what is read, in bytes. A length equal to its bound is accepted.
+constexpr std::uint32_t maxWireStringBytes = 0x100000;
+constexpr std::uint32_t maxWireDigestBytes = 32;
+constexpr std::uint32_t maxWireDataBytes = 0x6400000;
+
+/// Returns the fixed description of a result code: of a response, or of a local failure.
+const char* ResultText(std::uint32_t resultCode);
+
+/// A text with its length in front.
+struct WireString {
+  std::uint32_t size_in_bytes = 0;
+  std::unique_ptr<char[]> data;  ///< `size_in_bytes` bytes without a terminator; none when that is 0
+
+  std::string_view View() const { return {data.get(), size_in_bytes}; }
+};
+
+/// Data with their length in front and, in some records, the MD5 of the data between the two.
+struct WireBinary {
+  std::uint32_t size_in_bytes = 0;
+  WireString digest;
+  std::shared_ptr<ACE_Message_Block> data;  ///< its unread bytes, `size_in_bytes` of them; none when that is 0
+};
+
+/// Reads a text. A length above `clampLength` is logged and thrown as `SocketException` before anything is allocated
+/// for it; the string is then empty. Returns the number of bytes moved, as the three operations below do.
+std::uint32_t SerializeWireStringFromWire(WindowsAgentCommon::ISerializer& serializer, WireString& string,
+                                          std::uint32_t clampLength);
+
+/// Reads data, in the form with a digest when `bWithDigest`. The digest is read also when there are no data,
+/// deliberately: the writer below sends none then. A length above `clampLength` is logged and thrown as
+/// `SocketException`.
+std::uint32_t SerializeWireBinaryFromWire(WindowsAgentCommon::ISerializer& serializer, WireBinary& binary,
+                                          bool bWithDigest, std::uint32_t clampLength);
+
+std::uint32_t SerializeWireStringToWire(WindowsAgentCommon::ISerializer& serializer, const WireString& string);
+
+/// Writes data, in the form with a digest when `bWithDigest`: the stored one, or the MD5 of the data when none is
+/// stored. Of empty data only the length is written, deliberately without a digest.
+std::uint32_t SerializeWireBinaryToWire(WindowsAgentCommon::ISerializer& serializer, const WireBinary& binary,
+                                        bool bWithDigest);
+
+/// Copies `text`, which replaces what `string` held.
+void SetWireString(WireString& string, std::string_view text);
+
+/// Copies the unread bytes of `block` and computes their MD5 as the digest.
+void SetWireBinary(WireBinary& binary, const ACE_Message_Block& block);
+
+std::string GetText(const WireString& string);
+
+/// Returns the data in a block of the caller's own, empty when there are none. With `bRelease` the binary is empty
+/// afterwards.
+std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRelease);
+
+/// Overwrites the text before it is released.
+void WipeWireString(WireString& string);
+
+/// The start of every request and response.
+///
+/// Each record has `VisitFields(record, visit)`, which calls `visit` with each field in wire order: integers alone, a
+/// string with its bound, data with whether they carry a digest and their bound. Writing, reading and measuring are
+/// such visits (src/wire/RecordIo.h).
+struct RecordHeader {
+  RecordHeader() = default;
+  virtual ~RecordHeader();
+
+  std::uint32_t requestType = 0;  ///< a response carries that of the request it answers
+  std::uint32_t recordSize = 0;   ///< number of bytes behind this field; receivers keep it and do not check it
+  WireString recordVersion;
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    visit(record.requestType);
+    visit(record.recordSize);
+    visit(record.recordVersion, maxWireStringBytes);
+  }
+};
+
+/// Protocol 1.0.
+struct ConnectionEstablishmentRequest : RecordHeader {
+  static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT;
+
+  /// Wipes the token.
+  ~ConnectionEstablishmentRequest() override;
+
+  WireString wireProtocolVersion;
+  WireString applicationIdentifier;
+  WireString applicationToken;
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    RecordHeader::VisitFields(record, visit);
+    visit(record.wireProtocolVersion, maxWireStringBytes);
+    visit(record.applicationIdentifier, maxWireStringBytes);
+    visit(record.applicationToken, maxWireStringBytes);
+  }
+};
+
+/// Protocol 2.0. Begins with the fields of the 1.0 request.
+struct ConnectionEstablishmentRequest2 : ConnectionEstablishmentRequest {
+  static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT_2;
+
+  std::uint32_t connection_flags = CONNECTION_FLAG_NONE;
+  std::int64_t timestamp = 0;  ///< whole seconds since 1970-01-01 00:00 UTC, when the record is sent
+  WireString timeZone;         ///< UTF-8
+  WireBinary public_key;       ///< the agent's: X.509 SubjectPublicKeyInfo in DER
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    ConnectionEstablishmentRequest::VisitFields(record, visit);
+    visit(record.connection_flags);
+    visit(record.timestamp);
+    visit(record.timeZone, maxWireStringBytes);
+    visit(record.public_key, true, maxWireDataBytes);
+  }
+};
+
+struct RegisterInstanceRequest : RecordHeader {
+  static constexpr RequestType type = WIRE_REQ_TYPE_REGISTER_INSTANCE;
+
+  WireString osVersion;
+  WireString agentVersion;
+  WireString autoCreationParameters;
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    RecordHeader::VisitFields(record, visit);
+    visit(record.osVersion, maxWireStringBytes);
+    visit(record.agentVersion, maxWireStringBytes);
+    visit(record.autoCreationParameters, maxWireStringBytes);
+  }
+};
+
+struct UpdateStatusRequest : RecordHeader {
+  static constexpr RequestType type = WIRE_REQ_TYPE_UPDATE_STATUS;
+
+  std::uint32_t status = 0;
+  std::uint32_t statusTime = 0;  ///< whole seconds, truncated to 32 bits
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    RecordHeader::VisitFields(record, visit);
+    visit(record.status);
+    visit(record.statusTime);
+  }
+};
+
+struct ConfigurationUpdateRequest : RecordHeader {
+  static constexpr RequestType type = WIRE_REQ_TYPE_CONFIGURATION_UPDATE;
+
+  WireString currentMD5;  ///< of the configuration that the agent has; 32 times "F" when it has none
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    RecordHeader::VisitFields(record, visit);
+    visit(record.currentMD5, maxWireStringBytes);
+  }
+};
+
+struct CodeUpdateRequest : RecordHeader {
+  static constexpr RequestType type = WIRE_REQ_TYPE_CODE_UPDATE;
+
+  WireString currentVersion;  ///< of the code that the agent runs
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    RecordHeader::VisitFields(record, visit);
+    visit(record.currentVersion, maxWireStringBytes);
+  }
+};
+
+/// The start of every response, and the whole of several.
+struct ResponseRecord : RecordHeader {
+  std::uint32_t resultCode = 0;
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    RecordHeader::VisitFields(record, visit);
+    visit(record.resultCode);
+  }
+};
+
+struct ConnectionEstablishmentResponse : ResponseRecord {};
+struct RegisterInstanceResponse : ResponseRecord {};
+struct UpdateStatusResponse : ResponseRecord {};
+
+struct ConnectionEstablishmentResponse2 : ResponseRecord {
+  WireString wireProtocolVersion;  ///< the server's
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    ResponseRecord::VisitFields(record, visit);
+    visit(record.wireProtocolVersion, maxWireStringBytes);
+  }
+};
+
+/// A response whose fields depend on the version.
+struct DataResponseRecord : ResponseRecord {
+  explicit DataResponseRecord(WireProtocol version) : protocol(version) {}
+
+  const WireProtocol protocol;  ///< not sent
+};
+
+struct ConfigurationUpdateResponse : DataResponseRecord {
+  using DataResponseRecord::DataResponseRecord;
+
+  WireBinary serverPublicKey;  ///< protocol 2.0
+  WireBinary configurationData;
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    ResponseRecord::VisitFields(record, visit);
+    const bool bVersion2 = record.protocol == WireProtocol::Version2;
+    if (bVersion2) visit(record.serverPublicKey, true, maxWireDataBytes);
+    visit(record.configurationData, bVersion2, maxWireDataBytes);
+  }
+};
+
+struct CodeUpdateResponse : DataResponseRecord {
+  using DataResponseRecord::DataResponseRecord;
+
+  WireBinary codeData;
+
+  template <class Record, class Visitor>
+  static void VisitFields(Record& record, Visitor&& visit) {
+    ResponseRecord::VisitFields(record, visit);
+    visit(record.codeData, record.protocol == WireProtocol::Version2, maxWireDataBytes);
+  }
+};
+
+}  // namespace SSLConfigServerProto

@@ -1,0 +1,7 @@
+#include "wire/ISSLConfigServerAPIClient.h"
+
+namespace SSLConfigServerProto {
+
+ISSLConfigServerAPIClient::~ISSLConfigServerAPIClient() = default;
+
+}  // namespace SSLConfigServerProto

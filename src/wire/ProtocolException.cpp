@@ -1,0 +1,7 @@
+#include "wire/ProtocolException.h"
+
+namespace SSLConfigServerProto {
+
+ProtocolException::~ProtocolException() = default;
+
+}  // namespace SSLConfigServerProto

@@ -1,0 +1,27 @@
+// The client of wire protocol 2.0.
+#pragma once
+
+#include "wire/SSLConfigServerAPIClient.h"
+
+namespace SSLConfigServerProto {
+
+/// Receives data with their digests, which it neither computes anew nor compares, and the server's key with a
+/// configuration.
+class SSLConfigServerAPIClient_v2 : public SSLConfigServerAPIClient {
+ public:
+  /// `publicKey` is the agent's, X.509 SubjectPublicKeyInfo in DER: its unread bytes, which are read.
+  SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier, const std::string& applicationToken,
+                              ACE_Message_Block& publicKey);
+
+  /// Checks the type of the response before anything else of it is read: of a server that speaks 1.0 the rest is left
+  /// unread.
+  std::uint32_t ConnectionEstablishment(WindowsAgentCommon::ISerializer& serializer,
+                                        std::uint32_t connectionFlags) override;
+
+ private:
+  void CheckType(std::uint32_t requestType) const;
+
+  ConnectionEstablishmentRequest2 m_connectionEstablishment;
+};
+
+}  // namespace SSLConfigServerProto

@@ -1,0 +1,71 @@
+// The host's serializer directly on a raw socket: nothing is buffered, nothing can be sought.
+#pragma once
+
+#include <host/IRawSocket.h>
+#include <host/ISerializer.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace VaroCommunicationAPI {
+
+/// Used by one thread at a time. Every read takes exactly the bytes of its value from the socket, every write hands its
+/// bytes over at once. A read or write that the socket does not do whole throws `SocketException` with the operation's
+/// name; why is in the socket's `GetLastResultCode`.
+class SocketSerializer : public WindowsAgentCommon::ISerializer {
+ public:
+  /// Keeps the socket alive. Reads have no time-out until one is set.
+  explicit SocketSerializer(std::shared_ptr<WindowsAgentCommon::IRawSocket> socket);
+  ~SocketSerializer() override;
+
+  std::int32_t GetLastErrorCode() const override;  ///< the system's, of the calling thread
+  bool CanSeek() const override;
+  bool IsReadOnly() const override;
+  std::uint32_t Seek(std::uint32_t position) override;
+  std::uint32_t Skip(std::uint32_t count) override;
+
+  std::uint32_t ReadByte(std::uint8_t& value) override;
+  std::uint32_t WriteByte(std::uint8_t value) override;
+  /// Four bytes, deliberately: the first two become the low 16 bits, the others stay as the word's upper half. Not for
+  /// the wire.
+  std::uint32_t ReadShort(std::int32_t& value) override;
+  std::uint32_t ReadShort(std::uint16_t& value) override;
+  std::uint32_t WriteShort(std::uint16_t value) override;
+  std::uint32_t ReadLong(int& value) override;
+  std::uint32_t ReadLong(unsigned int& value) override;
+  std::uint32_t ReadLong(long& value) override;
+  std::uint32_t ReadLong(unsigned long& value) override;
+  std::uint32_t WriteLong(std::uint32_t value) override;
+  std::uint32_t ReadInt64(std::int64_t& value) override;
+  std::uint32_t ReadInt64(std::uint64_t& value) override;
+  std::uint32_t WriteInt64(std::int64_t value) override;
+  std::uint32_t ReadFloat(float& value) override;
+  std::uint32_t WriteFloat(float value) override;
+  std::uint32_t ReadDouble(double& value) override;
+  std::uint32_t WriteDouble(double value) override;
+
+  /// When the socket delivers less, `block` holds what did arrive. Throws `std::bad_alloc` without memory.
+  std::uint32_t ReadBuffer(std::uint32_t count, std::shared_ptr<ACE_Message_Block>& block) override;
+  /// Throws `OperationNotSupportedException`.
+  std::uint32_t ReadBuffer(std::shared_ptr<ACE_Message_Block>& block) override;
+  std::uint32_t WriteBuffer(const void* buffer, std::uint32_t count) override;
+  std::uint32_t WriteBuffer(const std::shared_ptr<ACE_Message_Block>& block) override;
+  /// A count above what is unread throws `SocketException`, and nothing is written.
+  std::uint32_t WriteBuffer(std::uint32_t count, const std::shared_ptr<ACE_Message_Block>& block) override;
+
+  /// Milliseconds, given to every later `Receive` as they are.
+  void SetReadTimeout(std::uint32_t timeoutMs);
+
+ private:
+  std::uint32_t ReadBytes(void* buffer, std::uint32_t count, const char* operation, int line);
+  std::uint32_t WriteBytes(const void* buffer, std::uint32_t count, const char* operation, int line);
+  template <class Value>
+  std::uint32_t ReadValue(Value& value, const char* operation, int line);
+  template <class Value>
+  std::uint32_t WriteValue(Value value, const char* operation, int line);
+
+  std::shared_ptr<WindowsAgentCommon::IRawSocket> m_pSocket;
+  std::uint32_t m_readTimeoutMs = 0xFFFFFFFF;
+};
+
+}  // namespace VaroCommunicationAPI
