@@ -1,10 +1,10 @@
 #include "wire/SocketSerializer.h"
 
+#include "TestBlock.h"
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
 
 #include <host/Exceptions.h>
-#include <host/MessageBlock.h>
 
 #include <ace/OS_NS_errno.h>
 #include <gtest/gtest.h>
@@ -20,17 +20,11 @@ namespace {
 
 using sorvex::test::FakeRawSocket;
 using sorvex::test::HexBytes;
+using SSLConfigServerProto::Content;
+using SSLConfigServerProto::MakeBlock;
 using WindowsAgentCommon::OperationNotSupportedException;
 using WindowsAgentCommon::SocketException;
 using Call = FakeRawSocket::Call;
-
-std::shared_ptr<ACE_Message_Block> MakeBlock(std::string_view content) {
-  auto* const block = WindowsAgentCommon::CreateDataMessageBlock(content.size());
-  block->copy(content.data(), content.size());
-  return {block, [](ACE_Message_Block* owned) { owned->release(); }};
-}
-
-std::string Content(const ACE_Message_Block& block) { return {block.rd_ptr(), block.length()}; }
 
 class SocketSerializerTest : public testing::Test {
  protected:
@@ -140,7 +134,7 @@ TEST(SocketSerializerWrites, BufferAndBlocksAsTheyAre) {
   block->rd_ptr(2);
   ExpectWrite([&](SocketSerializer& serializer) { return serializer.WriteBuffer(block); }, "'cdef'");
   ExpectWrite([&](SocketSerializer& serializer) { return serializer.WriteBuffer(3, block); }, "'cde'");
-  EXPECT_EQ(Content(*block), "cdef");
+  EXPECT_EQ(Content(block), "cdef");
 }
 
 TEST_F(SocketSerializerBasics, WritesNothingThatLiesBehindABlocksBytes) {
@@ -167,9 +161,9 @@ TEST_F(SocketSerializerBasics, ReadBufferHandsOutANewBlock) {
   const auto before = MakeBlock("old");
   std::shared_ptr<ACE_Message_Block> block = before;
   EXPECT_EQ(m_serializer.ReadBuffer(4, block), 4U);
-  EXPECT_EQ(Content(*block), "abcd");
+  EXPECT_EQ(Content(block), "abcd");
   EXPECT_EQ(block->size(), 4U);
-  EXPECT_EQ(Content(*before), "old");
+  EXPECT_EQ(Content(before), "old");
   EXPECT_EQ(m_socket->Unread(), 2U);
 }
 
@@ -185,7 +179,7 @@ TEST_F(SocketSerializerBasics, ReadBufferKeepsWhatDidArrive) {
   m_socket->Say("abc");
   std::shared_ptr<ACE_Message_Block> block;
   EXPECT_THROW(m_serializer.ReadBuffer(4, block), SocketException);
-  EXPECT_EQ(Content(*block), "abc");
+  EXPECT_EQ(Content(block), "abc");
 }
 
 TEST_F(SocketSerializerBasics, ReadBufferKeepsNothingOfAnError) {
@@ -207,7 +201,7 @@ TEST_F(SocketSerializerBasics, ReadBufferWithoutACountIsNotSupported) {
     EXPECT_GT(exception.GetLine(), 0);
   }
   EXPECT_TRUE(m_socket->Calls().empty());
-  EXPECT_EQ(Content(*block), "old");
+  EXPECT_EQ(Content(block), "old");
 }
 
 TEST_F(SocketSerializerBasics, AFailedReadLeavesTheValueAlone) {
