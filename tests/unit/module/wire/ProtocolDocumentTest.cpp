@@ -1,10 +1,10 @@
 // The examples of docs/protocol.md are what the clients write and read.
+#include "TestBlock.h"
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
 #include "wire/ProtocolMismatchException.h"
 #include "wire/SSLConfigServerAPIClient_v1.h"
 #include "wire/SSLConfigServerAPIClient_v2.h"
-#include "wire/SharedBlock.h"
 #include "wire/SocketSerializer.h"
 
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
@@ -71,12 +71,6 @@ std::map<std::string, std::string> ReadExamples() {
     }
   }
   return examples;
-}
-
-std::shared_ptr<ACE_Message_Block> MakeBlock(std::string_view content) {
-  auto block = MakeSharedBlock(content.size());
-  block->copy(content.data(), content.size());
-  return block;
 }
 
 std::unique_ptr<ISSLConfigServerAPIClient> MakeClient(WireProtocol protocol) {
@@ -149,11 +143,10 @@ struct Held {
 
 Held GetHeld(const ISSLConfigServerAPIClient& client) {
   Held held;
-  const auto content = [](const ACE_Message_Block& block) { return std::string(block.rd_ptr(), block.length()); };
   std::shared_ptr<ACE_Message_Block> block;
-  if (client.GetConfigurationData(block, held.configurationMD5)) held.configuration = content(*block);
-  if (client.GetCodeData(block, held.codeMD5)) held.code = content(*block);
-  if (client.GetServerPublicKey(block)) held.serverKey = content(*block);
+  if (client.GetConfigurationData(block, held.configurationMD5)) held.configuration = Content(block);
+  if (client.GetCodeData(block, held.codeMD5)) held.code = Content(block);
+  if (client.GetServerPublicKey(block)) held.serverKey = Content(block);
   return held;
 }
 
