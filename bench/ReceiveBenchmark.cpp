@@ -7,7 +7,9 @@
 // that starting a program counts for neither. Prints the rates and the ratio of their medians.
 #include "sockets/SSLTCPRawSocket.h"
 
+#include "CertificateFile.h"
 #include "LoopbackServer.h"
+#include "Quantile.h"
 
 #include <host/Text.h>
 
@@ -18,12 +20,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -102,23 +101,6 @@ class Server {
   pid_t m_process = -1;
 };
 
-/// A file in the temporary directory with the certificate that the clients trust.
-class CertificateFile {
- public:
-  explicit CertificateFile(const test::TlsIdentity& identity)
-      : m_path(std::filesystem::temp_directory_path() / ("receive-benchmark-" + std::to_string(getpid()) + ".pem")) {
-    std::ofstream(m_path) << identity.CertificatePem();
-  }
-  ~CertificateFile() { std::filesystem::remove(m_path); }
-  CertificateFile(const CertificateFile&) = delete;
-  CertificateFile& operator=(const CertificateFile&) = delete;
-
-  std::string Name() const { return m_path.string(); }
-
- private:
-  std::filesystem::path m_path;
-};
-
 void DownloadByRawSocket(std::uint16_t port, const std::string& certificate, std::vector<char>& buffer) {
   SSLTCPRawSocket socket{SSLProtocolList()};
   socket.SetCertificateFile(WindowsAgentCommon::Utf8ToWide(certificate));
@@ -145,12 +127,6 @@ void DownloadByClient(std::uint16_t port, const std::string& certificate) {
   if (waitpid(client, &status, 0) != client || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
     throw std::runtime_error("openssl s_client failed");
   }
-}
-
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  const std::size_t middle = values.size() / 2;
-  return values.size() % 2 != 0 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
 void Run(int repetitions) {
