@@ -1,0 +1,46 @@
+// Records of the wire protocol for the benchmarks: what fills them, and their bytes.
+#pragma once
+
+#include "ConnectedSocket.h"
+
+#include "wire/RecordIo.h"
+#include "wire/SharedBlock.h"
+#include "wire/SocketSerializer.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace sorvex::bench {
+
+constexpr std::size_t publicKeyBytes = 294;  ///< RSA with 2048 bits, as X.509 SubjectPublicKeyInfo
+
+/// Returns a block of `size` bytes, not all of them alike.
+inline std::shared_ptr<ACE_Message_Block> MakeFilledBlock(std::size_t size) {
+  auto block = SSLConfigServerProto::MakeSharedBlock(size);
+  for (std::size_t i = 0; i < size; ++i) block->wr_ptr()[i] = static_cast<char>(i * 31 >> 8);
+  block->wr_ptr(size);
+  return block;
+}
+
+/// Sets the header of a record whose own fields are set. That of a response has no type: most clients accept any.
+template <class Record>
+void CompleteRecord(Record& record, SSLConfigServerProto::WireProtocol protocol) {
+  if constexpr (requires { Record::type; }) {
+    SSLConfigServerProto::CompleteRequest(record, protocol);
+  } else {
+    SSLConfigServerProto::SetWireString(record.recordVersion, SSLConfigServerProto::WireVersionText(protocol));
+    record.recordSize = SSLConfigServerProto::MeasureRecord(record);
+  }
+}
+
+/// Returns the record's bytes.
+template <class Record>
+std::string EncodeRecord(const Record& record) {
+  const auto socket = std::make_shared<MemorySocket>();
+  VaroCommunicationAPI::SocketSerializer serializer(socket);
+  SSLConfigServerProto::WriteRecord(serializer, record);
+  return socket->Output();
+}
+
+}  // namespace sorvex::bench
