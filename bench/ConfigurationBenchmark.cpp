@@ -96,34 +96,31 @@ double InBlocks(std::size_t bytes, std::size_t before) {
   return (static_cast<double>(bytes) - static_cast<double>(before)) / maxWireDataBytes;
 }
 
-/// Prints how often the configuration was in memory while `action` ran, beyond what was there `before`.
-class MemoryTable {
+/// Prints how often the configuration is in memory beyond what is there before a client receives its first.
+class MemoryRows {
  public:
-  MemoryTable() {
-    std::puts(
-        "| Operation | Most allocated (blocks) | Most resident (blocks) | Allocated afterwards (blocks) |\n"
-        "| --- | ---: | ---: | ---: |");
-  }
+  explicit MemoryRows(const char* version) : m_version(version) {}
 
-  void Print(const char* version, const char* title, const std::function<void()>& action) const {
+  void Print(const char* operation, const std::function<void()>& action) const {
     ResetPeak();
     ResetPeakResident();
     action();
-    std::printf("| %s, %s | %.3f | %.3f | %.3f |\n", version, title, InBlocks(ThreadAllocations().m_peakBytes, m_live),
-                InBlocks(ProcessBytes("VmHWM"), m_resident), InBlocks(ThreadAllocations().m_liveBytes, m_live));
+    std::printf("| %s, %s | %.3f | %.3f | %.3f |\n", m_version, operation,
+                InBlocks(ThreadAllocations().m_peakBytes, m_live), InBlocks(ProcessBytes("VmHWM"), m_resident),
+                InBlocks(ThreadAllocations().m_liveBytes, m_live));
   }
 
  private:
+  const char* const m_version;
   const std::size_t m_live = ThreadAllocations().m_liveBytes;
   const std::size_t m_resident = ProcessBytes("VmRSS");
 };
 
-/// `protocol`'s client has not received anything yet.
-void MeasureMemory(const char* version, Exchange& exchange) {
-  const MemoryTable table;
-  table.Print(version, "first exchange", [&] { exchange.UpdateConfiguration(); });
-  table.Print(version, "next exchange", [&] { exchange.UpdateConfiguration(); });
-  table.Print(version, "handing out a copy", [&] { exchange.TakeConfiguration(); });
+void PrintMemory(const char* version, Exchange& exchange) {
+  const MemoryRows rows(version);
+  rows.Print("first ConfigurationUpdate", [&] { exchange.UpdateConfiguration(); });
+  rows.Print("next ConfigurationUpdate", [&] { exchange.UpdateConfiguration(); });
+  rows.Print("GetConfigurationData", [&] { exchange.TakeConfiguration(); });
 }
 
 /// Of the processor: whatever else the machine does counts for nobody.
@@ -148,8 +145,11 @@ void PrintTime(const Contestant& contestant, const Contestant& baseline) {
 void Run(int repetitions) {
   Exchange version1(WireProtocol::Version1);
   Exchange version2(WireProtocol::Version2);
-  MeasureMemory("Version 1.0", version1);
-  MeasureMemory("Version 2.0", version2);
+  std::puts(
+      "| In blocks of 100 MiB | Most allocated | Most resident | Allocated afterwards |\n"
+      "| --- | ---: | ---: | ---: |");
+  PrintMemory("Version 1.0", version1);
+  PrintMemory("Version 2.0", version2);
 
   const auto source = MakeFilledBlock(maxWireDataBytes);
   std::string digest;
@@ -161,15 +161,15 @@ void Run(int repetitions) {
     if (bDigest) digest = WindowsAgentCommon::MD5Sum(fresh.get(), maxWireDataBytes);
   };
   Contestant plainCopy{"One memcpy", [&] { copy(false); }};
-  Contestant exchange2{"Version 2.0", [&] { version2.UpdateConfiguration(); }};
+  Contestant exchange2{"Version 2.0, ConfigurationUpdate", [&] { version2.UpdateConfiguration(); }};
   Contestant digestedCopy{"One memcpy and MD5Sum", [&] { copy(true); }};
-  Contestant exchange1{"Version 1.0", [&] { version1.UpdateConfiguration(); }};
+  Contestant exchange1{"Version 1.0, ConfigurationUpdate", [&] { version1.UpdateConfiguration(); }};
   for (int repetition = 0; repetition < repetitions; ++repetition) {
     for (Contestant* contestant : {&plainCopy, &exchange2, &digestedCopy, &exchange1}) {
       contestant->m_milliseconds.push_back(Milliseconds(contestant->m_action));
     }
   }
-  std::puts("\n| ConfigurationUpdate | CPU milliseconds | GB/s | Times the baseline |\n| --- | ---: | ---: | ---: |");
+  std::puts("\n| 100 MiB | CPU milliseconds | GB/s | Times the baseline |\n| --- | ---: | ---: | ---: |");
   PrintTime(plainCopy, plainCopy);
   PrintTime(exchange2, plainCopy);
   PrintTime(digestedCopy, digestedCopy);
@@ -180,7 +180,7 @@ void Run(int repetitions) {
 }  // namespace sorvex::bench
 
 int main(int argc, char** argv) {
-  const int repetitions = argc > 1 ? std::atoi(argv[1]) : 15;
+  const int repetitions = argc > 1 ? std::atoi(argv[1]) : 10;
   if (repetitions < 1) {
     std::fputs("usage: configuration_benchmark [REPETITIONS]\n", stderr);
     return 2;

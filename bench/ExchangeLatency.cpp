@@ -64,20 +64,19 @@ constexpr int rounds = 10;
 constexpr int delayedShare = 50;  ///< one of that many exchanges is made with the delay
 
 template <class Record>
-std::string BytesOf(Record& record) {
+std::string BytesOf() {
+  Record record;
   CompleteRecord(record, WireProtocol::Version2);
   return EncodeRecord(record);
 }
 
 const std::string& RequestBytes() {
-  static UpdateStatusRequest request;
-  static const std::string bytes = BytesOf(request);
+  static const std::string bytes = BytesOf<UpdateStatusRequest>();
   return bytes;
 }
 
 const std::string& ResponseBytes() {
-  static UpdateStatusResponse response;
-  static const std::string bytes = BytesOf(response);
+  static const std::string bytes = BytesOf<UpdateStatusResponse>();
   return bytes;
 }
 
@@ -106,14 +105,6 @@ void StayOn(int processor) {
   if (pthread_setaffinity_np(pthread_self(), sizeof set, &set) != 0) throw std::runtime_error("cannot stay");
 }
 
-sockaddr_in LoopbackAddress(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  return address;
-}
-
 /// One end of a connection by the system's own calls, or the TLS library's; closes it. Sends without delay.
 class BareSocket : public ConnectedSocket {
  public:
@@ -124,6 +115,7 @@ class BareSocket : public ConnectedSocket {
     m_pSession.reset(SSL_new(context));
     SSL_set_fd(m_pSession.get(), connection);
     if ((bServer ? SSL_accept(m_pSession.get()) : SSL_connect(m_pSession.get())) != 1) {
+      close(connection);
       throw std::runtime_error("no TLS connection");
     }
   }
@@ -133,7 +125,10 @@ class BareSocket : public ConnectedSocket {
 
   static std::shared_ptr<BareSocket> ConnectTo(std::uint16_t port, SSL_CTX* context) {
     const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = LoopbackAddress(port);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
     if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
       ThrowSystemError("connect");
     }
@@ -258,10 +253,6 @@ struct Transport {
     }
     return socket;
   }
-
-  std::unique_ptr<Server> NewServer(int processor) const {
-    return std::make_unique<Server>(m_pServerContext, processor);
-  }
 };
 
 std::function<void()> RoundTrip(std::shared_ptr<IRawSocket> socket) {
@@ -283,38 +274,27 @@ std::function<void()> ClientExchange(std::shared_ptr<IRawSocket> socket) {
   };
 }
 
-Contestant MakeBare(const Transport& transport, int serverProcessor) {
-  auto server = transport.NewServer(serverProcessor);
-  auto exchange = RoundTrip(transport.ConnectBare(*server));
-  return {"bare round trip", std::move(server), std::move(exchange)};
-}
-
-Contestant MakeClientOnBare(const Transport& transport, int serverProcessor) {
-  auto server = transport.NewServer(serverProcessor);
-  auto exchange = ClientExchange(transport.ConnectBare(*server));
-  return {"client on the plain calls", std::move(server), std::move(exchange)};
-}
-
-Contestant MakeClient(const Transport& transport, int serverProcessor) {
-  auto server = transport.NewServer(serverProcessor);
-  auto exchange = ClientExchange(transport.ConnectRaw(*server));
-  return {"client on the raw socket", std::move(server), std::move(exchange)};
-}
-
-Contestant MakeDelayedClient(const Transport& transport, int serverProcessor) {
-  auto server = transport.NewServer(serverProcessor);
-  auto exchange = ClientExchange(transport.ConnectRaw(*server));
-  SetDelay(ConnectionTo(server->Port()), true);
-  return {"the same with delay", std::move(server), std::move(exchange), delayedShare};
-}
-
 void Compare(const Transport& transport, int processors, int serverProcessor, int exchanges) {
   std::vector<Contestant> contestants;
-  for (const auto make : {MakeBare, MakeClientOnBare, MakeClient, MakeDelayedClient}) {
-    contestants.push_back(make(transport, serverProcessor));
+  const auto add = [&](const char* title, const auto& connect, int share = 1) {
+    auto server = std::make_unique<Server>(transport.m_pServerContext, serverProcessor);
+    auto exchange = connect(*server);
+    contestants.push_back({title, std::move(server), std::move(exchange), share});
+    // Warms up.
     contestants.back().Run(exchanges / rounds);
     contestants.back().m_microseconds.clear();
-  }
+  };
+  add("bare round trip", [&](const Server& server) { return RoundTrip(transport.ConnectBare(server)); });
+  add("client on the plain calls", [&](const Server& server) { return ClientExchange(transport.ConnectBare(server)); });
+  add("client on the raw socket", [&](const Server& server) { return ClientExchange(transport.ConnectRaw(server)); });
+  add(
+      "the same with delay",
+      [&](const Server& server) {
+        auto exchange = ClientExchange(transport.ConnectRaw(server));
+        SetDelay(ConnectionTo(server.Port()), true);
+        return exchange;
+      },
+      delayedShare);
   for (int round = 0; round < rounds; ++round) {
     for (Contestant& contestant : contestants) contestant.Run(exchanges / rounds);
   }
