@@ -43,14 +43,14 @@ const ACE_Message_Block& Data() {
 
 // --- Fields as long as they are in practice.
 
-void SetFields(ConnectionEstablishmentRequest& request) {
+void SetFields(IdentityRecord& request) {
   SetWireString(request.wireProtocolVersion, WireVersionText(WireProtocol::Version1));
   SetWireString(request.applicationIdentifier, identifier);
   SetWireString(request.applicationToken, token);
 }
 
 void SetFields(ConnectionEstablishmentRequest2& request) {
-  SetFields(static_cast<ConnectionEstablishmentRequest&>(request));
+  SetFields(static_cast<IdentityRecord&>(request));
   SetWireString(request.timeZone, "Central European Summer Time (UTC + 120) Daylight Savings is in effect");
   SetWireBinary(request.public_key, PublicKey());
 }

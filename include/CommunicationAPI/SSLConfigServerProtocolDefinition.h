@@ -111,12 +111,10 @@ struct RecordHeader {
   }
 };
 
-/// Protocol 1.0.
-struct ConnectionEstablishmentRequest : RecordHeader {
-  static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT;
-
+/// How an agent says who it is and what it speaks.
+struct IdentityRecord : RecordHeader {
   /// Wipes the token.
-  ~ConnectionEstablishmentRequest() override;
+  ~IdentityRecord() override;
 
   WireString wireProtocolVersion;
   WireString applicationIdentifier;
@@ -131,8 +129,13 @@ struct ConnectionEstablishmentRequest : RecordHeader {
   }
 };
 
-/// Protocol 2.0. Begins with the fields of the 1.0 request.
-struct ConnectionEstablishmentRequest2 : ConnectionEstablishmentRequest {
+/// Protocol 1.0.
+struct ConnectionEstablishmentRequest : IdentityRecord {
+  static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT;
+};
+
+/// Protocol 2.0.
+struct ConnectionEstablishmentRequest2 : IdentityRecord {
   static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT_2;
 
   std::uint32_t connection_flags = CONNECTION_FLAG_NONE;
@@ -142,7 +145,7 @@ struct ConnectionEstablishmentRequest2 : ConnectionEstablishmentRequest {
 
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
-    ConnectionEstablishmentRequest::VisitFields(record, visit);
+    IdentityRecord::VisitFields(record, visit);
     visit(record.connection_flags);
     visit(record.timestamp);
     visit(record.timeZone, maxWireStringBytes);

@@ -40,8 +40,7 @@ SSLConfigServerAPIClient::SSLConfigServerAPIClient(WireProtocol protocol, const 
       m_log(WindowsAgentCommon::LoggerFactory::GetLogger(
           WindowsAgentCommon::Format(loggerNameFormat, applicationIdentifier))) {}
 
-void SSLConfigServerAPIClient::SetIdentity(ConnectionEstablishmentRequest& request,
-                                           const std::string& applicationIdentifier,
+void SSLConfigServerAPIClient::SetIdentity(IdentityRecord& request, const std::string& applicationIdentifier,
                                            const std::string& applicationToken) const {
   SetWireString(request.wireProtocolVersion, WireVersionText(m_protocol));
   SetWireString(request.applicationIdentifier, applicationIdentifier);

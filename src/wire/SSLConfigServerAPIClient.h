@@ -58,7 +58,7 @@ class SSLConfigServerAPIClient : public ISSLConfigServerAPIClient {
   static const ExchangeTexts connectionEstablishmentTexts;
 
   /// Sets what identifies the agent, and the version that it speaks.
-  void SetIdentity(ConnectionEstablishmentRequest& request, const std::string& applicationIdentifier,
+  void SetIdentity(IdentityRecord& request, const std::string& applicationIdentifier,
                    const std::string& applicationToken) const;
 
   /// The common shape of every exchange, up to the response. `beforeField` as in `ReadRecord`.

@@ -136,6 +136,6 @@ void WipeWireString(WireString& string) {
 }
 
 RecordHeader::~RecordHeader() = default;
-ConnectionEstablishmentRequest::~ConnectionEstablishmentRequest() { WipeWireString(applicationToken); }
+IdentityRecord::~IdentityRecord() { WipeWireString(applicationToken); }
 
 }  // namespace SSLConfigServerProto

@@ -46,7 +46,7 @@ void ExpectBytes(const Record& record, const std::string& bytes, auto... constru
   }
 }
 
-void SetIdentity(ConnectionEstablishmentRequest& request, const char* version, const std::string& identifier,
+void SetIdentity(IdentityRecord& request, const char* version, const std::string& identifier,
                  const std::string& token) {
   SetWireString(request.wireProtocolVersion, version);
   SetWireString(request.applicationIdentifier, identifier);
