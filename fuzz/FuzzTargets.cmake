@@ -6,6 +6,7 @@ set(FUZZ_TARGETS
   format_text:FormatTextFuzz.cpp
   install_file:InstallFileFuzz.cpp
   install_lines:InstallLinesFuzz.cpp
+  mismatch_message:MismatchMessageFuzz.cpp
   utf8:Utf8Fuzz.cpp)
 set(FUZZ_DIRECTORY "${CMAKE_CURRENT_LIST_DIR}")
 
