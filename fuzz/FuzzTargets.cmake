@@ -7,7 +7,8 @@ set(FUZZ_TARGETS
   install_file:InstallFileFuzz.cpp
   install_lines:InstallLinesFuzz.cpp
   mismatch_message:MismatchMessageFuzz.cpp
-  utf8:Utf8Fuzz.cpp)
+  utf8:Utf8Fuzz.cpp
+  wire_fields:WireFieldsFuzz.cpp)
 set(FUZZ_DIRECTORY "${CMAKE_CURRENT_LIST_DIR}")
 
 # sorvex_add_fuzz_programs(PREFIX extra sources...): one program a target, whose names it leaves in FUZZ_PROGRAMS.
