@@ -8,6 +8,8 @@ set(FUZZ_TARGETS
   install_lines:InstallLinesFuzz.cpp
   mismatch_message:MismatchMessageFuzz.cpp
   utf8:Utf8Fuzz.cpp
+  wire_conversation_v1:WireConversationV1Fuzz.cpp
+  wire_conversation_v2:WireConversationV2Fuzz.cpp
   wire_fields:WireFieldsFuzz.cpp)
 set(FUZZ_DIRECTORY "${CMAKE_CURRENT_LIST_DIR}")
 
