@@ -91,7 +91,6 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
   }
 
   std::int32_t Receive(void* buffer, std::uint32_t length, std::uint32_t timeoutMs) override {
-    const Platform::BrokenPipeGuard noSignal;
     // 32-bit arithmetic, deliberately: the time-out wraps at 4294967 milliseconds.
     const std::uint32_t microseconds = timeoutMs * 1000u;
     const ACE_Time_Value limit(static_cast<time_t>(microseconds / 1'000'000u),

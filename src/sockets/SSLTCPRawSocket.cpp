@@ -66,6 +66,8 @@ RawTransfer SSLTCPRawSocket::SendAll(const void* buffer, std::size_t length) {
 }
 
 RawTransfer SSLTCPRawSocket::ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait) {
+  // Unlike a plain read, one through TLS may write.
+  const Platform::BrokenPipeGuard noSignal;
   const int error = m_pStream->Read(static_cast<char*>(buffer), length, wait);
   if (error == Platform::ErrorPeerClosed) return {0, error};
   return {error == 0 ? static_cast<ssize_t>(length) : -1, error};
