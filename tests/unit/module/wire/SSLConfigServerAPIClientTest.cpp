@@ -334,6 +334,29 @@ TEST_P(BothClients, RefuseCodeAboveItsClamp) {
             Strings{"Info Bad data read; given length exceeded maximum binary clamp length of 104857600."});
 }
 
+TEST_P(BothClients, TakeCodeAtItsClamp) {
+  m_conversation.m_socket->Say(CodeResponse("06400000", "06400000 00000000") + std::string(104857600, 'd'));
+  EXPECT_EQ(UpdateCode(m_conversation), 0U);
+  ASSERT_TRUE(m_conversation.m_client->GetCodeData(m_block, m_strMD5));
+  EXPECT_EQ(m_block->length(), 104857600U);
+}
+
+TEST_P(BothClients, TakeAConfigurationAtItsClampAndNotAbove) {
+  const std::string start =
+      HexBytes("00000004 00000000 00000000 00000000") + (IsVersion2() ? HexBytes("00000000 00000000") : std::string());
+  const std::string digest = IsVersion2() ? HexBytes("00000000") : std::string();
+  m_conversation.m_socket->Say(start + HexBytes("06400000") + digest + std::string(104857600, 'd'));
+  EXPECT_EQ(UpdateConfiguration(m_conversation), 0U);
+  ASSERT_TRUE(m_conversation.m_client->GetConfigurationData(m_block, m_strMD5));
+  EXPECT_EQ(m_block->length(), 104857600U);
+  m_log->Clear();
+  m_conversation.m_socket->Say(start + HexBytes("06400001") + digest + "abc");
+  EXPECT_THROW(UpdateConfiguration(m_conversation), SocketException);
+  EXPECT_EQ(m_conversation.m_socket->Unread(), 3U);
+  EXPECT_EQ(m_log->Count("Info Bad data read; given length exceeded maximum binary clamp length of 104857600."), 1U);
+  EXPECT_FALSE(m_conversation.m_client->GetConfigurationData(m_block, m_strMD5));
+}
+
 TEST_P(BothClients, NeverAskForMoreThanAClamp) {
   std::vector<const char*> streams{"00000000 00000000 FFFFFFFF",
                                    "00000000 00000000 00000000 00000000 FFFFFFFF 00000000"};
@@ -530,6 +553,13 @@ TEST_F(ClientOfVersion2, ShowsBothVersionsOfTheEstablishment) {
       R"(Debug Received connection establishment response (result code 2147483653, wire versions cli:2.0 --> svr:2.1\nx))");
 }
 
+TEST_F(ClientOfVersion2, TakesAServersVersionAtItsClamp) {
+  m_conversation.m_socket->Say(HexBytes("00000006 00000012 00000003 '2.0' 00000000 00100000") +
+                               std::string(1048576, '2'));
+  EXPECT_EQ(Establish(m_conversation), 0U);
+  EXPECT_EQ(m_conversation.m_socket->Unread(), 0U);
+}
+
 TEST_F(ClientOfVersion2, RefusesAServersVersionAboveItsClamp) {
   m_conversation.m_socket->Say(HexBytes("00000006 00000012 00000003 '2.0' 00000000 00100001"));
   EXPECT_THROW(Establish(m_conversation), SocketException);
@@ -655,6 +685,14 @@ TEST_F(ClientOfVersion2, RefusesADigestOf33Bytes) {
     EXPECT_EQ(m_log->Count("Info Bad string read; given length exceeded maximum string clamp length of 32."), 1U);
     EXPECT_EQ(conversation.m_socket->Unread(), 36U);
   }
+}
+
+TEST_F(ClientOfVersion2, TakesAKeyAtItsClamp) {
+  m_conversation.m_socket->Say(HexBytes("00000004 00000000 00000003 '2.0' 00000000 06400000 00000000") +
+                               std::string(104857600, 'k') + HexBytes("00000000 00000000"));
+  EXPECT_EQ(UpdateConfiguration(m_conversation), 0U);
+  ASSERT_TRUE(m_conversation.m_client->GetServerPublicKey(m_block));
+  EXPECT_EQ(m_block->length(), 104857600U);
 }
 
 TEST_F(ClientOfVersion2, RefusesAKeyAboveItsClamp) {
