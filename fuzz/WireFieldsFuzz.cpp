@@ -69,7 +69,7 @@ void ReadBinary(std::string_view input) {
       ReadsWhole([&] { moved = SerializeWireBinaryFromWire(serializer, binary, bWithDigest, clampLength); });
   CheckReads(*socket, bWithDigest ? std::max(clampLength, maxWireDigestBytes) : clampLength);
   if (!bWhole) {
-    if (binary.size_in_bytes != 0) std::abort();
+    if (binary.size_in_bytes != 0 || binary.data) std::abort();
     return;
   }
   if (moved != input.size() - socket->Unread() || binary.size_in_bytes > clampLength) std::abort();

@@ -79,7 +79,9 @@ std::uint32_t SerializeWireBinaryFromWire(ISerializer& serializer, WireBinary& b
         .Info("Bad data read; given length exceeded maximum binary clamp length of %u.", clampLength);
     throw SocketException(sourceFile, "SSLConfigServerProto::SerializeWireBinaryFromWire", __LINE__);
   }
-  moved += serializer.ReadBuffer(size, binary.data);
+  std::shared_ptr<ACE_Message_Block> data;
+  moved += serializer.ReadBuffer(size, data);
+  binary.data = std::move(data);
   binary.size_in_bytes = size;
   return moved;
 }

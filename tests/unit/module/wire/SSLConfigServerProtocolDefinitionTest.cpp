@@ -227,6 +227,8 @@ TEST_F(WireBinaryFromWire, CutAnywhereThrows) {
     VaroCommunicationAPI::SocketSerializer serializer(socket);
     WireBinary binary;
     EXPECT_THROW(SerializeWireBinaryFromWire(serializer, binary, true, 100), SocketException) << cut;
+    EXPECT_EQ(binary.size_in_bytes, 0U) << cut;
+    EXPECT_EQ(binary.data, nullptr) << cut;
   }
 }
 
