@@ -6,7 +6,6 @@
 
 #include <ace/Message_Block.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -75,10 +74,10 @@ std::uint32_t SerializeWireStringToWire(WindowsAgentCommon::ISerializer& seriali
 std::uint32_t SerializeWireBinaryToWire(WindowsAgentCommon::ISerializer& serializer, const WireBinary& binary,
                                         bool bWithDigest);
 
-/// Copies `text`, which replaces what `string` held.
+/// Copies `text`, at most 4 GiB - 1, which replaces what `string` held.
 void SetWireString(WireString& string, std::string_view text);
 
-/// Copies the unread bytes of `block` and computes their MD5 as the digest.
+/// Copies the unread bytes of `block`, at most 4 GiB - 1, and computes their MD5 as the digest.
 void SetWireBinary(WireBinary& binary, const ACE_Message_Block& block);
 
 std::string GetText(const WireString& string);
@@ -86,9 +85,6 @@ std::string GetText(const WireString& string);
 /// Returns the data in a block of the caller's own, empty when there are none. With `bRelease` the binary is empty
 /// afterwards.
 std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRelease);
-
-/// Overwrites the text before it is released.
-void WipeWireString(WireString& string);
 
 /// The start of every request and response.
 ///
@@ -141,7 +137,7 @@ struct ConnectionEstablishmentRequest2 : IdentityRecord {
   std::uint32_t connection_flags = CONNECTION_FLAG_NONE;
   std::int64_t timestamp = 0;  ///< whole seconds since 1970-01-01 00:00 UTC, when the record is sent
   WireString timeZone;         ///< UTF-8
-  WireBinary public_key;       ///< the agent's: X.509 SubjectPublicKeyInfo in DER
+  WireBinary public_key;       ///< the agent's, as `Platform::ExportPublicKey` gives it
 
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {

@@ -8,7 +8,8 @@
 
 namespace WindowsAgentCommon {
 
-/// Returns the MD5 of `size` bytes as 32 lower-case hexadecimal characters.
+/// Returns the MD5 of `size` bytes as 32 lower-case hexadecimal characters, or an empty text on a system that offers no
+/// MD5.
 SORVEXCOMMON_EXPORT std::string MD5Sum(const void* data, std::size_t size);
 
 /// Returns the MD5 of a file's content, or an empty text when the file cannot be read.

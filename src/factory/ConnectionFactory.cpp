@@ -6,7 +6,7 @@
 #include "install/ForceDeployMarker.h"
 #include "install/InstallConfigFileProcessor.h"
 #include "install/VersionManifests.h"
-#include "platform/KeyContainer.h"
+#include "platform/Memory.h"
 
 #include <host/EnvironmentBlockHelper.h>
 #include <host/IComponentFactory.h>

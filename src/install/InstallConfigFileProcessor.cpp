@@ -3,6 +3,7 @@
 #include "install/InstallLines.h"
 #include "platform/Files.h"
 #include "platform/KeyContainer.h"
+#include "platform/Memory.h"
 
 #include <host/Base64.h>
 #include <host/Log.h>

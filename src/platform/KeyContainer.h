@@ -29,7 +29,4 @@ inline constexpr std::array<std::uint8_t, 22> publicKeyPrefix{0x30, 0x81, 0x9F, 
 /// The text for an error number of this header, UTF-8. Never holds key material.
 std::string KeyErrorText(int error);
 
-/// Overwrites `size` bytes in a way that a compiler does not remove.
-void WipeMemory(void* data, std::size_t size);
-
 }  // namespace VaroCommunicationAPI::Platform

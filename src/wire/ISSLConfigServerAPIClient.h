@@ -13,14 +13,14 @@ namespace SSLConfigServerProto {
 
 /// Used by one thread at a time. Every exchange writes one request and reads one response through the serializer that
 /// it is given, and returns the response's result code, which it does not interpret. A serializer that fails, or a
-/// length over its bound, passes out as `SocketException`; the stream is then out of step. Operations are declared in
-/// slot order.
+/// length over its bound, passes out as `SocketException`, and a want of memory (data may be 100 MiB) as
+/// `std::bad_alloc`; the stream is then out of step. Operations are declared in slot order.
 class ISSLConfigServerAPIClient {
  public:
   virtual ~ISSLConfigServerAPIClient();  // 0
 
-  /// `connectionFlags` are `ConnectionFlags`; version 1.0 has no place for them. Throws `ProtocolMismatchException`
-  /// when the server speaks another version, and `ProtocolException` when it answers something else.
+  /// `connectionFlags` are `ConnectionFlags`; version 1.0 has no place for them. Throws `ProtocolException` when the
+  /// response is of another type; the client of version 2.0 throws `ProtocolMismatchException` when it is that of 1.0.
   virtual std::uint32_t ConnectionEstablishment(WindowsAgentCommon::ISerializer& serializer,
                                                 std::uint32_t connectionFlags) = 0;  // 1
 

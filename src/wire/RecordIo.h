@@ -60,7 +60,7 @@ class RecordMeter {
   void operator()(std::uint32_t) { m_bytes += sizeof(std::uint32_t); }
   void operator()(std::int64_t) { m_bytes += sizeof(std::int64_t); }
   void operator()(const WireString& field, std::uint32_t) { m_bytes += sizeof(std::uint32_t) + field.size_in_bytes; }
-  /// Counts the digest of empty data as well, although it is not written.
+  /// Counts the digest that is stored: also that of empty data, which is not written.
   void operator()(const WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
     m_bytes += sizeof(std::uint32_t) + field.size_in_bytes;
     if (bWithDigest) (*this)(field.digest, clampLength);

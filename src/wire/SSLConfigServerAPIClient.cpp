@@ -1,34 +1,10 @@
 #include "wire/SSLConfigServerAPIClient.h"
 
-#include "wire/SharedBlock.h"
-
-#include <host/Digest.h>
 #include <host/LoggerFactory.h>
 
 namespace SSLConfigServerProto {
 
 using WindowsAgentCommon::ISerializer;
-
-void HeldData::Release() {
-  m_block.reset();
-  m_strMD5.clear();
-}
-
-bool HeldData::Take(WireBinary& binary, WireProtocol protocol) {
-  if (binary.size_in_bytes == 0) return false;
-  m_strMD5 = protocol == WireProtocol::Version1
-                 ? WindowsAgentCommon::MD5Sum(binary.data->rd_ptr(), binary.data->length())
-                 : GetText(binary.digest);
-  m_block = GetMessageBlock(binary, true);
-  return true;
-}
-
-bool HeldData::GetCopy(std::shared_ptr<ACE_Message_Block>& block, std::string& md5) const {
-  md5 = m_strMD5;
-  block.reset();
-  if (m_block) block = CopyBlock(*m_block);
-  return block != nullptr;
-}
 
 const SSLConfigServerAPIClient::ExchangeTexts SSLConfigServerAPIClient::connectionEstablishmentTexts{
     "Sending connection establishment request...", "Sent connection establishment request.",

@@ -9,7 +9,7 @@ namespace SSLConfigServerProto {
 /// configuration.
 class SSLConfigServerAPIClient_v2 : public SSLConfigServerAPIClient {
  public:
-  /// `publicKey` is the agent's, X.509 SubjectPublicKeyInfo in DER: its unread bytes, which are read.
+  /// `publicKey` is the agent's, as `Platform::ExportPublicKey` gives it: its unread bytes, which are read.
   SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier, const std::string& applicationToken,
                               ACE_Message_Block& publicKey);
 

@@ -1,6 +1,6 @@
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
 
-#include "platform/KeyContainer.h"
+#include "platform/Memory.h"
 #include "wire/SharedBlock.h"
 
 #include <host/Digest.h>
@@ -116,11 +116,13 @@ void SetWireString(WireString& string, std::string_view text) {
 }
 
 void SetWireBinary(WireBinary& binary, const ACE_Message_Block& block) {
-  binary = {};
-  SetWireString(binary.digest, DigestOf(block));
-  if (block.length() == 0) return;
-  binary.data = CopyBlock(block);
-  binary.size_in_bytes = static_cast<std::uint32_t>(block.length());
+  WireBinary copy;
+  SetWireString(copy.digest, DigestOf(block));
+  if (block.length() != 0) {
+    copy.data = CopyBlock(block);
+    copy.size_in_bytes = static_cast<std::uint32_t>(block.length());
+  }
+  binary = std::move(copy);
 }
 
 std::string GetText(const WireString& string) { return std::string(string.View()); }
@@ -132,12 +134,9 @@ std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRel
   return std::exchange(binary, {}).data;
 }
 
-void WipeWireString(WireString& string) {
-  if (string.data) VaroCommunicationAPI::Platform::WipeMemory(string.data.get(), string.size_in_bytes);
-  string = {};
-}
-
 RecordHeader::~RecordHeader() = default;
-IdentityRecord::~IdentityRecord() { WipeWireString(applicationToken); }
+IdentityRecord::~IdentityRecord() {
+  VaroCommunicationAPI::Platform::WipeMemory(applicationToken.data.get(), applicationToken.size_in_bytes);
+}
 
 }  // namespace SSLConfigServerProto

@@ -1,10 +1,9 @@
 #include "wire/SocketSerializer.h"
 
+#include "platform/SystemError.h"
 #include "wire/SharedBlock.h"
 
 #include <host/Exceptions.h>
-
-#include <ace/OS_NS_errno.h>
 
 #include <algorithm>
 #include <bit>
@@ -33,7 +32,7 @@ SocketSerializer::SocketSerializer(std::shared_ptr<WindowsAgentCommon::IRawSocke
 
 SocketSerializer::~SocketSerializer() = default;
 
-std::int32_t SocketSerializer::GetLastErrorCode() const { return ACE_OS::last_error(); }
+std::int32_t SocketSerializer::GetLastErrorCode() const { return Platform::LastSystemError(); }
 
 bool SocketSerializer::CanSeek() const { return false; }
 

@@ -14,7 +14,8 @@ namespace VaroCommunicationAPI {
 /// name; why is in the socket's `GetLastResultCode`.
 class SocketSerializer : public WindowsAgentCommon::ISerializer {
  public:
-  /// Keeps the socket alive. Reads have no time-out until one is set.
+  /// Keeps the socket alive. Until another is set, reads have the time-out 0xFFFFFFFF: none over TLS, 72 minutes over
+  /// plain TCP.
   explicit SocketSerializer(std::shared_ptr<WindowsAgentCommon::IRawSocket> socket);
   ~SocketSerializer() override;
 

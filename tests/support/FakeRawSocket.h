@@ -41,6 +41,9 @@ class FakeRawSocket : public WindowsAgentCommon::IRawSocket {
   /// What every following read returns instead of bytes, until 0 is set.
   void FailReads(std::int32_t result) { m_readFailure = result; }
 
+  /// What every following write returns, taking nothing, until 0 is set.
+  void FailWrites(std::int32_t result) { m_writeFailure = result; }
+
   const std::string& Sent() const { return m_sent; }
   std::size_t Unread() const { return m_input.size() - m_position; }
   const std::vector<Call>& Calls() const { return m_calls; }
@@ -53,6 +56,7 @@ class FakeRawSocket : public WindowsAgentCommon::IRawSocket {
 
   std::int32_t Send(const void* buffer, std::uint32_t length) override {
     m_calls.push_back({Call::Kind::Send, length});
+    if (m_writeFailure != 0) return m_writeFailure;
     const std::size_t taken = std::min<std::size_t>(length, m_room);
     m_sent.append(static_cast<const char*>(buffer), taken);
     m_room -= taken;
@@ -83,6 +87,7 @@ class FakeRawSocket : public WindowsAgentCommon::IRawSocket {
   std::string m_sent;
   std::size_t m_room = std::numeric_limits<std::size_t>::max();
   std::int32_t m_readFailure = 0;
+  std::int32_t m_writeFailure = 0;
   std::vector<Call> m_calls;
 };
 

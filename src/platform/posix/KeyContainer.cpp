@@ -2,6 +2,8 @@
 // alone.
 #include "platform/KeyContainer.h"
 
+#include "platform/Memory.h"
+
 #include <host/Paths.h>
 #include <host/SystemError.h>
 #include <host/Text.h>
@@ -119,7 +121,5 @@ int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>
 }
 
 std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
-
-void WipeMemory(void* data, std::size_t size) { OPENSSL_cleanse(data, size); }
 
 }  // namespace VaroCommunicationAPI::Platform

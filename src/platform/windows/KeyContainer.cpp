@@ -1,5 +1,6 @@
 #include "platform/KeyContainer.h"
 
+#include "platform/Memory.h"
 #include "platform/SystemVersion.h"
 
 #include <host/SystemError.h>
@@ -90,7 +91,5 @@ int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>
 }
 
 std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
-
-void WipeMemory(void* data, std::size_t size) { SecureZeroMemory(data, size); }
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -5,6 +5,7 @@
 
 #include "platform/Files.h"
 #include "platform/KeyContainer.h"
+#include "platform/Memory.h"
 #include "platform/NameResolver.h"
 #include "platform/SocketErrors.h"
 #include "platform/SocketIo.h"

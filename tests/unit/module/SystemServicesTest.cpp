@@ -5,9 +5,11 @@
 
 #include "platform/KeyContainer.h"
 #include "platform/SocketIo.h"
+#include "platform/SystemError.h"
 #include "platform/SystemVersion.h"
 #include "platform/TimeZone.h"
 
+#include <ace/OS_NS_errno.h>
 #include <ace/OS_NS_time.h>
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
@@ -104,6 +106,15 @@ TEST(TimeZone, AgreesWithTheClockOfTheStandardLibrary) {
   const double shift = std::difftime(std::mktime(&universal), now) / 60;
   EXPECT_EQ(zone.m_nBiasMinutes + (zone.m_bDaylight ? 60 : 0), static_cast<int>(shift));
   EXPECT_FALSE(zone.m_strName.empty());
+}
+
+TEST(LastSystemError, IsTheSystemsAndNotTheLanguages) {
+  ACE_OS::last_error(5);
+  errno = 7;
+  const int error = Platform::LastSystemError();
+  // Where the two are one this does nothing.
+  ACE_OS::set_errno_to_last_error();
+  EXPECT_EQ(error, errno);
 }
 
 TEST(SystemVersion, IsNewerThanThePrototypeOfTheProvider) { EXPECT_GT(Platform::SystemVersionNumber(), 52U); }

@@ -8,6 +8,7 @@
 #include "TestBlock.h"
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
+#include "support/LoopbackTcpServer.h"
 #include "support/RecordingLogger.h"
 
 #include <gtest/gtest.h>
@@ -482,6 +483,13 @@ std::int64_t SecondsSinceEpoch() {
   return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+/// The eight bytes at `offset`.
+std::int64_t Number64(const std::string& bytes, std::size_t offset) {
+  std::int64_t number = 0;
+  for (std::size_t i = 0; i < 8; ++i) number = number * 256 + static_cast<unsigned char>(bytes.at(offset + i));
+  return number;
+}
+
 TEST_F(ClientOfVersion2, EstablishesWithFlagsTimeZoneAndKey) {
   const std::string zone = TimeZoneText(VaroCommunicationAPI::Platform::CurrentTimeZone());
   for (const std::uint32_t flags : {CONNECTION_FLAG_DIAGNOSTIC, CONNECTION_FLAG_NONE}) {
@@ -492,22 +500,29 @@ TEST_F(ClientOfVersion2, EstablishesWithFlagsTimeZoneAndKey) {
     const std::string& sent = m_conversation.m_socket->Sent();
 
     // 7 + 7 + 9 + 9 + 4 + 8 + (4 + T) + (8 + 32 + 3)
+    ASSERT_LE(91 + zone.size(), 255U);
     const auto recordSize = static_cast<char>(91 + zone.size());
-    ASSERT_LT(zone.size(), 127U - 91U + 128U);
     const std::string start = HexBytes("00000006 000000") + recordSize +
                               HexBytes("00000003 '2.0' 00000003 '2.0' 00000005 'agent' 00000005 'token' 000000") +
                               static_cast<char>(flags);
     EXPECT_EQ(sent.substr(0, start.size()), start);
-    std::int64_t timestamp = 0;
-    for (std::size_t i = 0; i < 8; ++i) {
-      timestamp = timestamp * 256 + static_cast<unsigned char>(sent[start.size() + i]);
-    }
+    const std::int64_t timestamp = Number64(sent, start.size());
     EXPECT_GE(timestamp, before);
     EXPECT_LE(timestamp, SecondsSinceEpoch());
     EXPECT_EQ(sent.substr(start.size() + 8),
               HexBytes("000000") + static_cast<char>(zone.size()) + zone +
                   HexBytes("00000003 00000020 '3c6e0b8a9c15224a8228b9a98ca1531d' 'key'"));
   }
+}
+
+TEST_F(ClientOfVersion2, SendsTheTimeOfTheCall) {
+  // The client was made in a second that is over.
+  const std::int64_t before = SecondsSinceEpoch();
+  ASSERT_TRUE(sorvex::test::WaitUntil([&] { return SecondsSinceEpoch() > before; }));
+  m_conversation.m_socket->Say(HexBytes("00000006 00000012 00000003 '2.0' 00000000 00000003 '2.0'"));
+  Establish(m_conversation);
+  // 8 + 7 + 7 + 9 + 9 + 4
+  EXPECT_GT(Number64(m_conversation.m_socket->Sent(), 44), before);
 }
 
 TEST_F(ClientOfVersion2, TimeZoneTellsWhetherDaylightTimeIsInEffect) {

@@ -109,7 +109,7 @@ class SocketExchange : public testing::Test {
     m_transport = std::make_unique<Transport>(std::move(script));
     m_socket = m_transport->MakeSocket();
     m_socket->Open(L"127.0.0.1", m_transport->m_server.Port());
-    ASSERT_TRUE(m_socket->IsConnected());
+    EXPECT_TRUE(m_socket->IsConnected());
     m_serializer = std::make_unique<SocketSerializer>(m_socket);
   }
 
@@ -175,7 +175,7 @@ TYPED_TEST(SocketExchange, ReadsResponsesOfVersion2ThatComeByteByByte) {
 TYPED_TEST(SocketExchange, ReadsAConfigurationOfManySegments) {
   // 5,000,000 bytes.
   const std::string content(5'000'000, 'c');
-  this->Start([&](Peer& peer) {
+  this->Start([content](Peer& peer) {
     peer.ReadRequest();
     peer.Write(HexBytes("00000004 004C4B4F 00000003 '1.0' 00000000 004C4B40") + content);
   });
@@ -195,7 +195,7 @@ TYPED_TEST(SocketExchange, ThrowsWhenTheServerClosesInsideAResponse) {
 }
 
 TYPED_TEST(SocketExchange, ThrowsWhenTheServerIsSilent) {
-  this->Start([&](Peer& peer) {
+  this->Start([](Peer& peer) {
     peer.ReadRequest();
     peer.Write(HexBytes("00000003"));
     peer.ReadExactly(1);

@@ -204,6 +204,12 @@ TEST_F(SocketSerializerBasics, ReadBufferWithoutACountIsNotSupported) {
   EXPECT_EQ(Content(block), "old");
 }
 
+TEST_F(SocketSerializerBasics, AnErrorIsNoCountHoweverMuchIsAskedFor) {
+  m_socket->FailWrites(-1);
+  EXPECT_THROW(m_serializer.WriteBuffer("", 0xFFFFFFFF), SocketException);
+  EXPECT_THROW(m_serializer.WriteLong(1), SocketException);
+}
+
 TEST_F(SocketSerializerBasics, AFailedReadLeavesTheValueAlone) {
   m_socket->Say("abc");
   std::uint32_t value = 42;
