@@ -82,9 +82,16 @@ class TlsServerSession {
     m_connection.RunOperation();
   }
 
+  /// Closes with a reset instead of an orderly end.
+  void Reset() { m_connection.Reset(); }
+
+  /// Closes without farewell.
+  void Close() { m_connection.Close(); }
+
   /// How the last operation ended; `boost::asio::error::eof` after the client's farewell.
-  const boost::system::error_code& Error() const { return m_error; }
+  const boost::system::error_code& EndError() const { return m_error; }
   SSL* Native() { return m_stream.native_handle(); }
+  tcp::socket& Socket() { return m_connection.Socket(); }
   ServerConnection& Connection() { return m_connection; }
 
  private:
@@ -123,6 +130,8 @@ class LoopbackTlsServer {
   /// Port, received text, stopping.
   LoopbackTcpServer& Tcp() { return m_server; }
   std::uint16_t Port() const { return m_server.Port(); }
+  int Connections() const { return m_server.Connections(); }
+  void AddReceived(std::string_view text) { m_server.AddReceived(text); }
   std::string Received() const { return m_server.Received(); }
   std::string WaitForBytes(std::size_t count) { return m_server.WaitForBytes(count); }
   void HoldUntilStopped() { m_server.HoldUntilStopped(); }

@@ -1,4 +1,4 @@
-// The raw TLS socket against real peers on the loopback.
+// What the raw TLS socket alone does, against real peers on the loopback.
 #include "sockets/SSLTCPRawSocket.h"
 
 #include <support/LoopbackTlsServer.h>
@@ -13,21 +13,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
-
 namespace sorvex::test {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using VaroCommunicationAPI::SSLProtocolList;
 using VaroCommunicationAPI::SSLTCPRawSocket;
-
-constexpr std::uint32_t noLimit = 0xFFFFFFFF;
 
 SSLProtocolList Protocols(const std::string& min, const std::string& max) {
   SSLProtocolList list;
@@ -53,29 +48,6 @@ class RawTLS : public testing::Test {
   RecordingLogger log;
   SSLTCPRawSocket socket{SSLProtocolList()};
 };
-
-TEST_F(RawTLS, IsNeitherOpenNorConnectedWhenNew) {
-  EXPECT_FALSE(socket.IsOpen());
-  EXPECT_FALSE(socket.IsConnected());
-  EXPECT_EQ(socket.GetLastResultCode(), 0);
-  EXPECT_EQ(socket.GetBytesSent(), 0u);
-  EXPECT_EQ(socket.GetBytesReceived(), 0u);
-}
-
-TEST_F(RawTLS, OpenConnectsAndTellsHow) {
-  LoopbackTlsServer server;
-  socket.Open(L"127.0.0.1", server.Port());
-  EXPECT_TRUE(socket.IsOpen());
-  EXPECT_TRUE(socket.IsConnected());
-  EXPECT_EQ(socket.GetLastResultCode(), 0);
-  EXPECT_EQ(socket.GetHost(), L"127.0.0.1");
-  EXPECT_EQ(socket.GetPort(), server.Port());
-  EXPECT_THAT(log->Lines(), ElementsAre(AllOf(StartsWith("Debug Connected to server using TLSv1.2 (cipher: "),
-                                              testing::EndsWith(")"))));
-  EXPECT_EQ(log->Records().front().logger,
-            WindowsAgentCommon::Format("Code.SSLTCPRawSocket_%p.127.0.0.1.%d", static_cast<const void*>(&socket),
-                                       server.Port()));
-}
 
 TEST_F(RawTLS, TrustsTheFileInTheConfigurationDirectoryUnlessToldOtherwise) {
   const std::wstring before = WindowsAgentCommon::GetConfigPath();
@@ -150,20 +122,6 @@ TEST_F(RawTLS, WithoutItsFileTheDefaultLocationsAreTrusted) {
   ACE_OS::putenv(setting.c_str());
   EXPECT_TRUE(socket.Connect());
   ACE_OS::putenv("SSL_CERT_FILE=");
-}
-
-TEST_F(RawTLS, ARefusedConnectionGivesItsNumberAndNoReasonOfTheLibrary) {
-  socket.Open(L"127.0.0.1", UnusedPort());
-  EXPECT_TRUE(socket.IsOpen());
-  EXPECT_FALSE(socket.IsConnected());
-  EXPECT_EQ(socket.GetLastResultCode(), 10061);
-  EXPECT_THAT(log->Lines(), ElementsAre("Error Cannot connect to server (10061)"));
-}
-
-TEST_F(RawTLS, AnUnknownHostGivesItsNumber) {
-  socket.Open(L"no-such-host.invalid", 514);
-  EXPECT_THAT(socket.GetLastResultCode(), testing::AnyOf(11001, 11002, 11003));
-  EXPECT_THAT(log->Lines(), ElementsAre(Failure(socket)));
 }
 
 TEST_F(RawTLS, AServerThatNeverAnswersTheHandshakeIsLeftAfterTheLimit) {
@@ -264,70 +222,6 @@ INSTANTIATE_TEST_SUITE_P(Ranges, RawTLSVersions,
                                          VersionCase{"TLSv1", "TLSv1", TLS1_VERSION, "TLSv1"},
                                          VersionCase{"TLSv1", "TLSv1.1", TLS1_2_VERSION, nullptr}));
 
-TEST_F(RawTLS, SendsAndCounts) {
-  LoopbackTlsServer server;
-  socket.Open(L"127.0.0.1", server.Port());
-  EXPECT_EQ(socket.Send("hello", 5), 5);
-  EXPECT_EQ(socket.GetLastResultCode(), 0);
-  EXPECT_EQ(socket.GetBytesSent(), 5u);
-  EXPECT_EQ(server.WaitForBytes(5), "hello");
-}
-
-TEST_F(RawTLS, SendsLongBlocksWhole) {
-  LoopbackTlsServer server;
-  socket.Open(L"127.0.0.1", server.Port());
-  std::string block(5'000'000, '\0');
-  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 31 % 251);
-  EXPECT_EQ(socket.Send(block.data(), static_cast<std::uint32_t>(block.size())),
-            static_cast<std::int32_t>(block.size()));
-  EXPECT_TRUE(server.WaitForBytes(block.size()) == block);
-}
-
-TEST_F(RawTLS, ReceivesLongBlocksWholeInOneCall) {
-  std::string block(5'000'000, '\0');
-  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 37 % 241);
-  LoopbackTlsServer server([&](LoopbackTlsServer& self, TlsServerSession& session, int) {
-    session.Write(block);
-    self.HoldUntilStopped();
-  });
-  socket.Open(L"127.0.0.1", server.Port());
-  std::string received(block.size(), '\0');
-  EXPECT_EQ(socket.Receive(received.data(), static_cast<std::uint32_t>(block.size()), 20000),
-            static_cast<std::int32_t>(block.size()));
-  EXPECT_TRUE(received == block);
-  EXPECT_EQ(socket.GetBytesReceived(), block.size());
-}
-
-TEST_F(RawTLS, ReceivesExactlyWhatIsAskedForHoweverItArrives) {
-  LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession& session, int) {
-    for (const char c : std::string("abcdefgh")) session.Write({&c, 1});
-    self.HoldUntilStopped();
-  });
-  socket.Open(L"127.0.0.1", server.Port());
-  char buffer[5] = {};
-  EXPECT_EQ(socket.Receive(buffer, 4, noLimit), 4);
-  EXPECT_STREQ(buffer, "abcd");
-  EXPECT_EQ(socket.Receive(buffer, 4, 10000), 4);
-  EXPECT_STREQ(buffer, "efgh");
-  EXPECT_EQ(socket.GetBytesReceived(), 8u);
-}
-
-TEST_F(RawTLS, ASilentPeerEndsTheReceiveAtTheTimeout) {
-  LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession&, int) { self.HoldUntilStopped(); });
-  socket.Open(L"127.0.0.1", server.Port());
-  log->Clear();
-  char buffer[4];
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(socket.Receive(buffer, 4, 1000), -1);
-  const auto waited = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(waited, 990ms);
-  EXPECT_LT(waited, 5s);
-  EXPECT_EQ(socket.GetLastResultCode(), 137);
-  EXPECT_THAT(log->Lines(), ElementsAre("Error Error receiving data: Timeout of 1000 reached."));
-  EXPECT_EQ(socket.GetBytesReceived(), 0u);
-  EXPECT_TRUE(socket.IsConnected());
-}
-
 TEST_F(RawTLS, ATimeoutOfZeroDoesNotWait) {
   LoopbackTlsServer server([&](LoopbackTlsServer& self, TlsServerSession& session, int) {
     session.ReadExactly(1);
@@ -362,40 +256,6 @@ TEST_F(RawTLS, AFarewellGivesThePeersEnd) {
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error receiving data: 10101"));
 }
 
-TEST_F(RawTLS, AnEndWithoutFarewellGivesThePeersEndAsWell) {
-  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) {
-    session.Write("abc");
-    session.Connection().Close();
-  });
-  socket.Open(L"127.0.0.1", server.Port());
-  char buffer[4];
-  EXPECT_EQ(socket.Receive(buffer, 4, 5000), 0);
-  EXPECT_EQ(socket.GetLastResultCode(), 10101);
-}
-
-TEST_F(RawTLS, AResetConnectionGivesItsNumber) {
-  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) {
-    session.ReadExactly(1);
-    session.Connection().Reset();
-  });
-  socket.Open(L"127.0.0.1", server.Port());
-  socket.Send("x", 1);
-  char buffer[4];
-  EXPECT_EQ(socket.Receive(buffer, 4, 5000), -1);
-  EXPECT_EQ(socket.GetLastResultCode(), 10054);
-}
-
-TEST_F(RawTLS, APeerThatResetsGivesAnErrorAndNoSignal) {
-  LoopbackTlsServer server([](LoopbackTlsServer&, TlsServerSession& session, int) { session.Connection().Reset(); });
-  socket.Open(L"127.0.0.1", server.Port());
-  log->Clear();
-  const std::string block(100000, 'x');
-  EXPECT_TRUE(WaitUntil([&] { return socket.Send(block.data(), 100000) == -1; }));
-  EXPECT_THAT(socket.GetLastResultCode(), testing::AnyOf(10053, 10054));
-  EXPECT_THAT(log->Lines(),
-              ElementsAre(WindowsAgentCommon::Format("Error Error sending data: %d", socket.GetLastResultCode())));
-}
-
 TEST_F(RawTLS, BytesThatAreNoRecordsEndTheReceive) {
   LoopbackTlsServer server([](LoopbackTlsServer& self, TlsServerSession& session, int) {
     session.Connection().Write("these bytes are no record of the protocol");
@@ -406,65 +266,6 @@ TEST_F(RawTLS, BytesThatAreNoRecordsEndTheReceive) {
   EXPECT_EQ(socket.Receive(buffer, 4, 5000), -1);
   EXPECT_NE(socket.GetLastResultCode(), 0);
   EXPECT_NE(socket.GetLastResultCode(), 137);
-}
-
-TEST_F(RawTLS, CloseTwiceIsHarmlessAndKeepsWhatWasSaid) {
-  std::atomic<bool> saidFarewell{false};
-  LoopbackTlsServer server([&](LoopbackTlsServer&, TlsServerSession& session, int) {
-    session.ReadAll();
-    saidFarewell = session.Error() == boost::asio::error::eof;
-  });
-  socket.Open(L"127.0.0.1", server.Port());
-  socket.Send("x", 1);
-  socket.Close();
-  socket.Close();
-  EXPECT_TRUE(socket.IsOpen());
-  EXPECT_FALSE(socket.IsConnected());
-  EXPECT_EQ(socket.GetPort(), server.Port());
-  EXPECT_EQ(socket.GetBytesSent(), 1u);
-  EXPECT_TRUE(WaitUntil([&] { return saidFarewell.load(); }));
-}
-
-TEST_F(RawTLS, ConnectAgainReconnectsAndKeepsTheTotals) {
-  LoopbackTlsServer server;
-  socket.Open(L"127.0.0.1", server.Port());
-  socket.Send("x", 1);
-  EXPECT_TRUE(socket.Connect());
-  socket.Send("yz", 2);
-  EXPECT_EQ(socket.GetBytesSent(), 3u);
-  EXPECT_TRUE(WaitUntil([&] { return server.Handshakes() == 2; }));
-}
-
-TEST_F(RawTLS, SendingAndReceivingWithoutConnectionFail) {
-  socket.Open(L"127.0.0.1", UnusedPort());
-  log->Clear();
-  char byte = 0;
-  EXPECT_EQ(socket.Send("x", 1), -1);
-  EXPECT_EQ(socket.GetLastResultCode(), 10057);
-  EXPECT_EQ(socket.Receive(&byte, 1, 0), -1);
-  EXPECT_EQ(socket.GetLastResultCode(), 10057);
-  EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10057", "Error Error receiving data: 10057"));
-}
-
-TEST_F(RawTLS, ReceivingNothingSucceeds) {
-  LoopbackTlsServer server;
-  socket.Open(L"127.0.0.1", server.Port());
-  char byte = 0;
-  EXPECT_EQ(socket.Receive(&byte, 0, 100), 0);
-  EXPECT_EQ(socket.GetLastResultCode(), 0);
-}
-
-TEST_F(RawTLS, ConnectsToAnIPv6Address) {
-  std::optional<LoopbackTlsServer> server;
-  try {
-    server.emplace(TlsServerOptions{.isIPv6 = true});
-  } catch (const boost::system::system_error& error) {
-    GTEST_SKIP() << "this machine has no IPv6 loopback: " << error.what();
-  }
-  for (const wchar_t* const host : {L"::1", L"[::1]"}) {
-    socket.Open(host, server->Port());
-    EXPECT_TRUE(socket.IsConnected());
-  }
 }
 
 }  // namespace

@@ -1,0 +1,360 @@
+// What the raw sockets over TCP and over TLS do alike, against real peers on the loopback, and their shared base
+// against scripted results.
+#include "Transports.h"
+#include "sockets/RawSocketBase.h"
+
+#include <support/RecordingLogger.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <thread>
+
+namespace sorvex::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using VaroCommunicationAPI::RawSocketBase;
+using VaroCommunicationAPI::RawTransfer;
+
+template <class Transport>
+class RawSocket : public testing::Test {
+ protected:
+  void Open(std::uint32_t port) { socket.Open(L"127.0.0.1", port); }
+
+  /// Every line that was logged is the socket's.
+  void ExpectLoggerOfSocket() {
+    for (const LogRecord& record : log->Records()) {
+      EXPECT_EQ(record.logger, WindowsAgentCommon::Format(Transport::rawLoggerFormat, static_cast<const void*>(&socket),
+                                                          socket.GetPort()));
+      EXPECT_THAT(record.logger, testing::HasSubstr("RawSocket_0x"));
+    }
+  }
+
+  RecordingLogger log;
+  typename Transport::RawSocket socket;
+};
+
+TYPED_TEST_SUITE(RawSocket, Transports);
+
+TYPED_TEST(RawSocket, IsNeitherOpenNorConnectedWhenNew) {
+  EXPECT_FALSE(this->socket.IsOpen());
+  EXPECT_FALSE(this->socket.IsConnected());
+  EXPECT_EQ(this->socket.GetLastResultCode(), 0);
+  EXPECT_EQ(this->socket.GetBytesSent(), 0u);
+  EXPECT_EQ(this->socket.GetBytesReceived(), 0u);
+}
+
+TYPED_TEST(RawSocket, OpenConnects) {
+  typename TypeParam::Server server;
+  this->Open(server.Port());
+  EXPECT_TRUE(this->socket.IsOpen());
+  EXPECT_TRUE(this->socket.IsConnected());
+  EXPECT_EQ(this->socket.GetLastResultCode(), 0);
+  EXPECT_EQ(this->socket.GetHost(), L"127.0.0.1");
+  EXPECT_EQ(this->socket.GetPort(), server.Port());
+  EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::ConnectedLines()));
+  this->ExpectLoggerOfSocket();
+}
+
+TYPED_TEST(RawSocket, ARefusedConnectionIsOpenWithItsNumberAndOneLine) {
+  this->Open(UnusedPort());
+  EXPECT_TRUE(this->socket.IsOpen());
+  EXPECT_FALSE(this->socket.IsConnected());
+  EXPECT_EQ(this->socket.GetLastResultCode(), 10061);
+  EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::FailureLines(10061)));
+  this->ExpectLoggerOfSocket();
+}
+
+TYPED_TEST(RawSocket, AnUnknownHostGivesItsNumber) {
+  this->socket.Open(L"no-such-host.invalid", 514);
+  EXPECT_FALSE(this->socket.IsConnected());
+  EXPECT_THAT(this->socket.GetLastResultCode(), testing::AnyOf(11001, 11002, 11003));
+  EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::FailureLines(this->socket.GetLastResultCode())));
+}
+
+TYPED_TEST(RawSocket, ConnectsToAnIPv6Address) {
+  std::unique_ptr<typename TypeParam::Server> server;
+  try {
+    server = TypeParam::MakeIPv6Server();
+  } catch (const boost::system::system_error& error) {
+    GTEST_SKIP() << "this machine has no IPv6 loopback: " << error.what();
+  }
+  for (const wchar_t* const host : {L"::1", L"[::1]"}) {
+    this->socket.Open(host, server->Port());
+    EXPECT_TRUE(this->socket.IsConnected());
+  }
+}
+
+TYPED_TEST(RawSocket, SendsAndCounts) {
+  typename TypeParam::Server server;
+  this->Open(server.Port());
+  EXPECT_EQ(this->socket.Send("hello", 5), 5);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 0);
+  EXPECT_EQ(this->socket.GetBytesSent(), 5u);
+  EXPECT_EQ(server.WaitForBytes(5), "hello");
+}
+
+TYPED_TEST(RawSocket, SendsLongBlocksWhole) {
+  typename TypeParam::Server server;
+  this->Open(server.Port());
+  std::string block(5'000'000, '\0');
+  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 31 % 251);
+  EXPECT_EQ(this->socket.Send(block.data(), static_cast<std::uint32_t>(block.size())),
+            static_cast<std::int32_t>(block.size()));
+  EXPECT_TRUE(server.WaitForBytes(block.size()) == block);
+}
+
+TYPED_TEST(RawSocket, ReceivesLongBlocksWholeInOneCall) {
+  std::string block(5'000'000, '\0');
+  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 37 % 241);
+  typename TypeParam::Server server([&](auto& self, auto& connection, int) {
+    connection.Write(block);
+    self.HoldUntilStopped();
+  });
+  this->Open(server.Port());
+  std::string received(block.size(), '\0');
+  EXPECT_EQ(this->socket.Receive(received.data(), static_cast<std::uint32_t>(block.size()), 20000),
+            static_cast<std::int32_t>(block.size()));
+  EXPECT_TRUE(received == block);
+  EXPECT_EQ(this->socket.GetBytesReceived(), block.size());
+}
+
+TYPED_TEST(RawSocket, ReceivesExactlyWhatIsAskedForHoweverItArrives) {
+  // Together, and then each byte by itself.
+  typename TypeParam::Server server([](auto& self, auto& connection, int index) {
+    for (const char c : std::string("abcdefgh")) {
+      connection.Write({&c, 1});
+      if (index > 0) std::this_thread::sleep_for(2ms);
+    }
+    self.HoldUntilStopped();
+  });
+  for (const std::uint32_t expectedInAll : {8u, 16u}) {
+    this->Open(server.Port());
+    char buffer[5] = {};
+    EXPECT_EQ(this->socket.Receive(buffer, 4, TypeParam::noLimit), 4);
+    EXPECT_STREQ(buffer, "abcd");
+    EXPECT_EQ(this->socket.Receive(buffer, 4, 10000), 4);
+    EXPECT_STREQ(buffer, "efgh");
+    EXPECT_EQ(this->socket.GetBytesReceived(), expectedInAll);
+  }
+}
+
+TYPED_TEST(RawSocket, ASilentPeerEndsTheReceiveAtTheTimeout) {
+  typename TypeParam::Server server([](auto& self, auto&, int) { self.HoldUntilStopped(); });
+  this->Open(server.Port());
+  char buffer[4];
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(this->socket.Receive(buffer, 4, 1000), -1);
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 990ms);
+  EXPECT_LT(waited, 5s);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 137);
+  EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::ConnectedLines({TypeParam::afterASecondOfSilence})));
+  EXPECT_EQ(this->socket.GetBytesReceived(), 0u);
+  EXPECT_TRUE(this->socket.IsConnected());
+}
+
+TYPED_TEST(RawSocket, AnEndedConnectionGivesItsNumber) {
+  typename TypeParam::Server server([](auto&, auto& connection, int) {
+    connection.Write("abc");
+    connection.Close();
+  });
+  this->Open(server.Port());
+  char buffer[4];
+  EXPECT_EQ(this->socket.Receive(buffer, 4, 5000), 0);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 10101);
+  EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::ConnectedLines({"Error Error receiving data: 10101"})));
+}
+
+TYPED_TEST(RawSocket, AResetConnectionGivesItsNumber) {
+  typename TypeParam::Server server([](auto&, auto& connection, int) {
+    connection.ReadExactly(1);
+    connection.Reset();
+  });
+  this->Open(server.Port());
+  this->socket.Send("x", 1);
+  char buffer[4];
+  EXPECT_EQ(this->socket.Receive(buffer, 4, 5000), -1);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 10054);
+}
+
+TYPED_TEST(RawSocket, ReceivingNothingSucceeds) {
+  typename TypeParam::Server server;
+  this->Open(server.Port());
+  char byte = 0;
+  EXPECT_EQ(this->socket.Receive(&byte, 0, 100), 0);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 0);
+}
+
+TYPED_TEST(RawSocket, CloseTwiceIsHarmlessAndKeepsWhatWasSaid) {
+  std::atomic<bool> isOrderly{false};
+  typename TypeParam::Server server([&](auto&, auto& connection, int) {
+    connection.ReadAll();
+    isOrderly = connection.EndError() == boost::asio::error::eof;
+  });
+  this->Open(server.Port());
+  this->socket.Send("x", 1);
+  this->socket.Close();
+  this->socket.Close();
+  EXPECT_TRUE(this->socket.IsOpen());
+  EXPECT_FALSE(this->socket.IsConnected());
+  EXPECT_EQ(this->socket.GetPort(), server.Port());
+  EXPECT_EQ(this->socket.GetBytesSent(), 1u);
+  EXPECT_TRUE(WaitUntil([&] { return isOrderly.load(); }));
+}
+
+TYPED_TEST(RawSocket, ConnectAgainReconnectsAndKeepsTheTotals) {
+  std::atomic<int> served{0};
+  typename TypeParam::Server server([&](auto& self, auto& connection, int) {
+    ++served;
+    self.KeepAllOf(connection);
+  });
+  this->Open(server.Port());
+  this->socket.Send("x", 1);
+  EXPECT_TRUE(this->socket.Connect());
+  this->socket.Send("yz", 2);
+  EXPECT_EQ(this->socket.GetBytesSent(), 3u);
+  EXPECT_TRUE(WaitUntil([&] { return served == 2; }));
+}
+
+TYPED_TEST(RawSocket, SendingAndReceivingWithoutConnectionFail) {
+  this->Open(UnusedPort());
+  this->log->Clear();
+  char byte = 0;
+  EXPECT_EQ(this->socket.Send("x", 1), -1);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 10057);
+  EXPECT_EQ(this->socket.Receive(&byte, 1, 0), -1);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 10057);
+  EXPECT_THAT(this->log->Lines(), ElementsAre("Error Error sending data: 10057", "Error Error receiving data: 10057"));
+}
+
+TYPED_TEST(RawSocket, APeerThatResetsGivesAnErrorAndNoSignal) {
+  typename TypeParam::Server server([](auto&, auto& connection, int) { connection.Reset(); });
+  this->Open(server.Port());
+  this->log->Clear();
+  const std::string block(100000, 'x');
+  EXPECT_TRUE(WaitUntil([&] { return this->socket.Send(block.data(), 100000) == -1; }));
+  EXPECT_THAT(this->socket.GetLastResultCode(), testing::AnyOf(10053, 10054));
+  EXPECT_THAT(this->log->Lines(), ElementsAre(WindowsAgentCommon::Format("Error Error sending data: %d",
+                                                                         this->socket.GetLastResultCode())));
+}
+
+/// The shared base over scripted results instead of a network.
+class FakeRawSocket : public RawSocketBase<FakeRawSocket> {
+ public:
+  std::deque<RawTransfer> results;  // of the next exchanges
+  const ACE_Time_Value* lastWait = nullptr;
+  ACE_Time_Value lastWaitValue;
+  std::uint32_t TotalSent() const { return m_bytesSent; }
+  std::uint32_t TotalReceived() const { return m_bytesReceived; }
+
+ private:
+  friend class RawSocketBase<FakeRawSocket>;
+  static constexpr const char* loggerNameFormat = "Code.FakeRawSocket_%p.%s.%d";
+  static bool WaitsForEver(std::uint32_t timeoutMs) { return timeoutMs == 0xFFFFFFFF; }
+  int OpenStream(const std::vector<ACE_INET_Addr>&) { return 0; }
+  void CloseStream() {}
+  void ReportConnected() {}
+  void ReportConnectFailure(int) {}
+  RawTransfer SendAll(const void*, std::size_t) { return Next(); }
+  RawTransfer ReceiveAll(void*, std::size_t, const ACE_Time_Value* wait) {
+    lastWait = wait;
+    if (wait) lastWaitValue = *wait;
+    return Next();
+  }
+  void ReportReceiveFailure(int error, std::uint32_t) { m_log.Error("Error receiving data: %d", error); }
+  RawTransfer Next() {
+    const RawTransfer result = results.front();
+    results.pop_front();
+    return result;
+  }
+};
+
+class RawBase : public testing::Test {
+ protected:
+  RawBase() { socket.Open(L"127.0.0.1", 514); }
+
+  RecordingLogger log;
+  FakeRawSocket socket;
+};
+
+TEST_F(RawBase, ASendTimeoutIsToldAtDebugAsWell) {
+  socket.results = {{-1, 137}};
+  EXPECT_EQ(socket.Send("abc", 3), -1);
+  EXPECT_EQ(socket.GetLastResultCode(), 137);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 137", "Debug Socket timeout."));
+}
+
+TEST_F(RawBase, ASendThatWouldBlockIsToldAtDebugAsWell) {
+  socket.results = {{-1, 10035}};
+  EXPECT_EQ(socket.Send("abc", 3), -1);
+  EXPECT_EQ(socket.GetLastResultCode(), 10035);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10035", "Debug Would block."));
+}
+
+TEST_F(RawBase, AShortSendIsAnErrorAndItsBytesCount) {
+  socket.results = {{2, 10054}};
+  EXPECT_EQ(socket.Send("abc", 3), 2);
+  EXPECT_EQ(socket.GetLastResultCode(), 10054);
+  EXPECT_EQ(socket.TotalSent(), 2u);
+  EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10054"));
+}
+
+TEST_F(RawBase, AShortReceiveIsAnErrorAndItsBytesCount) {
+  socket.results = {{2, 10054}};
+  char buffer[3];
+  EXPECT_EQ(socket.Receive(buffer, 3, 100), 2);
+  EXPECT_EQ(socket.GetLastResultCode(), 10054);
+  EXPECT_EQ(socket.TotalReceived(), 2u);
+}
+
+TEST_F(RawBase, ASuccessClearsTheResultCode) {
+  socket.results = {{-1, 137}, {3, 0}};
+  socket.Send("abc", 3);
+  socket.Send("abc", 3);
+  EXPECT_EQ(socket.GetLastResultCode(), 0);
+}
+
+TEST_F(RawBase, TheTimeoutIsConvertedToSecondsAndMicroseconds) {
+  socket.results = {{1, 0}};
+  char byte;
+  socket.Receive(&byte, 1, 2500);
+  EXPECT_EQ(socket.lastWaitValue, ACE_Time_Value(2, 500000));
+}
+
+TEST_F(RawBase, TheTimeoutWrapsAt32BitsOfMicroseconds) {
+  socket.results = {{1, 0}};
+  char byte;
+  socket.Receive(&byte, 1, 4294968);  // 4294968000 microseconds are 704 beyond 32 bits
+  EXPECT_EQ(socket.lastWaitValue, ACE_Time_Value(0, 704));
+}
+
+TEST_F(RawBase, TheSpecialTimeoutWaitsForEver) {
+  socket.results = {{1, 0}};
+  char byte;
+  socket.Receive(&byte, 1, 0xFFFFFFFF);
+  EXPECT_EQ(socket.lastWait, nullptr);
+}
+
+TEST_F(RawBase, TotalsWrapAt32Bits) {
+  for (int i = 0; i < 3; ++i) {
+    socket.results = {{0x7FFFFFFF, 0}};
+    socket.Send("", 0x7FFFFFFF);
+  }
+  EXPECT_EQ(socket.TotalSent(), 0x7FFFFFFFu * 3u);
+}
+
+TEST_F(RawBase, OpenWithItsOwnHostKeepsIt) {
+  socket.Open(socket.GetHost(), 515);
+  EXPECT_EQ(socket.GetHost(), L"127.0.0.1");
+  EXPECT_EQ(socket.GetPort(), 515u);
+}
+
+}  // namespace
+}  // namespace sorvex::test
