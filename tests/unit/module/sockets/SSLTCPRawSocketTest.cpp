@@ -117,8 +117,8 @@ TEST_F(RawTLS, WithoutItsFileTheDefaultLocationsAreTrusted) {
   EXPECT_EQ(log->Lines().front(), Failure(socket));
 
   // The environment keeps the text itself.
-  static const std::string setting =
-      "SSL_CERT_FILE=" + directory.Write("default.pem", ServerIdentity().CertificatePem()).string();
+  static std::string setting;
+  setting = "SSL_CERT_FILE=" + directory.Write("default.pem", ServerIdentity().CertificatePem()).string();
   ACE_OS::putenv(setting.c_str());
   EXPECT_TRUE(socket.Connect());
   ACE_OS::putenv("SSL_CERT_FILE=");
