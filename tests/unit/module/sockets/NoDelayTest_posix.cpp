@@ -1,11 +1,5 @@
 // Raw sockets send each write at once, as the system tells of their handles.
-#include "sockets/SSLTCPRawSocket.h"
-#include "sockets/TCPRawSocket.h"
-
-#include "support/LoopbackTlsServer.h"
-#include "support/TemporaryDirectory.h"
-
-#include <host/Text.h>
+#include "Transports.h"
 
 #include <gtest/gtest.h>
 
@@ -42,11 +36,8 @@ TEST(NoDelay, OfATcpRawSocket) {
 }
 
 TEST(NoDelay, OfATlsRawSocket) {
-  const TemporaryDirectory directory("no-delay");
   LoopbackTlsServer server;
-  VaroCommunicationAPI::SSLTCPRawSocket socket{VaroCommunicationAPI::SSLProtocolList()};
-  socket.SetCertificateFile(
-      WindowsAgentCommon::PathToWide(directory.Write("trusted.pem", ServerIdentity().CertificatePem())));
+  TrustingSSLTCPRawSocket socket;
   socket.Open(L"127.0.0.1", server.Port());
   ASSERT_TRUE(socket.IsConnected());
   EXPECT_EQ(NoDelayOfConnectionsTo(server.Port()), std::vector<int>{1});
