@@ -25,13 +25,14 @@ namespace {
 
 using sorvex::test::FakeRawSocket;
 using sorvex::test::HexBytes;
-using sorvex::test::LogRecord;
 using sorvex::test::RecordingLogger;
-using WindowsAgentCommon::LogLevel;
 using WindowsAgentCommon::SocketException;
 using Strings = std::vector<std::string>;
 
 const std::string md5OfAbc = "900150983cd24fb0d6963f7d28e17f72";
+
+/// 100 MiB.
+std::string DataAtTheClamp() { return std::string().append(104857600, 'd'); }
 
 std::unique_ptr<ISSLConfigServerAPIClient> MakeClient(WireProtocol protocol) {
   if (protocol == WireProtocol::Version1) return std::make_unique<SSLConfigServerAPIClient_v1>("agent", "token");
@@ -336,7 +337,7 @@ TEST_P(BothClients, RefuseCodeAboveItsClamp) {
 }
 
 TEST_P(BothClients, TakeCodeAtItsClamp) {
-  m_conversation.m_socket->Say(CodeResponse("06400000", "06400000 00000000") + std::string(104857600, 'd'));
+  m_conversation.m_socket->Say(CodeResponse("06400000", "06400000 00000000") + DataAtTheClamp());
   EXPECT_EQ(UpdateCode(m_conversation), 0U);
   ASSERT_TRUE(m_conversation.m_client->GetCodeData(m_block, m_strMD5));
   EXPECT_EQ(m_block->length(), 104857600U);
@@ -346,7 +347,7 @@ TEST_P(BothClients, TakeAConfigurationAtItsClampAndNotAbove) {
   const std::string start =
       HexBytes("00000004 00000000 00000000 00000000") + (IsVersion2() ? HexBytes("00000000 00000000") : std::string());
   const std::string digest = IsVersion2() ? HexBytes("00000000") : std::string();
-  m_conversation.m_socket->Say(start + HexBytes("06400000") + digest + std::string(104857600, 'd'));
+  m_conversation.m_socket->Say(start + HexBytes("06400000") + digest + DataAtTheClamp());
   EXPECT_EQ(UpdateConfiguration(m_conversation), 0U);
   ASSERT_TRUE(m_conversation.m_client->GetConfigurationData(m_block, m_strMD5));
   EXPECT_EQ(m_block->length(), 104857600U);
@@ -704,7 +705,7 @@ TEST_F(ClientOfVersion2, RefusesADigestOf33Bytes) {
 
 TEST_F(ClientOfVersion2, TakesAKeyAtItsClamp) {
   m_conversation.m_socket->Say(HexBytes("00000004 00000000 00000003 '2.0' 00000000 06400000 00000000") +
-                               std::string(104857600, 'k') + HexBytes("00000000 00000000"));
+                               DataAtTheClamp() + HexBytes("00000000 00000000"));
   EXPECT_EQ(UpdateConfiguration(m_conversation), 0U);
   ASSERT_TRUE(m_conversation.m_client->GetServerPublicKey(m_block));
   EXPECT_EQ(m_block->length(), 104857600U);
