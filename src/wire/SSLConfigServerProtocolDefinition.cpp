@@ -21,6 +21,13 @@ namespace {
 
 constexpr const char* sourceFile = "SSLConfigServerProtocolDefinition";
 
+std::uint32_t WriteText(ISerializer& serializer, std::string_view text) {
+  const auto size = static_cast<std::uint32_t>(text.size());
+  std::uint32_t moved = serializer.WriteLong(size);
+  if (size != 0) moved += serializer.WriteBuffer(text.data(), size);
+  return moved;
+}
+
 std::string DigestOf(const ACE_Message_Block& block) { return MD5Sum(block.rd_ptr(), block.length()); }
 
 }  // namespace
@@ -87,20 +94,16 @@ std::uint32_t SerializeWireBinaryFromWire(ISerializer& serializer, WireBinary& b
 }
 
 std::uint32_t SerializeWireStringToWire(ISerializer& serializer, const WireString& string) {
-  std::uint32_t moved = serializer.WriteLong(string.size_in_bytes);
-  if (string.size_in_bytes != 0) moved += serializer.WriteBuffer(string.data.get(), string.size_in_bytes);
-  return moved;
+  return WriteText(serializer, string.View());
 }
 
 std::uint32_t SerializeWireBinaryToWire(ISerializer& serializer, const WireBinary& binary, bool bWithDigest) {
   std::uint32_t moved = serializer.WriteLong(binary.size_in_bytes);
   if (binary.size_in_bytes == 0) return moved;
   if (bWithDigest && binary.digest.size_in_bytes == 0) {
-    WireString digest;
-    SetWireString(digest, DigestOf(*binary.data));
-    moved += SerializeWireStringToWire(serializer, digest);
+    moved += WriteText(serializer, DigestOf(*binary.data));
   } else if (bWithDigest) {
-    moved += SerializeWireStringToWire(serializer, binary.digest);
+    moved += WriteText(serializer, binary.digest.View());
   }
   return moved + serializer.WriteBuffer(binary.data);
 }

@@ -39,6 +39,10 @@ void WriteByteByByte(Peer& peer, std::string_view bytes) {
   for (std::size_t i = 0; i < bytes.size(); ++i) peer.Write(bytes.substr(i, 1));
 }
 
+constexpr const char* configurationResponse2 =
+    "00000004 00000061 00000003 '2.0' 00000000 00000003 00000020 '3c6e0b8a9c15224a8228b9a98ca1531d' 'key'"
+    "00000003 00000020 '900150983cd24fb0d6963f7d28e17f72' 'abc'";
+
 template <class Transport>
 class SocketExchange : public testing::Test {
  protected:
@@ -93,9 +97,7 @@ TYPED_TEST(SocketExchange, ReadsResponsesOfVersion2ThatComeByteByByte) {
   this->Start([](auto& peer) {
     for (const char* response :
          {"00000006 00000012 00000003 '2.0' 00000000 00000003 '2.0'", "00000002 0000000B 00000003 '2.0' 00000001",
-          "00000003 0000000B 00000003 '2.0' 00000007",
-          "00000004 00000061 00000003 '2.0' 00000000 00000003 00000020 '3c6e0b8a9c15224a8228b9a98ca1531d' 'key'"
-          "00000003 00000020 '900150983cd24fb0d6963f7d28e17f72' 'abc'",
+          "00000003 0000000B 00000003 '2.0' 00000007", configurationResponse2,
           "00000005 00000013 00000003 '2.0' 00000005 00000000 00000000"}) {
       ReadRequest(peer);
       WriteByteByByte(peer, HexBytes(response));
