@@ -13,7 +13,7 @@
 
 namespace sorvex::bench {
 
-constexpr std::size_t publicKeyBytes = 162;  ///< RSA with 1024 bits, as X.509 SubjectPublicKeyInfo
+constexpr std::size_t publicKeyBytes = 294;  ///< RSA with 2048 bits, as X.509 SubjectPublicKeyInfo
 
 /// Returns a block of `size` bytes, not all of them alike.
 inline std::shared_ptr<ACE_Message_Block> MakeFilledBlock(std::size_t size) {
