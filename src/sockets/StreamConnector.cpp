@@ -1,6 +1,7 @@
 #include "sockets/StreamConnector.h"
 
 #include "platform/SocketErrors.h"
+#include "platform/SocketIo.h"
 
 #include <ace/ACE.h>
 #include <ace/SOCK_Connector.h>
@@ -77,6 +78,25 @@ int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<b
     if (error != Platform::ErrorWaitTimeout && error != Platform::ErrorInterrupted) return 0;
     if (isInterrupted()) return Platform::ErrorInterrupted;
     if (deadline && std::chrono::steady_clock::now() >= *deadline) return Platform::ErrorWaitTimeout;
+  }
+}
+
+int WaitForRoom(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isInterrupted) {
+  int state = 0;
+  const int error = WaitUntilReady(handle, Readiness::Writable, [&] {
+    state = peerState();
+    return state != 0 || isInterrupted();
+  });
+  return state != 0 ? state : error;
+}
+
+void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState,
+                   const std::function<bool()>& isInterrupted) {
+  // The system tells nobody when the last byte is acknowledged: it has to be asked.
+  constexpr std::chrono::milliseconds askEvery{5};
+  while (!isInterrupted() && peerState() == 0 && !Platform::HasDeliveredAll(handle)) {
+    WaitUntilReady(
+        handle, Readiness::Readable, [] { return false; }, std::chrono::steady_clock::now() + askEvery);
   }
 }
 

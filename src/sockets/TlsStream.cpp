@@ -111,6 +111,17 @@ int TlsStream::PeerState() {
   return 0;
 }
 
+void TlsStream::Finish(const IsInterrupted& isInterrupted) {
+  for (;;) {
+    ForgetErrors();
+    const int result = SSL_shutdown(m_stream.ssl());
+    if (result >= 0 || WaitToRetry(result, isInterrupted, std::nullopt) != 0) break;
+  }
+  m_stream.peer().close_writer();
+  AwaitDelivery(
+      Handle(), [this] { return PeerState(); }, isInterrupted);
+}
+
 void TlsStream::Close() {
   if (Handle() == ACE_INVALID_HANDLE) return;
   const Platform::BrokenPipeGuard noSignal;

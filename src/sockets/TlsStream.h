@@ -52,6 +52,9 @@ class TlsStream {
   /// connection stands, 10101 after an orderly close, or the error it died of.
   int PeerState();
 
+  /// Tells the peer that nothing follows and waits until it has everything, or has closed; discards what it says.
+  void Finish(const IsInterrupted& isInterrupted);
+
   /// Tells the peer, without waiting for it, and closes. Idempotent.
   void Close();
 

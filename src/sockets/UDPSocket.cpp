@@ -37,27 +37,40 @@ std::int32_t UDPSocket::Receive(void*, std::uint32_t, std::uint32_t) {
                                                            __LINE__);
 }
 
+UDPSocket::~UDPSocket() { EndLife(); }
+
 void UDPSocket::Close() {
+  m_life.Abandon();
+  FinishConnection();
+}
+
+void UDPSocket::FinishConnection() {
   m_bWanted = false;
-  const std::lock_guard lock(m_socketMutex);
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
   CloseSocket();
 }
 
 void UDPSocket::CloseSocket() {
-  m_bOpen = false;
+  m_life.SetOpen(false);
   m_pSocket.reset();
 }
 
-bool UDPSocket::IsConnected() const { return m_bOpen; }
+bool UDPSocket::IsConnected() const { return m_life.IsOpen(); }
 
 Platform::ResolvedHost UDPSocket::ResolveTarget(Platform::AddressFamily family) {
   return Platform::ResolveHost(m_strHost, m_port, family, [this] { return MustGiveUp(); });
 }
 
 bool UDPSocket::Connect() {
-  const std::lock_guard lock(m_socketMutex);
-  CloseSocket();
+  const SocketLife::Operation operation(m_life);
+  if (!operation) return false;
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
   m_bWanted = true;
+  return ConnectInTurn();
+}
+
+bool UDPSocket::ConnectInTurn() {
+  CloseSocket();
   const int error = OpenSocket();
   m_lastResultCode = error;
   if (error != 0) {
@@ -69,8 +82,8 @@ bool UDPSocket::Connect() {
   }
   m_consecutiveSendFailures = 0;
   m_refusals = 0;
-  // What was being stopped meanwhile takes no more payloads; what it has it can still send.
-  m_bOpen = !m_stop.IsRequested();
+  // What is being stopped takes no more payloads; what it has it can still send.
+  m_life.SetOpen(true);
   return true;
 }
 
@@ -117,7 +130,7 @@ Platform::DatagramOutcome UDPSocket::SendDatagrams(std::span<const Payload> payl
 
 /// Sends and counts; a failure has been dealt with when it returns, but for the pause.
 Platform::DatagramOutcome UDPSocket::TrySend(std::span<const Payload> payloads) {
-  const std::lock_guard lock(m_socketMutex);
+  const ConnectionTurn::Holder turn(m_turn);
   Platform::DatagramOutcome outcome{0, Platform::ErrorNotConnected};
   if (m_pSocket) {
     // A payload without a byte is none that could be seen to be sent.
@@ -170,7 +183,7 @@ void UDPSocket::CountFailure(int error) {
 
 void UDPSocket::Reconnect() {
   m_log.Info("Attempting reconnect for UDP connection %s:%d...", m_strHost, m_port);
-  if (Connect()) {
+  if (ConnectInTurn()) {
     m_log.Info("Reconnect for UDP connection %s:%d succeeded.", m_strHost, m_port);
   } else {
     m_log.Error("Reconnect for UDP connection %s:%d failed (errno = %d). Will try again later.", m_strHost, m_port,
@@ -186,14 +199,14 @@ void UDPSocket::ReportRefusal() {
     m_bReconnectDue = true;
     return;
   }
-  const std::lock_guard lock(m_socketMutex);
-  if (m_bWanted && !m_bOpen) Reconnect();
+  const ConnectionTurn::Holder turn(m_turn);
+  if (m_bWanted && !m_life.IsOpen()) Reconnect();
 }
 
 void UDPSocket::ReportIdle() {
   if (!m_bReconnectDue.exchange(false)) return;
-  const std::lock_guard lock(m_socketMutex);
-  if (m_bWanted && !m_bOpen && !m_stop.IsRequested()) Reconnect();
+  const ConnectionTurn::Holder turn(m_turn);
+  if (m_bWanted && !m_life.IsOpen() && !m_life.IsStopping()) Reconnect();
 }
 
 std::uint32_t UDPSocket::GetConsecutiveSendFailures() const { return m_consecutiveSendFailures; }
@@ -212,8 +225,10 @@ void UDPSocket::ReportTruncation(std::uint32_t length, std::uint32_t limited) {
 
 bool UDPSocket::CanSendBatch() const { return true; }
 
-bool UDPSocket::CanDeliver() const {
-  const std::lock_guard lock(m_socketMutex);
+void UDPSocket::LookForProgress() {}
+
+bool UDPSocket::CanDeliver() {
+  const ConnectionTurn::Holder turn(m_turn);
   return !MustGiveUp() && m_pSocket;
 }
 

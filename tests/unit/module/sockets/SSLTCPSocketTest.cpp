@@ -122,9 +122,22 @@ TEST(TLSDestinationClock, TheWarningOfABadCertificateRecursEveryFifteenSeconds) 
   // Each send without connection pauses one second of this clock.
   for (int second = 0; second < 46; ++second) EXPECT_EQ(socket.Send("x", 1), -1);
   EXPECT_EQ(log->Count(warning), 5u);  // the first send's, and those after 15, 30 and 45 seconds
-  EXPECT_THAT(log->Lines(), Contains("Warn Reconnect failed; will try again later. Reason: " +
-                                     SocketErrorText(ErrorInvalidArgument)));
   EXPECT_EQ(server.Connections(), 0);
+}
+
+TEST(TLSDestinationClock, ABadCertificateLeavesResultCodeAndFailureTimeAlone) {
+  RecordingLogger log;
+  const auto time = std::make_shared<FakeSocketTime>();
+  SSLTCPSocket socket(SSLProtocolList(), time);
+  const std::uint16_t port = UnusedPort();
+  socket.Initialize(OverTls::Target(port, false));
+  ASSERT_EQ(socket.GetLastResultCode(), 10061);
+  const ACE_Time_Value failure = socket.GetLastConnectFailureTime();
+  time->Advance(10s);
+  socket.Initialize(OverTls::Target(port, false, ToBase64("nothing")));
+  EXPECT_EQ(socket.GetLastResultCode(), 10061);
+  EXPECT_EQ(socket.GetLastConnectFailureTime(), failure);
+  EXPECT_GT(socket.GetLastConnectAttemptTime(), failure);
 }
 
 TEST_F(TLSDestination, AServerOfAnotherVersionIsRefusedWithReason) {
