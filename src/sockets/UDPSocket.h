@@ -38,7 +38,7 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   /// Resolves the target's name. The system's resolver, but for tests.
   virtual Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family);
 
-  /// Sends on the open socket. The system's, but for tests.
+  /// Sends what the system takes at once on the open socket. The system's, but for tests.
   virtual Platform::DatagramOutcome SendDatagrams(std::span<const Payload> payloads);
 
   void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
@@ -56,6 +56,7 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) override;
 
  private:
+  Platform::DatagramOutcome SendAllDatagrams(std::span<const Payload> payloads);
   Platform::DatagramOutcome TrySend(std::span<const Payload> payloads);
   int OpenSocket();
   void CloseSocket();
