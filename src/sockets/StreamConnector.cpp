@@ -1,6 +1,7 @@
 #include "sockets/StreamConnector.h"
 
 #include "platform/SocketErrors.h"
+#include "platform/SocketIo.h"
 
 #include <ace/ACE.h>
 #include <ace/SOCK_Connector.h>
@@ -34,6 +35,7 @@ int ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& add
   int error = Platform::ErrorHostNotFound;
   for (const ACE_INET_Addr& address : addresses) {
     error = 0;
+    stream.set_handle(Platform::OpenSocket(address.get_type(), SOCK_STREAM));
     if (connector.connect(stream, address, &startOnly) == -1) {
       error = Platform::LastSocketError();
       if (error == Platform::ErrorWouldBlock || error == Platform::ErrorWaitTimeout) {

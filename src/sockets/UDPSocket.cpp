@@ -7,6 +7,8 @@
 #include <host/Exceptions.h>
 #include <host/LoggerFactory.h>
 
+#include <ace/OS_NS_sys_socket.h>
+
 #include <algorithm>
 
 namespace VaroCommunicationAPI {
@@ -90,7 +92,10 @@ int UDPSocket::OpenSocket() {
       last->close();
       delete last;
     });
-    if (socket->open(address, ACE_Addr::sap_any, AF_INET, 0, 0) == 0 && socket->enable(ACE_NONBLOCK) == 0) {
+    socket->set_handle(Platform::OpenSocket(AF_INET, SOCK_DGRAM));
+    if (socket->get_handle() != ACE_INVALID_HANDLE &&
+        ACE_OS::connect(socket->get_handle(), static_cast<sockaddr*>(address.get_addr()), address.get_size()) == 0 &&
+        socket->enable(ACE_NONBLOCK) == 0) {
       m_pSocket = std::move(socket);
       return 0;
     }
