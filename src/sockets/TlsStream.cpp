@@ -15,9 +15,6 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// Several records are read from the system at once.
-constexpr std::size_t readBufferBytes = 128 * 1024;
-
 /// What earlier calls of this thread left behind would be taken for the outcome of the next one.
 void ForgetErrors() {
   ERR_clear_error();
@@ -26,7 +23,8 @@ void ForgetErrors() {
 
 }  // namespace
 
-TlsStream::TlsStream(ACE_SSL_Context& context) : m_stream(&context) {
+TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_stream(&context) {
+  if (readBufferBytes == 0) return;
   SSL* const ssl = m_stream.ssl();
   SSL_set_read_ahead(ssl, 1);
   SSL_set_default_read_buffer_len(ssl, readBufferBytes);
