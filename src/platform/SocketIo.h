@@ -12,6 +12,10 @@
 
 namespace VaroCommunicationAPI::Platform {
 
+/// Makes a socket that no process started from this one inherits; `family` and `type` are the system's. Returns
+/// `ACE_INVALID_HANDLE` on failure, with the number in `errno` as ACE leaves it there.
+ACE_HANDLE OpenSocket(int family, int type);
+
 /// What one write took.
 struct WriteOutcome {
   std::size_t m_bytes = 0;  ///< bytes accepted by the system, also when an error followed them

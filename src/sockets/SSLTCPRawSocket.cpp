@@ -11,6 +11,12 @@
 
 namespace VaroCommunicationAPI {
 
+namespace {
+
+constexpr std::size_t readBufferBytes = 128 * 1024;
+
+}  // namespace
+
 SSLTCPRawSocket::SSLTCPRawSocket(const SSLProtocolList& protocols, std::chrono::milliseconds handshakeLimit)
     : m_protocols(protocols),
       m_handshakeLimit(handshakeLimit),
@@ -38,7 +44,7 @@ void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
 int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   ACE_SSL_Context context;
   Configure(context);
-  auto stream = std::make_shared<TlsStream>(context);
+  auto stream = std::make_shared<TlsStream>(context, readBufferBytes);
   const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
   m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;

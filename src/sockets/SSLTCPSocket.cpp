@@ -74,6 +74,8 @@ bool SSLTCPSocket::PrepareStream() {
 
 void SSLTCPSocket::Configure(ACE_SSL_Context& context) const {
   context.set_mode(ACE_SSL_Context::SSLv23_client);
+  // Setting the mode loads what the environment names as trusted: a megabyte a connection, and nothing is verified.
+  SSL_CTX_set_cert_store(context.context(), X509_STORE_new());
   context.certificate(m_pCertificate.get());
   m_protocols.applyTo(context);
   SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);

@@ -15,8 +15,9 @@
 namespace VaroCommunicationAPI {
 
 /// As `TCPSocket`, over a TLS stream; `Initialize` throws `InitializationException` without a "Certificate", and the
-/// socket then stays unopened. The receiver's certificate is not verified, deliberately; the certificate of the
-/// parameter block is what this side shows.
+/// socket then stays unopened. The receiver's certificate is not verified, deliberately. The certificate of the
+/// parameter block has to be there, but no key comes with it, and without its key no certificate can be shown: a
+/// receiver that asks for one is shown none, and one that insists on it refuses the connection.
 class SSLTCPSocket : public StreamDestinationSocket {
  public:
   explicit SSLTCPSocket(const SSLProtocolList& protocols, std::shared_ptr<ISocketTime> time = ISocketTime::System(),

@@ -9,12 +9,11 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
+
 namespace VaroCommunicationAPI {
 
 namespace {
-
-/// Several records are read from the system at once.
-constexpr std::size_t readBufferBytes = 128 * 1024;
 
 /// What earlier calls of this thread left behind would be taken for the outcome of the next one.
 void ForgetErrors() {
@@ -24,10 +23,9 @@ void ForgetErrors() {
 
 }  // namespace
 
-TlsStream::TlsStream(ACE_SSL_Context& context) : m_stream(&context) {
+TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_stream(&context) {
+  if (readBufferBytes == 0) return;
   SSL* const ssl = m_stream.ssl();
-  // A write returns after each record, so that what was accepted is known; full records come from long writes.
-  SSL_set_mode(ssl, SSL_MODE_ENABLE_PARTIAL_WRITE);
   SSL_set_read_ahead(ssl, 1);
   SSL_set_default_read_buffer_len(ssl, readBufferBytes);
 }
@@ -61,8 +59,10 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
   std::uint64_t moved = BIO_number_written(network);
   while (outcome.m_bytes < length) {
     ForgetErrors();
+    // A record a call: of several, the library does not tell how many the system has accepted before an error.
+    const std::size_t part = std::min<std::size_t>(length - outcome.m_bytes, SSL3_RT_MAX_PLAIN_LENGTH);
     std::size_t written = 0;
-    const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, length - outcome.m_bytes, &written);
+    const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, part, &written);
     outcome.m_bytes += written;
     if (const std::uint64_t total = BIO_number_written(network); total != moved) {
       moved = total;

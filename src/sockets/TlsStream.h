@@ -28,8 +28,10 @@ class TlsStream {
   /// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.
   using IsInterrupted = std::function<bool()>;
 
-  /// The connection follows the settings of `context` as they are now and does not need it afterwards.
-  explicit TlsStream(ACE_SSL_Context& context);
+  /// The connection follows the settings of `context` as they are now and does not need it afterwards. Who reads much
+  /// gives `readBufferBytes`, so that several records are read from the system at once; the buffer is kept from the
+  /// first read on.
+  explicit TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes = 0);
   ~TlsStream();
   TlsStream(const TlsStream&) = delete;
   TlsStream& operator=(const TlsStream&) = delete;

@@ -7,6 +7,8 @@
 #include <host/Exceptions.h>
 #include <host/LoggerFactory.h>
 
+#include <ace/OS_NS_sys_socket.h>
+
 #include <algorithm>
 
 namespace VaroCommunicationAPI {
@@ -97,13 +99,16 @@ int UDPSocket::OpenSocket() {
         target.m_error == Platform::ErrorHostNotFound && ResolveTarget(Platform::AddressFamily::Any).m_error == 0;
     return isOtherFamily ? Platform::ErrorAddressFamilyNotSupported : target.m_error;
   }
-  int error = 0;
+  int error = Platform::ErrorHostNotFound;
   for (const ACE_INET_Addr& address : target.m_addresses) {
     std::shared_ptr<ACE_SOCK_CODgram> socket(new ACE_SOCK_CODgram, [](ACE_SOCK_CODgram* last) {
       last->close();
       delete last;
     });
-    if (socket->open(address, ACE_Addr::sap_any, AF_INET, 0, 0) == 0 && socket->enable(ACE_NONBLOCK) == 0) {
+    socket->set_handle(Platform::OpenSocket(AF_INET, SOCK_DGRAM));
+    if (socket->get_handle() != ACE_INVALID_HANDLE &&
+        ACE_OS::connect(socket->get_handle(), static_cast<sockaddr*>(address.get_addr()), address.get_size()) == 0 &&
+        socket->enable(ACE_NONBLOCK) == 0) {
       m_pSocket = std::move(socket);
       return 0;
     }
@@ -115,10 +120,14 @@ int UDPSocket::OpenSocket() {
 }
 
 Platform::DatagramOutcome UDPSocket::SendDatagrams(std::span<const Payload> payloads) {
+  return Platform::SendDatagrams(m_pSocket->get_handle(), payloads);
+}
+
+/// Sends, and waits whenever the system has no room.
+Platform::DatagramOutcome UDPSocket::SendAllDatagrams(std::span<const Payload> payloads) {
   Platform::DatagramOutcome outcome;
   for (;;) {
-    const Platform::DatagramOutcome part =
-        Platform::SendDatagrams(m_pSocket->get_handle(), payloads.subspan(outcome.m_datagrams));
+    const Platform::DatagramOutcome part = SendDatagrams(payloads.subspan(outcome.m_datagrams));
     outcome.m_datagrams += part.m_datagrams;
     outcome.m_error = part.m_error;
     if (part.m_datagrams > 0) NoteProgress();
@@ -135,7 +144,7 @@ Platform::DatagramOutcome UDPSocket::TrySend(std::span<const Payload> payloads) 
   if (m_pSocket) {
     // A payload without a byte is none that could be seen to be sent.
     const auto empty = std::ranges::find_if(payloads, [](const Payload& payload) { return payload.empty(); });
-    outcome = SendDatagrams(payloads.first(static_cast<std::size_t>(empty - payloads.begin())));
+    outcome = SendAllDatagrams(payloads.first(static_cast<std::size_t>(empty - payloads.begin())));
     if (outcome.m_error == 0 && empty != payloads.end()) outcome.m_error = Platform::ErrorInvalidArgument;
   }
   std::size_t bytes = 0;

@@ -38,7 +38,7 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   /// Resolves the target's name. The system's resolver, but for tests.
   virtual Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family);
 
-  /// Sends on the open socket. The system's, but for tests.
+  /// Sends what the system takes at once on the open socket. The system's, but for tests.
   virtual Platform::DatagramOutcome SendDatagrams(std::span<const Payload> payloads);
 
   void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
@@ -59,6 +59,7 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
 
  private:
   bool ConnectInTurn();
+  Platform::DatagramOutcome SendAllDatagrams(std::span<const Payload> payloads);
   Platform::DatagramOutcome TrySend(std::span<const Payload> payloads);
   int OpenSocket();
   void CloseSocket();

@@ -20,6 +20,7 @@ struct TlsServerOptions {
   int minVersion = TLS1_VERSION;
   int maxVersion = TLS1_3_VERSION;
   bool requestsCertificate = false;  ///< asks the client for a certificate and takes none as well
+  bool requiresCertificate = false;  ///< refuses a client that shows none
   int unansweredHandshakes = 0;      ///< closes so many connections, the first ones, inside their handshakes
   std::uint16_t port = 0;
   bool isIPv6 = false;
@@ -154,6 +155,9 @@ class LoopbackTlsServer {
     SSL_CTX_use_certificate(native, options.identity->Certificate());
     SSL_CTX_use_PrivateKey(native, options.identity->Key());
     if (options.requestsCertificate) SSL_CTX_set_verify(native, SSL_VERIFY_PEER, &TakeAny);
+    if (options.requiresCertificate) {
+      SSL_CTX_set_verify(native, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, &TakeAny);
+    }
     SSL_CTX_set_msg_callback(native, &CountRecord);
     SSL_CTX_set_msg_callback_arg(native, this);
     return context;

@@ -42,6 +42,8 @@ bool IsBrokenPipePending() {
 
 }  // namespace
 
+ACE_HANDLE OpenSocket(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }
+
 WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
   WriteOutcome outcome;
   ssize_t count = 0;

@@ -7,6 +7,7 @@
 #include <mstcpip.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 namespace VaroCommunicationAPI::Platform {
@@ -62,6 +63,12 @@ int IsReadable(SOCKET socket) {
 }
 
 }  // namespace
+
+ACE_HANDLE OpenSocket(int family, int type) {
+  const SOCKET socket = WSASocketW(family, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+  if (socket == INVALID_SOCKET) errno = WSAGetLastError();
+  return reinterpret_cast<ACE_HANDLE>(socket);
+}
 
 WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
   WriteOutcome outcome;

@@ -52,12 +52,27 @@ TEST_F(TLSDestination, AReceiverIsTakenWhateverCertificateItShows) {
   EXPECT_TRUE(socket.IsConnected());
 }
 
-TEST_F(TLSDestination, AReceiverThatAsksForACertificateIsServed) {
-  LoopbackTlsServer server(TlsServerOptions{.requestsCertificate = true});
+TEST_F(TLSDestination, AReceiverThatAsksForACertificateIsServedAndShownNone) {
+  std::atomic<bool> isShown{false};
+  LoopbackTlsServer server(
+      [&](LoopbackTlsServer& self, TlsServerSession& session, int) {
+        isShown = SSL_get0_peer_certificate(session.Native()) != nullptr;
+        self.KeepAllOf(session);
+      },
+      TlsServerOptions{.requestsCertificate = true});
   socket.Initialize(OverTls::Target(server.Port(), false));
   ASSERT_TRUE(socket.IsConnected());
   Send("one");
   EXPECT_EQ(server.WaitForBytes(4), "one\n");
+  EXPECT_FALSE(isShown);
+}
+
+TEST_F(TLSDestination, AReceiverThatInsistsOnACertificateRefuses) {
+  LoopbackTlsServer server(TlsServerOptions{.requiresCertificate = true});
+  socket.Initialize(OverTls::Target(server.Port(), false));
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_THAT(log->Lines(), ElementsAre(Refusal(), "Debug The TLS library's reason: sslv3 alert handshake failure"));
+  EXPECT_TRUE(WaitUntil([&] { return server.FailedHandshakes() == 1; }));
 }
 
 struct CertificateText {
