@@ -3,6 +3,7 @@
 #include "InstallationDirectory.h"
 #include "LoopbackConnection.h"
 
+#include "platform/CryptProviderName.h"
 #include "platform/KeyContainer.h"
 #include "platform/SocketIo.h"
 #include "platform/SystemError.h"
@@ -122,3 +123,10 @@ TEST(SystemVersion, IsNewerThanThePrototypeOfTheProvider) { EXPECT_GT(Platform::
 TEST(SystemVersion, IsTheSameEachTime) { EXPECT_EQ(Platform::SystemVersionNumber(), Platform::SystemVersionNumber()); }
 
 }  // namespace
+TEST(CryptProviderName, IsThatOfAPrototypeBeforeVersion52) {
+  const std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
+  EXPECT_EQ(Platform::CryptProviderName(51), name + L" (Prototype)");
+  EXPECT_EQ(Platform::CryptProviderName(52), name);
+  EXPECT_EQ(Platform::CryptProviderName(), name);
+}
+
