@@ -10,6 +10,7 @@
 
 #include <host/SystemError.h>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -25,8 +26,25 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fstream>
+#include <future>
+#include <optional>
+
+namespace {
+
+/// To whom every file belongs, when a test says so: only root could give one away.
+std::optional<uid_t> pretendedOwner;
+
+}  // namespace
+
+/// Stands before that of the C library.
+extern "C" int fstat(int file, struct stat* status) noexcept {
+  const int result = fstatat(file, "", status, AT_EMPTY_PATH);
+  if (result == 0 && pretendedOwner) status->st_uid = *pretendedOwner;
+  return result;
+}
 
 namespace {
 
@@ -114,6 +132,7 @@ TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
 class KeyContainerFile : public testing::Test {
  protected:
   KeyContainerFile() { StoreInContainer(m_key, "Test.Container"); }
+  ~KeyContainerFile() override { pretendedOwner.reset(); }
 
   std::filesystem::path Path() const { return m_installation.ConfigDirectory() / "keys/Test.Container.pem"; }
   void Replace(const std::string& content) {
@@ -154,6 +173,27 @@ TEST_F(KeyContainerFile, ThatIsDirectoryIsRefused) {
   std::filesystem::remove(Path());
   std::filesystem::create_directory(Path());
   EXPECT_EQ(Decrypt(), EPERM);
+}
+
+TEST_F(KeyContainerFile, ThatIsAPipeIsRefusedWithoutWaitingForItsWriter) {
+  std::filesystem::remove(Path());
+  ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+  std::future<int> result = std::async(std::launch::async, [this] { return Decrypt(); });
+  const bool bReturned = result.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  EXPECT_TRUE(bReturned);
+  // Lets a reader go that waits.
+  if (!bReturned) close(open(Path().c_str(), O_WRONLY | O_NONBLOCK));
+  EXPECT_EQ(result.get(), EPERM);
+}
+
+TEST_F(KeyContainerFile, OfAnotherUserIsRefused) {
+  pretendedOwner = geteuid() + 1;
+  EXPECT_EQ(Decrypt(), EPERM);
+}
+
+TEST_F(KeyContainerFile, OfRootIsUsed) {
+  pretendedOwner = 0;
+  EXPECT_EQ(Decrypt(), 0);
 }
 
 TEST_F(KeyContainerFile, WithoutKeyIsRefused) {
