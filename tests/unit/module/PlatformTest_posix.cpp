@@ -10,6 +10,7 @@
 
 #include <host/SystemError.h>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -25,8 +26,25 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fstream>
+#include <future>
+#include <optional>
+
+namespace {
+
+/// To whom every file belongs, when a test says so: only root could give one away.
+std::optional<uid_t> pretendedOwner;
+
+}  // namespace
+
+/// Stands before that of the C library.
+extern "C" int fstat(int file, struct stat* status) noexcept {
+  const int result = fstatat(file, "", status, AT_EMPTY_PATH);
+  if (result == 0 && pretendedOwner) status->st_uid = *pretendedOwner;
+  return result;
+}
 
 namespace {
 
@@ -95,7 +113,7 @@ TEST(SocketErrorText, OfNamesIsTheResolvers) {
 
 TEST(ReadFileHeadErrors, AreTheSystemsOwn) {
   const InstallationDirectory installation;
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/missing", 10, content), ENOENT);
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath(), 10, content), EISDIR);
 }
@@ -105,7 +123,7 @@ TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
   const InstallationDirectory installation;
   installation.Write("config/f", "x");
   chmod((installation.ConfigDirectory() / "f").c_str(), 0);
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/f", 10, content), EACCES);
 }
 
@@ -114,6 +132,7 @@ TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
 class KeyContainerFile : public testing::Test {
  protected:
   KeyContainerFile() { StoreInContainer(m_key, "Test.Container"); }
+  ~KeyContainerFile() override { pretendedOwner.reset(); }
 
   std::filesystem::path Path() const { return m_installation.ConfigDirectory() / "keys/Test.Container.pem"; }
   void Replace(const std::string& content) {
@@ -121,7 +140,7 @@ class KeyContainerFile : public testing::Test {
     chmod(Path().c_str(), 0600);
   }
   int Decrypt() {
-    std::vector<std::uint8_t> plainText;
+    Platform::SecretText plainText;
     return Platform::DecryptWithContainer(L"Test.Container", m_key.Encrypt("secret"), plainText);
   }
 
@@ -154,6 +173,27 @@ TEST_F(KeyContainerFile, ThatIsDirectoryIsRefused) {
   std::filesystem::remove(Path());
   std::filesystem::create_directory(Path());
   EXPECT_EQ(Decrypt(), EPERM);
+}
+
+TEST_F(KeyContainerFile, ThatIsAPipeIsRefusedWithoutWaitingForItsWriter) {
+  std::filesystem::remove(Path());
+  ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+  std::future<int> result = std::async(std::launch::async, [this] { return Decrypt(); });
+  const bool bReturned = result.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  EXPECT_TRUE(bReturned);
+  // Lets a reader go that waits.
+  if (!bReturned) close(open(Path().c_str(), O_WRONLY | O_NONBLOCK));
+  EXPECT_EQ(result.get(), EPERM);
+}
+
+TEST_F(KeyContainerFile, OfAnotherUserIsRefused) {
+  pretendedOwner = geteuid() + 1;
+  EXPECT_EQ(Decrypt(), EPERM);
+}
+
+TEST_F(KeyContainerFile, OfRootIsUsed) {
+  pretendedOwner = 0;
+  EXPECT_EQ(Decrypt(), 0);
 }
 
 TEST_F(KeyContainerFile, WithoutKeyIsRefused) {
@@ -194,7 +234,7 @@ TEST_F(KeyContainerFile, OfAnotherKeyGivesBadMessage) {
 
 TEST_F(KeyContainerFile, WithoutContainerNameIsTheDefaultOne) {
   StoreInContainer(m_key, "default");
-  std::vector<std::uint8_t> plainText;
+  Platform::SecretText plainText;
   EXPECT_EQ(Platform::DecryptWithContainer(L"", m_key.Encrypt("secret"), plainText), 0);
 }
 
@@ -383,9 +423,9 @@ TEST(ReadFileHeadOfPipe, DoesNotWaitForItsWriter) {
   InstallationDirectory installation;
   const std::wstring path = installation.InstallFile();
   ASSERT_EQ(mkfifo(WindowsAgentCommon::WideToUtf8(path).c_str(), 0600), 0);
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(path, 100, content), 0);
-  EXPECT_EQ(content, "");
+  EXPECT_EQ(content.View(), "");
 }
 
 TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
@@ -394,7 +434,7 @@ TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
   ERR_clear_error();
   ERR_raise(ERR_LIB_USER, 42);
   const std::vector<std::uint8_t> garbage(128, 1);
-  std::vector<std::uint8_t> plainText;
+  Platform::SecretText plainText;
   EXPECT_NE(Platform::DecryptWithContainer(L"Sorvex.ConfigServerConnection", garbage, plainText), 0);
   EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
   EXPECT_EQ(ERR_get_error(), 0u);
