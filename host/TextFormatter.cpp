@@ -197,7 +197,6 @@ void TextFormatter::AppendInteger(const Directive& directive, const LogArgument&
     if (conversion == 'p' || (directive.m_bAlternate && magnitude != 0)) prefix = conversion == 'X' ? "0X" : "0x";
   } else if (conversion == 'o') {
     base = 8;
-    if (directive.m_bAlternate && magnitude != 0) prefix = "0";
   }
 
   char digits[24];
@@ -216,6 +215,8 @@ void TextFormatter::AppendInteger(const Directive& directive, const LogArgument&
   } else if (directive.m_bZero && !directive.m_bLeft) {
     if (directive.m_width > prefix.size() + body.size()) zeros = directive.m_width - prefix.size() - body.size();
   }
+  // As printf has it, the alternate form of an octal number begins with a zero, whichever one that is.
+  if (base == 8 && directive.m_bAlternate && zeros == 0 && !body.starts_with('0')) zeros = 1;
   AppendPadded(directive, prefix, zeros, body);
 }
 

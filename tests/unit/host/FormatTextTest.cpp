@@ -4,8 +4,10 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace WindowsAgentCommon {
 namespace {
@@ -88,6 +90,66 @@ TEST(FormatText, PrintsCharacters) {
 
 TEST(FormatText, PrintsTheReplacementForWhatIsNoCharacter) {
   EXPECT_EQ(Format("%c%c%c", 0xD800, 0x110000, -129), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+/// What the C library prints.
+template <class Value>
+std::string Printed(const std::string& format, Value value) {
+  char text[64];
+  const int length = std::snprintf(text, sizeof text, format.c_str(), value);
+  return {text, static_cast<std::size_t>(length)};
+}
+
+/// Every set of flags, with every width and precision that makes a difference; "#" only where C defines it.
+std::vector<std::string> Directives(std::string_view flags) {
+  std::vector<std::string> directives;
+  for (unsigned chosen = 0; chosen < 1U << flags.size(); ++chosen) {
+    std::string directive = "%";
+    for (std::size_t i = 0; i < flags.size(); ++i) {
+      if ((chosen >> i & 1) != 0) directive += flags[i];
+    }
+    for (const char* width : {"", "1", "3", "4", "9"}) {
+      for (const char* precision : {"", ".", ".0", ".1", ".2", ".3", ".4", ".7"}) {
+        directives.push_back(directive + width + precision);
+      }
+    }
+  }
+  return directives;
+}
+
+TEST(FormatText, PrintsSignedNumbersAsTheCLibraryDoes) {
+  for (const std::string& directive : Directives("-+ 0")) {
+    for (const int value : {0, 1, -1, 8, 42, -42, 4711, INT_MAX, INT_MIN}) {
+      for (const char conversion : {'d', 'i'}) {
+        const std::string format = directive + conversion;
+        EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+      }
+    }
+  }
+}
+
+TEST(FormatText, PrintsUnsignedNumbersAsTheCLibraryDoes) {
+  for (const unsigned value : {0U, 1U, 7U, 8U, 64U, 255U, 4711U, UINT_MAX}) {
+    for (const std::string& directive : Directives("-0")) {
+      const std::string format = directive + 'u';
+      EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+    }
+    for (const std::string& directive : Directives("-#0")) {
+      for (const char conversion : {'x', 'X', 'o'}) {
+        const std::string format = directive + conversion;
+        EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+      }
+    }
+  }
+}
+
+TEST(FormatText, PrintsTextsAsTheCLibraryDoes) {
+  for (const std::string& directive : Directives("-")) {
+    for (const char* value : {"", "a", "abc", "abcdef"}) {
+      const std::string format = directive + 's';
+      EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+    }
+  }
 }
 
 TEST(FormatText, PadsToTheWidth) {
