@@ -1,6 +1,5 @@
-// The reference log sinks. A line is "2026-11-20T21:10:53.123456Z Warn <logger name> <text>", in UTC. Control
-// characters of a logger's name are escaped; line feeds that a record's own format holds stay, and its text goes on
-// behind them.
+// The reference log sinks. A line is "2026-11-20T21:10:53.123456Z Warn <logger name> <text>", in UTC. A logger's name is
+// escaped as logged values are; line feeds that a record's own format holds stay, and its text goes on after them.
 #pragma once
 
 #include <host/Log.h>

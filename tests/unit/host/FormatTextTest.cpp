@@ -227,16 +227,47 @@ TEST(FormatText, EscapesControlCharactersOfTexts) {
 TEST(FormatText, EscapesFurtherLineEndsAndControlsOfUnicode) {
   EXPECT_EQ(Escaped("%s", "\xC2\x80|\xC2\x85|\xC2\x9F|\xC2\xA0"), "\\xC2\\x80|\\xC2\\x85|\\xC2\\x9F|\xC2\xA0");
   EXPECT_EQ(Escaped("%s", "\xE2\x80\xA7|\xE2\x80\xA8|\xE2\x80\xA9|\xE2\x80\xAA"),
-            "\xE2\x80\xA7|\\xE2\\x80\\xA8|\\xE2\\x80\\xA9|\xE2\x80\xAA");
+            "\xE2\x80\xA7|\\xE2\\x80\\xA8|\\xE2\\x80\\xA9|\\xE2\\x80\\xAA");
 }
 
 TEST(FormatText, EscapesInvalidUtf8ByteByByte) {
   EXPECT_EQ(Escaped("%s", "\xFF|\xC3|\xE2\x82|\xC0\xAF"), "\\xFF|\\xC3|\\xE2\\x82|\\xC0\\xAF");
 }
 
-TEST(FormatText, KeepsBackslashesAndOtherCharacters) {
-  EXPECT_EQ(Escaped("%s", "C:\\new \xC3\xA4 \xF0\x9F\x98\x80"), "C:\\new \xC3\xA4 \xF0\x9F\x98\x80");
+/// UTF-8 of one code point from U+0080 to U+FFFF.
+std::string Utf8Of(unsigned codePoint) {
+  std::string text;
+  if (codePoint >= 0x800) text += static_cast<char>(0xE0 | codePoint >> 12);
+  text += static_cast<char>(codePoint >= 0x800 ? 0x80 | (codePoint >> 6 & 0x3F) : 0xC0 | codePoint >> 6);
+  return text += static_cast<char>(0x80 | (codePoint & 0x3F));
 }
+
+TEST(FormatText, EscapesCharactersThatTurnTheDirectionOfWriting) {
+  for (const unsigned codePoint :
+       {0x061C, 0x200E, 0x200F, 0x202A, 0x202B, 0x202C, 0x202D, 0x202E, 0x2066, 0x2067, 0x2068, 0x2069}) {
+    std::string expected;
+    for (const char byte : Utf8Of(codePoint)) expected += Format("\\x%02X", static_cast<unsigned char>(byte));
+    EXPECT_EQ(Escaped("%s", Utf8Of(codePoint)), expected);
+  }
+}
+
+TEST(FormatText, KeepsTheNeighboursOfWhatItEscapes) {
+  for (const unsigned codePoint : {0x061B, 0x061D, 0x200D, 0x2010, 0x2027, 0x202F, 0x2065, 0x206A}) {
+    EXPECT_EQ(Escaped("%s", Utf8Of(codePoint)), Utf8Of(codePoint));
+  }
+}
+
+TEST(FormatText, KeepsOtherCharacters) {
+  EXPECT_EQ(Escaped("%s", "new \xC3\xA4 \xF0\x9F\x98\x80"), "new \xC3\xA4 \xF0\x9F\x98\x80");
+}
+
+TEST(FormatText, EscapesBackslashesSoThatNoValueLooksEscaped) {
+  EXPECT_EQ(Escaped("%s", "C:\\new"), "C:\\\\new");
+  EXPECT_EQ(Escaped("%s", "\\n"), "\\\\n");
+  EXPECT_NE(Escaped("%s", "\\x0A"), Escaped("%s", "\x0A"));
+}
+
+TEST(FormatText, KeepsTheFormatsOwnBackslashes) { EXPECT_EQ(Escaped("\\%s", "a"), "\\a"); }
 
 TEST(FormatText, EscapesWideTextsAlike) { EXPECT_EQ(EscapedWide("%S", L"a\nb\x0085"), "a\\nb\\xC2\\x85"); }
 
@@ -245,7 +276,11 @@ TEST(FormatText, EscapesCharacters) {
   EXPECT_EQ(FormatText("%c%c", arguments, 2, true), "\\n\\xFF");
 }
 
-TEST(FormatText, EscapedTextIsPaddedAsItIsPrinted) { EXPECT_EQ(Escaped("[%4s][", "\n"), "[  \\n]["); }
+TEST(FormatText, EscapedTextIsPaddedAsItIsPrinted) {
+  EXPECT_EQ(Escaped("[%4s][", "\n"), "[  \\n][");
+  EXPECT_EQ(Escaped("[%-4s][", "\n"), "[\\n  ][");
+  EXPECT_EQ(Escaped("[%2s][", "\n\n"), "[\\n\\n][");
+}
 
 TEST(FormatText, KeepsTheFormatsOwnLineFeeds) { EXPECT_EQ(Escaped("a\n\t%s", "b"), "a\n\tb"); }
 
