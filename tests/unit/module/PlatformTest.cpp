@@ -84,6 +84,13 @@ TEST_F(ReadFileHead, FailsForDirectoryAndEmptiesContent) {
   EXPECT_EQ(m_content, "");
 }
 
+TEST_F(ReadFileHead, FailsForDeviceAndEmptiesContent) {
+  std::string content = "before";
+  const wchar_t* const device = std::filesystem::path::preferred_separator == '/' ? L"/dev/null" : L"NUL";
+  EXPECT_NE(Platform::ReadFileHead(device, 100, content), 0);
+  EXPECT_EQ(content, "");
+}
+
 TEST_F(ReadFileHead, FindsFileWithNameBeyondAscii) {
   const std::wstring name = L"Schl\u00FCssel \u9375 \U0001F511";
   m_installation.Write("config" / WindowsAgentCommon::WideToPath(name), "x");
