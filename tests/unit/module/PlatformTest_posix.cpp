@@ -388,6 +388,18 @@ TEST(ReadFileHeadOfPipe, IsRefusedWithoutWaitingForItsWriter) {
   EXPECT_EQ(content, "");
 }
 
+TEST(KeyContainerErrors, OfExportLeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
+  InstallationDirectory installation;
+  installation.Write("config/keys/default.pem", "no key");
+  chmod((installation.ConfigDirectory() / "keys/default.pem").c_str(), 0600);
+  ERR_clear_error();
+  ERR_raise(ERR_LIB_USER, 42);
+  std::vector<std::uint8_t> bytes;
+  EXPECT_EQ(Platform::ExportPublicKey(L"", bytes), EKEYREJECTED);
+  EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
+  EXPECT_EQ(ERR_get_error(), 0u);
+}
+
 TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
   InstallationDirectory installation;
   StoreInContainer(ApplicationKey::Of(1024));
