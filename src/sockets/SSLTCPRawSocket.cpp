@@ -40,7 +40,8 @@ int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   Configure(context);
   auto stream = std::make_shared<TlsStream>(context);
   const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
-  m_strFailureReason = stream->FailureReason();
+  // It is logged at Debug only.
+  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;
   SendWithoutDelay(stream->Handle());
   m_pStream = std::move(stream);
