@@ -9,6 +9,9 @@
 #include <ace/SSL/SSL_Context.h>
 #include <openssl/ssl.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace VaroCommunicationAPI {
 
 SSLTCPRawSocket::SSLTCPRawSocket(const SSLProtocolList& protocols, std::chrono::milliseconds handshakeLimit)
@@ -28,7 +31,12 @@ std::uint32_t SSLTCPRawSocket::GetBytesReceived() const { return m_bytesReceived
 void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
   context.set_mode(ACE_SSL_Context::SSLv23_client);
   // Without the file nobody is trusted but whom the default locations name: the handshake then tells.
-  context.load_trusted_ca(m_strCertificateFile.c_str(), nullptr, true);
+  // Opening a pipe would wait for its writer.
+  const std::filesystem::path file =
+      WindowsAgentCommon::WideToPath(WindowsAgentCommon::Utf8ToWide(m_strCertificateFile));
+  if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
+    context.load_trusted_ca(m_strCertificateFile.c_str(), nullptr, true);
+  }
   SSL_CTX_set_default_verify_paths(context.context());
   context.set_verify_peer(1, 1, 0);
   m_protocols.applyTo(context);
