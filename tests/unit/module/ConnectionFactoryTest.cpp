@@ -415,26 +415,6 @@ TEST_F(ConnectionFactoryTest, MakesStandAloneConnection) {
   EXPECT_THAT(Lines(), ElementsAre("Debug creating stand alone mode config server connection"));
 }
 
-TEST_F(ConnectionFactoryTest, MakesHttpsConnection) {
-  m_installation.WriteInstallFile(httpsInstallFile);
-  Initialize();
-  m_log->Clear();
-  std::shared_ptr<IConfigurationServerConnection> connection;
-  m_factory.CreateConfigServerConnection(connection);
-  EXPECT_NE(connection, nullptr);
-  EXPECT_THAT(Lines(), ElementsAre("Debug creating config server connection"));
-}
-
-TEST_F(ConnectionFactoryTest, MakesDirectTlsConnection) {
-  m_installation.WriteInstallFile(serverInstallFile);
-  Initialize();
-  m_log->Clear();
-  std::shared_ptr<IConfigurationServerConnection> connection;
-  m_factory.CreateConfigServerConnection(connection);
-  EXPECT_NE(connection, nullptr);
-  EXPECT_THAT(Lines(), ElementsAre("Debug creating SSL config server connection"));
-}
-
 TEST_F(ConnectionFactoryTest, MakesNewConnectionInPlaceOfTheOldOne) {
   m_installation.WriteInstallFile("A=1");
   Initialize();

@@ -7,6 +7,7 @@
 #include "platform/KeyContainer.h"
 #include "platform/SocketErrors.h"
 #include "platform/SocketIo.h"
+#include "support/OrdinaryUser_posix.h"
 
 #include <host/SystemError.h>
 
@@ -101,12 +102,19 @@ TEST(ReadFileHeadErrors, AreTheSystemsOwn) {
 }
 
 TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
-  if (geteuid() == 0) GTEST_SKIP() << "root may read every file";
   const InstallationDirectory installation;
-  installation.Write("config/f", "x");
-  chmod((installation.ConfigDirectory() / "f").c_str(), 0);
-  std::string content;
-  EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/f", 10, content), EACCES);
+  installation.Write("config/open", "x");
+  installation.Write("config/closed", "x");
+  chmod((installation.ConfigDirectory() / "open").c_str(), 0644);
+  chmod((installation.ConfigDirectory() / "closed").c_str(), 0);
+  const auto readAsOrdinaryUser = [](const wchar_t* name) {
+    return sorvex::test::CallAsOrdinaryUser([name] {
+      std::string content;
+      return Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/" + name, 10, content);
+    });
+  };
+  EXPECT_EQ(readAsOrdinaryUser(L"open"), 0);
+  EXPECT_EQ(readAsOrdinaryUser(L"closed"), EACCES);
 }
 
 // Key containers
