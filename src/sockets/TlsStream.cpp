@@ -145,7 +145,7 @@ int TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadl
 
 /// What an operation of the library ended with that returned `result`.
 int TlsStream::Diagnose(int result) {
-  m_strFailureReason.clear();
+  m_failure.clear();
   // First of all: the system keeps its number only until the next call.
   ACE_OS::set_errno_to_last_error();
   const int systemError = Platform::LastSocketError();
@@ -158,20 +158,27 @@ int TlsStream::Diagnose(int result) {
   }
 }
 
-/// Empties the library's list of errors into `m_strFailureReason`. Returns the first, which is the cause.
+/// Empties the library's list of errors into `m_failure`. Returns the first, which is the cause.
 int TlsStream::ReadLibraryErrors() {
   const unsigned long cause = ERR_peek_error();
-  while (const unsigned long code = ERR_get_error()) {
-    if (!m_strFailureReason.empty()) m_strFailureReason += "; ";
-    m_strFailureReason += TlsErrorText(static_cast<int>(code));
-  }
-  if (const long verification = SSL_get_verify_result(m_stream.ssl());
-      ERR_GET_REASON(cause) == SSL_R_CERTIFICATE_VERIFY_FAILED && verification != X509_V_OK) {
-    m_strFailureReason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
-  }
+  while (const unsigned long code = ERR_get_error()) m_failure.push_back(code);
   // The end of the stream without the library's farewell.
   if (ERR_GET_REASON(cause) == SSL_R_UNEXPECTED_EOF_WHILE_READING) return Platform::ErrorPeerClosed;
   return static_cast<int>(cause);
+}
+
+std::string TlsStream::FailureReason() const {
+  std::string reason;
+  for (const unsigned long code : m_failure) {
+    if (!reason.empty()) reason += "; ";
+    reason += TlsErrorText(static_cast<int>(code));
+  }
+  if (const long verification = SSL_get_verify_result(m_stream.ssl());
+      !m_failure.empty() && ERR_GET_REASON(m_failure.front()) == SSL_R_CERTIFICATE_VERIFY_FAILED &&
+      verification != X509_V_OK) {
+    reason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
+  }
+  return reason;
 }
 
 std::string TlsErrorText(int error) {

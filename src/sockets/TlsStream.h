@@ -65,7 +65,7 @@ class TlsStream {
   const char* CipherText() const;
 
   /// What the TLS library gave as the reason of the last failure; empty when the failure was not its.
-  const std::string& FailureReason() const { return m_strFailureReason; }
+  std::string FailureReason() const;
 
  private:
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
@@ -76,7 +76,7 @@ class TlsStream {
   int ReadLibraryErrors();
 
   ACE_SSL_SOCK_Stream m_stream;
-  std::string m_strFailureReason;
+  std::vector<unsigned long> m_failure;  ///< the errors of the last failed operation, the cause first
 };
 
 /// The text of an error that `TlsStream` gave.

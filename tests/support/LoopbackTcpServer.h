@@ -1,6 +1,8 @@
 // A TCP server on a free loopback port whose behaviour toward each connection is given by the test.
 #pragma once
 
+#include "WaitUntil.h"
+
 #include <boost/asio.hpp>
 
 #include <atomic>
@@ -20,20 +22,6 @@
 namespace sorvex::test {
 
 using boost::asio::ip::tcp;
-
-/// How long a test waits for what must happen. Passing takes far less; only a failure takes this long.
-constexpr std::chrono::seconds patience{20};
-
-/// Waits until `condition` holds, looking often; returns whether it did within the test's patience.
-template <class Condition>
-bool WaitUntil(Condition condition, std::chrono::milliseconds limit = patience) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
 
 /// Returns a loopback port on which nothing listens now.
 inline std::uint16_t UnusedPort() {

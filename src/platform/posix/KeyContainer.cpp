@@ -109,6 +109,7 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
 
 int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
   bytes.clear();
+  const ErrorQueueMark mark;
   KeyPointer key;
   if (const int error = OpenContainer(containerName, key); error != 0) return error;
   unsigned char* encoded = nullptr;

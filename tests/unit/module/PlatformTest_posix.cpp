@@ -7,6 +7,7 @@
 #include "platform/KeyContainer.h"
 #include "platform/SocketErrors.h"
 #include "platform/SocketIo.h"
+#include "support/OrdinaryUser_posix.h"
 
 #include <host/SystemError.h>
 
@@ -119,12 +120,19 @@ TEST(ReadFileHeadErrors, AreTheSystemsOwn) {
 }
 
 TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
-  if (geteuid() == 0) GTEST_SKIP() << "root may read every file";
   const InstallationDirectory installation;
-  installation.Write("config/f", "x");
-  chmod((installation.ConfigDirectory() / "f").c_str(), 0);
-  Platform::SecretText content;
-  EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/f", 10, content), EACCES);
+  installation.Write("config/open", "x");
+  installation.Write("config/closed", "x");
+  chmod((installation.ConfigDirectory() / "open").c_str(), 0644);
+  chmod((installation.ConfigDirectory() / "closed").c_str(), 0);
+  const auto readAsOrdinaryUser = [](const wchar_t* name) {
+    return sorvex::test::CallAsOrdinaryUser([name] {
+      Platform::SecretText content;
+      return Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/" + name, 10, content);
+    });
+  };
+  EXPECT_EQ(readAsOrdinaryUser(L"open"), 0);
+  EXPECT_EQ(readAsOrdinaryUser(L"closed"), EACCES);
 }
 
 // Key containers
@@ -419,13 +427,26 @@ TEST_F(BrokenPipe, SendNowNeedsNoGuard) {
   EXPECT_EQ(brokenPipes, 0);
 }
 
-TEST(ReadFileHeadOfPipe, DoesNotWaitForItsWriter) {
+TEST(ReadFileHeadOfPipe, IsRefusedWithoutWaitingForItsWriter) {
   InstallationDirectory installation;
   const std::wstring path = installation.InstallFile();
   ASSERT_EQ(mkfifo(WindowsAgentCommon::WideToUtf8(path).c_str(), 0600), 0);
   Platform::SecretText content;
-  EXPECT_EQ(Platform::ReadFileHead(path, 100, content), 0);
+  content.Resize(3);
+  EXPECT_EQ(Platform::ReadFileHead(path, 100, content), ENOTSUP);
   EXPECT_EQ(content.View(), "");
+}
+
+TEST(KeyContainerErrors, OfExportLeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
+  InstallationDirectory installation;
+  installation.Write("config/keys/default.pem", "no key");
+  chmod((installation.ConfigDirectory() / "keys/default.pem").c_str(), 0600);
+  ERR_clear_error();
+  ERR_raise(ERR_LIB_USER, 42);
+  std::vector<std::uint8_t> bytes;
+  EXPECT_EQ(Platform::ExportPublicKey(L"", bytes), EKEYREJECTED);
+  EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
+  EXPECT_EQ(ERR_get_error(), 0u);
 }
 
 TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {

@@ -163,6 +163,7 @@ TEST_P(Exchanges, WritesAllBeforeItReads) {
       EXPECT_FALSE(bReading);
     }
   }
+  EXPECT_TRUE(bReading);
 }
 
 TEST_P(Exchanges, RepeatsTheSameRequest) {
@@ -410,6 +411,7 @@ TEST_P(BothClients, NeverAskForMoreThanAClamp) {
   for (const char* hostile : streams) {
     Conversation conversation(GetParam(), HexBytes(hostile));
     EXPECT_THROW(UpdateConfiguration(conversation), SocketException) << hostile;
+    EXPECT_FALSE(conversation.m_socket->Calls().empty()) << hostile;
     for (const FakeRawSocket::Call& call : conversation.m_socket->Calls()) {
       EXPECT_LE(call.length, 32U) << hostile;
     }
