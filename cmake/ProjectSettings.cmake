@@ -46,6 +46,10 @@ else()
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
   # After the flags of the build type, which these take back. Lines for a backtrace are all that is wanted of symbols.
   target_compile_options(sorvex_test_settings INTERFACE -O0 -g1)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # A cache that looks at preprocessed text has to see where the precompiled header comes in.
+    target_compile_options(sorvex_test_settings INTERFACE -fpch-preprocess)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # This compiler takes correct string code for overlapping copies when it optimises fully.
     target_compile_options(sorvex_common_settings INTERFACE -Wno-restrict)
