@@ -26,7 +26,9 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+  # A clone in another folder finds what this one has compiled, and precompiled headers are cached.
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
+    "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros "${CCACHE}")
 endif()
 
 # What everything is compiled and linked with.
