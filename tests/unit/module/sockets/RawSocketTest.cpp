@@ -5,6 +5,7 @@
 
 #include <support/RecordingLogger.h>
 
+#include <boost/asio/error.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
