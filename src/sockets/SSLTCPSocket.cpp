@@ -107,12 +107,8 @@ std::optional<std::uint64_t> SSLTCPSocket::StreamProgress() { return Platform::P
 
 Platform::WriteOutcome SSLTCPSocket::WriteStream(const char* data, std::size_t length) {
   const Platform::BrokenPipeGuard noSignal;
-  // While there is no room, what the peer says is discarded: one that waits for that reads nothing.
-  int state = 0;
-  Platform::WriteOutcome outcome = m_pStream->Write(
-      data, length, [&] { return (state = m_pStream->PeerState()) != 0 || MustGiveUp(); }, [this] { NoteProgress(); });
-  if (state != 0) outcome.m_error = state;
-  return outcome;
+  return m_pStream->Write(
+      data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); }, true);
 }
 
 int SSLTCPSocket::StreamPeerState() {
