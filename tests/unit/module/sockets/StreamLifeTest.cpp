@@ -463,8 +463,8 @@ TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitWithoutOne) {
     order.push_back("claim");
   });
   // The claim is made once the holder would have to give way.
-  ASSERT_TRUE(WaitUntil([&] { return started == 2 && turn.MustGiveWay(now + 501ms); }));
-  EXPECT_FALSE(turn.MustGiveWay(now + 500ms));
+  ASSERT_TRUE(WaitUntil([&] { return started == 2 && turn.MustGiveWay(now + 251ms); }));
+  EXPECT_FALSE(turn.MustGiveWay(now + 250ms));
   holder.reset();
   ordinary.join();
   claiming.join();
