@@ -1,10 +1,11 @@
 // A TCP server on a free loopback port whose behaviour toward each connection is given by the test.
 #pragma once
 
+#include "WaitUntil.h"
+
 #include <boost/asio/ts/netfwd.hpp>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -22,20 +23,6 @@ class error_code;
 namespace sorvex::test {
 
 using boost::asio::ip::tcp;
-
-/// How long a test waits for what must happen. Passing takes far less; only a failure takes this long.
-constexpr std::chrono::seconds patience{20};
-
-/// Waits until `condition` holds, looking often; returns whether it did within the test's patience.
-template <class Condition>
-bool WaitUntil(Condition condition, std::chrono::milliseconds limit = patience) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
 
 /// Returns a loopback port on which nothing listens now.
 std::uint16_t UnusedPort();

@@ -105,6 +105,9 @@ std::unique_ptr<boost::asio::ssl::context> LoopbackTlsServer::MakeContext(const 
   SSL_CTX_use_certificate(native, options.identity->Certificate());
   SSL_CTX_use_PrivateKey(native, options.identity->Key());
   if (options.requestsCertificate) SSL_CTX_set_verify(native, SSL_VERIFY_PEER, &TakeAny);
+  if (options.requiresCertificate) {
+    SSL_CTX_set_verify(native, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, &TakeAny);
+  }
   SSL_CTX_set_msg_callback(native, &CountRecord);
   SSL_CTX_set_msg_callback_arg(native, this);
   return context;

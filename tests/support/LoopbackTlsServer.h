@@ -25,6 +25,7 @@ struct TlsServerOptions {
   int minVersion = TLS1_VERSION;
   int maxVersion = TLS1_3_VERSION;
   bool requestsCertificate = false;  ///< asks the client for a certificate and takes none as well
+  bool requiresCertificate = false;  ///< refuses a client that shows none
   int unansweredHandshakes = 0;      ///< closes so many connections, the first ones, inside their handshakes
   std::uint16_t port = 0;
   bool isIPv6 = false;

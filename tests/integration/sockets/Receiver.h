@@ -49,6 +49,7 @@ class PeerSession {
  public:
   virtual ~PeerSession() = default;
   virtual bool ReadSome(std::string& text, std::size_t limit) = 0;
+  virtual void Write(const std::string& text) = 0;
   virtual ServerConnection& Connection() = 0;
 
   void Close() { Connection().Close(); }
@@ -70,7 +71,9 @@ class Receiver {
   ~Receiver();
 
   std::uint16_t Port() const;
-  void KeepAllOf(PeerSession& session, std::size_t readLimit = 65536);
+  /// Calls `afterRead` after each part.
+  void KeepAllOf(
+      PeerSession& session, std::size_t readLimit = 65536, const std::function<void()>& afterRead = [] {});
   /// Keeps what the connection sends up to the end of its first payload.
   void KeepOne(PeerSession& session);
   void HoldUntilStopped();
