@@ -6,9 +6,9 @@
 
 #include <host/Exceptions.h>
 
-#include <boost/system/system_error.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/system/system_error.hpp>
 
 #include <atomic>
 #include <memory>
