@@ -103,6 +103,16 @@ TEST_F(StreamLife, AHangUpFromOutsideAndAShutdownEndTheThreadOnce) {
   EXPECT_EQ(log->Count("Info Thread exiting"), 1u);
 }
 
+TEST_F(StreamLife, WhatStandsBehindAHangUpFromOutsideIsDropped) {
+  ASSERT_NO_FATAL_FAILURE(HoldFirstWrite());
+  ASSERT_NE(socket.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)), -1);
+  Send("behind");
+  write.Open();
+  ASSERT_TRUE(WaitUntil([&] { return log->Count("Info Thread exiting") == 1; }));
+  EXPECT_EQ(socket.AllWritten(), "first\n");
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
+}
+
 TEST_F(StreamLife, AShutdownAfterAHangUpFromOutsideFindsNothingToDo) {
   socket.Initialize(queued);
   ASSERT_NE(socket.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)), -1);
