@@ -1,9 +1,9 @@
 #include <CommandLine.h>
 
 #include <Certificate.h>
+#include <platform/Platform.h>
 
 #include <SorvexHost/LogSinks.h>
-#include <host/Text.h>
 
 #include <CLI/CLI.hpp>
 
@@ -74,8 +74,10 @@ void ApplyTlsOptions(const TlsOptions& tls, const CLI::App& forward, ForwardComm
   if (!wanted) return;
   if (tls.certificateFile.empty()) throw CLI::ValidationError("--certificate", "a tls:// destination needs one");
   try {
-    command.certificate = ReadCertificate(WideToPath(Utf8ToWide(tls.certificateFile)));
+    command.certificate = ReadCertificate(ArgumentToPath(tls.certificateFile));
   } catch (const std::system_error& error) {
+    throw CLI::ValidationError("--certificate", error.what());
+  } catch (const std::invalid_argument& error) {
     throw CLI::ValidationError("--certificate", error.what());
   }
 }
@@ -168,6 +170,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (forward->parsed()) {
       forwardCommand.parameters = ParsePairs("--set", socketParameters);
       if (giveUp->count() > 0) forwardCommand.giveUpAfter = giveUpAfter;
+      if (forwardCommand.files.empty()) forwardCommand.files.emplace_back("-");
       forwardCommand.destinations = ParseDestinations(targets);
       ApplyTlsOptions(tls, *forward, forwardCommand);
       options.command = forwardCommand;
