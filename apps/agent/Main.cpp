@@ -1,4 +1,5 @@
 #include <Agent.h>
+#include <BoundedRun.h>
 #include <CommandLine.h>
 #include <Forward.h>
 #include <Output.h>
@@ -8,6 +9,7 @@
 #include <ace/Init_ACE.h>
 
 #include <exception>
+#include <type_traits>
 
 namespace sorvex::agent {
 namespace {
@@ -23,8 +25,7 @@ struct AceLibrary {
   AceLibrary& operator=(const AceLibrary&) = delete;
 };
 
-int Run(const Options& options) {
-  const AceLibrary ace;
+int Run(const Options& options, LastWords& lastWords) {
   OpenLog(options);
   Agent agent(options);
   try {
@@ -41,7 +42,14 @@ int Run(const Options& options) {
     return notInitialized;
   }
   const int status = std::visit(
-      [&agent](const auto& command) { return RunCommand(command, agent.GetConnectionFactory()); }, options.command);
+      [&](const auto& command) {
+        if constexpr (std::is_same_v<decltype(command), const ForwardCommand&>) {
+          return RunCommand(command, agent.GetConnectionFactory(), lastWords);
+        } else {
+          return RunCommand(command, agent.GetConnectionFactory());
+        }
+      },
+      options.command);
   if (info) PrintNumber("initialize", result);
   return ready ? status : notInitialized;
 }
@@ -54,7 +62,8 @@ int RunAgent(std::vector<std::string> arguments) {
     const std::optional<Options> options = ParseCommandLine(std::move(arguments), status);
     if (!options) return status;
     InstallInterruptHandler();
-    status = Run(*options);
+    const AceLibrary ace;
+    status = RunBounded([&options](LastWords& lastWords) { return Run(*options, lastWords); });
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;
