@@ -11,9 +11,8 @@ bool IsCertificate(std::span<const std::uint8_t> der) {
   const CERT_CONTEXT* const certificate =
       CertCreateCertificateContext(X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size()));
   if (certificate == nullptr) return false;
-  const bool isWhole = certificate->cbCertEncoded == der.size();
   CertFreeCertificateContext(certificate);
-  return isWhole;
+  return true;
 }
 
 }  // namespace sorvex::agent
