@@ -39,6 +39,7 @@ int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   ACE_SSL_Context context;
   Configure(context);
   auto stream = std::make_shared<TlsStream>(context);
+  stream->SetServerName(GetHost());
   const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
   m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;

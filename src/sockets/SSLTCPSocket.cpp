@@ -82,6 +82,7 @@ int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   ACE_SSL_Context context;
   Configure(context);
   auto stream = std::make_shared<TlsStream>(context);
+  stream->SetServerName(m_strHost);
   const int error = stream->Connect(addresses, m_handshakeLimit, [this] { return MustGiveUp(); });
   m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;
