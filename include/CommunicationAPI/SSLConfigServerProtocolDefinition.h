@@ -6,6 +6,7 @@
 
 #include <ace/Message_Block.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -41,10 +42,18 @@ constexpr std::uint32_t maxWireDataBytes = 0x6400000;
 /// Returns the fixed description of a result code: of a response, or of a local failure.
 const char* ResultText(std::uint32_t resultCode);
 
+/// Wipes an array before it gives it back: the application token travels as a wire string.
+struct WipingArrayDelete {
+  std::size_t sizeInBytes = 0;
+
+  void operator()(char* array) const;
+};
+
 /// A text with its length in front.
 struct WireString {
   std::uint32_t size_in_bytes = 0;
-  std::unique_ptr<char[]> data;  ///< `size_in_bytes` bytes without a terminator; none when that is 0
+  /// `size_in_bytes` bytes without a terminator; none when that is 0.
+  std::unique_ptr<char[], WipingArrayDelete> data;
 
   std::string_view View() const { return {data.get(), size_in_bytes}; }
 };
@@ -109,9 +118,6 @@ struct RecordHeader {
 
 /// How an agent says who it is and what it speaks.
 struct IdentityRecord : RecordHeader {
-  /// Wipes the token.
-  ~IdentityRecord() override;
-
   WireString wireProtocolVersion;
   WireString applicationIdentifier;
   WireString applicationToken;

@@ -1,9 +1,10 @@
 #include "install/InstallConfigFileProcessor.h"
 
+#include "install/ApplicationToken.h"
 #include "install/InstallLines.h"
 #include "platform/Files.h"
 #include "platform/KeyContainer.h"
-#include "platform/Memory.h"
+#include "platform/SecretText.h"
 
 #include <host/Base64.h>
 #include <host/Log.h>
@@ -19,8 +20,6 @@ namespace {
 /// What stands beyond is ignored, on purpose.
 constexpr std::size_t maxInstallFileBytes = 4096;
 
-constexpr const char* applicationTokenKey = "ApplicationToken";
-
 /// The plain form is an identifier with dashes, at most this long.
 constexpr std::size_t maxPlainTokenLength = 40;
 
@@ -35,15 +34,14 @@ InstallConfigFileProcessor::InstallConfigFileProcessor(std::wstring keyContainer
 
 int InstallConfigFileProcessor::Process(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters) {
   m_strMessage.clear();
-  std::string content;
+  Platform::SecretText content;
   if (const int error = Platform::ReadFileHead(path, maxInstallFileBytes, content); error != 0) {
     m_strMessage = WindowsAgentCommon::Format(
         "Couldn't find the application install parameters (in file %s) - we need these parameters. Reason: %s", path,
         WindowsAgentCommon::GetLastErrorText(error));
     return error;
   }
-  AddInstallLines(content, {}, parameters);
-  Platform::WipeMemory(content.data(), content.size());
+  AddInstallLines(content.View(), {}, parameters);
   return DecryptApplicationToken(path, parameters);
 }
 
@@ -53,10 +51,11 @@ int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path
   const auto [token, last] = parameters.equal_range(applicationTokenKey);
   if (token == last || !IsSecured(token->second)) return 0;
 
-  std::vector<std::uint8_t> cipherText;
-  WindowsAgentCommon::DecodeBase64(token->second, cipherText);
-  std::vector<std::uint8_t> plainText;
-  const int error = Platform::DecryptWithContainer(m_strKeyContainerName, cipherText, plainText);
+  // Of a plain token that is taken for a secured one these bytes would tell all.
+  Platform::PlainSecret<std::vector<std::uint8_t>> cipherText;
+  WindowsAgentCommon::DecodeBase64(token->second, *cipherText);
+  Platform::SecretText plainText;
+  const int error = Platform::DecryptWithContainer(m_strKeyContainerName, *cipherText, plainText);
   if (error != 0) {
     m_strMessage = WindowsAgentCommon::Format(
         "Couldn't decode the secure application token provided in %s (%s). Proceeding as if it is ok, but the config "
@@ -64,8 +63,8 @@ int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path
         path, Platform::KeyErrorText(error));
     return error;
   }
-  token->second.assign(plainText.begin(), plainText.end());
-  Platform::WipeMemory(plainText.data(), plainText.size());
+  Platform::WipePlain(token->second);
+  token->second = plainText.View();
   return 0;
 }
 

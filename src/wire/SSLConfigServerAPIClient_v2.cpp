@@ -20,7 +20,7 @@ std::int64_t SecondsSinceEpoch() {
 }  // namespace
 
 SSLConfigServerAPIClient_v2::SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier,
-                                                         const std::string& applicationToken,
+                                                         std::string_view applicationToken,
                                                          ACE_Message_Block& publicKey)
     : SSLConfigServerAPIClient(WireProtocol::Version2, "Code.SSLConfigServerAPIClient_v2.%s", applicationIdentifier) {
   SetIdentity(m_connectionEstablishment, applicationIdentifier, applicationToken);

@@ -58,6 +58,11 @@ const char* ResultText(std::uint32_t resultCode) {
   }
 }
 
+void WipingArrayDelete::operator()(char* array) const {
+  VaroCommunicationAPI::Platform::WipeMemory(array, sizeInBytes);
+  delete[] array;
+}
+
 std::uint32_t SerializeWireStringFromWire(ISerializer& serializer, WireString& string, std::uint32_t clampLength) {
   string = {};
   std::uint32_t size = 0;
@@ -111,7 +116,7 @@ std::uint32_t SerializeWireBinaryToWire(ISerializer& serializer, const WireBinar
 void SetWireString(WireString& string, std::string_view text) {
   WireString copy;
   if (!text.empty()) {
-    copy.data = std::make_unique_for_overwrite<char[]>(text.size());
+    copy.data = {new char[text.size()], WipingArrayDelete{text.size()}};
     std::memcpy(copy.data.get(), text.data(), text.size());
     copy.size_in_bytes = static_cast<std::uint32_t>(text.size());
   }
@@ -138,8 +143,5 @@ std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRel
 }
 
 RecordHeader::~RecordHeader() = default;
-IdentityRecord::~IdentityRecord() {
-  VaroCommunicationAPI::Platform::WipeMemory(applicationToken.data.get(), applicationToken.size_in_bytes);
-}
 
 }  // namespace SSLConfigServerProto

@@ -11,16 +11,16 @@ namespace VaroCommunicationAPI::Platform {
 
 const wchar_t* const configSeparator = L"/";
 
-int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& content) {
-  content.clear();
+int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& content) {
+  content.Resize(0);
   // Without O_NONBLOCK a pipe of that name would hold the reader for ever.
   const int file = open(WindowsAgentCommon::WideToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file == -1) return errno;
-  content.resize(maxBytes);
+  content.Resize(maxBytes);
   std::size_t filled = 0;
   int error = 0;
   while (filled < maxBytes) {
-    const ssize_t count = read(file, content.data() + filled, maxBytes - filled);
+    const ssize_t count = read(file, content.Data() + filled, maxBytes - filled);
     if (count == 0) break;
     if (count == -1) {
       if (errno == EINTR) continue;
@@ -30,7 +30,7 @@ int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& co
     filled += static_cast<std::size_t>(count);
   }
   close(file);
-  content.resize(error == 0 ? filled : 0);
+  content.Resize(error == 0 ? filled : 0);
   return error;
 }
 

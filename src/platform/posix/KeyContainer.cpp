@@ -2,8 +2,6 @@
 // alone.
 #include "platform/KeyContainer.h"
 
-#include "platform/Memory.h"
-
 #include <host/Paths.h>
 #include <host/SystemError.h>
 #include <host/Text.h>
@@ -22,6 +20,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 namespace VaroCommunicationAPI::Platform {
 
@@ -83,8 +82,8 @@ class ErrorQueueMark {
 }  // namespace
 
 int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
-                         std::vector<std::uint8_t>& plainText) {
-  plainText.clear();
+                         SecretText& plainText) {
+  plainText.Resize(0);
   const ErrorQueueMark mark;
   KeyPointer key;
   if (const int error = OpenContainer(containerName, key); error != 0) return error;
@@ -96,14 +95,14 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
       EVP_PKEY_decrypt(context.get(), nullptr, &size, cipherText.data(), cipherText.size()) <= 0) {
     return EBADMSG;
   }
-  plainText.resize(size);
-  if (EVP_PKEY_decrypt(context.get(), plainText.data(), &size, cipherText.data(), cipherText.size()) <= 0) {
-    WipeMemory(plainText.data(), plainText.size());
-    plainText.clear();
+  SecretText decrypted;
+  decrypted.Resize(size);
+  if (EVP_PKEY_decrypt(context.get(), reinterpret_cast<unsigned char*>(decrypted.Data()), &size, cipherText.data(),
+                       cipherText.size()) <= 0) {
     return EBADMSG;
   }
-  WipeMemory(plainText.data() + size, plainText.size() - size);
-  plainText.resize(size);
+  decrypted.Resize(size);
+  plainText = std::move(decrypted);
   return 0;
 }
 

@@ -95,7 +95,7 @@ TEST(SocketErrorText, OfNamesIsTheResolvers) {
 
 TEST(ReadFileHeadErrors, AreTheSystemsOwn) {
   const InstallationDirectory installation;
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/missing", 10, content), ENOENT);
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath(), 10, content), EISDIR);
 }
@@ -105,7 +105,7 @@ TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
   const InstallationDirectory installation;
   installation.Write("config/f", "x");
   chmod((installation.ConfigDirectory() / "f").c_str(), 0);
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/f", 10, content), EACCES);
 }
 
@@ -121,7 +121,7 @@ class KeyContainerFile : public testing::Test {
     chmod(Path().c_str(), 0600);
   }
   int Decrypt() {
-    std::vector<std::uint8_t> plainText;
+    Platform::SecretText plainText;
     return Platform::DecryptWithContainer(L"Test.Container", m_key.Encrypt("secret"), plainText);
   }
 
@@ -194,7 +194,7 @@ TEST_F(KeyContainerFile, OfAnotherKeyGivesBadMessage) {
 
 TEST_F(KeyContainerFile, WithoutContainerNameIsTheDefaultOne) {
   StoreInContainer(m_key, "default");
-  std::vector<std::uint8_t> plainText;
+  Platform::SecretText plainText;
   EXPECT_EQ(Platform::DecryptWithContainer(L"", m_key.Encrypt("secret"), plainText), 0);
 }
 
@@ -383,9 +383,9 @@ TEST(ReadFileHeadOfPipe, DoesNotWaitForItsWriter) {
   InstallationDirectory installation;
   const std::wstring path = installation.InstallFile();
   ASSERT_EQ(mkfifo(WindowsAgentCommon::WideToUtf8(path).c_str(), 0600), 0);
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(path, 100, content), 0);
-  EXPECT_EQ(content, "");
+  EXPECT_EQ(content.View(), "");
 }
 
 TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
@@ -394,7 +394,7 @@ TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
   ERR_clear_error();
   ERR_raise(ERR_LIB_USER, 42);
   const std::vector<std::uint8_t> garbage(128, 1);
-  std::vector<std::uint8_t> plainText;
+  Platform::SecretText plainText;
   EXPECT_NE(Platform::DecryptWithContainer(L"Sorvex.ConfigServerConnection", garbage, plainText), 0);
   EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
   EXPECT_EQ(ERR_get_error(), 0u);
