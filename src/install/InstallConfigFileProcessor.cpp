@@ -10,6 +10,8 @@
 #include <host/Log.h>
 #include <host/SystemError.h>
 
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -22,6 +24,11 @@ constexpr std::size_t maxInstallFileBytes = 4096;
 
 /// The plain form is an identifier with dashes, at most this long.
 constexpr std::size_t maxPlainTokenLength = 40;
+
+/// What some editors put in front of UTF-8.
+constexpr std::string_view utf8Mark = "\xEF\xBB\xBF";
+
+bool HasUtf16Mark(std::string_view text) { return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF"); }
 
 bool IsSecured(const std::string& token) {
   return !token.empty() && (token.size() > maxPlainTokenLength || token.find('-') == std::string::npos);
@@ -41,7 +48,14 @@ int InstallConfigFileProcessor::Process(const std::wstring& path, WindowsAgentCo
         WindowsAgentCommon::GetLastErrorText(error));
     return error;
   }
-  AddInstallLines(content.View(), {}, parameters);
+  std::string_view text = content.View();
+  if (HasUtf16Mark(text)) {
+    // Of its lines only keys that nobody looks for would come, with a token among their values.
+    m_strMessage = "The file begins with a UTF-16 byte-order mark; it has to be UTF-8";
+    return static_cast<int>(std::errc::illegal_byte_sequence);
+  }
+  if (text.starts_with(utf8Mark)) text.remove_prefix(utf8Mark.size());
+  AddInstallLines(text, {}, parameters);
   return DecryptApplicationToken(path, parameters);
 }
 

@@ -5,6 +5,7 @@
 
 #include <ace/SOCK_Stream.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace VaroCommunicationAPI {
@@ -12,6 +13,7 @@ namespace VaroCommunicationAPI {
 class TCPSocket : public StreamDestinationSocket {
  public:
   explicit TCPSocket(std::shared_ptr<ISocketTime> time = ISocketTime::System());
+  ~TCPSocket() override;
 
   /// Throws `OperationNotSupportedException`, always: a destination is only written to.
   std::int32_t Receive(void* buffer, std::uint32_t length, std::uint32_t timeoutMs) override;
@@ -20,6 +22,8 @@ class TCPSocket : public StreamDestinationSocket {
   void NameLogger() override;
   int OpenStream(const std::vector<ACE_INET_Addr>& addresses) override;
   void CloseStream() override;
+  void FinishStream() override;
+  std::optional<std::uint64_t> StreamProgress() override;
   Platform::WriteOutcome WriteStream(const char* data, std::size_t length) override;
   int StreamPeerState() override;
   int SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) override;
@@ -29,6 +33,8 @@ class TCPSocket : public StreamDestinationSocket {
  private:
   /// The stream closes with its last owner.
   std::shared_ptr<ACE_SOCK_Stream> m_pStream;
+  /// Bytes that the peer has said.
+  std::size_t m_discarded = 0;
 };
 
 }  // namespace VaroCommunicationAPI

@@ -12,14 +12,12 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace VaroCommunicationAPI {
 
 namespace {
-
-/// Several records are read from the system at once.
-constexpr std::size_t readBufferBytes = 128 * 1024;
 
 /// What earlier calls of this thread left behind would be taken for the outcome of the next one.
 void ForgetErrors() {
@@ -29,10 +27,9 @@ void ForgetErrors() {
 
 }  // namespace
 
-TlsStream::TlsStream(ACE_SSL_Context& context) : m_stream(&context) {
+TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_stream(&context) {
+  if (readBufferBytes == 0) return;
   SSL* const ssl = m_stream.ssl();
-  // A write returns after each record, so that what was accepted is known; full records come from long writes.
-  SSL_set_mode(ssl, SSL_MODE_ENABLE_PARTIAL_WRITE);
   SSL_set_read_ahead(ssl, 1);
   SSL_set_default_read_buffer_len(ssl, readBufferBytes);
 }
@@ -70,21 +67,26 @@ int TlsStream::Handshake(std::chrono::milliseconds limit, const IsInterrupted& i
 }
 
 Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                                        const std::function<void()>& onProgress) {
+                                        const std::function<void()>& onProgress, bool discards) {
   Platform::WriteOutcome outcome;
   BIO* const network = SSL_get_wbio(m_stream.ssl());
   std::uint64_t moved = BIO_number_written(network);
   while (outcome.m_bytes < length) {
     ForgetErrors();
+    // A record a call: of several, the library does not tell how many the system has accepted before an error.
+    const std::size_t part = std::min<std::size_t>(length - outcome.m_bytes, SSL3_RT_MAX_PLAIN_LENGTH);
     std::size_t written = 0;
-    const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, length - outcome.m_bytes, &written);
+    const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, part, &written);
     outcome.m_bytes += written;
     if (const std::uint64_t total = BIO_number_written(network); total != moved) {
       moved = total;
       onProgress();
     }
     if (result == 1) continue;
-    outcome.m_error = WaitToRetry(result, isInterrupted, std::nullopt);
+    outcome.m_error = discards && SSL_want_write(m_stream.ssl())
+                          ? WaitForRoom(
+                                Handle(), [this] { return PeerState(); }, isInterrupted)
+                          : WaitToRetry(result, isInterrupted, std::nullopt);
     if (outcome.m_error != 0) break;
   }
   return outcome;
@@ -114,16 +116,30 @@ int TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait
 int TlsStream::PeerState() {
   // As over plain TCP: what a receiver says is discarded, within bounds, because the end stands behind it.
   constexpr int maxReads = 16;
-  char discarded[4096];
+  char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
     ForgetErrors();
     std::size_t count = 0;
-    const int result = SSL_read_ex(m_stream.ssl(), discarded, sizeof discarded, &count);
-    if (result == 1) continue;
+    const int result = SSL_read_ex(m_stream.ssl(), buffer, sizeof buffer, &count);
+    if (result == 1) {
+      m_bPeerTalks = true;
+      continue;
+    }
     const int error = Diagnose(result);
     return error == Platform::ErrorWouldBlock ? 0 : error;
   }
   return 0;
+}
+
+void TlsStream::Finish(const IsInterrupted& isInterrupted) {
+  for (;;) {
+    ForgetErrors();
+    const int result = SSL_shutdown(m_stream.ssl());
+    if (result >= 0 || WaitToRetry(result, isInterrupted, std::nullopt) != 0) break;
+  }
+  m_stream.peer().close_writer();
+  AwaitDelivery(
+      Handle(), [this] { return PeerState(); }, [this] { return m_bPeerTalks; }, isInterrupted);
 }
 
 void TlsStream::Close() {
@@ -158,7 +174,7 @@ int TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadl
 
 /// What an operation of the library ended with that returned `result`.
 int TlsStream::Diagnose(int result) {
-  m_strFailureReason.clear();
+  m_failure.clear();
   // First of all: the system keeps its number only until the next call.
   ACE_OS::set_errno_to_last_error();
   const int systemError = Platform::LastSocketError();
@@ -171,20 +187,27 @@ int TlsStream::Diagnose(int result) {
   }
 }
 
-/// Empties the library's list of errors into `m_strFailureReason`. Returns the first, which is the cause.
+/// Empties the library's list of errors into `m_failure`. Returns the first, which is the cause.
 int TlsStream::ReadLibraryErrors() {
   const unsigned long cause = ERR_peek_error();
-  while (const unsigned long code = ERR_get_error()) {
-    if (!m_strFailureReason.empty()) m_strFailureReason += "; ";
-    m_strFailureReason += TlsErrorText(static_cast<int>(code));
-  }
-  if (const long verification = SSL_get_verify_result(m_stream.ssl());
-      ERR_GET_REASON(cause) == SSL_R_CERTIFICATE_VERIFY_FAILED && verification != X509_V_OK) {
-    m_strFailureReason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
-  }
+  while (const unsigned long code = ERR_get_error()) m_failure.push_back(code);
   // The end of the stream without the library's farewell.
   if (ERR_GET_REASON(cause) == SSL_R_UNEXPECTED_EOF_WHILE_READING) return Platform::ErrorPeerClosed;
   return static_cast<int>(cause);
+}
+
+std::string TlsStream::FailureReason() const {
+  std::string reason;
+  for (const unsigned long code : m_failure) {
+    if (!reason.empty()) reason += "; ";
+    reason += TlsErrorText(static_cast<int>(code));
+  }
+  if (const long verification = SSL_get_verify_result(m_stream.ssl());
+      !m_failure.empty() && ERR_GET_REASON(m_failure.front()) == SSL_R_CERTIFICATE_VERIFY_FAILED &&
+      verification != X509_V_OK) {
+    reason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
+  }
+  return reason;
 }
 
 std::string TlsErrorText(int error) {

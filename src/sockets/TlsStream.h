@@ -28,8 +28,10 @@ class TlsStream {
   /// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.
   using IsInterrupted = std::function<bool()>;
 
-  /// The connection follows the settings of `context` as they are now and does not need it afterwards.
-  explicit TlsStream(ACE_SSL_Context& context);
+  /// The connection follows the settings of `context` as they are now and does not need it afterwards. Who reads much
+  /// gives `readBufferBytes`, so that several records are read from the system at once; the buffer is kept from the
+  /// first read on.
+  explicit TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes = 0);
   ~TlsStream();
   TlsStream(const TlsStream&) = delete;
   TlsStream& operator=(const TlsStream&) = delete;
@@ -44,8 +46,10 @@ class TlsStream {
 
   /// Writes all `length` bytes in records as full as they can be, waiting for room without a limit. `onProgress` is
   /// called when the system has accepted bytes. The outcome counts the bytes of records that it has accepted whole.
+  /// Where a peer may speak that nobody listens to, `discards`: what it says while there is no room is discarded, and
+  /// its end is an error then.
   Platform::WriteOutcome Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                               const std::function<void()>& onProgress);
+                               const std::function<void()>& onProgress, bool discards = false);
 
   /// Reads exactly `length` bytes. Waits at most `wait` each time that nothing is there (error 137), or without a limit
   /// when it is null. Returns 0 or the error; what came before it is lost.
@@ -54,6 +58,9 @@ class TlsStream {
   /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
   /// connection stands, 10101 after an orderly close, or the error it died of.
   int PeerState();
+
+  /// Tells the peer that nothing follows and waits until it has everything, or has closed; discards what it says.
+  void Finish(const IsInterrupted& isInterrupted);
 
   /// Tells the peer, without waiting for it, and closes. Idempotent.
   void Close();
@@ -66,7 +73,7 @@ class TlsStream {
   std::string PeerCertificatePem() const;
 
   /// What the TLS library gave as the reason of the last failure; empty when the failure was not its.
-  const std::string& FailureReason() const { return m_strFailureReason; }
+  std::string FailureReason() const;
 
  private:
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
@@ -77,7 +84,8 @@ class TlsStream {
   int ReadLibraryErrors();
 
   ACE_SSL_SOCK_Stream m_stream;
-  std::string m_strFailureReason;
+  bool m_bPeerTalks = false;
+  std::vector<unsigned long> m_failure;  ///< the errors of the last failed operation, the cause first
 };
 
 /// The text of an error that `TlsStream` gave.

@@ -3,11 +3,24 @@
 #include <host/Text.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 namespace VaroCommunicationAPI::Platform {
+
+namespace {
+
+/// Returns 0 for a regular file, or the number of why it is not read.
+int CheckRegular(int file) {
+  struct stat status {};
+  if (fstat(file, &status) == -1) return errno;
+  if (S_ISREG(status.st_mode)) return 0;
+  return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
+}
+
+}  // namespace
 
 const wchar_t* const configSeparator = L"/";
 
@@ -16,10 +29,10 @@ int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& con
   // Without O_NONBLOCK a pipe of that name would hold the reader for ever.
   const int file = open(WindowsAgentCommon::WideToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file == -1) return errno;
+  int error = CheckRegular(file);
   content.Resize(maxBytes);
   std::size_t filled = 0;
-  int error = 0;
-  while (filled < maxBytes) {
+  while (error == 0 && filled < maxBytes) {
     const ssize_t count = read(file, content.Data() + filled, maxBytes - filled);
     if (count == 0) break;
     if (count == -1) {

@@ -1,5 +1,5 @@
-// A key container is the PEM file "keys/<container>.pem" below the configuration directory, readable by its owner
-// alone.
+// A key container is the PEM file "keys/<container>.pem" below the configuration directory, which belongs to the
+// agent's user or to root and is readable by its owner alone.
 #include "platform/KeyContainer.h"
 
 #include <host/Paths.h>
@@ -52,8 +52,9 @@ int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
     close(file);
     return error;
   }
-  // A key that others can read is no secret any more.
-  if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+  // A key that others can read is no secret any more, and one that another user has put there is not the agent's.
+  const bool bOwned = status.st_uid == geteuid() || status.st_uid == 0;
+  if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0 || !bOwned) {
     close(file);
     return EPERM;
   }
@@ -108,6 +109,7 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
 
 int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
   bytes.clear();
+  const ErrorQueueMark mark;
   KeyPointer key;
   if (const int error = OpenContainer(containerName, key); error != 0) return error;
   unsigned char* encoded = nullptr;

@@ -2,9 +2,11 @@
 
 #include "platform/SocketErrors.h"
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -39,6 +41,8 @@ bool IsBrokenPipePending() {
 }
 
 }  // namespace
+
+ACE_HANDLE OpenSocket(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }
 
 WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
   WriteOutcome outcome;
@@ -80,22 +84,37 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
   return outcome;
 }
 
-int PeerState(ACE_HANDLE handle) {
+int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
   // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
   // bounded, because a peer that never stops sending must not keep us from writing.
   constexpr int maxReads = 16;
-  char discarded[4096];
+  char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
-    const ssize_t count = recv(handle, discarded, sizeof discarded, MSG_DONTWAIT);
+    const ssize_t count = recv(handle, buffer, sizeof buffer, MSG_DONTWAIT);
     if (count == 0) return ErrorPeerClosed;
     if (count == -1) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
       return LastSocketError();
     }
+    if (discarded) *discarded += static_cast<std::size_t>(count);
   }
   return 0;
 }
+
+void KeepBacklogSmall(ACE_HANDLE handle) {
+  // What is on its way does not count, so a fast connection over a long distance is not slowed down.
+  const int unsentBytes = 128 * 1024;
+  setsockopt(handle, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsentBytes, sizeof unsentBytes);
+}
+
+std::optional<std::uint64_t> PeerProgress(ACE_HANDLE handle) {
+  int unacknowledged = 0;
+  if (ioctl(handle, SIOCOUTQ, &unacknowledged) == -1) return {};
+  return static_cast<std::uint64_t>(unacknowledged);
+}
+
+bool HasDeliveredAll(ACE_HANDLE handle) { return PeerProgress(handle) == 0u; }
 
 int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
   const int on = 1;

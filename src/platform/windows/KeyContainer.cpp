@@ -1,6 +1,6 @@
 #include "platform/KeyContainer.h"
 
-#include "platform/SystemVersion.h"
+#include "platform/CryptProviderName.h"
 
 #include <host/SystemError.h>
 
@@ -15,19 +15,12 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-/// The provider's name on systems older than version 5.2 says that it is a prototype.
-std::wstring ProviderName() {
-  std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
-  if (SystemVersionNumber() < 52) name += L" (Prototype)";
-  return name;
-}
-
 /// An open container; released at the end.
 class Container {
  public:
   /// Returns 0 or the system's error number.
   int Open(const std::wstring& name) {
-    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), ProviderName().c_str(),
+    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), CryptProviderName().c_str(),
                                 PROV_RSA_AES, CRYPT_MACHINE_KEYSET)
                ? 0
                : static_cast<int>(GetLastError());

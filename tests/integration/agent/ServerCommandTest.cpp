@@ -44,29 +44,5 @@ TEST(AgentServerCommand, FingerprintWithoutConfigurationFileIsAFailure) {
   EXPECT_EQ(result.output, std::string("fingerprint: \nupdate-blocked: false\n") + success);
 }
 
-class AgentWithoutServer : public testing::TestWithParam<std::vector<std::string>> {};
-
-TEST_P(AgentWithoutServer, CommandFailsAndTellsTheCodes) {
-  const Installation installation(
-      "ConfigurationServer=127.0.0.1\nConfigurationServerPort=" + std::to_string(UnusedPort()) + "\n");
-  const ProcessResult result = installation.Run(GetParam());
-  EXPECT_EQ(result.status, 1);
-  // No certificate to trust is there, and none can be fetched.
-  EXPECT_EQ(Value(result.output, "result-code"), "-2147483645");
-  EXPECT_EQ(Value(result.output, "error-code"), "-2147483645");
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, AgentWithoutServer,
-                         testing::Values(std::vector<std::string>{"test-connection"},
-                                         std::vector<std::string>{"fingerprint"},
-                                         std::vector<std::string>{"register", "--os-version", "12", "--agent-version",
-                                                                  "7"},
-                                         std::vector<std::string>{"update-status", "--status", "1", "--time", "1"}),
-                         [](const testing::TestParamInfo<std::vector<std::string>>& test) {
-                           std::string name = test.param.front();
-                           std::erase(name, '-');
-                           return name;
-                         });
-
 }  // namespace
 }  // namespace sorvex::test

@@ -26,6 +26,7 @@ namespace {
 
 using sorvex::test::FakeComponentFactory;
 using sorvex::test::InstallationDirectory;
+using sorvex::test::Logged;
 using sorvex::test::RecordingLogger;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -68,12 +69,12 @@ class ConnectionFactoryTest : public testing::Test {
 
   /// What is logged when the install file at `path` is missing.
   static std::string MissingInstallFileLine(const std::string& path) {
-    return "Warn There was a problem when parsing the install configuration in " + path +
-           " (Reason: Couldn't find the application install parameters (in file " + path +
+    return "Warn There was a problem when parsing the install configuration in " + Logged(path) +
+           " (Reason: Couldn't find the application install parameters (in file " + Logged(path) +
            ") - we need these parameters. Reason: " + WindowsAgentCommon::GetLastErrorText(ENOENT) + ").";
   }
   static std::string MissingAutoCreationFileLine(const std::string& path) {
-    return "Info Couldn't find the log source auto-creation parameters (in file " + path +
+    return "Info Couldn't find the log source auto-creation parameters (in file " + Logged(path) +
            ") - now assuming there are none.";
   }
 
