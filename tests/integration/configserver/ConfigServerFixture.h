@@ -5,12 +5,15 @@
 #include "support/ChildProcess.h"
 #include "support/HexBytes.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TlsIdentity.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -21,7 +24,17 @@ namespace sorvex::test {
 /// The server as a process, with a data folder of its own.
 class ConfigServer {
  public:
-  explicit ConfigServer(const std::vector<std::string>& arguments = {}) { Start(arguments); }
+  enum class Certificate { OfTheTest, OfItsOwn };
+
+  explicit ConfigServer(const std::vector<std::string>& arguments = {},
+                        Certificate certificate = Certificate::OfTheTest) {
+    if (certificate == Certificate::OfTheTest) {
+      // Making a key takes its time; the test makes one for all its servers.
+      Write("certificate.pem", ServerIdentity().CertificatePem());
+      Write("key.pem", ServerIdentity().KeyPem());
+    }
+    Start(arguments);
+  }
 
   /// Starts it again on the same folder.
   void Start(const std::vector<std::string>& arguments = {}) {

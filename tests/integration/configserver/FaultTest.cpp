@@ -76,7 +76,7 @@ TEST(ConfigServerFault, WrongDigestIsThatOfOtherData) {
 }
 
 TEST(ConfigServerFault, SilentHandshakeSaysNothing) {
-  const ConfigServer server({"--fault", "silent-handshake", "--fault-times", "1", "--request-timeout", "1"});
+  const ConfigServer server({"--fault", "silent-handshake", "--fault-times", "1"});
   const TlsClient silent(server.Port(), TlsClient::Start::Connect);
   server.WaitForLog("gets no handshake");
   AdmittedClient next(server);

@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<WrongUsage>& test) { return test.param.name; });
 
 TEST(ConfigServerStart, MakesItsCertificateOnceAndKeepsIt) {
-  ConfigServer server;
+  ConfigServer server({}, ConfigServer::Certificate::OfItsOwn);
   EXPECT_THAT(server.Log(), HasSubstr("made the certificate"));
   const std::string certificate = server.Read("certificate.pem");
   EXPECT_EQ(TlsClient(server.Port()).Certificate(), certificate);
@@ -63,7 +63,8 @@ TEST(ConfigServerStart, MakesItsCertificateOnceAndKeepsIt) {
 TEST(ConfigServerStart, ShowsTheCertificateThatItIsGiven) {
   const ConfigServer maker;
   const ConfigServer server(
-      {"--certificate", (maker.Folder() / "certificate.pem").string(), "--key", (maker.Folder() / "key.pem").string()});
+      {"--certificate", (maker.Folder() / "certificate.pem").string(), "--key", (maker.Folder() / "key.pem").string()},
+      ConfigServer::Certificate::OfItsOwn);
   EXPECT_EQ(TlsClient(server.Port()).Certificate(), maker.Read("certificate.pem"));
   EXPECT_FALSE(server.Has("certificate.pem"));
 }
@@ -78,7 +79,7 @@ TEST(ConfigServerStart, MakesNoOtherCertificateWhenTheKeyIsMissing) {
 
 TEST(ConfigServerStart, RefusesAKeyThatIsNotTheCertificates) {
   const ConfigServer one;
-  const ConfigServer other;
+  const ConfigServer other({}, ConfigServer::Certificate::OfItsOwn);
   const ProcessResult result =
       RunServer({"--data", one.Folder().string(), "--wire-port", "0", "--certificate",
                  (one.Folder() / "certificate.pem").string(), "--key", (other.Folder() / "key.pem").string()});
