@@ -1,7 +1,6 @@
 #include <host/Digest.h>
 
-#include "platform/MD5Digest.h"
-
+#include <SorvexHost/MD5Digest.h>
 #include <host/Text.h>
 
 #include <fstream>

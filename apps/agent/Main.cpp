@@ -1,6 +1,8 @@
 #include <Agent.h>
 #include <CommandLine.h>
+#include <FetchCommands.h>
 #include <Forward.h>
+#include <KeyCommands.h>
 #include <Output.h>
 #include <ServerCommands.h>
 #include <platform/Platform.h>
@@ -23,6 +25,17 @@ struct AceLibrary {
   AceLibrary& operator=(const AceLibrary&) = delete;
 };
 
+/// Does a server command as often as wanted, with one connection. Returns 0 when each time succeeded.
+template <class ServerCommand>
+int RunRepeatedly(const ServerCommand& command, std::uint32_t times, WindowsAgentCommon::IConnectionFactory& factory) {
+  const ServerConnection connection(factory);
+  int status = 0;
+  for (std::uint32_t i = 0; i < times && !IsInterrupted(); ++i) {
+    if (const int result = RunCommand(command, connection); result != 0) status = result;
+  }
+  return status;
+}
+
 int Run(const Options& options) {
   const AceLibrary ace;
   OpenLog(options);
@@ -41,7 +54,14 @@ int Run(const Options& options) {
     return notInitialized;
   }
   const int status = std::visit(
-      [&agent](const auto& command) { return RunCommand(command, agent.GetConnectionFactory()); }, options.command);
+      [&](const auto& command) {
+        if constexpr (requires(const ServerConnection& connection) { RunCommand(command, connection); }) {
+          return RunRepeatedly(command, options.repeat, agent.GetConnectionFactory());
+        } else {
+          return RunCommand(command, agent.GetConnectionFactory());
+        }
+      },
+      options.command);
   if (info) PrintNumber("initialize", result);
   return ready ? status : notInitialized;
 }
@@ -54,7 +74,7 @@ int RunAgent(std::vector<std::string> arguments) {
     const std::optional<Options> options = ParseCommandLine(std::move(arguments), status);
     if (!options) return status;
     InstallInterruptHandler();
-    status = Run(*options);
+    status = options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory) : Run(*options);
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;

@@ -13,11 +13,35 @@ namespace sorvex {
 
 struct FileReplacement::State {
   std::filesystem::path path;
-  std::filesystem::path partPath;
+  std::filesystem::path partPath;  ///< beside the file, while the new one has that name
   int descriptor = -1;
-  bool isPartThere = true;
+  bool hasPartName = false;
+
+  ~State() {
+    if (descriptor >= 0) close(descriptor);
+    if (hasPartName) unlink(partPath.c_str());
+  }
 
   [[noreturn]] void ThrowErrno() const { throw std::system_error(errno, std::generic_category(), path.string()); }
+
+  /// A file without a name goes with the process, however that ends.
+  bool OpenNameless(mode_t mode) {
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    descriptor = open(folder.c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, mode);
+    if (descriptor < 0) return false;
+    if (access(DescriptorPath().c_str(), F_OK) == 0) return true;
+    close(std::exchange(descriptor, -1));
+    return false;
+  }
+
+  std::string DescriptorPath() const { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+  void GivePartName() {
+    if (hasPartName) return;
+    unlink(partPath.c_str());
+    if (linkat(AT_FDCWD, DescriptorPath().c_str(), AT_FDCWD, partPath.c_str(), AT_SYMLINK_FOLLOW) != 0) ThrowErrno();
+    hasPartName = true;
+  }
 };
 
 FileReplacement::FileReplacement(const std::filesystem::path& path, Readers readers)
@@ -26,16 +50,15 @@ FileReplacement::FileReplacement(const std::filesystem::path& path, Readers read
   m_pState->partPath = path;
   m_pState->partPath += "." + std::to_string(getpid()) + ".part";
   const mode_t mode = readers == Readers::Owner ? 0600 : 0644;
-  // A process of the same number may have died here before.
+  if (m_pState->OpenNameless(mode)) return;
+  // Not every file system has files without a name. A process of the same number may have died here before.
   unlink(m_pState->partPath.c_str());
   m_pState->descriptor = open(m_pState->partPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
   if (m_pState->descriptor < 0) m_pState->ThrowErrno();
+  m_pState->hasPartName = true;
 }
 
-FileReplacement::~FileReplacement() {
-  if (m_pState->descriptor >= 0) close(m_pState->descriptor);
-  if (m_pState->isPartThere) unlink(m_pState->partPath.c_str());
-}
+FileReplacement::~FileReplacement() = default;
 
 void FileReplacement::Write(std::string_view bytes) {
   while (!bytes.empty()) {
@@ -51,14 +74,15 @@ void FileReplacement::Flush() {
 }
 
 void FileReplacement::Commit(Existing existing) {
+  m_pState->GivePartName();
   if (close(std::exchange(m_pState->descriptor, -1)) != 0) m_pState->ThrowErrno();
-  if (existing == Existing::Keep) {
-    // Unlike a renaming, a link never takes the place of a file. The part's own name goes with the object.
-    if (link(m_pState->partPath.c_str(), m_pState->path.c_str()) != 0) m_pState->ThrowErrno();
-    return;
-  }
-  if (std::rename(m_pState->partPath.c_str(), m_pState->path.c_str()) != 0) m_pState->ThrowErrno();
-  m_pState->isPartThere = false;
+  const char* const path = m_pState->path.c_str();
+  const char* const partPath = m_pState->partPath.c_str();
+  // Unlike a renaming, a link never takes the place of a file. The part's own name goes with the object.
+  if (existing == Existing::Keep && link(partPath, path) != 0) m_pState->ThrowErrno();
+  if (existing == Existing::Keep) return;
+  if (std::rename(partPath, path) != 0) m_pState->ThrowErrno();
+  m_pState->hasPartName = false;
 }
 
 }  // namespace sorvex

@@ -15,12 +15,24 @@ struct FileReplacement::State {
   std::filesystem::path path;
   std::filesystem::path partPath;
   HANDLE file = INVALID_HANDLE_VALUE;
-  bool isPartThere = true;
+  bool isPartThere = false;  ///< also when nobody writes it any more
+
+  ~State() {
+    if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+    if (isPartThere) DeleteFileW(partPath.c_str());
+  }
 
   [[noreturn]] void ThrowLastError() const {
     const DWORD error = GetLastError();
     const std::u8string name = path.u8string();
     throw std::system_error(static_cast<int>(error), std::system_category(), std::string(name.begin(), name.end()));
+  }
+
+  /// A file that goes with its last handle goes with the process as well, however that ends.
+  void GoWithHandle(bool goes) const {
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = goes;
+    if (!SetFileInformationByHandle(file, FileDispositionInfo, &disposition, sizeof disposition)) ThrowLastError();
   }
 };
 
@@ -38,18 +50,17 @@ FileReplacement::FileReplacement(const std::filesystem::path& path, Readers read
     m_pState->ThrowLastError();
   }
   DeleteFileW(m_pState->partPath.c_str());
-  m_pState->file = CreateFileW(m_pState->partPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &attributes, CREATE_NEW,
-                               FILE_ATTRIBUTE_NORMAL, nullptr);
+  m_pState->file = CreateFileW(m_pState->partPath.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, &attributes,
+                               CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
   const DWORD error = GetLastError();
   if (attributes.lpSecurityDescriptor != nullptr) LocalFree(attributes.lpSecurityDescriptor);
   SetLastError(error);
   if (m_pState->file == INVALID_HANDLE_VALUE) m_pState->ThrowLastError();
+  m_pState->isPartThere = true;
+  m_pState->GoWithHandle(true);
 }
 
-FileReplacement::~FileReplacement() {
-  if (m_pState->file != INVALID_HANDLE_VALUE) CloseHandle(m_pState->file);
-  if (m_pState->isPartThere) DeleteFileW(m_pState->partPath.c_str());
-}
+FileReplacement::~FileReplacement() = default;
 
 void FileReplacement::Write(std::string_view bytes) {
   while (!bytes.empty()) {
@@ -65,6 +76,7 @@ void FileReplacement::Flush() {
 }
 
 void FileReplacement::Commit(Existing existing) {
+  m_pState->GoWithHandle(false);
   CloseHandle(std::exchange(m_pState->file, INVALID_HANDLE_VALUE));
   const DWORD flags = existing == Existing::Replace ? MOVEFILE_REPLACE_EXISTING : 0;
   if (!MoveFileExW(m_pState->partPath.c_str(), m_pState->path.c_str(), flags)) m_pState->ThrowLastError();
