@@ -39,4 +39,17 @@ std::string EncodeBase64(const std::vector<std::uint8_t>& bytes);
 /// where the system keeps containers in files.
 void StoreInContainer(const ApplicationKey& key, const std::string& containerName = "Sorvex.ConfigServerConnection");
 
+/// Removes a container that the agent itself has made, at the end of the scope. Where containers are files, they go
+/// with the test's directory.
+class ContainerRemoval {
+ public:
+  explicit ContainerRemoval(const std::string& containerName = "Sorvex.ConfigServerConnection");
+  ~ContainerRemoval();
+  ContainerRemoval(const ContainerRemoval&) = delete;
+  ContainerRemoval& operator=(const ContainerRemoval&) = delete;
+
+ private:
+  std::string m_containerName;
+};
+
 }  // namespace sorvex::test

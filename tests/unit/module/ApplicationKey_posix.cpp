@@ -18,4 +18,7 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
   ::chmod(path.c_str(), 0600);
 }
 
+ContainerRemoval::ContainerRemoval(const std::string& containerName) : m_containerName(containerName) {}
+ContainerRemoval::~ContainerRemoval() = default;
+
 }  // namespace sorvex::test

@@ -79,4 +79,14 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
   if (!succeeded) throw std::system_error(static_cast<int>(error), std::system_category(), "CryptImportKey");
 }
 
+ContainerRemoval::ContainerRemoval(const std::string& containerName) : m_containerName(containerName) {}
+
+/// One that was not made needs no removing.
+ContainerRemoval::~ContainerRemoval() {
+  HCRYPTPROV provider = 0;
+  CryptAcquireContextW(&provider, WindowsAgentCommon::Utf8ToWide(m_containerName).c_str(),
+                       L"Microsoft Enhanced RSA and AES Cryptographic Provider", PROV_RSA_AES,
+                       CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET);
+}
+
 }  // namespace sorvex::test
