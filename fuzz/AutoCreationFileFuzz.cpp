@@ -5,6 +5,7 @@
 
 #include <host/Text.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -13,8 +14,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!VaroCommunicationAPI::ProcessAutoCreationFile(file.Write(data, size), parameters, {})) std::abort();
   for (const auto& entry : parameters) {
     if (!entry.first.starts_with("AutoCreation.")) std::abort();
-    // What came from UTF-16 is valid UTF-8, and so it survives the way to wide text and back.
-    if (WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::Utf8ToWide(entry.second)) != entry.second) std::abort();
+    // What came from UTF-16 is valid UTF-8: it survives the way to wide text and back, and no byte of it stands alone.
+    const std::wstring wide = WindowsAgentCommon::Utf8ToWide(entry.second);
+    const bool loneBytes = std::any_of(wide.begin(), wide.end(), [](wchar_t unit) {
+      return sizeof unit == 4 && unit >= L'\xDC00' && unit <= L'\xDFFF';
+    });
+    if (loneBytes || WindowsAgentCommon::WideToUtf8(wide) != entry.second) std::abort();
   }
   return 0;
 }

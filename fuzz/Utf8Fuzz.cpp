@@ -7,10 +7,12 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace WindowsAgentCommon;
-  // Once converted, a text is valid and converts without loss.
-  const std::wstring wide = Utf8ToWide({reinterpret_cast<const char*>(data), size});
+  // Once converted, a text is valid and converts without loss; where wide text has room for bytes, any text does.
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  const std::wstring wide = Utf8ToWide(bytes);
   const std::string narrow = WideToUtf8(wide);
   if (Utf8ToWide(narrow) != wide) std::abort();
+  if (sizeof(wchar_t) == 4 && narrow != bytes) std::abort();
 
   std::wstring units(size / sizeof(wchar_t), L'\0');
   if (!units.empty()) std::memcpy(units.data(), data, units.size() * sizeof(wchar_t));

@@ -15,11 +15,13 @@
 #include <ace/Service_Repository.h>
 #include <ace/Service_Types.h>
 
-#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -70,20 +72,62 @@ bool OpenLibrary(const std::filesystem::path& file, ACE_DLL& library, std::strin
   return opened;
 }
 
+/// The records of the repository that hold no library.
+std::set<const ACE_Service_Type*> RecordsWithoutLibrary(ACE_Service_Repository& repository) {
+  std::set<const ACE_Service_Type*> records;
+  const ACE_Guard<ACE_SYNCH_RECURSIVE_MUTEX> guard(repository.lock());
+  ACE_Service_Repository_Iterator iterator(repository, false);
+  for (const ACE_Service_Type* record = nullptr; iterator.next(record) != 0; iterator.advance()) {
+    if (record->dll().get_handle() == ACE_SHLIB_INVALID_HANDLE) records.insert(record);
+  }
+  return records;
+}
+
+/// As `OpenLibrary`; whatever the library's start puts into the repository then holds the library.
+bool OpenLibraryForServices(const std::filesystem::path& file, ACE_DLL& library, ACE_Service_Repository& repository,
+                            std::string& error) {
+  // The system's loader starts one library at a time, too. Recursive, because the start of a library may load others.
+  static std::recursive_mutex& oneAtATime = *new std::recursive_mutex;
+  const std::lock_guard lock(oneAtATime);
+  const std::set<const ACE_Service_Type*> before = RecordsWithoutLibrary(repository);
+  if (!OpenLibrary(file, library, error)) return false;
+  for (const ACE_Service_Type* record : RecordsWithoutLibrary(repository)) {
+    if (!before.contains(record)) const_cast<ACE_Service_Type*>(record)->dll(library);
+  }
+  return true;
+}
+
+/// Calls foreign code. Returns an empty text, or what exception came out of `name`. The exception is gone when this
+/// returns: its code may stand in a library that is about to be closed.
+template <class Function>
+std::string CallForeign(const std::string& name, Function function) {
+  try {
+    function();
+    return {};
+  } catch (const std::exception& exception) {
+    return name + " threw an exception: " + exception.what();
+  } catch (...) {
+    return name + " threw an exception";
+  }
+}
+
 /// Makes the service of a registration and puts it into the repository. Returns an empty text, or why it failed.
+/// Foreign code runs; no lock is held meanwhile.
 std::string MakeAndInsert(const Registration& registration, const std::string& repositoryName,
                           ACE_Service_Repository& repository) {
   ACE_DLL library;
   MakeService make = registration.m_pMakeBuiltIn;
+  std::string error;
   if (make == nullptr) {
-    std::string error;
-    if (!OpenLibrary(registration.m_module, library, error)) return error;
+    if (!OpenLibraryForServices(registration.m_module, library, repository, error)) return error;
     make = reinterpret_cast<MakeService>(library.symbol(registration.m_strFactoryFunction.c_str(), 1));
     if (make == nullptr) return "it has no function " + registration.m_strFactoryFunction;
   }
 
   ACE_Service_Object_Exterminator exterminator = nullptr;
-  ACE_Service_Object* service = make(&exterminator);
+  ACE_Service_Object* service = nullptr;
+  error = CallForeign(registration.m_strFactoryFunction, [&] { service = make(&exterminator); });
+  if (!error.empty()) return error;
   if (service == nullptr) return registration.m_strFactoryFunction + " returned null";
 
   // Both objects delete themselves with the record; the record holds the library until the service is destroyed.
@@ -92,7 +136,10 @@ std::string MakeAndInsert(const Registration& registration, const std::string& r
   auto record = std::make_unique<ACE_Service_Type>(repositoryName.c_str(), implementation.get(), library, true);
   static_cast<void>(implementation.release());
   ACE_TCHAR* noArguments[] = {nullptr};
-  if (record->type()->init(0, noArguments) == -1) return "its init failed";
+  int result = -1;
+  error = CallForeign("its init", [&] { result = record->type()->init(0, noArguments); });
+  if (!error.empty()) return error;
+  if (result == -1) return "its init failed";
   if (repository.insert(record.get()) == -1) return "the service repository is full";
   static_cast<void>(record.release());
   return {};
@@ -101,13 +148,65 @@ std::string MakeAndInsert(const Registration& registration, const std::string& r
 }  // namespace
 
 struct ComponentFactory::State {
-  /// Recursive, because a service that is being loaded may load others.
-  mutable std::recursive_mutex m_mutex;
+  class Claim;
+
+  bool IsWaitEndless(std::thread::id owner) const;
+
+  /// Never held while code of a service or of the log runs.
+  mutable std::mutex m_mutex;
+  std::condition_variable m_released;
   std::map<std::string, Registration> m_registrations;
   std::map<std::string, ServiceConfig> m_configs;
-  std::set<std::string> m_loading;    ///< whose loading has begun and not ended
-  std::vector<std::string> m_loaded;  ///< in the order of loading
-  Log m_log = LoggerFactory::GetLogger("Code.ComponentFactory");
+  std::map<std::string, std::thread::id> m_claimed;  ///< which thread loads or unloads a service
+  std::map<std::thread::id, std::string> m_waiting;  ///< for which service a thread waits
+  std::vector<std::string> m_loaded;                 ///< in the order of loading
+  const Log m_log = LoggerFactory::GetLogger("Code.ComponentFactory");
+};
+
+/// Whether a thread that waits for `owner` would wait for itself in the end. With the mutex held.
+bool ComponentFactory::State::IsWaitEndless(std::thread::id owner) const {
+  while (owner != std::this_thread::get_id()) {
+    const auto wait = m_waiting.find(owner);
+    if (wait == m_waiting.end()) return false;
+    const auto claim = m_claimed.find(wait->second);
+    // Released a moment ago: that thread is about to go on.
+    if (claim == m_claimed.end()) return false;
+    owner = claim->second;
+  }
+  return true;
+}
+
+/// The right of one thread to load or unload a service, for the time of its life.
+class ComponentFactory::State::Claim {
+ public:
+  /// Waits until no other thread has the right. Refused where that would wait without end.
+  Claim(State& state, const std::string& serviceName) : m_state(state), m_strName(serviceName) {
+    std::unique_lock lock(state.m_mutex);
+    const std::thread::id self = std::this_thread::get_id();
+    for (;;) {
+      const auto [claim, inserted] = state.m_claimed.try_emplace(serviceName, self);
+      m_bGranted = inserted;
+      if (inserted || state.IsWaitEndless(claim->second)) return;
+      state.m_waiting[self] = serviceName;
+      state.m_released.wait(lock);
+      state.m_waiting.erase(self);
+    }
+  }
+  ~Claim() {
+    if (!m_bGranted) return;
+    const std::lock_guard lock(m_state.m_mutex);
+    m_state.m_claimed.erase(m_strName);
+    m_state.m_released.notify_all();
+  }
+  Claim(const Claim&) = delete;
+  Claim& operator=(const Claim&) = delete;
+
+  bool IsGranted() const { return m_bGranted; }
+
+ private:
+  State& m_state;
+  const std::string m_strName;
+  bool m_bGranted = false;
 };
 
 IComponentFactory* GetComponentFactory() { return s_pInstalled.load(); }
@@ -115,8 +214,14 @@ IComponentFactory* GetComponentFactory() { return s_pInstalled.load(); }
 ComponentFactory::ComponentFactory() : m_pState(std::make_unique<State>()) {}
 
 ComponentFactory::~ComponentFactory() {
-  const std::unique_lock lock(m_pState->m_mutex);
-  while (!m_pState->m_loaded.empty()) UnloadService(std::string(m_pState->m_loaded.back()));
+  std::unique_lock lock(m_pState->m_mutex);
+  while (!m_pState->m_loaded.empty()) {
+    const std::string last = m_pState->m_loaded.back();
+    lock.unlock();
+    UnloadService(last);
+    lock.lock();
+    std::erase(m_pState->m_loaded, last);
+  }
   ComponentFactory* self = this;
   s_pInstalled.compare_exchange_strong(self, nullptr);
 }
@@ -141,8 +246,12 @@ void ComponentFactory::SetServiceConfig(const ServiceConfig& config) {
 }
 
 void ComponentFactory::UnloadService(const std::string& serviceName) {
-  const std::lock_guard lock(m_pState->m_mutex);
-  std::erase(m_pState->m_loaded, serviceName);
+  const State::Claim claim(*m_pState, serviceName);
+  if (!claim.IsGranted()) return;
+  {
+    const std::lock_guard lock(m_pState->m_mutex);
+    std::erase(m_pState->m_loaded, serviceName);
+  }
   if (ACE_Service_Repository* repository = GetRepository()) repository->remove(GetRepositoryName(serviceName).c_str());
 }
 
@@ -152,31 +261,37 @@ bool ComponentFactory::IsServiceRegistered(const std::string& serviceName) const
 }
 
 bool ComponentFactory::LoadService(const std::string& serviceName) {
-  const std::lock_guard lock(m_pState->m_mutex);
-  const auto entry = m_pState->m_registrations.find(serviceName);
-  if (entry == m_pState->m_registrations.end()) {
+  Registration registration;
+  bool registered = false;
+  {
+    const std::lock_guard lock(m_pState->m_mutex);
+    const auto entry = m_pState->m_registrations.find(serviceName);
+    registered = entry != m_pState->m_registrations.end();
+    if (registered) registration = entry->second;
+  }
+  if (!registered) {
     m_pState->m_log.Error("The service %s is not registered.", serviceName);
     return false;
   }
-  const std::string module =
-      entry->second.m_module.empty() ? "the host" : WideToUtf8(PathToWide(entry->second.m_module));
+  const State::Claim claim(*m_pState, serviceName);
   const std::string name = GetRepositoryName(serviceName);
-  std::string error = "there is no service repository";
-  if (ACE_Service_Repository* repository = GetRepository()) {
-    if (repository->find(name.c_str(), nullptr, false) == 0) return true;
-    if (m_pState->m_loading.insert(serviceName).second) {
-      // Makes whatever else the library registers hold the library as the service itself does.
-      const ACE_Service_Type_Dynamic_Guard guard(*repository, name.c_str());
-      error = MakeAndInsert(entry->second, name, *repository);
-      m_pState->m_loading.erase(serviceName);
-    } else {
-      error = "it is being loaded already";
-    }
+  std::string error;
+  if (ACE_Service_Repository* const repository = GetRepository(); repository == nullptr) {
+    error = "there is no service repository";
+  } else if (repository->find(name.c_str(), nullptr, false) == 0) {
+    return true;
+  } else if (!claim.IsGranted()) {
+    error = "it is being loaded already";
+  } else {
+    error = MakeAndInsert(registration, name, *repository);
   }
   if (!error.empty()) {
+    const std::string module =
+        registration.m_module.empty() ? "the host" : WideToUtf8(PathToWide(registration.m_module));
     m_pState->m_log.Error("Cannot load the service %s from %s: %s.", serviceName, module, error);
     return false;
   }
+  const std::lock_guard lock(m_pState->m_mutex);
   m_pState->m_loaded.push_back(serviceName);
   return true;
 }

@@ -1,9 +1,11 @@
 #include <host/Digest.h>
 
+#include "platform/RegularFile.h"
+
 #include <SorvexHost/MD5Digest.h>
 #include <host/Text.h>
 
-#include <fstream>
+#include <optional>
 #include <vector>
 
 namespace WindowsAgentCommon {
@@ -15,16 +17,14 @@ std::string MD5Sum(const void* data, std::size_t size) {
 }
 
 std::string MD5Sum(const std::wstring& path) {
-  std::ifstream file(WideToPath(path), std::ios::binary);
-  if (!file) return {};
+  RegularFile file(WideToPath(path));
   MD5Digest digest;
   std::vector<char> chunk(64 * 1024);
-  do {
-    file.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-    digest.Add(chunk.data(), static_cast<std::size_t>(file.gcount()));
-  } while (file);
-  // A directory can be opened; only reading it fails.
-  return file.eof() && !file.bad() ? digest.Finish() : std::string();
+  while (const std::optional<std::size_t> count = file.Read(chunk.data(), chunk.size())) {
+    if (*count == 0) return digest.Finish();
+    digest.Add(chunk.data(), *count);
+  }
+  return {};
 }
 
 }  // namespace WindowsAgentCommon

@@ -5,6 +5,12 @@
 #include <utility>
 
 namespace WindowsAgentCommon {
+namespace {
+
+/// What a peer makes us log ends here.
+constexpr std::size_t MAX_MESSAGE_BYTES = 64 * 1024;
+
+}  // namespace
 
 struct Log::Target {
   std::string m_strName;
@@ -44,7 +50,8 @@ const std::string& Log::GetName() const {
 
 void Log::WriteRecord(LogLevel level, const char* format, const LogArgument* arguments, std::size_t count) const {
   try {
-    m_pTarget->m_pSink->Write(level, m_pTarget->m_strName, FormatText(format, arguments, count, true));
+    TextFormatter formatter(format ? format : "(null)", arguments, count, true, MAX_MESSAGE_BYTES);
+    m_pTarget->m_pSink->Write(level, m_pTarget->m_strName, formatter.Run());
   } catch (...) {
     // A record that cannot be kept (memory, a full disk) must not end the work that it reports on.
   }

@@ -51,8 +51,9 @@ bool SpdlogSink::IsEnabled(LogLevel level) const { return level >= m_level; }
 
 void SpdlogSink::Write(LogLevel level, const std::string& loggerName, const std::string& message) {
   if (!IsEnabled(level)) return;
-  std::string name;
-  AppendEscaped(name, loggerName);
+  BoundedText escaped;
+  AppendEscaped(escaped, loggerName);
+  const std::string name = escaped.Take();
   m_pSink->log(
       spdlog::details::log_msg(spdlog::details::os::now(), spdlog::source_loc{}, name, ToSpdlog(level), message));
   m_pSink->flush();

@@ -20,6 +20,11 @@ bool IsSurrogate(char32_t value) { return value >= 0xD800 && value <= 0xDFFF; }
 
 [[maybe_unused]] bool IsLowSurrogate(char32_t value) { return value >= 0xDC00 && value <= 0xDFFF; }
 
+/// What a byte that is no UTF-8 becomes in UTF-32, where no character stands.
+constexpr char32_t LONE_BYTE = 0xDC00;
+
+bool IsLoneByte(char32_t value) { return !WIDE_IS_UTF16 && value >= LONE_BYTE + 0x80 && value <= LONE_BYTE + 0xFF; }
+
 void AppendWide(std::wstring& text, char32_t codePoint) {
   if constexpr (WIDE_IS_UTF16) {
     if (codePoint >= 0x10000) {
@@ -57,7 +62,14 @@ std::wstring Utf8ToWide(std::string_view text) {
   wide.reserve(text.size());
   for (std::size_t position = 0; position < text.size();) {
     char32_t codePoint = 0;
-    AppendWide(wide, NextCodePoint(text, position, codePoint) ? codePoint : REPLACEMENT_CHARACTER);
+    std::size_t begin = position;
+    if (NextCodePoint(text, position, codePoint)) {
+      AppendWide(wide, codePoint);
+    } else if (WIDE_IS_UTF16) {
+      AppendWide(wide, REPLACEMENT_CHARACTER);
+    } else {
+      for (; begin < position; ++begin) AppendWide(wide, LONE_BYTE + static_cast<unsigned char>(text[begin]));
+    }
   }
   return wide;
 }
@@ -71,6 +83,10 @@ utf8string WideToUtf8(std::wstring_view text) {
       if (IsHighSurrogate(codePoint) && position + 1 < text.size() && IsLowSurrogate(UnitAt(text, position + 1))) {
         codePoint = 0x10000 + ((codePoint - 0xD800) << 10) + (UnitAt(text, ++position) - 0xDC00);
       }
+    }
+    if (IsLoneByte(codePoint)) {
+      narrow += static_cast<char>(static_cast<unsigned char>(codePoint - LONE_BYTE));
+      continue;
     }
     AppendUtf8(narrow, IsSurrogate(codePoint) || codePoint > 0x10FFFF ? REPLACEMENT_CHARACTER : codePoint);
   }

@@ -38,28 +38,18 @@ std::int64_t AsSigned(const LogArgument& argument) {
   return static_cast<std::int64_t>((value ^ sign) - sign);
 }
 
-/// Returns the longest beginning of at most `limit` bytes that splits no UTF-8 sequence.
-std::string_view CutUtf8(std::string_view text, std::size_t limit) {
-  if (text.size() <= limit) return text;
-  std::size_t end = 0;
-  for (std::size_t position = 0; position < limit; end = position <= limit ? position : end) {
-    char32_t ignored = 0;
-    NextCodePoint(text, position, ignored);
-  }
-  return text.substr(0, end);
-}
-
 }  // namespace
 
-TextFormatter::TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape)
-    : m_format(format), m_pArguments(arguments), m_count(count), m_bEscape(escape) {}
+TextFormatter::TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape,
+                             std::size_t limit)
+    : m_format(format), m_pArguments(arguments), m_count(count), m_bEscape(escape), m_result(limit) {}
 
 std::string TextFormatter::Run() {
-  m_strResult.reserve(m_format.size() + 16 * m_count);
+  m_result.Reserve(m_format.size() + 16 * m_count);
   std::size_t position = 0;
   while (position < m_format.size()) {
     const std::size_t percent = std::min(m_format.find('%', position), m_format.size());
-    m_strResult.append(m_format, position, percent - position);
+    m_result.Append(m_format.substr(position, percent - position));
     position = percent;
     if (position == m_format.size()) break;
 
@@ -67,14 +57,14 @@ std::string TextFormatter::Run() {
     Directive directive;
     const bool isConversion = ReadDirective(position, directive);
     if (isConversion && directive.m_conversion == '%') {
-      m_strResult += '%';
+      m_result.Append("%");
     } else if (!isConversion || m_next == m_count) {
-      m_strResult.append(m_format, start, position - start);
+      m_result.Append(m_format.substr(start, position - start));
     } else {
       AppendArgument(directive, m_pArguments[m_next++]);
     }
   }
-  return std::move(m_strResult);
+  return m_result.Take();
 }
 
 /// Reads what follows a percent sign; returns false when it is no conversion.
@@ -197,7 +187,6 @@ void TextFormatter::AppendInteger(const Directive& directive, const LogArgument&
     if (conversion == 'p' || (directive.m_bAlternate && magnitude != 0)) prefix = conversion == 'X' ? "0X" : "0x";
   } else if (conversion == 'o') {
     base = 8;
-    if (directive.m_bAlternate && magnitude != 0) prefix = "0";
   }
 
   char digits[24];
@@ -216,6 +205,8 @@ void TextFormatter::AppendInteger(const Directive& directive, const LogArgument&
   } else if (directive.m_bZero && !directive.m_bLeft) {
     if (directive.m_width > prefix.size() + body.size()) zeros = directive.m_width - prefix.size() - body.size();
   }
+  // As printf has it, the alternate form of an octal number begins with a zero, whichever one that is.
+  if (base == 8 && directive.m_bAlternate && zeros == 0 && !body.starts_with('0')) zeros = 1;
   AppendPadded(directive, prefix, zeros, body);
 }
 
@@ -237,25 +228,26 @@ void TextFormatter::AppendCharacter(const Directive& directive, const LogArgumen
 
 void TextFormatter::AppendText(const Directive& directive, std::string_view value) {
   if (directive.m_bHasPrecision) value = CutUtf8(value, directive.m_precision);
-  if (m_bEscape && directive.m_width == 0) {
-    AppendEscaped(m_strResult, value);
-    return;
+  if (!m_bEscape) {
+    AppendPadded(directive, {}, 0, value);
+  } else if (value.size() >= directive.m_width) {
+    AppendEscaped(m_result, value);
+  } else {
+    BoundedText escaped;
+    AppendEscaped(escaped, value);
+    AppendPadded(directive, {}, 0, escaped.View());
   }
-  if (m_bEscape) {
-    m_strScratch.clear();
-    AppendEscaped(m_strScratch, value);
-    value = m_strScratch;
-  }
-  AppendPadded(directive, {}, 0, value);
 }
 
 void TextFormatter::AppendPadded(const Directive& directive, std::string_view prefix, std::size_t zeros,
                                  std::string_view body) {
   const std::size_t length = prefix.size() + zeros + body.size();
   const std::size_t blanks = directive.m_width > length ? directive.m_width - length : 0;
-  if (!directive.m_bLeft) m_strResult.append(blanks, ' ');
-  m_strResult.append(prefix).append(zeros, '0').append(body);
-  if (directive.m_bLeft) m_strResult.append(blanks, ' ');
+  if (!directive.m_bLeft) m_result.Append(blanks, ' ');
+  m_result.Append(prefix);
+  m_result.Append(zeros, '0');
+  m_result.Append(body);
+  if (directive.m_bLeft) m_result.Append(blanks, ' ');
 }
 
 }  // namespace WindowsAgentCommon

@@ -3,6 +3,8 @@
 
 #include <host/Log.h>
 
+#include "BoundedText.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,8 +15,10 @@ namespace WindowsAgentCommon {
 /// Used once, by one thread. The format and the arguments outlive it.
 class TextFormatter {
  public:
-  TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape);
+  TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape,
+                std::size_t limit = std::string::npos);
 
+  /// Returns the formatted text; what exceeds the limit is left out, and the end of the text says how much that is.
   std::string Run();
 
  private:
@@ -50,8 +54,7 @@ class TextFormatter {
   std::size_t m_count;
   std::size_t m_next = 0;
   bool m_bEscape;
-  std::string m_strResult;
-  std::string m_strScratch;
+  BoundedText m_result;
 };
 
 }  // namespace WindowsAgentCommon

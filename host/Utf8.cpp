@@ -35,6 +35,16 @@ bool NextCodePoint(std::string_view text, std::size_t& position, char32_t& codeP
   return true;
 }
 
+std::string_view CutUtf8(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  std::size_t end = 0;
+  for (std::size_t position = 0; position < limit; end = position <= limit ? position : end) {
+    char32_t ignored = 0;
+    NextCodePoint(text, position, ignored);
+  }
+  return text.substr(0, end);
+}
+
 void AppendUtf8(std::string& text, char32_t codePoint) {
   if (codePoint < 0x80) {
     text += LowByte(codePoint);

@@ -14,6 +14,9 @@ inline constexpr char32_t REPLACEMENT_CHARACTER = 0xFFFD;
 /// beginning of a valid sequence, at least one byte on.
 bool NextCodePoint(std::string_view text, std::size_t& position, char32_t& codePoint);
 
+/// Returns the longest beginning of at most `limit` bytes that splits no sequence.
+std::string_view CutUtf8(std::string_view text, std::size_t limit);
+
 /// Appends a code point up to U+10FFFF that is no surrogate.
 void AppendUtf8(std::string& text, char32_t codePoint);
 

@@ -6,6 +6,7 @@
 
 #include <ace/Message_Block.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,7 +14,8 @@
 
 namespace SSLConfigServerProto {
 
-/// Versions of the wire protocol, which are those of its records too.
+/// Versions of the wire protocol, which are those of its records too. What depends on them asks with a `switch` that
+/// has no default, so that the compiler names every place that a further version has to be added to.
 enum class WireProtocol { Version1, Version2 };
 
 /// Returns "1.0" or "2.0".
@@ -41,10 +43,18 @@ constexpr std::uint32_t maxWireDataBytes = 0x6400000;
 /// Returns the fixed description of a result code: of a response, or of a local failure.
 const char* ResultText(std::uint32_t resultCode);
 
+/// Wipes an array before it gives it back: the application token travels as a wire string.
+struct WipingArrayDelete {
+  std::size_t sizeInBytes = 0;
+
+  void operator()(char* array) const;
+};
+
 /// A text with its length in front.
 struct WireString {
   std::uint32_t size_in_bytes = 0;
-  std::unique_ptr<char[]> data;  ///< `size_in_bytes` bytes without a terminator; none when that is 0
+  /// `size_in_bytes` bytes without a terminator; none when that is 0.
+  std::unique_ptr<char[], WipingArrayDelete> data;
 
   std::string_view View() const { return {data.get(), size_in_bytes}; }
 };
@@ -70,7 +80,8 @@ std::uint32_t SerializeWireBinaryFromWire(WindowsAgentCommon::ISerializer& seria
 std::uint32_t SerializeWireStringToWire(WindowsAgentCommon::ISerializer& serializer, const WireString& string);
 
 /// Writes data, in the form with a digest when `bWithDigest`: the stored one, or the MD5 of the data when none is
-/// stored. Of empty data only the length is written, deliberately without a digest.
+/// stored. Of empty data only the length is written, deliberately without a digest. Throws `SocketException`, and
+/// writes nothing, when `size_in_bytes` is not the number of the data's unread bytes.
 std::uint32_t SerializeWireBinaryToWire(WindowsAgentCommon::ISerializer& serializer, const WireBinary& binary,
                                         bool bWithDigest);
 
@@ -83,7 +94,7 @@ void SetWireBinary(WireBinary& binary, const ACE_Message_Block& block);
 std::string GetText(const WireString& string);
 
 /// Returns the data in a block of the caller's own, empty when there are none. With `bRelease` the binary is empty
-/// afterwards.
+/// afterwards, its digest included.
 std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRelease);
 
 /// The start of every request and response.
@@ -109,9 +120,6 @@ struct RecordHeader {
 
 /// How an agent says who it is and what it speaks.
 struct IdentityRecord : RecordHeader {
-  /// Wipes the token.
-  ~IdentityRecord() override;
-
   WireString wireProtocolVersion;
   WireString applicationIdentifier;
   WireString applicationToken;
@@ -244,9 +252,13 @@ struct ConfigurationUpdateResponse : DataResponseRecord {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     ResponseRecord::VisitFields(record, visit);
-    const bool bVersion2 = record.protocol == WireProtocol::Version2;
-    if (bVersion2) visit(record.serverPublicKey, true, maxWireDataBytes);
-    visit(record.configurationData, bVersion2, maxWireDataBytes);
+    switch (record.protocol) {
+      case WireProtocol::Version1: visit(record.configurationData, false, maxWireDataBytes); break;
+      case WireProtocol::Version2:
+        visit(record.serverPublicKey, true, maxWireDataBytes);
+        visit(record.configurationData, true, maxWireDataBytes);
+        break;
+    }
   }
 };
 
@@ -258,7 +270,10 @@ struct CodeUpdateResponse : DataResponseRecord {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     ResponseRecord::VisitFields(record, visit);
-    visit(record.codeData, record.protocol == WireProtocol::Version2, maxWireDataBytes);
+    switch (record.protocol) {
+      case WireProtocol::Version1: visit(record.codeData, false, maxWireDataBytes); break;
+      case WireProtocol::Version2: visit(record.codeData, true, maxWireDataBytes); break;
+    }
   }
 };
 

@@ -12,7 +12,7 @@ namespace WindowsAgentCommon {
 /// MD5.
 SORVEXCOMMON_EXPORT std::string MD5Sum(const void* data, std::size_t size);
 
-/// Returns the MD5 of a file's content, or an empty text when the file cannot be read.
+/// Returns the MD5 of a file's content, or an empty text when it cannot be read or is no regular file.
 SORVEXCOMMON_EXPORT std::string MD5Sum(const std::wstring& path);
 
 }  // namespace WindowsAgentCommon

@@ -19,6 +19,8 @@ namespace WindowsAgentCommon {
 class SORVEXCOMMON_EXPORT EnvironmentBlockHelper {
  public:
   explicit EnvironmentBlockHelper(const ParameterBlock& parameters);
+  /// A temporary would be gone before the first look-up.
+  explicit EnvironmentBlockHelper(const ParameterBlock&&) = delete;
 
   /// The value as it stands, UTF-8.
   bool GetStringValue(const std::string& name, std::string& value, const std::string& defaultValue) const;

@@ -18,7 +18,10 @@ class SORVEXCOMMON_EXPORT IComponentFactory {
 
   /// Loads the service unless it is loaded. On success the service stands in the current `ACE_Service_Config` under
   /// the name "<service name>_Dynamic_Service" until the host unloads it. Returns false, with the reason in the log,
-  /// when it cannot be loaded.
+  /// when it cannot be loaded; an exception out of the service's code is such a reason, and so is a service that would
+  /// need itself to be loaded first. While another thread loads the same service, this one waits for it. A service may
+  /// ask the host for anything while it is loaded, from threads of its own as well; only for a thread that asks for the
+  /// very service it must not wait.
   virtual bool LoadService(const std::string& serviceName) = 0;
 
   /// Returns the configuration object of a component, or null when the component is unknown. The object itself, not a

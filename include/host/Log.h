@@ -22,7 +22,7 @@ class SORVEXCOMMON_EXPORT ILogSink {
   /// Whether a record of this level would be kept; false spares the caller the formatting.
   virtual bool IsEnabled(LogLevel level) const = 0;
 
-  /// Takes one record. `message` is formatted text in which control characters of logged values are already escaped.
+  /// Takes one record. `message` is formatted text in which logged values are already escaped.
   virtual void Write(LogLevel level, const std::string& loggerName, const std::string& message) = 0;
 };
 
@@ -60,9 +60,10 @@ class LogArgument {
 /// a negative `char` is, %% a percent sign. Flags, width, precision (both at most 4096, a text's in bytes of UTF-8, no
 /// sequence split) and `*` are read as printf reads them; length modifiers (h hh l ll z j t L I64 I32) are skipped. An
 /// argument of another type than its conversion's is printed as what it is. A conversion without an argument prints
-/// itself; surplus arguments are ignored. With `escape` each byte of a control character (below U+0020, U+007F to
-/// U+009F, U+2028, U+2029) and each invalid UTF-8 byte of a text or character argument is printed as \n, \r, \t or
-/// \xHH, so that a value cannot start a line.
+/// itself; surplus arguments are ignored. With `escape`, in text and character arguments a backslash is printed as \\,
+/// and each byte of a control character (below U+0020, U+007F to U+009F, U+2028, U+2029), of a character that turns the
+/// direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069) and of invalid UTF-8 as \n, \r, \t
+/// or \xHH: a value can neither start a line, nor change how a line is shown, nor pretend to be escaped.
 SORVEXCOMMON_EXPORT std::string FormatText(const char* format, const LogArgument* arguments, std::size_t count,
                                            bool escape);
 
@@ -75,7 +76,9 @@ std::string Format(const char* format, const Arguments&... arguments) {
 
 /// A handle on a logger; copies share it. A default-constructed one discards what it is given. Any thread may log
 /// through any copy; replacing a handle while another thread logs through that same handle is not allowed. Logging
-/// never throws: a record that cannot be written is lost.
+/// never throws: a record that cannot be written is lost. Of a message longer than 64 KiB the beginning is kept, and
+/// " [<number> more bytes]" follows. A record that the sink does not keep is not formatted; a caller that has to build
+/// a text for a record asks `IsEnabled` first.
 class SORVEXCOMMON_EXPORT Log {
  public:
   Log();

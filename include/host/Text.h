@@ -12,10 +12,13 @@ namespace WindowsAgentCommon {
 /// A narrow string that holds UTF-8.
 using utf8string = std::string;
 
-/// Converts UTF-8 to the platform's wide text (UTF-16 or UTF-32). An invalid sequence becomes U+FFFD.
+/// Converts UTF-8 to the platform's wide text (UTF-16 or UTF-32). An invalid sequence becomes U+FFFD in UTF-16. In
+/// UTF-32 each of its bytes becomes U+DC00 plus the byte, and `WideToUtf8` gives the byte back: where file names are
+/// bytes, those that are not UTF-8 survive the way through wide text.
 SORVEXCOMMON_EXPORT std::wstring Utf8ToWide(std::string_view text);
 
-/// Converts wide text to UTF-8. A lone surrogate or a value beyond U+10FFFF becomes U+FFFD.
+/// Converts wide text to UTF-8. A lone surrogate or a value beyond U+10FFFF becomes U+FFFD, but in UTF-32 U+DC80 to
+/// U+DCFF become the bytes 0x80 to 0xFF.
 SORVEXCOMMON_EXPORT utf8string WideToUtf8(std::wstring_view text);
 
 /// Returns the path that `text` names, whatever the process's locale is.

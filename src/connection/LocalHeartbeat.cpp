@@ -3,9 +3,24 @@
 #include <host/Heartbeat.h>
 #include <host/IComponentFactory.h>
 
+#include <iterator>
 #include <memory>
+#include <mutex>
 
 namespace VaroCommunicationAPI {
+
+namespace {
+
+/// Leaves the block alone when it is as it should be: the host may be reading it.
+void SetLogMonitorLevel(WindowsAgentCommon::ParameterBlock& parameters) {
+  constexpr const char* key = "LogMonitor.Level";
+  const auto [first, last] = parameters.equal_range(key);
+  if (std::distance(first, last) == 1 && first->second == "2") return;
+  parameters.erase(first, last);
+  parameters.emplace(key, "2");
+}
+
+}  // namespace
 
 WindowsAgentCommon::ServiceConfig* FindAgentCoreConfig() {
   WindowsAgentCommon::IComponentFactory* const componentFactory = WindowsAgentCommon::GetComponentFactory();
@@ -14,10 +29,14 @@ WindowsAgentCommon::ServiceConfig* FindAgentCoreConfig() {
 
 void PostLocalHeartbeat(WindowsAgentCommon::ServiceConfig& agentCore) {
   constexpr int heartbeatLevel = 3;
+  // All connections of the process write the one object of the host.
+  static std::mutex parametersMutex;
   const auto heartbeat = std::make_shared<WindowsAgentCommon::Heartbeat>();
-  agentCore.m_parameters.erase("LogMonitor.Level");
-  agentCore.m_parameters.emplace("LogMonitor.Level", "2");
-  heartbeat->Initialize(agentCore.m_parameters);
+  {
+    const std::lock_guard lock(parametersMutex);
+    SetLogMonitorLevel(agentCore.m_parameters);
+    heartbeat->Initialize(agentCore.m_parameters);
+  }
   // Stand-alone and direct TLS connections use this one source name, on purpose.
   heartbeat->HandleEvent(heartbeatLevel, "Code.SSLConfigServerConnection", "ApplicationHeartbeat");
   heartbeat->Shutdown();

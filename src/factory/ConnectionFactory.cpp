@@ -2,11 +2,11 @@
 
 #include "connection/NullConfigServerConnection.h"
 #include "connection/UnavailableConfigServerConnection.h"
+#include "install/ApplicationToken.h"
 #include "install/AutoCreationFile.h"
 #include "install/ForceDeployMarker.h"
 #include "install/InstallConfigFileProcessor.h"
 #include "install/VersionManifests.h"
-#include "platform/Memory.h"
 
 #include <host/EnvironmentBlockHelper.h>
 #include <host/IComponentFactory.h>
@@ -55,8 +55,7 @@ ConnectionFactory::ConnectionFactory()
 ConnectionFactory::~ConnectionFactory() { ForgetInstallation(); }
 
 void ConnectionFactory::ForgetInstallation() {
-  const auto [first, last] = m_parameters.equal_range("ApplicationToken");
-  for (auto token = first; token != last; ++token) Platform::WipeMemory(token->second.data(), token->second.size());
+  WipeApplicationToken(m_parameters);
   m_parameters.clear();
   m_bStandAlone = m_bForceDeploy = m_bForceHTTPS = false;
   m_dependencies.clear();

@@ -63,14 +63,15 @@ std::string Utf16LittleEndianToUtf8(std::string_view bytes) {
 
 bool ProcessAutoCreationFile(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters,
                              const WindowsAgentCommon::Log& log) {
-  std::string content;
+  Platform::SecretText content;
   if (Platform::ReadFileHead(path, maxAutoCreationFileBytes, content) != 0) {
     log.Info("Couldn't find the log source auto-creation parameters (in file %s) - now assuming there are none.", path);
     return true;
   }
   // The byte-order mark is skipped without being looked at.
   constexpr std::size_t byteOrderMarkBytes = 2;
-  const std::string_view characters = std::string_view(content).substr(std::min(byteOrderMarkBytes, content.size()));
+  const std::string_view bytes = content.View();
+  const std::string_view characters = bytes.substr(std::min(byteOrderMarkBytes, bytes.size()));
   std::string text = Utf16LittleEndianToUtf8(characters);
   if (text.size() > maxConvertedBytes) {
     // No character is cut in two: the parameters stay UTF-8.

@@ -1,14 +1,17 @@
 #include "install/InstallConfigFileProcessor.h"
 
+#include "install/ApplicationToken.h"
 #include "install/InstallLines.h"
 #include "platform/Files.h"
 #include "platform/KeyContainer.h"
-#include "platform/Memory.h"
+#include "platform/SecretText.h"
 
 #include <host/Base64.h>
 #include <host/Log.h>
 #include <host/SystemError.h>
 
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -19,10 +22,13 @@ namespace {
 /// What stands beyond is ignored, on purpose.
 constexpr std::size_t maxInstallFileBytes = 4096;
 
-constexpr const char* applicationTokenKey = "ApplicationToken";
-
 /// The plain form is an identifier with dashes, at most this long.
 constexpr std::size_t maxPlainTokenLength = 40;
+
+/// What some editors put in front of UTF-8.
+constexpr std::string_view utf8Mark = "\xEF\xBB\xBF";
+
+bool HasUtf16Mark(std::string_view text) { return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF"); }
 
 bool IsSecured(const std::string& token) {
   return !token.empty() && (token.size() > maxPlainTokenLength || token.find('-') == std::string::npos);
@@ -35,15 +41,21 @@ InstallConfigFileProcessor::InstallConfigFileProcessor(std::wstring keyContainer
 
 int InstallConfigFileProcessor::Process(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters) {
   m_strMessage.clear();
-  std::string content;
+  Platform::SecretText content;
   if (const int error = Platform::ReadFileHead(path, maxInstallFileBytes, content); error != 0) {
     m_strMessage = WindowsAgentCommon::Format(
         "Couldn't find the application install parameters (in file %s) - we need these parameters. Reason: %s", path,
         WindowsAgentCommon::GetLastErrorText(error));
     return error;
   }
-  AddInstallLines(content, {}, parameters);
-  Platform::WipeMemory(content.data(), content.size());
+  std::string_view text = content.View();
+  if (HasUtf16Mark(text)) {
+    // Of its lines only keys that nobody looks for would come, with a token among their values.
+    m_strMessage = "The file begins with a UTF-16 byte-order mark; it has to be UTF-8";
+    return static_cast<int>(std::errc::illegal_byte_sequence);
+  }
+  if (text.starts_with(utf8Mark)) text.remove_prefix(utf8Mark.size());
+  AddInstallLines(text, {}, parameters);
   return DecryptApplicationToken(path, parameters);
 }
 
@@ -53,10 +65,11 @@ int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path
   const auto [token, last] = parameters.equal_range(applicationTokenKey);
   if (token == last || !IsSecured(token->second)) return 0;
 
-  std::vector<std::uint8_t> cipherText;
-  WindowsAgentCommon::DecodeBase64(token->second, cipherText);
-  std::vector<std::uint8_t> plainText;
-  const int error = Platform::DecryptWithContainer(m_strKeyContainerName, cipherText, plainText);
+  // Of a plain token that is taken for a secured one these bytes would tell all.
+  Platform::PlainSecret<std::vector<std::uint8_t>> cipherText;
+  WindowsAgentCommon::DecodeBase64(token->second, *cipherText);
+  Platform::SecretText plainText;
+  const int error = Platform::DecryptWithContainer(m_strKeyContainerName, *cipherText, plainText);
   if (error != 0) {
     m_strMessage = WindowsAgentCommon::Format(
         "Couldn't decode the secure application token provided in %s (%s). Proceeding as if it is ok, but the config "
@@ -64,8 +77,8 @@ int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path
         path, Platform::KeyErrorText(error));
     return error;
   }
-  token->second.assign(plainText.begin(), plainText.end());
-  Platform::WipeMemory(plainText.data(), plainText.size());
+  Platform::WipePlain(token->second);
+  token->second = plainText.View();
   return 0;
 }
 

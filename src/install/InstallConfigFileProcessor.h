@@ -15,8 +15,9 @@ class InstallConfigFileProcessor {
   explicit InstallConfigFileProcessor(std::wstring keyContainerName = L"Sorvex.ConfigServerConnection");
 
   /// Adds an entry to `parameters` for every line "key=value" within the first 4096 bytes, and replaces a secured
-  /// application token by its plain text. Returns 0, or a system error number with the reason in `GetMessageText`: the
-  /// file could not be read (nothing added) or the token not be decrypted (left as it stands).
+  /// application token by its plain text. A byte-order mark of UTF-8 is skipped. Returns 0, or a system error number
+  /// with the reason in `GetMessageText`: the file could not be read or is UTF-16 (nothing added), or the token could
+  /// not be decrypted (left as it stands).
   int Process(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters);
 
   /// Why the last `Process` failed.

@@ -3,8 +3,6 @@
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
-#include <string>
-
 namespace VaroCommunicationAPI {
 
 void AddInstallLines(std::string_view text, std::string_view prefix, WindowsAgentCommon::ParameterBlock& parameters) {
@@ -15,9 +13,9 @@ void AddInstallLines(std::string_view text, std::string_view prefix, WindowsAgen
 
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos || !line.starts_with(prefix)) continue;
-    parameters.emplace(
-        boost::algorithm::trim_copy(std::string(line.substr(0, equals))),
-        boost::algorithm::trim_copy_if(std::string(line.substr(equals + 1)), boost::algorithm::is_any_of("\r\n")));
+    // Views until the entry itself: the value may be the application token, of which no temporary is to stay in memory.
+    parameters.emplace(boost::algorithm::trim_copy(line.substr(0, equals)),
+                       boost::algorithm::trim_copy_if(line.substr(equals + 1), boost::algorithm::is_any_of("\r\n")));
   }
 }
 

@@ -8,6 +8,7 @@
 #include <boost/regex.hpp>
 
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 namespace VaroCommunicationAPI {
@@ -35,11 +36,12 @@ void ReadVersionManifests(const std::wstring& installFilePath, WindowsAgentCommo
     const std::string fileName = WindowsAgentCommon::WideToUtf8(wideName);
     if (!boost::algorithm::iends_with(fileName, manifestEnding)) continue;
 
-    std::string content;
+    Platform::SecretText content;
     std::wstring path = directory;
     path.append(L"/").append(wideName);
     if (Platform::ReadFileHead(path, maxManifestBytes, content) != 0) continue;
-    if (boost::smatch match; boost::regex_search(content, match, buildNumber)) {
+    const std::string_view text = content.View();
+    if (boost::cmatch match; boost::regex_search(text.data(), text.data() + text.size(), match, buildNumber)) {
       parameters.emplace("BuildNumber_" + ComponentName(fileName), match[1].str());
     }
   }

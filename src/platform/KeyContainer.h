@@ -1,6 +1,8 @@
 // The machine's key containers, which hold the agent's key pairs.
 #pragma once
 
+#include "platform/SecretText.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -12,9 +14,9 @@ namespace VaroCommunicationAPI::Platform {
 
 /// Decrypts `cipherText`, most significant byte first, with the key-exchange key of the machine key container
 /// `containerName` (RSA, OAEP with SHA-1; one block). Returns 0 with the plain bytes in `plainText`, or the error
-/// number that `KeyErrorText` explains, with `plainText` empty. The caller wipes `plainText` after use.
+/// number that `KeyErrorText` explains, with `plainText` empty.
 int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
-                         std::vector<std::uint8_t>& plainText);
+                         SecretText& plainText);
 
 /// Stores in `bytes` the public half of the container's key-exchange key: the fixed 22 bytes that begin a
 /// SubjectPublicKeyInfo of an RSA key of 1024 bits, deliberately the same for every size, and the key's RSAPublicKey

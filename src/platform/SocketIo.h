@@ -12,6 +12,10 @@
 
 namespace VaroCommunicationAPI::Platform {
 
+/// Makes a socket that no process started from this one inherits; `family` and `type` are the system's. Returns
+/// `ACE_INVALID_HANDLE` on failure, with the number in `errno` as ACE leaves it there.
+ACE_HANDLE OpenSocket(int family, int type);
+
 /// What one write took.
 struct WriteOutcome {
   std::size_t m_bytes = 0;  ///< bytes accepted by the system, also when an error followed them
@@ -35,6 +39,18 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
 /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
 /// connection stands, 10101 after an orderly close, or the number of the error it died of.
 int PeerState(ACE_HANDLE handle);
+
+/// Keeps what the system holds of a connected stream before it is on its way small: what is written is soon sent, a
+/// slow peer is noticed, and less is lost when the connection breaks. A system that refuses only holds more.
+void KeepBacklogSmall(ACE_HANDLE handle);
+
+/// A number that changes when the peer of a connected stream acknowledges something; nothing where the system does not
+/// tell.
+std::optional<std::uint64_t> PeerProgress(ACE_HANDLE handle);
+
+/// Whether the peer has acknowledged all that was sent, the end of the stream included if the write side is closed.
+/// False where the system does not tell.
+bool HasDeliveredAll(ACE_HANDLE handle);
 
 /// Sets TCP keep-alive on a connected socket: idle time before the first probe and time between probes, in
 /// milliseconds (a system that counts seconds rounds up). Returns 0 or the system's own error number.

@@ -7,13 +7,14 @@
 #include <host/IUDPSocket.h>
 #include <host/MessageBlock.h>
 #include <host/ServiceLookup.h>
+#include <host/SystemError.h>
 
+#include <ace/OS_NS_errno.h>
 #include <ace/Thread_Manager.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <thread>
 #include <utility>
 
@@ -30,9 +31,6 @@ constexpr const char* defaultBuilder = "SyslogPayloadBuilder";
 
 const ACE_Time_Value oneSecond(1);
 const ACE_Time_Value producerPatience(5);
-
-/// How long a stop waits for a destination that takes nothing.
-constexpr auto stopPatience = 1500ms;
 
 /// A stop does not wait out the pauses between attempts.
 constexpr auto stoppingPause = 20ms;
@@ -62,11 +60,11 @@ DestinationSocket<Interface>::DestinationSocket(std::uint32_t maxPayloadSize, st
     : m_pTime(std::move(time)),
       m_defaultMaxPayloadSize(maxPayloadSize),
       m_maxPayloadSize(maxPayloadSize),
-      m_pPayloadBuilder(MakeBuilder(defaultBuilder)),
-      m_highWaterMark(defaultHighWaterMark) {
+      m_pPayloadBuilder(MakeBuilder(defaultBuilder)) {
   thr_mgr(ThreadManager());
-  msg_queue()->low_water_mark(defaultLowWaterMark);
-  msg_queue()->high_water_mark(defaultHighWaterMark);
+  msg_queue(&m_queue);
+  m_queue.low_water_mark(defaultLowWaterMark);
+  m_queue.high_water_mark(defaultHighWaterMark);
 }
 
 template <class Interface>
@@ -74,17 +72,16 @@ DestinationSocket<Interface>::~DestinationSocket() = default;
 
 template <class Interface>
 void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::ParameterBlock& parameters) {
+  // A send thread that is still there reads what is set here.
+  EndLife();
+  m_life.SetOpen(false);
   const WindowsAgentCommon::EnvironmentBlockHelper helper(parameters);
   std::uint32_t lowWaterMark = 0;
   std::uint32_t highWaterMark = 0;
   helper.GetUInt32Value("Socket.QueueLowWaterMark", lowWaterMark, defaultLowWaterMark);
   helper.GetUInt32Value("Socket.QueueHighWaterMark", highWaterMark, defaultHighWaterMark);
-  {
-    const std::lock_guard lock(m_waterMarkMutex);
-    m_highWaterMark = highWaterMark;
-    msg_queue()->low_water_mark(lowWaterMark);
-    msg_queue()->high_water_mark(highWaterMark);
-  }
+  m_queue.low_water_mark(lowWaterMark);
+  m_queue.high_water_mark(highWaterMark);
   helper.GetBooleanValue("Socket.BlockingSendStrategy", m_bBlockingSendStrategy, true);
   std::wstring host;
   std::uint32_t port = 0;
@@ -101,35 +98,31 @@ void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::Paramete
 
 template <class Interface>
 void DestinationSocket<Interface>::Open(const std::wstring& host, std::uint32_t port) {
+  const SocketLife::Operation operation(m_life);
+  if (!operation) return;
   // A send thread that is running reads these, and logs.
   if (m_log.GetName().empty() || m_strHost != host || m_port != port) {
     m_strHost = host;
     m_port = port;
     NameLogger();
   }
-  m_stop.Reset();
-  const bool isConnected = this->Connect();
-  // Whoever shut the socket down while it was connecting wants it closed.
-  if (m_stop.IsRequested()) return;
-  if (!m_bBlockingSendStrategy) StartThread();
-  m_bOpen = isConnected || IsOpenWithoutConnection();
+  this->Connect();
+  if (!m_life.Start(GetService(), IsOpenWithoutConnection(), [this] { return StartThread(); })) {
+    m_log.Error("The send thread could not be started: %s", WindowsAgentCommon::GetLastErrorText(ACE_OS::last_error()));
+  }
 }
 
 template <class Interface>
 bool DestinationSocket<Interface>::StartThread() {
-  if (thr_count() == 0) {
-    // The last thread, if there was one, left the queue closed and its high water mark lifted.
-    const std::lock_guard lock(m_waterMarkMutex);
-    m_bGaveUp = false;
-    msg_queue()->activate();
-    msg_queue()->high_water_mark(m_highWaterMark);
-  }
+  // The last thread, if there was one, has closed the queue and need only return.
+  wait();
+  m_queue.activate();
   return activate(0, 1, 0, 0, -1) == 0;
 }
 
 template <class Interface>
 bool DestinationSocket<Interface>::IsOpen() const {
-  return m_bOpen;
+  return m_life.IsOpen();
 }
 
 template <class Interface>
@@ -150,7 +143,14 @@ std::int32_t DestinationSocket<Interface>::SendEvent(const WindowsAgentCommon::E
 
 template <class Interface>
 std::int32_t DestinationSocket<Interface>::Send(const void* buffer, std::uint32_t length) {
-  if (!m_bOpen) {
+  if (IsQueued()) return Submit(buffer, length);
+  const SocketLife::Operation operation(m_life);
+  return operation ? Submit(buffer, length) : -1;
+}
+
+template <class Interface>
+std::int32_t DestinationSocket<Interface>::Submit(const void* buffer, std::uint32_t length) {
+  if (!m_life.IsOpen()) {
     ReportRefusal();
     return -1;
   }
@@ -162,8 +162,7 @@ std::int32_t DestinationSocket<Interface>::Send(const void* buffer, std::uint32_
     m_bytesTruncated += length - limited;
     ReportTruncation(length, limited);
   }
-  const bool isSent =
-      m_bBlockingSendStrategy ? SendPayload(buffer, BlockingLength(length, limited)) > 0 : Enqueue(buffer, limited);
+  const bool isSent = IsQueued() ? Enqueue(buffer, limited) : SendPayload(buffer, BlockingLength(length, limited)) > 0;
   return isSent ? static_cast<std::int32_t>(limited + FramingBytes()) : -1;
 }
 
@@ -188,12 +187,14 @@ int DestinationSocket<Interface>::svc() {
   auto deadline = this->gettimeofday();
   deadline += oneSecond;
   bool isAfterIdle = true;
+  bool isEnding = false;
   for (;;) {
     ACE_Message_Block* block = std::exchange(m_pCarried, nullptr);
     if (!block) {
-      isAfterIdle = isAfterIdle || msg_queue()->is_empty();
+      isAfterIdle = isAfterIdle || m_queue.is_empty();
+      if (isEnding && m_queue.is_empty()) break;
       if (getq(block, &deadline) == -1) {
-        if (errno == ESHUTDOWN) break;
+        if (m_queue.IsClosed()) break;
         ReportIdle();
         deadline = this->gettimeofday();
         deadline += oneSecond;
@@ -203,21 +204,19 @@ int DestinationSocket<Interface>::svc() {
     }
     // cppcheck-suppress nullPointerRedundantCheck ; the queue gave it, or the loop went on
     if (block->msg_type() == ACE_Message_Block::MB_HANGUP) {
-      // Producers that were let in before the stop may stand behind it.
-      if (m_stop.IsRequested() && !msg_queue()->is_empty() && putq(block) != -1) continue;
       block->release();
+      // Producers that were let in before a stop may stand behind it.
+      isEnding = m_life.IsStopping();
+      if (isEnding) continue;
       break;
     }
     CollectBatch(block);
     const std::size_t sent = SendPayloads(m_batchPayloads, std::exchange(isAfterIdle, false));
     const bool isComplete = sent == m_batch.size();
     PutBackBatch(sent);
-    if (!isComplete && m_stop.IsRequested() && !CanDeliver()) {
-      m_bGaveUp = true;
-      break;
-    }
+    if (!isComplete && m_life.IsStopping() && !CanDeliver()) break;
   }
-  DropQueued();
+  m_life.EndService([this] { DropQueued(); });
   m_log.Info("Thread exiting");
   return 0;
 }
@@ -228,7 +227,7 @@ void DestinationSocket<Interface>::CollectBatch(ACE_Message_Block* first) {
   if (CanSendBatch()) {
     std::size_t bytes = first->length() + FramingBytes();
     // This thread alone takes from the queue: what is counted now can be taken without waiting.
-    std::size_t waiting = std::min(msg_queue()->message_count(), maxBatchPayloads - 1);
+    std::size_t waiting = std::min(m_queue.message_count(), maxBatchPayloads - 1);
     for (; waiting > 0 && bytes < maxBatchBytes; --waiting) {
       ACE_Message_Block* block = nullptr;
       if (getq(block) == -1) break;
@@ -248,76 +247,65 @@ void DestinationSocket<Interface>::CollectBatch(ACE_Message_Block* first) {
 template <class Interface>
 void DestinationSocket<Interface>::PutBackBatch(std::size_t sent) {
   for (std::size_t i = 0; i < sent; ++i) m_batch[i]->release();
-  if (sent < m_batch.size()) {
-    // These blocks had their place in the queue; that producers filled it meanwhile must not cost them theirs.
-    const std::lock_guard lock(m_waterMarkMutex);
-    msg_queue()->high_water_mark(std::numeric_limits<std::size_t>::max());
-    if (m_pCarried) m_batch.push_back(std::exchange(m_pCarried, nullptr));
-    auto deadline = this->gettimeofday();
-    deadline += oneSecond;
-    while (m_batch.size() > sent) {
-      ACE_Message_Block* const block = m_batch.back();
-      m_batch.pop_back();
-      if (ungetq(block, &deadline) == -1) {
-        if (block->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, block->length());
-        block->release();
-      }
-    }
-    if (!m_stop.IsRequested()) msg_queue()->high_water_mark(m_highWaterMark);
+  if (sent < m_batch.size() && m_pCarried) m_batch.push_back(std::exchange(m_pCarried, nullptr));
+  for (; m_batch.size() > sent; m_batch.pop_back()) {
+    ACE_Message_Block* const block = m_batch.back();
+    if (m_queue.PutBack(block) != -1) continue;
+    if (block->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, block->length());
+    block->release();
   }
   m_batch.clear();
 }
 
 template <class Interface>
 int DestinationSocket<Interface>::Shutdown() {
-  m_stop.Request(m_pTime->Now());
-  const int result = m_bBlockingSendStrategy ? 0 : StopThread();
-  if (result == 0) this->Close();
-  if (m_bBlockingSendStrategy) m_stop.Reset();
+  switch (m_life.BeginStop(GetService(), m_pTime->Now(), [this] { return m_queue.PutHangUp(); })) {
+    case SocketLife::StopOutcome::Anothers: return 0;
+    case SocketLife::StopOutcome::Refused: return -1;
+    case SocketLife::StopOutcome::Begun: break;
+  }
+  // Producers that wait for room are not to wait for the stop.
+  m_queue.pulse();
+  m_life.AwaitOperations();
+  const int result = wait();
+  FinishConnection();
+  m_life.EndStop(GetService());
   return result;
 }
 
 template <class Interface>
-int DestinationSocket<Interface>::StopThread() {
-  m_bOpen = false;
-  if (thr_count() == 0) {
-    DropQueued();
-  } else {
-    const std::lock_guard lock(m_waterMarkMutex);
-    msg_queue()->high_water_mark(std::numeric_limits<std::size_t>::max());
-    auto* const hangUp = new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP);
-    if (putq(hangUp) == -1) {
-      hangUp->release();
-      // A thread that gave up at once has closed the queue already.
-      if (!m_bGaveUp) return -1;
-    }
-  }
-  return wait();
+void DestinationSocket<Interface>::EndLife() {
+  if (Shutdown() != -1) return;
+  // A thread that could not be told to end does so by itself: its queue is closed.
+  wait();
+  Shutdown();
 }
 
 template <class Interface>
 void DestinationSocket<Interface>::DropQueued() {
-  Queue& queue = *msg_queue();
-  queue.deactivate();
+  m_queue.deactivate();
   if (m_pCarried) {
     if (m_pCarried->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, m_pCarried->length());
     std::exchange(m_pCarried, nullptr)->release();
   }
   // Nobody can add to a deactivated queue. Blocks without data are hang-ups, and no messages.
   std::size_t messages = 0;
-  for (ACE_Message_Queue_Iterator<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> iterator(queue); !iterator.done();
+  for (ACE_Message_Queue_Iterator<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> iterator(m_queue); !iterator.done();
        iterator.advance()) {
     ACE_Message_Block* block = nullptr;
     iterator.next(block);
     if (block && block->msg_type() == ACE_Message_Block::MB_DATA) ++messages;
   }
-  CountDropped(messages, queue.message_length());
-  queue.flush();
+  CountDropped(messages, m_queue.message_length());
+  m_queue.flush();
 }
 
 template <class Interface>
-bool DestinationSocket<Interface>::MustGiveUp() const {
-  return m_stop.IsRequested() && m_pTime->Now() - std::max(m_stop.RequestTime(), m_lastProgress) > stopPatience;
+bool DestinationSocket<Interface>::MustGiveUp() {
+  if (m_life.IsStopping()) LookForProgress();
+  const SteadyTime now = m_pTime->Now();
+  return m_life.MustGiveUp(now, m_lastProgress) || m_turn.MustGiveWay(now) ||
+         (m_connectDeadline && now > *m_connectDeadline);
 }
 
 template <class Interface>
@@ -339,9 +327,9 @@ void DestinationSocket<Interface>::CountDropped(std::size_t messages, std::size_
 
 template <class Interface>
 void DestinationSocket<Interface>::Pause(std::chrono::milliseconds duration) {
-  m_pTime->Pause(duration, m_stop);
-  // What fails at once must not be tried without a breath until the stop's patience is over.
-  if (m_stop.IsRequested()) std::this_thread::sleep_for(stoppingPause);
+  m_pTime->Pause(duration, m_life);
+  // What fails at once is not tried without pausing until the stop's patience is over.
+  if (m_life.IsStopping()) std::this_thread::sleep_for(stoppingPause);
 }
 
 template <class Interface>
@@ -402,7 +390,7 @@ std::uint32_t DestinationSocket<Interface>::GetMessagesDropped() const {
 template <class Interface>
 std::size_t DestinationSocket<Interface>::GetQueueSize() const {
   // The queue's own measure takes no constant object.
-  return const_cast<DestinationSocket*>(this)->msg_queue()->message_bytes();
+  return const_cast<DestinationSocket*>(this)->m_queue.message_bytes();
 }
 
 template class DestinationSocket<WindowsAgentCommon::ITCPSocket>;

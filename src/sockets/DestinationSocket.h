@@ -1,6 +1,7 @@
 // What every destination socket shares: parameters, counters, the payload limit, the queue and its send thread.
 #pragma once
 
+#include "sockets/PayloadQueue.h"
 #include "sockets/SocketTime.h"
 
 #include <host/EnvironmentBlockHelper.h>
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -35,8 +37,11 @@ class RelaxedValue {
 /// `Interface` is `ITCPSocket` or `IUDPSocket`. Derived classes say how to connect and how to write.
 ///
 /// With the blocking strategy the caller's thread does all input and output. With the queued one, producers in any
-/// thread meet one send thread in the task's queue, and that thread alone sends. `Shutdown` has to be called before
-/// destruction, so that the thread has ended.
+/// thread meet one send thread in the task's queue, and that thread alone sends.
+///
+/// `Open`, `Connect`, `Close` and `Shutdown` may be called by any thread at any time. A stop ends what other threads do
+/// with the socket: what they connect or send fails, and producers that wait for room are refused. The class at the end
+/// of the hierarchy calls `EndLife` in its destructor.
 template <class Interface>
 class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface {
  public:
@@ -44,14 +49,18 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   ~DestinationSocket() override;
 
   /// While a send thread is running, only to connect to the same target anew; another one needs a `Shutdown` first.
+  /// Does nothing while another thread stops the socket.
   void Open(const std::wstring& host, std::uint32_t port) override;
   bool IsOpen() const override;
   std::int32_t Send(const void* buffer, std::uint32_t length) override;
   std::wstring GetHost() const override;
   std::uint32_t GetPort() const override;
   std::int32_t GetLastResultCode() const override;
+  /// A socket that is running is shut down first.
   void Initialize(const WindowsAgentCommon::ParameterBlock& parameters) override;
   std::int32_t SendEvent(const WindowsAgentCommon::Event& event) override;
+  /// Delivers what is queued while the destination takes it, and otherwise ends within two seconds. `Close` in another
+  /// thread ends it sooner. Where another thread is shutting the socket down already, waits for it.
   int Shutdown() override;
   std::uint32_t GetBytesSent() const override;
   std::uint32_t GetMessagesSent() const override;
@@ -107,7 +116,14 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   virtual bool CanSendBatch() const = 0;
 
   /// Whether a stop should still try to deliver what waits.
-  virtual bool CanDeliver() const = 0;
+  virtual bool CanDeliver() = 0;
+
+  /// Ends the connection at the end of a stop: with what was sent delivered, if that can be, within the stop's
+  /// patience.
+  virtual void FinishConnection() = 0;
+
+  /// Told while a stop waits, about ten times a second: calls `NoteProgress` when the destination has taken something.
+  virtual void LookForProgress() = 0;
 
   /// Sends payloads in order as `SendPayload` does, at least one, together at most `maxBatchBytes` with their framing
   /// unless it is one alone. `isAfterIdle` says that the thread had nothing to do before. Returns how many, from the
@@ -117,10 +133,18 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// Whether the queue and its send thread stand between `Send` and the network.
   bool IsQueued() const { return !m_bBlockingSendStrategy; }
 
-  /// Whether what blocks now has to end: a stop is requested and nothing has moved for a while. Sending thread only.
-  bool MustGiveUp() const;
+  SocketLife::Service GetService() const {
+    return IsQueued() ? SocketLife::Service::SendThread : SocketLife::Service::None;
+  }
 
-  /// Tells that bytes have moved. Sending thread only.
+  /// Ends the socket's life before its class's own part goes.
+  void EndLife();
+
+  /// Whether what waits for the peer has to end: the socket is stopping and nothing has moved for a while, another
+  /// thread claims the connection, or the attempt to connect has a limit that is over. Whose turn it is only.
+  bool MustGiveUp();
+
+  /// Tells that bytes have moved. Whose turn it is only.
   void NoteProgress();
 
   /// Counts payloads that were accepted whole.
@@ -129,28 +153,28 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// Counts queued payloads that were given up.
   void CountDropped(std::size_t messages, std::size_t bytes);
 
-  /// Waits as the sending thread, without deafness to a stop.
+  /// Waits as the sending thread, less when a stop begins.
   void Pause(std::chrono::milliseconds duration);
 
   static constexpr std::size_t maxBatchBytes = 64 * 1024;
 
   std::shared_ptr<ISocketTime> m_pTime;
-  StopSignal m_stop;
+  SocketLife m_life;
+  ConnectionTurn m_turn;
+  /// When the attempt to connect that is under way has to end. Whose turn it is only.
+  std::optional<SteadyTime> m_connectDeadline;
   WindowsAgentCommon::Log m_log;
   std::wstring m_strHost;
   std::uint32_t m_port = 0;
-  RelaxedValue<bool> m_bOpen{false};
   RelaxedValue<std::int32_t> m_lastResultCode{0};
 
  private:
-  using Queue = ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy>;
-
   bool StartThread();
+  std::int32_t Submit(const void* buffer, std::uint32_t length);
   bool Enqueue(const void* buffer, std::uint32_t length);
   void CollectBatch(ACE_Message_Block* first);
   void PutBackBatch(std::size_t sent);
   void DropQueued();
-  int StopThread();
 
   const std::uint32_t m_defaultMaxPayloadSize;
   std::uint32_t m_maxPayloadSize;
@@ -168,17 +192,15 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   RelaxedValue<std::uint32_t> m_bytesDropped{0};
   RelaxedValue<std::uint32_t> m_messagesDropped{0};
 
-  /// The high water mark is lifted while blocks go back to the head of a full queue, and for good by a stop.
-  std::mutex m_waterMarkMutex;
-  std::size_t m_highWaterMark;
-
-  /// The send thread ended for a stop before it came to the hang-up block. Set before it closes the queue.
-  RelaxedValue<bool> m_bGaveUp{false};
+  /// The task's queue.
+  PayloadQueue m_queue;
 
   // The send thread's own: the blocks in its hands, and one that did not fit beside them.
   std::vector<ACE_Message_Block*> m_batch;
   std::vector<Payload> m_batchPayloads;
   ACE_Message_Block* m_pCarried = nullptr;
+
+  /// Of whose turn it is.
   SteadyTime m_lastProgress;
 };
 

@@ -27,7 +27,7 @@ struct RawTransfer {
 /// `Derived` says how to connect, write and read, by these operations (none of them virtual, so that a derived class's
 /// own operations follow the interface's slots):
 ///   static constexpr const char* loggerNameFormat      of the object's address, the host and the port
-///   int OpenStream(addresses)                          returns 0 or the callers' error number
+///   int OpenStream(addresses)                          returns 0 or the callers' error number; 0 never without address
 ///   void CloseStream()
 ///   void ReportConnectFailure(int error), ReportConnected()
 ///   RawTransfer SendAll(buffer, length), ReceiveAll(buffer, length, const ACE_Time_Value* wait)
@@ -39,7 +39,7 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
   void Open(const std::wstring& host, std::uint32_t port) override {
     if (&host != &m_strHost) m_strHost = host;
     m_port = port;
-    m_addresses = Resolve();
+    m_addresses.clear();
     m_log = WindowsAgentCommon::LoggerFactory::GetLogger(
         WindowsAgentCommon::Format(Derived::loggerNameFormat, static_cast<const void*>(&Self()), m_strHost, m_port));
     Connect();
@@ -59,10 +59,9 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
 
   bool Connect() override {
     Close();
-    // A name that was unknown before may be known by now.
-    if (m_addresses.empty()) m_addresses = Resolve();
     const Platform::BrokenPipeGuard noSignal;
-    m_lastResultCode = m_addresses.empty() ? m_resolveError : Self().OpenStream(m_addresses);
+    m_lastResultCode = FindAddresses();
+    if (m_lastResultCode == 0) m_lastResultCode = Self().OpenStream(m_addresses);
     m_bConnected = m_lastResultCode == 0;
     if (m_bConnected) {
       Self().ReportConnected();
@@ -122,15 +121,17 @@ class RawSocketBase : public WindowsAgentCommon::IRawSocket {
 
   Derived& Self() { return static_cast<Derived&>(*this); }
 
-  std::vector<ACE_INET_Addr> Resolve() {
+  /// Asks the resolver unless it has given the addresses already: a name that was unknown before may be known by now.
+  /// Returns 0 or the callers' error number.
+  int FindAddresses() {
+    if (!m_addresses.empty()) return 0;
     Platform::ResolvedHost resolved =
         Platform::ResolveHost(m_strHost, m_port, Platform::AddressFamily::Any, [] { return false; });
-    m_resolveError = resolved.m_error;
-    return std::move(resolved.m_addresses);
+    m_addresses = std::move(resolved.m_addresses);
+    return resolved.m_error;
   }
 
   std::vector<ACE_INET_Addr> m_addresses;
-  int m_resolveError = 0;
   std::wstring m_strHost;
   std::uint32_t m_port = 0;
   bool m_bOpen = false;

@@ -9,7 +9,16 @@
 #include <ace/SSL/SSL_Context.h>
 #include <openssl/ssl.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace VaroCommunicationAPI {
+
+namespace {
+
+constexpr std::size_t readBufferBytes = 128 * 1024;
+
+}  // namespace
 
 SSLTCPRawSocket::SSLTCPRawSocket(const SSLProtocolList& protocols, std::chrono::milliseconds handshakeLimit)
     : m_protocols(protocols),
@@ -28,7 +37,12 @@ std::uint32_t SSLTCPRawSocket::GetBytesReceived() const { return m_bytesReceived
 void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
   context.set_mode(ACE_SSL_Context::SSLv23_client);
   // Without the file nobody is trusted but whom the default locations name: the handshake then tells.
-  context.load_trusted_ca(m_strCertificateFile.c_str(), nullptr, true);
+  // Opening a pipe would wait for its writer.
+  const std::filesystem::path file =
+      WindowsAgentCommon::WideToPath(WindowsAgentCommon::Utf8ToWide(m_strCertificateFile));
+  if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
+    context.load_trusted_ca(m_strCertificateFile.c_str(), nullptr, true);
+  }
   SSL_CTX_set_default_verify_paths(context.context());
   context.set_verify_peer(1, 1, 0);
   m_protocols.applyTo(context);
@@ -38,9 +52,10 @@ void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
 int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   ACE_SSL_Context context;
   Configure(context);
-  auto stream = std::make_shared<TlsStream>(context);
+  auto stream = std::make_shared<TlsStream>(context, readBufferBytes);
   const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
-  m_strFailureReason = stream->FailureReason();
+  // It is logged at Debug only.
+  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;
   SendWithoutDelay(stream->Handle());
   m_pStream = std::move(stream);

@@ -15,12 +15,14 @@
 namespace VaroCommunicationAPI {
 
 /// As `TCPSocket`, over a TLS stream; `Initialize` throws `InitializationException` without a "Certificate", and the
-/// socket then stays unopened. The receiver's certificate is not verified, deliberately; the certificate of the
-/// parameter block is what this side shows.
+/// socket then stays unopened. The receiver's certificate is not verified, deliberately. The certificate of the
+/// parameter block has to be there, but no key comes with it, and without its key no certificate can be shown: a
+/// receiver that asks for one is shown none, and one that insists on it refuses the connection.
 class SSLTCPSocket : public StreamDestinationSocket {
  public:
   explicit SSLTCPSocket(const SSLProtocolList& protocols, std::shared_ptr<ISocketTime> time = ISocketTime::System(),
                         std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
+  ~SSLTCPSocket() override;
 
   /// Throws `OperationNotSupportedException`, always: a destination is only written to.
   std::int32_t Receive(void* buffer, std::uint32_t length, std::uint32_t timeoutMs) override;
@@ -30,9 +32,11 @@ class SSLTCPSocket : public StreamDestinationSocket {
   void AcceptParameters(const std::wstring& host, std::uint32_t port, std::uint32_t maxPayloadSize,
                         const std::string& builderType) override;
   void NameLogger() override;
-  int PrepareStream() override;
+  bool PrepareStream() override;
   int OpenStream(const std::vector<ACE_INET_Addr>& addresses) override;
   void CloseStream() override;
+  void FinishStream() override;
+  std::optional<std::uint64_t> StreamProgress() override;
   Platform::WriteOutcome WriteStream(const char* data, std::size_t length) override;
   int StreamPeerState() override;
   int SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) override;

@@ -1,6 +1,7 @@
 #include "sockets/StreamConnector.h"
 
 #include "platform/SocketErrors.h"
+#include "platform/SocketIo.h"
 
 #include <ace/ACE.h>
 #include <ace/SOCK_Connector.h>
@@ -16,11 +17,33 @@ namespace {
 /// How long a wait lasts before the caller is asked whether to go on.
 const ACE_Time_Value waitSlice(0, 100'000);
 
+/// The callers' number of what has just failed. Not every failure leaves one, and 0 would be taken for success.
+int FailureNumber() {
+  const int error = Platform::LastSocketError();
+  return error != 0 ? error : Platform::ErrorNotConnected;
+}
+
+/// Starts a connection. Returns 0 when it stands at once, 10035 while it is under way, or another error number.
+int StartConnection(ACE_SOCK_Stream& stream, const ACE_INET_Addr& address, const std::function<bool()>& isInterrupted) {
+  ACE_SOCK_Connector connector;
+  const ACE_Time_Value startOnly = ACE_Time_Value::zero;
+  for (;;) {
+    stream.set_handle(Platform::OpenSocket(address.get_type(), SOCK_STREAM));
+    if (stream.get_handle() == ACE_INVALID_HANDLE) return FailureNumber();
+    if (connector.connect(stream, address, &startOnly) == 0) return 0;
+    const int error = FailureNumber();
+    if (error == Platform::ErrorWaitTimeout) return Platform::ErrorWouldBlock;
+    // After a signal the connector has closed the socket.
+    if (error != Platform::ErrorInterrupted || isInterrupted()) return error;
+  }
+}
+
 /// Waits for a connection under way. Returns 0 or the callers' error number.
 int CompleteConnection(ACE_HANDLE handle, const std::function<bool()>& isInterrupted) {
   for (;;) {
     if (ACE::handle_timed_complete(handle, &waitSlice) != ACE_INVALID_HANDLE) return 0;
-    if (const int error = Platform::LastSocketError(); error != Platform::ErrorWaitTimeout) return error;
+    const int error = FailureNumber();
+    if (error != Platform::ErrorWaitTimeout && error != Platform::ErrorInterrupted) return error;
     if (isInterrupted()) return Platform::ErrorInterrupted;
   }
 }
@@ -29,18 +52,11 @@ int CompleteConnection(ACE_HANDLE handle, const std::function<bool()>& isInterru
 
 int ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& addresses,
                   const std::function<bool()>& isInterrupted) {
-  ACE_SOCK_Connector connector;
-  const ACE_Time_Value startOnly = ACE_Time_Value::zero;
   int error = Platform::ErrorHostNotFound;
   for (const ACE_INET_Addr& address : addresses) {
-    error = 0;
-    if (connector.connect(stream, address, &startOnly) == -1) {
-      error = Platform::LastSocketError();
-      if (error == Platform::ErrorWouldBlock || error == Platform::ErrorWaitTimeout) {
-        error = CompleteConnection(stream.get_handle(), isInterrupted);
-      }
-    }
-    if (error == 0 && stream.enable(ACE_NONBLOCK) == -1) error = Platform::LastSocketError();
+    error = StartConnection(stream, address, isInterrupted);
+    if (error == Platform::ErrorWouldBlock) error = CompleteConnection(stream.get_handle(), isInterrupted);
+    if (error == 0 && stream.enable(ACE_NONBLOCK) == -1) error = FailureNumber();
     if (error == 0) break;
     stream.close();
     if (error == Platform::ErrorInterrupted) break;
@@ -77,6 +93,25 @@ int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<b
     if (error != Platform::ErrorWaitTimeout && error != Platform::ErrorInterrupted) return 0;
     if (isInterrupted()) return Platform::ErrorInterrupted;
     if (deadline && std::chrono::steady_clock::now() >= *deadline) return Platform::ErrorWaitTimeout;
+  }
+}
+
+int WaitForRoom(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isInterrupted) {
+  int state = 0;
+  const int error = WaitUntilReady(handle, Readiness::Writable, [&] {
+    state = peerState();
+    return state != 0 || isInterrupted();
+  });
+  return state != 0 ? state : error;
+}
+
+void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState,
+                   const std::function<bool()>& isInterrupted) {
+  // The system tells nobody when the last byte is acknowledged: it has to be asked.
+  constexpr std::chrono::milliseconds askEvery{5};
+  while (!isInterrupted() && peerState() == 0 && !Platform::HasDeliveredAll(handle)) {
+    WaitUntilReady(
+        handle, Readiness::Readable, [] { return false; }, std::chrono::steady_clock::now() + askEvery);
   }
 }
 

@@ -33,4 +33,15 @@ enum class Readiness { Readable, Writable };
 int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,
                    std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 
+/// Waits until `handle` takes bytes. Meanwhile asks `peerState` (as `Platform::PeerState`), which discards what the
+/// peer says: a peer that waits for that reads nothing. Returns 0, the peer's state when it has ended the connection,
+/// or 10004 when `isInterrupted` says so.
+int WaitForRoom(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isInterrupted);
+
+/// Waits, with the write side closed, until the peer has closed as well or, where the system tells, has everything; or
+/// until `isInterrupted` says so. `peerState` is as above: a connection that is closed with unread data is reset, and
+/// the peer then loses what it has not read.
+void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState,
+                   const std::function<bool()>& isInterrupted);
+
 }  // namespace VaroCommunicationAPI

@@ -18,8 +18,12 @@ constexpr auto reconnectInterval = 15s;
 constexpr auto disconnectedPause = 1000ms;
 constexpr auto timeoutPause = 100ms;
 
-/// A connection on which nothing was written for longer is looked at before it is written to.
+/// A connection on which nothing was written for longer, or that was looked at longer ago, is looked at before it is
+/// written to.
 constexpr auto trustedSilence = 1s;
+
+/// How long another thread may try to connect while there is a send thread, which tries as long as it takes.
+constexpr auto claimedConnectLimit = 1s;
 
 constexpr std::int64_t microsecondsPerSecond = 1'000'000;
 
@@ -46,11 +50,31 @@ void StreamDestinationSocket::ReadParameters(const WindowsAgentCommon::Environme
 }
 
 void StreamDestinationSocket::Close() {
-  const std::lock_guard lock(m_streamMutex);
+  m_life.Abandon();
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
+  CloseInTurn();
+}
+
+void StreamDestinationSocket::CloseInTurn() {
   if (!m_bConnected) return;
   const Platform::BrokenPipeGuard noSignal;
   CloseStream();
   m_bConnected = false;
+}
+
+void StreamDestinationSocket::FinishConnection() {
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
+  const Platform::BrokenPipeGuard noSignal;
+  if (m_bConnected && !MustGiveUp()) FinishStream();
+  CloseInTurn();
+}
+
+void StreamDestinationSocket::LookForProgress() {
+  if (!m_bConnected) return;
+  if (const auto progress = StreamProgress(); progress != m_progress) {
+    m_progress = progress;
+    NoteProgress();
+  }
 }
 
 bool StreamDestinationSocket::IsConnected() const { return m_bConnected; }
@@ -60,12 +84,22 @@ Platform::ResolvedHost StreamDestinationSocket::ResolveTarget() {
 }
 
 bool StreamDestinationSocket::Connect() {
-  const std::lock_guard lock(m_streamMutex);
-  Close();
+  const SocketLife::Operation operation(m_life);
+  if (!operation) return false;
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
+  if (m_life.IsServing()) m_connectDeadline = m_pTime->Now() + claimedConnectLimit;
+  const bool isConnected = ConnectInTurn();
+  m_connectDeadline.reset();
+  return isConnected;
+}
+
+bool StreamDestinationSocket::ConnectInTurn() {
+  CloseInTurn();
+  m_bLastAttemptMade = m_life.IsStopping();
   const ACE_Time_Value attemptTime = m_pTime->WallClock();
   m_lastConnectAttemptTime = attemptTime;
   const Platform::BrokenPipeGuard noSignal;
-  if (const int error = PrepareStream(); error != 0) return FailConnect(error, attemptTime);
+  if (!PrepareStream()) return false;
   // Resolved anew each time: the target may have moved, and the network may not have been there before.
   const Platform::ResolvedHost target = ResolveTarget();
   const int error = target.m_error != 0 ? target.m_error : OpenStream(target.m_addresses);
@@ -80,10 +114,10 @@ bool StreamDestinationSocket::Connect() {
   }
   m_bConnected = true;
   m_lastResultCode = 0;
-  m_nextReconnect = 0;
+  m_nextReconnect = {};
   m_nextReconnectTime = ACE_Time_Value::zero;
   m_connectedSinceTime = attemptTime;
-  m_lastWrite = m_pTime->Now();
+  m_lastWrite = m_lastLook = m_pTime->Now();
   return true;
 }
 
@@ -93,7 +127,7 @@ bool StreamDestinationSocket::FailConnect(int error, const ACE_Time_Value& attem
   return false;
 }
 
-int StreamDestinationSocket::PrepareStream() { return 0; }
+bool StreamDestinationSocket::PrepareStream() { return true; }
 
 std::string StreamDestinationSocket::ErrorText(int error) const { return Platform::SocketErrorText(error); }
 
@@ -112,7 +146,7 @@ std::size_t StreamDestinationSocket::SendPayloads(std::span<const Payload> paylo
 }
 
 StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(std::span<const Payload> payloads, bool isAfterIdle) {
-  const std::lock_guard lock(m_streamMutex);
+  const ConnectionTurn::Holder turn(m_turn);
   const SteadyTime now = m_pTime->Now();
   CloseIfPeerHasClosed(now, isAfterIdle);
   if (!m_bConnected && !Reconnect(now)) return {.m_bConnected = false, .m_pause = disconnectedPause};
@@ -130,8 +164,11 @@ StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(std::span<cons
 }
 
 void StreamDestinationSocket::CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle) {
-  // A payload written into a closed connection would be lost without an error.
-  if (!m_bConnected || (!isAfterIdle && now - m_lastWrite <= trustedSilence)) return;
+  // A payload written into a closed connection would be lost without an error. And what a receiver says has to be taken
+  // from it now and then, or it waits for that and reads no more.
+  if (!m_bConnected) return;
+  if (!isAfterIdle && now - m_lastWrite <= trustedSilence && now - m_lastLook <= trustedSilence) return;
+  m_lastLook = now;
   if (const int error = StreamPeerState(); error != 0) {
     m_lastResultCode = error;
     ReportLostConnection(error, now);
@@ -139,9 +176,10 @@ void StreamDestinationSocket::CloseIfPeerHasClosed(SteadyTime now, bool isAfterI
 }
 
 bool StreamDestinationSocket::Reconnect(SteadyTime now) {
-  if (now.time_since_epoch().count() < m_nextReconnect) return false;
+  // A stop makes one last attempt, also when none is due.
+  if (m_life.IsStopping() ? m_bLastAttemptMade : now < m_nextReconnect) return false;
   m_log.Debug("Socket isn't connected; calling reconnect...");
-  if (Connect()) {
+  if (ConnectInTurn()) {
     m_log.Info("Reconnect succeeded.");
     return true;
   }
@@ -164,7 +202,9 @@ StreamDestinationSocket::Outcome StreamDestinationSocket::CountAccepted(std::spa
   Outcome outcome;
   std::size_t end = 0;
   for (const Payload& payload : payloads) {
-    if (end + payload.size() > acceptedBytes) break;
+    // An empty payload has only its line feed.
+    const std::size_t needed = payload.empty() ? FramingBytes() : payload.size();
+    if (end + needed > acceptedBytes) break;
     end += payload.size() + FramingBytes();
     ++outcome.m_payloads;
   }
@@ -189,7 +229,7 @@ std::chrono::milliseconds StreamDestinationSocket::HandleWriteError(int error, b
   }
   // Whatever followed a part of a payload on this connection would be torn: the payload starts anew on another.
   if (isTorn) {
-    Close();
+    CloseInTurn();
     SetNextReconnect(now);
   }
   return pause;
@@ -197,12 +237,12 @@ std::chrono::milliseconds StreamDestinationSocket::HandleWriteError(int error, b
 
 void StreamDestinationSocket::ReportLostConnection(int error, SteadyTime now) {
   m_log.Warn("Socket connection problem (error = '%s'). Trying to reconnect...", ErrorText(error));
-  Close();
+  CloseInTurn();
   SetNextReconnect(now);
 }
 
 void StreamDestinationSocket::SetNextReconnect(SteadyTime when) {
-  m_nextReconnect = when.time_since_epoch().count();
+  m_nextReconnect = when;
   const auto delay = std::chrono::duration_cast<std::chrono::microseconds>(when - m_pTime->Now());
   m_nextReconnectTime = m_pTime->WallClock() + ACE_Time_Value(0, static_cast<suseconds_t>(delay.count()));
 }
@@ -226,8 +266,9 @@ void StreamDestinationSocket::ReportTruncation(std::uint32_t, std::uint32_t) {}
 
 bool StreamDestinationSocket::CanSendBatch() const { return m_bConnected; }
 
-bool StreamDestinationSocket::CanDeliver() const {
-  return !MustGiveUp() && (m_bConnected || m_pTime->Now().time_since_epoch().count() >= m_nextReconnect);
+bool StreamDestinationSocket::CanDeliver() {
+  const ConnectionTurn::Holder turn(m_turn);
+  return !MustGiveUp() && (m_bConnected || !m_bLastAttemptMade);
 }
 
 ACE_Time_Value StreamDestinationSocket::GetLastConnectAttemptTime() const { return m_lastConnectAttemptTime; }

@@ -10,7 +10,7 @@
 #include <ace/INET_Addr.h>
 
 #include <cstdint>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,14 +26,16 @@ class SharedTimeValue {
   RelaxedValue<std::int64_t> m_microseconds{0};
 };
 
-/// Derived classes open, write and close the stream. The operations on it are serialised, so that `Close` or a second
-/// `Open` in another thread does not cross the send thread.
+/// Derived classes open, write and close the stream. The operations on it are serialised; `Close`, `Connect` and `Open`
+/// in one thread end what another one waits for.
 class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITCPSocket> {
  public:
   explicit StreamDestinationSocket(std::shared_ptr<ISocketTime> time);
 
+  /// Ends a stop that another thread waits for as well: what is not delivered is given up.
   void Close() override;
   bool IsConnected() const override;
+  /// While a send thread is running, for at most a second. Returns false while another thread stops the socket.
   bool Connect() override;
   std::int32_t SendPayload(const void* buffer, std::uint32_t length) override;
   ACE_Time_Value GetLastConnectAttemptTime() const override;
@@ -42,9 +44,9 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   ACE_Time_Value GetNextReconnectTime() const override;
 
  protected:
-  /// Gets ready to connect. Returns 0, or the callers' error number of what stands against any attempt, which is then
-  /// reported already.
-  virtual int PrepareStream();
+  /// Gets ready to connect. Returns false, with the reason reported, when no attempt can be made; nothing else is then
+  /// noted of it.
+  virtual bool PrepareStream();
 
   /// Connects the stream to the first address that accepts. Returns 0 or the callers' error number, and then leaves no
   /// stream behind. Gives up when `MustGiveUp` says so.
@@ -52,6 +54,12 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
 
   /// Ends and releases the stream.
   virtual void CloseStream() = 0;
+
+  /// Ends what this side sends and waits until the peer has it all, discarding what it says, or until `MustGiveUp`.
+  virtual void FinishStream() = 0;
+
+  /// A number that changes when the peer has taken something, where the system tells.
+  virtual std::optional<std::uint64_t> StreamProgress() = 0;
 
   /// Writes all `length` bytes, waiting for room without a limit until `MustGiveUp` says so.
   virtual Platform::WriteOutcome WriteStream(const char* data, std::size_t length) = 0;
@@ -84,7 +92,9 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
   void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
   bool CanSendBatch() const override;
-  bool CanDeliver() const override;
+  bool CanDeliver() override;
+  void FinishConnection() override;
+  void LookForProgress() override;
   std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) override;
 
  private:
@@ -97,6 +107,8 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
     std::chrono::milliseconds m_pause{0};  ///< what to wait before the next attempt
   };
 
+  bool ConnectInTurn();
+  void CloseInTurn();
   Outcome TrySend(std::span<const Payload> payloads, bool isAfterIdle);
   void CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle);
   bool Reconnect(SteadyTime now);
@@ -107,8 +119,6 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   void ReportLostConnection(int error, SteadyTime now);
   void SetNextReconnect(SteadyTime when);
 
-  /// Recursive: reconnecting connects and closes.
-  std::recursive_mutex m_streamMutex;
   RelaxedValue<bool> m_bConnected{false};
   bool m_bAppendLineFeed = true;
   bool m_bKeepAliveEnabled = false;
@@ -116,8 +126,12 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   std::uint32_t m_keepAliveIntervalMs = 0;
   std::vector<char> m_sendBuffer;
 
+  // Of whose turn it is.
   SteadyTime m_lastWrite;
-  RelaxedValue<SteadyTime::rep> m_nextReconnect{0};
+  SteadyTime m_lastLook;
+  std::optional<std::uint64_t> m_progress;
+  bool m_bLastAttemptMade = false;
+  SteadyTime m_nextReconnect;
   SharedTimeValue m_lastConnectAttemptTime;
   SharedTimeValue m_connectedSinceTime;
   SharedTimeValue m_lastConnectFailureTime;

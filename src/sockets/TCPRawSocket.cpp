@@ -2,6 +2,9 @@
 
 #include "sockets/StreamConnector.h"
 
+#include <algorithm>
+#include <chrono>
+
 namespace VaroCommunicationAPI {
 
 std::uint32_t TCPRawSocket::GetBytesSent() const { return m_bytesSent; }
@@ -32,14 +35,37 @@ void TCPRawSocket::ReportConnectFailure(int error) {
 }
 
 RawTransfer TCPRawSocket::SendAll(const void* buffer, std::size_t length) {
-  const ssize_t count = m_pStream->send_n(buffer, length);
-  return {count, Platform::LastSocketError()};
+  const auto* position = static_cast<const char*>(buffer);
+  const char* const end = position + length;
+  for (;;) {
+    std::size_t part = 0;
+    const ssize_t count = m_pStream->send_n(position, static_cast<std::size_t>(end - position), nullptr, &part);
+    const int error = Platform::LastSocketError();
+    position += part;
+    if (position == end) return {static_cast<ssize_t>(length), 0};
+    if (error != Platform::ErrorInterrupted) return {count, error};
+  }
 }
 
 RawTransfer TCPRawSocket::ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait) {
-  const ssize_t count = m_pStream->recv_n(buffer, length, wait);
-  // An orderly end of the stream sets no error number.
-  return {count, count == 0 ? Platform::ErrorPeerClosed : Platform::LastSocketError()};
+  auto* position = static_cast<char*>(buffer);
+  const char* const end = position + length;
+  ACE_Time_Value left = wait ? *wait : ACE_Time_Value::zero;
+  for (;;) {
+    const auto start = std::chrono::steady_clock::now();
+    std::size_t part = 0;
+    const ssize_t count =
+        m_pStream->recv_n(position, static_cast<std::size_t>(end - position), wait ? &left : nullptr, &part);
+    // An orderly end of the stream sets no error number.
+    const int error = count == 0 ? Platform::ErrorPeerClosed : Platform::LastSocketError();
+    position += part;
+    if (position == end) return {static_cast<ssize_t>(length), 0};
+    if (error != Platform::ErrorInterrupted) return {count, error};
+    // A signal. The wait goes on for the rest of its time, or anew when there were bytes.
+    if (!wait) continue;
+    left = part > 0 ? *wait : left - ACE_Time_Value(std::chrono::steady_clock::now() - start);
+    left = std::max(left, ACE_Time_Value::zero);
+  }
 }
 
 void TCPRawSocket::ReportReceiveFailure(int error, std::uint32_t) { m_log.Error("Error receiving data: %d", error); }

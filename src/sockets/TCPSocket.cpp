@@ -10,6 +10,8 @@ namespace VaroCommunicationAPI {
 
 TCPSocket::TCPSocket(std::shared_ptr<ISocketTime> time) : StreamDestinationSocket(std::move(time)) {}
 
+TCPSocket::~TCPSocket() { EndLife(); }
+
 std::int32_t TCPSocket::Receive(void*, std::uint32_t, std::uint32_t) {
   throw WindowsAgentCommon::OperationNotSupportedException("TCPSocket", "VaroCommunicationAPI::TCPSocket::Receive",
                                                            __LINE__);
@@ -23,8 +25,10 @@ void TCPSocket::NameLogger() {
 int TCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   auto stream = OwnStream();
   const int error = ConnectStream(*stream, addresses, [this] { return MustGiveUp(); });
-  if (error == 0) m_pStream = std::move(stream);
-  return error;
+  if (error != 0) return error;
+  Platform::KeepBacklogSmall(stream->get_handle());
+  m_pStream = std::move(stream);
+  return 0;
 }
 
 void TCPSocket::CloseStream() {
@@ -32,6 +36,14 @@ void TCPSocket::CloseStream() {
   m_pStream->close();
   m_pStream.reset();
 }
+
+void TCPSocket::FinishStream() {
+  m_pStream->close_writer();
+  AwaitDelivery(
+      m_pStream->get_handle(), [this] { return StreamPeerState(); }, [this] { return MustGiveUp(); });
+}
+
+std::optional<std::uint64_t> TCPSocket::StreamProgress() { return Platform::PeerProgress(m_pStream->get_handle()); }
 
 Platform::WriteOutcome TCPSocket::WriteStream(const char* data, std::size_t length) {
   Platform::WriteOutcome total;
@@ -45,7 +57,8 @@ Platform::WriteOutcome TCPSocket::WriteStream(const char* data, std::size_t leng
       total.m_error = part.m_error;
       break;
     } else {
-      total.m_error = WaitUntilReady(m_pStream->get_handle(), Readiness::Writable, [this] { return MustGiveUp(); });
+      total.m_error = WaitForRoom(
+          m_pStream->get_handle(), [this] { return StreamPeerState(); }, [this] { return MustGiveUp(); });
       if (total.m_error != 0) break;
     }
   }

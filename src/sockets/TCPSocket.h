@@ -12,6 +12,7 @@ namespace VaroCommunicationAPI {
 class TCPSocket : public StreamDestinationSocket {
  public:
   explicit TCPSocket(std::shared_ptr<ISocketTime> time = ISocketTime::System());
+  ~TCPSocket() override;
 
   /// Throws `OperationNotSupportedException`, always: a destination is only written to.
   std::int32_t Receive(void* buffer, std::uint32_t length, std::uint32_t timeoutMs) override;
@@ -20,6 +21,8 @@ class TCPSocket : public StreamDestinationSocket {
   void NameLogger() override;
   int OpenStream(const std::vector<ACE_INET_Addr>& addresses) override;
   void CloseStream() override;
+  void FinishStream() override;
+  std::optional<std::uint64_t> StreamProgress() override;
   Platform::WriteOutcome WriteStream(const char* data, std::size_t length) override;
   int StreamPeerState() override;
   int SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) override;

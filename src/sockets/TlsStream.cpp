@@ -9,12 +9,11 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
+
 namespace VaroCommunicationAPI {
 
 namespace {
-
-/// Several records are read from the system at once.
-constexpr std::size_t readBufferBytes = 128 * 1024;
 
 /// What earlier calls of this thread left behind would be taken for the outcome of the next one.
 void ForgetErrors() {
@@ -24,10 +23,9 @@ void ForgetErrors() {
 
 }  // namespace
 
-TlsStream::TlsStream(ACE_SSL_Context& context) : m_stream(&context) {
+TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_stream(&context) {
+  if (readBufferBytes == 0) return;
   SSL* const ssl = m_stream.ssl();
-  // A write returns after each record, so that what was accepted is known; full records come from long writes.
-  SSL_set_mode(ssl, SSL_MODE_ENABLE_PARTIAL_WRITE);
   SSL_set_read_ahead(ssl, 1);
   SSL_set_default_read_buffer_len(ssl, readBufferBytes);
 }
@@ -61,8 +59,10 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
   std::uint64_t moved = BIO_number_written(network);
   while (outcome.m_bytes < length) {
     ForgetErrors();
+    // A record a call: of several, the library does not tell how many the system has accepted before an error.
+    const std::size_t part = std::min<std::size_t>(length - outcome.m_bytes, SSL3_RT_MAX_PLAIN_LENGTH);
     std::size_t written = 0;
-    const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, length - outcome.m_bytes, &written);
+    const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, part, &written);
     outcome.m_bytes += written;
     if (const std::uint64_t total = BIO_number_written(network); total != moved) {
       moved = total;
@@ -111,6 +111,17 @@ int TlsStream::PeerState() {
   return 0;
 }
 
+void TlsStream::Finish(const IsInterrupted& isInterrupted) {
+  for (;;) {
+    ForgetErrors();
+    const int result = SSL_shutdown(m_stream.ssl());
+    if (result >= 0 || WaitToRetry(result, isInterrupted, std::nullopt) != 0) break;
+  }
+  m_stream.peer().close_writer();
+  AwaitDelivery(
+      Handle(), [this] { return PeerState(); }, isInterrupted);
+}
+
 void TlsStream::Close() {
   if (Handle() == ACE_INVALID_HANDLE) return;
   const Platform::BrokenPipeGuard noSignal;
@@ -134,7 +145,7 @@ int TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadl
 
 /// What an operation of the library ended with that returned `result`.
 int TlsStream::Diagnose(int result) {
-  m_strFailureReason.clear();
+  m_failure.clear();
   // First of all: the system keeps its number only until the next call.
   ACE_OS::set_errno_to_last_error();
   const int systemError = Platform::LastSocketError();
@@ -147,20 +158,27 @@ int TlsStream::Diagnose(int result) {
   }
 }
 
-/// Empties the library's list of errors into `m_strFailureReason`. Returns the first, which is the cause.
+/// Empties the library's list of errors into `m_failure`. Returns the first, which is the cause.
 int TlsStream::ReadLibraryErrors() {
   const unsigned long cause = ERR_peek_error();
-  while (const unsigned long code = ERR_get_error()) {
-    if (!m_strFailureReason.empty()) m_strFailureReason += "; ";
-    m_strFailureReason += TlsErrorText(static_cast<int>(code));
-  }
-  if (const long verification = SSL_get_verify_result(m_stream.ssl());
-      ERR_GET_REASON(cause) == SSL_R_CERTIFICATE_VERIFY_FAILED && verification != X509_V_OK) {
-    m_strFailureReason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
-  }
+  while (const unsigned long code = ERR_get_error()) m_failure.push_back(code);
   // The end of the stream without the library's farewell.
   if (ERR_GET_REASON(cause) == SSL_R_UNEXPECTED_EOF_WHILE_READING) return Platform::ErrorPeerClosed;
   return static_cast<int>(cause);
+}
+
+std::string TlsStream::FailureReason() const {
+  std::string reason;
+  for (const unsigned long code : m_failure) {
+    if (!reason.empty()) reason += "; ";
+    reason += TlsErrorText(static_cast<int>(code));
+  }
+  if (const long verification = SSL_get_verify_result(m_stream.ssl());
+      !m_failure.empty() && ERR_GET_REASON(m_failure.front()) == SSL_R_CERTIFICATE_VERIFY_FAILED &&
+      verification != X509_V_OK) {
+    reason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
+  }
+  return reason;
 }
 
 std::string TlsErrorText(int error) {

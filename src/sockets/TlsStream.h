@@ -28,8 +28,10 @@ class TlsStream {
   /// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.
   using IsInterrupted = std::function<bool()>;
 
-  /// The connection follows the settings of `context` as they are now and does not need it afterwards.
-  explicit TlsStream(ACE_SSL_Context& context);
+  /// The connection follows the settings of `context` as they are now and does not need it afterwards. Who reads much
+  /// gives `readBufferBytes`, so that several records are read from the system at once; the buffer is kept from the
+  /// first read on.
+  explicit TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes = 0);
   ~TlsStream();
   TlsStream(const TlsStream&) = delete;
   TlsStream& operator=(const TlsStream&) = delete;
@@ -52,6 +54,9 @@ class TlsStream {
   /// connection stands, 10101 after an orderly close, or the error it died of.
   int PeerState();
 
+  /// Tells the peer that nothing follows and waits until it has everything, or has closed; discards what it says.
+  void Finish(const IsInterrupted& isInterrupted);
+
   /// Tells the peer, without waiting for it, and closes. Idempotent.
   void Close();
 
@@ -60,7 +65,7 @@ class TlsStream {
   const char* CipherText() const;
 
   /// What the TLS library gave as the reason of the last failure; empty when the failure was not its.
-  const std::string& FailureReason() const { return m_strFailureReason; }
+  std::string FailureReason() const;
 
  private:
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;
@@ -71,7 +76,7 @@ class TlsStream {
   int ReadLibraryErrors();
 
   ACE_SSL_SOCK_Stream m_stream;
-  std::string m_strFailureReason;
+  std::vector<unsigned long> m_failure;  ///< the errors of the last failed operation, the cause first
 };
 
 /// The text of an error that `TlsStream` gave.

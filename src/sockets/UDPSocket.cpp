@@ -7,6 +7,8 @@
 #include <host/Exceptions.h>
 #include <host/LoggerFactory.h>
 
+#include <ace/OS_NS_sys_socket.h>
+
 #include <algorithm>
 
 namespace VaroCommunicationAPI {
@@ -37,27 +39,40 @@ std::int32_t UDPSocket::Receive(void*, std::uint32_t, std::uint32_t) {
                                                            __LINE__);
 }
 
+UDPSocket::~UDPSocket() { EndLife(); }
+
 void UDPSocket::Close() {
+  m_life.Abandon();
+  FinishConnection();
+}
+
+void UDPSocket::FinishConnection() {
   m_bWanted = false;
-  const std::lock_guard lock(m_socketMutex);
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
   CloseSocket();
 }
 
 void UDPSocket::CloseSocket() {
-  m_bOpen = false;
+  m_life.SetOpen(false);
   m_pSocket.reset();
 }
 
-bool UDPSocket::IsConnected() const { return m_bOpen; }
+bool UDPSocket::IsConnected() const { return m_life.IsOpen(); }
 
 Platform::ResolvedHost UDPSocket::ResolveTarget(Platform::AddressFamily family) {
   return Platform::ResolveHost(m_strHost, m_port, family, [this] { return MustGiveUp(); });
 }
 
 bool UDPSocket::Connect() {
-  const std::lock_guard lock(m_socketMutex);
-  CloseSocket();
+  const SocketLife::Operation operation(m_life);
+  if (!operation) return false;
+  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
   m_bWanted = true;
+  return ConnectInTurn();
+}
+
+bool UDPSocket::ConnectInTurn() {
+  CloseSocket();
   const int error = OpenSocket();
   m_lastResultCode = error;
   if (error != 0) {
@@ -69,8 +84,8 @@ bool UDPSocket::Connect() {
   }
   m_consecutiveSendFailures = 0;
   m_refusals = 0;
-  // What was being stopped meanwhile takes no more payloads; what it has it can still send.
-  m_bOpen = !m_stop.IsRequested();
+  // What is being stopped takes no more payloads; what it has it can still send.
+  m_life.SetOpen(true);
   return true;
 }
 
@@ -84,13 +99,16 @@ int UDPSocket::OpenSocket() {
         target.m_error == Platform::ErrorHostNotFound && ResolveTarget(Platform::AddressFamily::Any).m_error == 0;
     return isOtherFamily ? Platform::ErrorAddressFamilyNotSupported : target.m_error;
   }
-  int error = 0;
+  int error = Platform::ErrorHostNotFound;
   for (const ACE_INET_Addr& address : target.m_addresses) {
     std::shared_ptr<ACE_SOCK_CODgram> socket(new ACE_SOCK_CODgram, [](ACE_SOCK_CODgram* last) {
       last->close();
       delete last;
     });
-    if (socket->open(address, ACE_Addr::sap_any, AF_INET, 0, 0) == 0 && socket->enable(ACE_NONBLOCK) == 0) {
+    socket->set_handle(Platform::OpenSocket(AF_INET, SOCK_DGRAM));
+    if (socket->get_handle() != ACE_INVALID_HANDLE &&
+        ACE_OS::connect(socket->get_handle(), static_cast<sockaddr*>(address.get_addr()), address.get_size()) == 0 &&
+        socket->enable(ACE_NONBLOCK) == 0) {
       m_pSocket = std::move(socket);
       return 0;
     }
@@ -102,10 +120,14 @@ int UDPSocket::OpenSocket() {
 }
 
 Platform::DatagramOutcome UDPSocket::SendDatagrams(std::span<const Payload> payloads) {
+  return Platform::SendDatagrams(m_pSocket->get_handle(), payloads);
+}
+
+/// Sends, and waits whenever the system has no room.
+Platform::DatagramOutcome UDPSocket::SendAllDatagrams(std::span<const Payload> payloads) {
   Platform::DatagramOutcome outcome;
   for (;;) {
-    const Platform::DatagramOutcome part =
-        Platform::SendDatagrams(m_pSocket->get_handle(), payloads.subspan(outcome.m_datagrams));
+    const Platform::DatagramOutcome part = SendDatagrams(payloads.subspan(outcome.m_datagrams));
     outcome.m_datagrams += part.m_datagrams;
     outcome.m_error = part.m_error;
     if (part.m_datagrams > 0) NoteProgress();
@@ -117,12 +139,12 @@ Platform::DatagramOutcome UDPSocket::SendDatagrams(std::span<const Payload> payl
 
 /// Sends and counts; a failure has been dealt with when it returns, but for the pause.
 Platform::DatagramOutcome UDPSocket::TrySend(std::span<const Payload> payloads) {
-  const std::lock_guard lock(m_socketMutex);
+  const ConnectionTurn::Holder turn(m_turn);
   Platform::DatagramOutcome outcome{0, Platform::ErrorNotConnected};
   if (m_pSocket) {
     // A payload without a byte is none that could be seen to be sent.
     const auto empty = std::ranges::find_if(payloads, [](const Payload& payload) { return payload.empty(); });
-    outcome = SendDatagrams(payloads.first(static_cast<std::size_t>(empty - payloads.begin())));
+    outcome = SendAllDatagrams(payloads.first(static_cast<std::size_t>(empty - payloads.begin())));
     if (outcome.m_error == 0 && empty != payloads.end()) outcome.m_error = Platform::ErrorInvalidArgument;
   }
   std::size_t bytes = 0;
@@ -170,7 +192,7 @@ void UDPSocket::CountFailure(int error) {
 
 void UDPSocket::Reconnect() {
   m_log.Info("Attempting reconnect for UDP connection %s:%d...", m_strHost, m_port);
-  if (Connect()) {
+  if (ConnectInTurn()) {
     m_log.Info("Reconnect for UDP connection %s:%d succeeded.", m_strHost, m_port);
   } else {
     m_log.Error("Reconnect for UDP connection %s:%d failed (errno = %d). Will try again later.", m_strHost, m_port,
@@ -186,14 +208,14 @@ void UDPSocket::ReportRefusal() {
     m_bReconnectDue = true;
     return;
   }
-  const std::lock_guard lock(m_socketMutex);
-  if (m_bWanted && !m_bOpen) Reconnect();
+  const ConnectionTurn::Holder turn(m_turn);
+  if (m_bWanted && !m_life.IsOpen()) Reconnect();
 }
 
 void UDPSocket::ReportIdle() {
   if (!m_bReconnectDue.exchange(false)) return;
-  const std::lock_guard lock(m_socketMutex);
-  if (m_bWanted && !m_bOpen && !m_stop.IsRequested()) Reconnect();
+  const ConnectionTurn::Holder turn(m_turn);
+  if (m_bWanted && !m_life.IsOpen() && !m_life.IsStopping()) Reconnect();
 }
 
 std::uint32_t UDPSocket::GetConsecutiveSendFailures() const { return m_consecutiveSendFailures; }
@@ -212,8 +234,10 @@ void UDPSocket::ReportTruncation(std::uint32_t length, std::uint32_t limited) {
 
 bool UDPSocket::CanSendBatch() const { return true; }
 
-bool UDPSocket::CanDeliver() const {
-  const std::lock_guard lock(m_socketMutex);
+void UDPSocket::LookForProgress() {}
+
+bool UDPSocket::CanDeliver() {
+  const ConnectionTurn::Holder turn(m_turn);
   return !MustGiveUp() && m_pSocket;
 }
 

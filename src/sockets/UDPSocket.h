@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 
@@ -23,6 +22,7 @@ namespace VaroCommunicationAPI {
 class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
  public:
   explicit UDPSocket(std::shared_ptr<ISocketTime> time = ISocketTime::System());
+  ~UDPSocket() override;
 
   void Close() override;
   bool IsConnected() const override;
@@ -38,7 +38,7 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   /// Resolves the target's name. The system's resolver, but for tests.
   virtual Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family);
 
-  /// Sends on the open socket. The system's, but for tests.
+  /// Sends what the system takes at once on the open socket. The system's, but for tests.
   virtual Platform::DatagramOutcome SendDatagrams(std::span<const Payload> payloads);
 
   void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
@@ -52,18 +52,20 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
   void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
   bool CanSendBatch() const override;
-  bool CanDeliver() const override;
+  bool CanDeliver() override;
+  void FinishConnection() override;
+  void LookForProgress() override;
   std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) override;
 
  private:
+  bool ConnectInTurn();
+  Platform::DatagramOutcome SendAllDatagrams(std::span<const Payload> payloads);
   Platform::DatagramOutcome TrySend(std::span<const Payload> payloads);
   int OpenSocket();
   void CloseSocket();
   void CountFailure(int error);
   void Reconnect();
 
-  /// Recursive: a failure connects anew.
-  mutable std::recursive_mutex m_socketMutex;
   /// The socket closes with its last owner.
   std::shared_ptr<ACE_SOCK_CODgram> m_pSocket;
   std::string m_strDestination;

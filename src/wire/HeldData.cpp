@@ -13,9 +13,12 @@ void HeldData::Release() {
 
 bool HeldData::Take(WireBinary& binary, WireProtocol protocol) {
   if (binary.size_in_bytes == 0) return false;
-  m_strMD5 = protocol == WireProtocol::Version1
-                 ? WindowsAgentCommon::MD5Sum(binary.data->rd_ptr(), binary.data->length())
-                 : GetText(binary.digest);
+  switch (protocol) {
+    case WireProtocol::Version1:
+      m_strMD5 = WindowsAgentCommon::MD5Sum(binary.data->rd_ptr(), binary.data->length());
+      break;
+    case WireProtocol::Version2: m_strMD5 = GetText(binary.digest); break;
+  }
   m_pBlock = GetMessageBlock(binary, true);
   return true;
 }

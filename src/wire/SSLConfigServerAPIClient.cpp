@@ -17,7 +17,7 @@ SSLConfigServerAPIClient::SSLConfigServerAPIClient(WireProtocol protocol, const 
           WindowsAgentCommon::Format(loggerNameFormat, applicationIdentifier))) {}
 
 void SSLConfigServerAPIClient::SetIdentity(IdentityRecord& request, const std::string& applicationIdentifier,
-                                           const std::string& applicationToken) const {
+                                           std::string_view applicationToken) const {
   SetWireString(request.wireProtocolVersion, WireVersionText(m_protocol));
   SetWireString(request.applicationIdentifier, applicationIdentifier);
   SetWireString(request.applicationToken, applicationToken);

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace SSLConfigServerProto {
@@ -43,7 +44,7 @@ class SSLConfigServerAPIClient : public ISSLConfigServerAPIClient {
 
   /// Sets what identifies the agent, and the version that it speaks.
   void SetIdentity(IdentityRecord& request, const std::string& applicationIdentifier,
-                   const std::string& applicationToken) const;
+                   std::string_view applicationToken) const;
 
   /// The common shape of every exchange, up to the response. `beforeField` as in `ReadRecord`.
   template <class Request, class Response, class BeforeField = ReadOn>

@@ -5,7 +5,7 @@
 namespace SSLConfigServerProto {
 
 SSLConfigServerAPIClient_v1::SSLConfigServerAPIClient_v1(const std::string& applicationIdentifier,
-                                                         const std::string& applicationToken)
+                                                         std::string_view applicationToken)
     : SSLConfigServerAPIClient(WireProtocol::Version1, "Code.SSLConfigServerAPIClient_v1.%s", applicationIdentifier) {
   SetIdentity(m_connectionEstablishment, applicationIdentifier, applicationToken);
   CompleteRequest(m_connectionEstablishment, m_protocol);

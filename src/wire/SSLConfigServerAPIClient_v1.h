@@ -8,7 +8,8 @@ namespace SSLConfigServerProto {
 /// Has no server key, and computes the MD5 texts of what it receives.
 class SSLConfigServerAPIClient_v1 : public SSLConfigServerAPIClient {
  public:
-  SSLConfigServerAPIClient_v1(const std::string& applicationIdentifier, const std::string& applicationToken);
+  /// Keeps its own copies, and wipes that of the token at its end.
+  SSLConfigServerAPIClient_v1(const std::string& applicationIdentifier, std::string_view applicationToken);
 
   /// Alone among the exchanges checks the type of the response.
   std::uint32_t ConnectionEstablishment(WindowsAgentCommon::ISerializer& serializer,

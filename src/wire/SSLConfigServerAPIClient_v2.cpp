@@ -20,7 +20,7 @@ std::int64_t SecondsSinceEpoch() {
 }  // namespace
 
 SSLConfigServerAPIClient_v2::SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier,
-                                                         const std::string& applicationToken,
+                                                         std::string_view applicationToken,
                                                          ACE_Message_Block& publicKey)
     : SSLConfigServerAPIClient(WireProtocol::Version2, "Code.SSLConfigServerAPIClient_v2.%s", applicationIdentifier) {
   SetIdentity(m_connectionEstablishment, applicationIdentifier, applicationToken);
@@ -38,9 +38,11 @@ std::uint32_t SSLConfigServerAPIClient_v2::ConnectionEstablishment(WindowsAgentC
   Exchange(serializer, connectionEstablishmentTexts, m_connectionEstablishment, response, [&](const void* field) {
     if (field == &response.recordSize) CheckType(response.requestType);
   });
-  m_log.Debug("Received connection establishment response (result code %u, wire versions %s)", response.resultCode,
-              WindowsAgentCommon::Format("cli:%s --> svr:%s", WireVersionText(m_protocol),
-                                         response.wireProtocolVersion.View()));
+  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) {
+    m_log.Debug("Received connection establishment response (result code %u, wire versions %s)", response.resultCode,
+                WindowsAgentCommon::Format("cli:%s --> svr:%s", WireVersionText(m_protocol),
+                                           response.wireProtocolVersion.View()));
+  }
   return response.resultCode;
 }
 

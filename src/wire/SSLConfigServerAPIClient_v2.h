@@ -10,7 +10,8 @@ namespace SSLConfigServerProto {
 class SSLConfigServerAPIClient_v2 : public SSLConfigServerAPIClient {
  public:
   /// `publicKey` is the agent's, as `Platform::ExportPublicKey` gives it: its unread bytes, which are read.
-  SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier, const std::string& applicationToken,
+  /// The client keeps its own copies, and wipes that of the token at its end.
+  SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier, std::string_view applicationToken,
                               ACE_Message_Block& publicKey);
 
   /// Checks the type of the response before anything else of it is read: of a server that speaks 1.0 the rest is left

@@ -32,7 +32,13 @@ std::string DigestOf(const ACE_Message_Block& block) { return MD5Sum(block.rd_pt
 
 }  // namespace
 
-const char* WireVersionText(WireProtocol protocol) { return protocol == WireProtocol::Version1 ? "1.0" : "2.0"; }
+const char* WireVersionText(WireProtocol protocol) {
+  switch (protocol) {
+    case WireProtocol::Version1: return "1.0";
+    case WireProtocol::Version2: return "2.0";
+  }
+  return "";
+}
 
 const char* ResultText(std::uint32_t resultCode) {
   switch (resultCode) {
@@ -56,6 +62,11 @@ const char* ResultText(std::uint32_t resultCode) {
     case 0x80000007: return "The socket connection to the server failed";
     default: return "Unknown error";
   }
+}
+
+void WipingArrayDelete::operator()(char* array) const {
+  VaroCommunicationAPI::Platform::WipeMemory(array, sizeInBytes);
+  delete[] array;
 }
 
 std::uint32_t SerializeWireStringFromWire(ISerializer& serializer, WireString& string, std::uint32_t clampLength) {
@@ -98,6 +109,10 @@ std::uint32_t SerializeWireStringToWire(ISerializer& serializer, const WireStrin
 }
 
 std::uint32_t SerializeWireBinaryToWire(ISerializer& serializer, const WireBinary& binary, bool bWithDigest) {
+  const std::size_t dataBytes = binary.data ? binary.data->length() : 0;
+  if (binary.size_in_bytes != dataBytes) {
+    throw SocketException(sourceFile, "SSLConfigServerProto::SerializeWireBinaryToWire", __LINE__);
+  }
   std::uint32_t moved = serializer.WriteLong(binary.size_in_bytes);
   if (binary.size_in_bytes == 0) return moved;
   if (bWithDigest && binary.digest.size_in_bytes == 0) {
@@ -111,7 +126,7 @@ std::uint32_t SerializeWireBinaryToWire(ISerializer& serializer, const WireBinar
 void SetWireString(WireString& string, std::string_view text) {
   WireString copy;
   if (!text.empty()) {
-    copy.data = std::make_unique_for_overwrite<char[]>(text.size());
+    copy.data = {new char[text.size()], WipingArrayDelete{text.size()}};
     std::memcpy(copy.data.get(), text.data(), text.size());
     copy.size_in_bytes = static_cast<std::uint32_t>(text.size());
   }
@@ -131,15 +146,12 @@ void SetWireBinary(WireBinary& binary, const ACE_Message_Block& block) {
 std::string GetText(const WireString& string) { return std::string(string.View()); }
 
 std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRelease) {
-  if (!binary.data) return MakeSharedBlock(0);
-  if (!bRelease) return CopyBlock(*binary.data);
+  if (!bRelease) return binary.data ? CopyBlock(*binary.data) : MakeSharedBlock(0);
   // Who asked for the release cannot tell the array from a copy of it.
-  return std::exchange(binary, {}).data;
+  const WireBinary released = std::exchange(binary, {});
+  return released.data ? released.data : MakeSharedBlock(0);
 }
 
 RecordHeader::~RecordHeader() = default;
-IdentityRecord::~IdentityRecord() {
-  VaroCommunicationAPI::Platform::WipeMemory(applicationToken.data.get(), applicationToken.size_in_bytes);
-}
 
 }  // namespace SSLConfigServerProto

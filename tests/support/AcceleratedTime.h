@@ -21,13 +21,13 @@ class AcceleratedTime : public VaroCommunicationAPI::ISocketTime {
     return m_base + (std::chrono::steady_clock::now() - m_origin) * m_factor;
   }
   ACE_Time_Value WallClock() const override { return ACE_OS::gettimeofday(); }
-  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::StopSignal& stop) override {
+  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::SocketLife& life) override {
     int factor = 0;
     {
       const std::lock_guard lock(m_mutex);
       factor = m_factor;
     }
-    stop.WaitFor(duration / factor);
+    life.WaitForStop(duration / factor);
   }
 
   void SlowDown() {

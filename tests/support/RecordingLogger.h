@@ -9,6 +9,7 @@
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sorvex::test {
@@ -34,6 +35,12 @@ inline const char* LevelName(WindowsAgentCommon::LogLevel level) {
 
 inline std::ostream& operator<<(std::ostream& out, const LogRecord& record) {
   return out << LevelName(record.level) << ' ' << record.logger << ' ' << record.text;
+}
+
+/// What stands for `value` in a log line.
+inline std::string Logged(std::string_view value) {
+  const WindowsAgentCommon::LogArgument argument(value);
+  return WindowsAgentCommon::FormatText("%s", &argument, 1, true);
 }
 
 /// Keeps every record, in the order of arrival. Thread-safe.

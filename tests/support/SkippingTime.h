@@ -21,10 +21,10 @@ class SkippingTime : public VaroCommunicationAPI::ISocketTime {
   ACE_Time_Value WallClock() const override {
     return ACE_OS::gettimeofday() + ACE_Time_Value(static_cast<time_t>(m_wallOffsetSeconds));
   }
-  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::StopSignal& stop) override {
+  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::SocketLife& life) override {
     const auto waited = duration / 10;
-    stop.WaitFor(waited);
-    if (stop.IsRequested()) return;
+    life.WaitForStop(waited);
+    if (life.IsStopping()) return;
     Advance(duration - waited);
     m_skippedInPauses += duration - waited;
   }

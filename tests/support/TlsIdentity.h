@@ -18,7 +18,9 @@ namespace sorvex::test {
 class TlsIdentity {
  public:
   /// Self-signed when `issuer` is null. `validFor` is in seconds from now and negative for one that is no longer valid.
-  explicit TlsIdentity(const std::string& commonName, const TlsIdentity* issuer = nullptr, long validFor = 3600)
+  /// Who is self-signed may issue others, and an `isAuthority`.
+  explicit TlsIdentity(const std::string& commonName, const TlsIdentity* issuer = nullptr, long validFor = 3600,
+                       bool isAuthority = false)
       : m_pKey(NewKey(), &EVP_PKEY_free), m_pCertificate(X509_new(), &X509_free) {
     X509* const certificate = m_pCertificate.get();
     static long serialNumber = 0;
@@ -32,7 +34,7 @@ class TlsIdentity {
                                static_cast<int>(commonName.size()), -1, 0);
     const TlsIdentity& signer = issuer ? *issuer : *this;
     X509_set_issuer_name(certificate, X509_get_subject_name(signer.m_pCertificate.get()));
-    if (!issuer) {
+    if (!issuer || isAuthority) {
       X509_EXTENSION* const extension =
           X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE");
       X509_add_ext(certificate, extension, -1);

@@ -4,17 +4,83 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <system_error>
+#include <utility>
 
 namespace WindowsAgentCommon {
+namespace {
 
-void CreateLogFile(const std::filesystem::path& file) {
-  const HANDLE handle = ::CreateFileW(file.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
-    throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), WideToUtf8(PathToWide(file)));
+constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+HANDLE Open(const std::filesystem::path& path) {
+  return ::CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_ALWAYS,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+[[noreturn]] void Throw(DWORD error, const std::filesystem::path& path) {
+  throw std::system_error(static_cast<int>(error), std::system_category(), WideToUtf8(PathToWide(path)));
+}
+
+/// Whether `path` stands for the open file.
+bool IsNameOf(const std::filesystem::path& path, HANDLE file) {
+  FILE_STANDARD_INFO state{};
+  // The name of a file that is being deleted cannot be opened while the file is open.
+  if (::GetFileInformationByHandleEx(file, FileStandardInfo, &state, sizeof state) && state.DeletePending) return false;
+  const HANDLE named = ::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (named == INVALID_HANDLE_VALUE) return false;
+  BY_HANDLE_FILE_INFORMATION ofName{};
+  BY_HANDLE_FILE_INFORMATION ofFile{};
+  const bool same = ::GetFileInformationByHandle(named, &ofName) && ::GetFileInformationByHandle(file, &ofFile) &&
+                    ofName.dwVolumeSerialNumber == ofFile.dwVolumeSerialNumber &&
+                    ofName.nFileIndexHigh == ofFile.nFileIndexHigh && ofName.nFileIndexLow == ofFile.nFileIndexLow;
+  ::CloseHandle(named);
+  return same;
+}
+
+}  // namespace
+
+struct LogFile::Handle {
+  explicit Handle(HANDLE opened) : file(opened) {}
+  ~Handle() { Close(); }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  void Close() {
+    if (file != INVALID_HANDLE_VALUE) ::CloseHandle(file);
+    file = INVALID_HANDLE_VALUE;
   }
-  ::CloseHandle(handle);
+
+  HANDLE file;
+};
+
+LogFile::LogFile(std::filesystem::path path) : m_path(std::move(path)) {
+  const HANDLE file = Open(m_path);
+  if (file == INVALID_HANDLE_VALUE) Throw(::GetLastError(), m_path);
+  m_pHandle = std::make_unique<Handle>(file);
+}
+
+LogFile::~LogFile() = default;
+
+void LogFile::Follow() {
+  if (m_pHandle->file != INVALID_HANDLE_VALUE && IsNameOf(m_path, m_pHandle->file)) return;
+  HANDLE file = Open(m_path);
+  if (file == INVALID_HANDLE_VALUE && ::GetLastError() == ERROR_ACCESS_DENIED) {
+    // A file that is being deleted keeps its name until its last handle is closed.
+    m_pHandle->Close();
+    file = Open(m_path);
+  }
+  if (file != INVALID_HANDLE_VALUE) m_pHandle = std::make_unique<Handle>(file);
+}
+
+void LogFile::Write(std::string_view text) {
+  while (!text.empty()) {
+    const DWORD part = static_cast<DWORD>(std::min<std::size_t>(text.size(), 0x40000000));
+    DWORD count = 0;
+    if (!::WriteFile(m_pHandle->file, text.data(), part, &count, nullptr)) Throw(::GetLastError(), m_path);
+    text.remove_prefix(count);
+  }
 }
 
 }  // namespace WindowsAgentCommon

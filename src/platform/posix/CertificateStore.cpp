@@ -22,6 +22,8 @@ using Certificates = std::vector<Certificate>;
 
 /// Adds every certificate of a PEM file; what is none is left out.
 void ReadFile(const std::filesystem::path& path, Certificates& certificates) {
+  // Opening a pipe would wait for its writer.
+  if (std::error_code ignored; !std::filesystem::is_regular_file(path, ignored)) return;
   std::ifstream file(path, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   constexpr std::string_view begin = "-----BEGIN CERTIFICATE-----";

@@ -3,24 +3,37 @@
 #include <host/Text.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 namespace VaroCommunicationAPI::Platform {
 
+namespace {
+
+/// Returns 0 for a regular file, or the number of why it is not read.
+int CheckRegular(int file) {
+  struct stat status {};
+  if (fstat(file, &status) == -1) return errno;
+  if (S_ISREG(status.st_mode)) return 0;
+  return S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
+}
+
+}  // namespace
+
 const wchar_t* const configSeparator = L"/";
 
-int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& content) {
-  content.clear();
+int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& content) {
+  content.Resize(0);
   // Without O_NONBLOCK a pipe of that name would hold the reader for ever.
   const int file = open(WindowsAgentCommon::WideToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file == -1) return errno;
-  content.resize(maxBytes);
+  int error = CheckRegular(file);
+  content.Resize(maxBytes);
   std::size_t filled = 0;
-  int error = 0;
-  while (filled < maxBytes) {
-    const ssize_t count = read(file, content.data() + filled, maxBytes - filled);
+  while (error == 0 && filled < maxBytes) {
+    const ssize_t count = read(file, content.Data() + filled, maxBytes - filled);
     if (count == 0) break;
     if (count == -1) {
       if (errno == EINTR) continue;
@@ -30,7 +43,7 @@ int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& co
     filled += static_cast<std::size_t>(count);
   }
   close(file);
-  content.resize(error == 0 ? filled : 0);
+  content.Resize(error == 0 ? filled : 0);
   return error;
 }
 

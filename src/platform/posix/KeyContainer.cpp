@@ -1,8 +1,6 @@
-// A key container is the PEM file "keys/<container>.pem" below the configuration directory, readable by its owner
-// alone.
+// A key container is the PEM file "keys/<container>.pem" below the configuration directory, which belongs to the
+// agent's user or to root and is readable by its owner alone.
 #include "platform/KeyContainer.h"
-
-#include "platform/Memory.h"
 
 #include <host/Paths.h>
 #include <host/SystemError.h>
@@ -22,6 +20,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 namespace VaroCommunicationAPI::Platform {
 
@@ -53,8 +52,9 @@ int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
     close(file);
     return error;
   }
-  // A key that others can read is no secret any more.
-  if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+  // A key that others can read is no secret any more, and one that another user has put there is not the agent's.
+  const bool bOwned = status.st_uid == geteuid() || status.st_uid == 0;
+  if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0 || !bOwned) {
     close(file);
     return EPERM;
   }
@@ -83,8 +83,8 @@ class ErrorQueueMark {
 }  // namespace
 
 int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
-                         std::vector<std::uint8_t>& plainText) {
-  plainText.clear();
+                         SecretText& plainText) {
+  plainText.Resize(0);
   const ErrorQueueMark mark;
   KeyPointer key;
   if (const int error = OpenContainer(containerName, key); error != 0) return error;
@@ -96,19 +96,20 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
       EVP_PKEY_decrypt(context.get(), nullptr, &size, cipherText.data(), cipherText.size()) <= 0) {
     return EBADMSG;
   }
-  plainText.resize(size);
-  if (EVP_PKEY_decrypt(context.get(), plainText.data(), &size, cipherText.data(), cipherText.size()) <= 0) {
-    WipeMemory(plainText.data(), plainText.size());
-    plainText.clear();
+  SecretText decrypted;
+  decrypted.Resize(size);
+  if (EVP_PKEY_decrypt(context.get(), reinterpret_cast<unsigned char*>(decrypted.Data()), &size, cipherText.data(),
+                       cipherText.size()) <= 0) {
     return EBADMSG;
   }
-  WipeMemory(plainText.data() + size, plainText.size() - size);
-  plainText.resize(size);
+  decrypted.Resize(size);
+  plainText = std::move(decrypted);
   return 0;
 }
 
 int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
   bytes.clear();
+  const ErrorQueueMark mark;
   KeyPointer key;
   if (const int error = OpenContainer(containerName, key); error != 0) return error;
   unsigned char* encoded = nullptr;

@@ -8,7 +8,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <memory>
@@ -66,12 +65,14 @@ int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInte
 }
 #endif
 
-int ToSocketError(int resolverCode, int systemError) {
+int ToSocketError(int resolverCode) {
   switch (resolverCode) {
     case EAI_CANCELED: return ErrorInterrupted;
-    case EAI_AGAIN: return ErrorHostTryAgain;
+    case EAI_AGAIN:
+    case EAI_MEMORY:
+    // The system's own number stays in the thread that the resolver asked in.
+    case EAI_SYSTEM: return ErrorHostTryAgain;
     case EAI_FAIL: return ErrorHostNoRecovery;
-    case EAI_SYSTEM: return ToCallerError(systemError);
     default: return ErrorHostNotFound;
   }
 }
@@ -97,7 +98,7 @@ ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFa
     code = Ask(question, isInterrupted);
   }
   if (code != 0) {
-    resolved.m_error = ToSocketError(code, errno);
+    resolved.m_error = ToSocketError(code);
     return resolved;
   }
   for (const addrinfo* entry = question->m_request.ar_result; entry; entry = entry->ai_next) {

@@ -6,17 +6,18 @@ namespace VaroCommunicationAPI::Platform {
 
 const wchar_t* const configSeparator = L"\\";
 
-int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& content) {
-  content.clear();
-  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& content) {
+  content.Resize(0);
+  const HANDLE file =
+      CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
-  content.resize(maxBytes);
+  content.Resize(maxBytes);
   std::size_t filled = 0;
-  DWORD error = ERROR_SUCCESS;
-  while (filled < maxBytes) {
+  // Pipes and devices have names of their own here.
+  DWORD error = GetFileType(file) == FILE_TYPE_DISK ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+  while (error == ERROR_SUCCESS && filled < maxBytes) {
     DWORD count = 0;
-    if (!ReadFile(file, content.data() + filled, static_cast<DWORD>(maxBytes - filled), &count, nullptr)) {
+    if (!ReadFile(file, content.Data() + filled, static_cast<DWORD>(maxBytes - filled), &count, nullptr)) {
       error = GetLastError();
       break;
     }
@@ -24,7 +25,7 @@ int ReadFileHead(const std::wstring& path, std::size_t maxBytes, std::string& co
     filled += count;
   }
   CloseHandle(file);
-  content.resize(error == ERROR_SUCCESS ? filled : 0);
+  content.Resize(error == ERROR_SUCCESS ? filled : 0);
   return static_cast<int>(error);
 }
 

@@ -1,7 +1,6 @@
 #include "platform/KeyContainer.h"
 
-#include "platform/Memory.h"
-#include "platform/SystemVersion.h"
+#include "platform/CryptProviderName.h"
 
 #include <host/SystemError.h>
 
@@ -10,24 +9,18 @@
 #include <wincrypt.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace VaroCommunicationAPI::Platform {
 
 namespace {
-
-/// The provider's name on systems older than version 5.2 says that it is a prototype.
-std::wstring ProviderName() {
-  std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
-  if (SystemVersionNumber() < 52) name += L" (Prototype)";
-  return name;
-}
 
 /// An open container; released at the end.
 class Container {
  public:
   /// Returns 0 or the system's error number.
   int Open(const std::wstring& name) {
-    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), ProviderName().c_str(),
+    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), CryptProviderName().c_str(),
                                 PROV_RSA_AES, CRYPT_MACHINE_KEYSET)
                ? 0
                : static_cast<int>(GetLastError());
@@ -44,8 +37,8 @@ class Container {
 }  // namespace
 
 int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
-                         std::vector<std::uint8_t>& plainText) {
-  plainText.clear();
+                         SecretText& plainText) {
+  plainText.Resize(0);
   Container container;
   if (const int error = container.Open(containerName); error != 0) return error;
   if (!CryptGetUserKey(container.m_provider, AT_KEYEXCHANGE, &container.m_key)) return static_cast<int>(GetLastError());
@@ -57,16 +50,15 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
   // Not every provider looks at the length before it reads.
   if (cipherText.size() != blockBits / 8) return static_cast<int>(NTE_BAD_LEN);
   // The provider takes the least significant byte first.
-  plainText.assign(cipherText.rbegin(), cipherText.rend());
-  size = static_cast<DWORD>(plainText.size());
-  if (!CryptDecrypt(container.m_key, 0, TRUE, CRYPT_OAEP, plainText.data(), &size)) {
-    const int error = static_cast<int>(GetLastError());
-    WipeMemory(plainText.data(), plainText.size());
-    plainText.clear();
-    return error;
+  SecretText decrypted;
+  decrypted.Resize(cipherText.size());
+  std::reverse_copy(cipherText.begin(), cipherText.end(), decrypted.Data());
+  size = static_cast<DWORD>(cipherText.size());
+  if (!CryptDecrypt(container.m_key, 0, TRUE, CRYPT_OAEP, reinterpret_cast<BYTE*>(decrypted.Data()), &size)) {
+    return static_cast<int>(GetLastError());
   }
-  WipeMemory(plainText.data() + size, plainText.size() - size);
-  plainText.resize(size);
+  decrypted.Resize(size);
+  plainText = std::move(decrypted);
   return 0;
 }
 

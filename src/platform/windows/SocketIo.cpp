@@ -7,6 +7,7 @@
 #include <mstcpip.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 namespace VaroCommunicationAPI::Platform {
@@ -15,6 +16,46 @@ namespace {
 
 SOCKET ToSocket(ACE_HANDLE handle) { return reinterpret_cast<SOCKET>(handle); }
 
+// Of newer systems than the headers may know.
+constexpr DWORD tcpInfoRequest = 0xD8000027;  // SIO_TCP_INFO
+constexpr int stateFinWait2 = 6;
+constexpr int stateTimeWait = 10;
+
+/// The beginning of the system's TCP_INFO_v0.
+struct TcpInfo {
+  std::int32_t m_state;
+  std::uint32_t m_mss;
+  std::uint64_t m_connectionTimeMs;
+  std::uint8_t m_timestampsEnabled;
+  std::uint32_t m_rttUs;
+  std::uint32_t m_minRttUs;
+  std::uint32_t m_bytesInFlight;
+  std::uint32_t m_congestionWindow;
+  std::uint32_t m_sendWindow;
+  std::uint32_t m_receiveWindow;
+  std::uint32_t m_receiveBuffer;
+  std::uint64_t m_bytesOut;
+  std::uint64_t m_bytesIn;
+  std::uint32_t m_bytesReordered;
+  std::uint32_t m_bytesRetransmitted;
+  std::uint32_t m_fastRetransmissions;
+  std::uint32_t m_duplicateAcksIn;
+  std::uint32_t m_timeoutEpisodes;
+  std::uint8_t m_synRetransmissions;
+};
+
+std::optional<TcpInfo> GetTcpInfo(SOCKET socket) {
+  DWORD version = 0;
+  TcpInfo info{};
+  DWORD returned = 0;
+  if (WSAIoctl(socket, tcpInfoRequest, &version, sizeof version, &info, sizeof info, &returned, nullptr, nullptr) ==
+          SOCKET_ERROR ||
+      returned < sizeof info) {
+    return {};
+  }
+  return info;
+}
+
 /// Whether a read would return at once: 1 yes, 0 no, SOCKET_ERROR when the system does not know the socket.
 int IsReadable(SOCKET socket) {
   WSAPOLLFD waiting{socket, POLLRDNORM, 0};
@@ -22,6 +63,12 @@ int IsReadable(SOCKET socket) {
 }
 
 }  // namespace
+
+ACE_HANDLE OpenSocket(int family, int type) {
+  const SOCKET socket = WSASocketW(family, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+  if (socket == INVALID_SOCKET) errno = WSAGetLastError();
+  return reinterpret_cast<ACE_HANDLE>(socket);
+}
 
 WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
   WriteOutcome outcome;
@@ -60,6 +107,23 @@ int PeerState(ACE_HANDLE handle) {
     if (count == SOCKET_ERROR) return WSAGetLastError() == WSAEWOULDBLOCK ? 0 : WSAGetLastError();
   }
   return 0;
+}
+
+void KeepBacklogSmall(ACE_HANDLE handle) {
+  const int bufferBytes = 256 * 1024;
+  setsockopt(ToSocket(handle), SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bufferBytes), sizeof bufferBytes);
+}
+
+std::optional<std::uint64_t> PeerProgress(ACE_HANDLE handle) {
+  const std::optional<TcpInfo> info = GetTcpInfo(ToSocket(handle));
+  if (!info) return {};
+  return info->m_bytesOut - info->m_bytesInFlight;
+}
+
+bool HasDeliveredAll(ACE_HANDLE handle) {
+  // The states in which the peer has acknowledged the end of the stream.
+  const std::optional<TcpInfo> info = GetTcpInfo(ToSocket(handle));
+  return info && (info->m_state == stateFinWait2 || info->m_state == stateTimeWait);
 }
 
 int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {

@@ -2,6 +2,7 @@
 #include "AgentFixture.h"
 #include "support/LoopbackTlsServer.h"
 #include "support/LoopbackUdpServer.h"
+#include "support/RecordingLogger.h"
 
 #include <algorithm>
 #include <string>
@@ -125,7 +126,7 @@ TEST_P(AgentForwardSeveral, WithoutAnyThatTakesThemEventsAreNotRead) {
   const ProcessResult result = m_installation.Run(
       ForwardTo({TcpUrl(UnusedPort()), TcpUrl(UnusedPort())}, Further({"--give-up-after", "0.1", input})));
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.errors, HasSubstr("gave up sending; what follows in " + input + " was not read"));
+  EXPECT_THAT(result.errors, HasSubstr("gave up sending; what follows in " + Logged(input) + " was not read"));
   EXPECT_LT(Number(result.output, "events-read"), static_cast<long>(manyLines));
 }
 

@@ -44,29 +44,5 @@ TEST(AgentServerCommand, FingerprintWithoutConfigurationFileIsAFailure) {
   EXPECT_EQ(result.output, std::string("fingerprint: \nupdate-blocked: false\n") + success);
 }
 
-class AgentWithoutServer : public testing::TestWithParam<std::vector<std::string>> {};
-
-TEST_P(AgentWithoutServer, CommandFailsAndTellsTheCodes) {
-  const Installation installation(
-      "ConfigurationServer=127.0.0.1\nConfigurationServerPort=" + std::to_string(UnusedPort()) + "\n");
-  const ProcessResult result = installation.Run(GetParam());
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(Value(result.output, "result-code"), "0");
-  EXPECT_NE(Value(result.output, "result-code"), "(absent)");
-  EXPECT_NE(Value(result.output, "error-message"), "Success");
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, AgentWithoutServer,
-                         testing::Values(std::vector<std::string>{"test-connection"},
-                                         std::vector<std::string>{"heartbeat"}, std::vector<std::string>{"fingerprint"},
-                                         std::vector<std::string>{"register", "--os-version", "12", "--agent-version",
-                                                                  "7"},
-                                         std::vector<std::string>{"update-status", "--status", "1", "--time", "1"}),
-                         [](const testing::TestParamInfo<std::vector<std::string>>& test) {
-                           std::string name = test.param.front();
-                           std::erase(name, '-');
-                           return name;
-                         });
-
 }  // namespace
 }  // namespace sorvex::test

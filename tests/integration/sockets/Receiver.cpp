@@ -102,6 +102,7 @@ class TcpPeerSession : public PeerSession {
  public:
   explicit TcpPeerSession(ServerConnection& connection) : m_connection(connection) {}
   bool ReadSome(std::string& text, std::size_t limit) override { return m_connection.ReadSome(text, limit); }
+  void Write(const std::string& text) override { m_connection.Write(text); }
   ServerConnection& Connection() override { return m_connection; }
 
  private:
@@ -112,6 +113,7 @@ class TlsPeerSession : public PeerSession {
  public:
   explicit TlsPeerSession(TlsServerSession& session) : m_session(session) {}
   bool ReadSome(std::string& text, std::size_t limit) override { return m_session.ReadSome(text, limit); }
+  void Write(const std::string& text) override { m_session.Write(text); }
   ServerConnection& Connection() override { return m_session.Connection(); }
 
  private:
@@ -165,12 +167,13 @@ LoopbackTcpServer& Receiver::Tcp() { return m_pTls ? m_pTls->Tcp() : *m_pTcp; }
 
 std::uint16_t Receiver::Port() const { return m_pUdp ? m_pUdp->Port() : Tcp().Port(); }
 
-void Receiver::KeepAllOf(PeerSession& session, std::size_t readLimit) {
+void Receiver::KeepAllOf(PeerSession& session, std::size_t readLimit, const std::function<void()>& afterRead) {
   bool more = true;
   while (more) {
     std::string part;
     more = session.ReadSome(part, readLimit);
     m_reception.Add(session.m_number, part);
+    afterRead();
   }
 }
 

@@ -49,6 +49,7 @@ class PeerSession {
  public:
   virtual ~PeerSession() = default;
   virtual bool ReadSome(std::string& text, std::size_t limit) = 0;
+  virtual void Write(const std::string& text) = 0;
   virtual ServerConnection& Connection() = 0;
 
   void Close() { Connection().Close(); }
@@ -70,7 +71,9 @@ class Receiver {
   ~Receiver();
 
   std::uint16_t Port() const;
-  void KeepAllOf(PeerSession& session, std::size_t readLimit = 65536);
+  /// Calls `afterRead` after each part.
+  void KeepAllOf(
+      PeerSession& session, std::size_t readLimit = 65536, const std::function<void()>& afterRead = [] {});
   /// Keeps what the connection sends up to the end of its first payload.
   void KeepOne(PeerSession& session);
   void HoldUntilStopped();
@@ -89,17 +92,6 @@ class Receiver {
   std::unique_ptr<LoopbackTcpServer> m_pTcp;
   std::unique_ptr<LoopbackTlsServer> m_pTls;
   std::unique_ptr<LoopbackUdpServer> m_pUdp;
-};
-
-/// A UDP port that takes datagrams which nobody reads.
-class DatagramBlackHole {
- public:
-  explicit DatagramBlackHole(std::uint16_t port)
-      : m_socket(m_context, {boost::asio::ip::address_v4::loopback(), port}) {}
-
- private:
-  boost::asio::io_context m_context;
-  boost::asio::ip::udp::socket m_socket;
 };
 
 }  // namespace sorvex::test

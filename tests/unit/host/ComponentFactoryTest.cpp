@@ -6,6 +6,7 @@
 
 #include <support/RecordingLogger.h>
 #include <support/TemporaryDirectory.h>
+#include <support/WaitUntil.h>
 
 #include <ace/Dynamic_Service_Dependency.h>
 #include <ace/Service_Config.h>
@@ -16,6 +17,7 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -26,6 +28,7 @@ namespace {
 
 using sorvex::test::RecordingLogger;
 using sorvex::test::TemporaryDirectory;
+using sorvex::test::WaitUntil;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -310,6 +313,104 @@ TEST_F(ComponentFactoryTest, ServiceCannotLoadItselfWhileItIsLoaded) {
   EXPECT_TRUE(m_factory->LoadService("Recursive"));
   EXPECT_EQ(Counted("recursion refused"), 1U);
   EXPECT_THAT(m_log->Lines(), ElementsAre(HasSubstr(": it is being loaded already.")));
+}
+
+TEST_F(ComponentFactoryTest, ExceptionOutOfTheFunctionIsARefusalEachTime) {
+  m_factory->RegisterService("Throwing", PluginPath(), "NothingButAnException");
+  EXPECT_FALSE(m_factory->LoadService("Throwing"));
+  EXPECT_FALSE(m_factory->LoadService("Throwing"));
+  const auto refused = HasSubstr(": _make_NothingButAnException threw an exception: no luck.");
+  EXPECT_THAT(m_log->Lines(), ElementsAre(refused, refused));
+}
+
+TEST_F(ComponentFactoryTest, ExceptionOutOfInitIsARefusalEachTimeAndDestroysTheService) {
+  m_factory->RegisterService("Throwing", PluginPath(), "ThrowingService");
+  EXPECT_FALSE(m_factory->LoadService("Throwing"));
+  EXPECT_FALSE(m_factory->LoadService("Throwing"));
+  const auto refused = HasSubstr(": its init threw an exception: no luck.");
+  EXPECT_THAT(m_log->Lines(), ElementsAre(refused, refused));
+  EXPECT_EQ(Counted("destroyed"), 2U);
+  EXPECT_EQ(Counted("fini"), 0U);
+  EXPECT_EQ(_getService("Throwing"), nullptr);
+}
+
+TEST_F(ComponentFactoryTest, ExceptionOfAnyTypeIsARefusal) {
+  m_factory->RegisterService("Throwing", PluginPath(), "OddlyThrowingService");
+  EXPECT_FALSE(m_factory->LoadService("Throwing"));
+  EXPECT_THAT(m_log->Lines(), ElementsAre(HasSubstr(": its init threw an exception.")));
+}
+
+TEST_F(ComponentFactoryTest, ServiceThatThrewOnceMayBeLoadedLater) {
+  m_factory->RegisterService("ISecurityManager", PluginPath(), "ThrowingService");
+  EXPECT_FALSE(m_factory->LoadService("ISecurityManager"));
+  m_factory->RegisterService("ISecurityManager", PluginPath(), "CountingService");
+  EXPECT_TRUE(m_factory->LoadService("ISecurityManager"));
+}
+
+TEST_F(ComponentFactoryTest, ServiceMayAskTheHostFromAThreadOfItsOwnWhileItIsLoaded) {
+  ServiceConfig core;
+  core.m_strName = "AgentCore";
+  m_factory->SetServiceConfig(core);
+  m_factory->RegisterService("Asking", PluginPath(), "AskingService");
+  EXPECT_TRUE(m_factory->LoadService("Asking"));
+  EXPECT_EQ(Counted("answered"), 1U);
+  EXPECT_EQ(Counted("unanswered"), 0U);
+}
+
+TEST_F(ComponentFactoryTest, OtherThreadsWaitForTheOneThatLoadsTheService) {
+  m_factory->RegisterService("ISecurityManager", PluginPath(), "GatedService");
+  const auto load = [this] {
+    return m_factory->LoadService("ISecurityManager") && GetService<ISecurityManager>() != nullptr;
+  };
+  std::future<bool> first = std::async(std::launch::async, load);
+  ASSERT_TRUE(WaitUntil([this] { return Counted("at the gate") == 1; }));
+  std::vector<std::future<bool>> others;
+  std::atomic<int> begun = 0;
+  for (int i = 0; i < 4; ++i) {
+    others.push_back(std::async(std::launch::async, [&] {
+      ++begun;
+      return load();
+    }));
+  }
+  ASSERT_TRUE(WaitUntil([&] { return begun == 4; }));
+  // Another service is loaded meanwhile.
+  EXPECT_TRUE(m_factory->LoadService("IPayloadFactory"));
+  GetService<IStatisticsServer>()->Add("gate open", 1);
+  EXPECT_TRUE(first.get());
+  for (std::future<bool>& other : others) EXPECT_TRUE(other.get());
+  EXPECT_EQ(Counted("at the gate"), 1U);
+  EXPECT_EQ(Counted("init"), 1U);
+}
+
+TEST_F(ComponentFactoryTest, CycleOfServicesIsDetected) {
+  m_factory->RegisterService("FirstCyclic", PluginPath(), "FirstCyclicService");
+  m_factory->RegisterService("SecondCyclic", PluginPath(), "SecondCyclicService");
+  EXPECT_TRUE(m_factory->LoadService("FirstCyclic"));
+  EXPECT_EQ(Counted("cycle refused"), 1U);
+  EXPECT_EQ(Counted("cycle loaded"), 1U);
+  EXPECT_THAT(m_log->Lines(),
+              ElementsAre(AllOf(HasSubstr(" FirstCyclic "), HasSubstr(": it is being loaded already."))));
+}
+
+TEST_F(ComponentFactoryTest, CycleOfServicesInTwoThreadsIsDetected) {
+  m_factory->RegisterService("FirstEntangled", PluginPath(), "FirstEntangledService");
+  m_factory->RegisterService("SecondEntangled", PluginPath(), "SecondEntangledService");
+  std::future<bool> first = std::async(std::launch::async, [this] { return m_factory->LoadService("FirstEntangled"); });
+  EXPECT_TRUE(m_factory->LoadService("SecondEntangled"));
+  EXPECT_TRUE(first.get());
+  EXPECT_EQ(Counted("cycle refused"), 1U);
+  EXPECT_EQ(Counted("cycle loaded"), 1U);
+}
+
+TEST_F(ComponentFactoryTest, ServiceThatTheLibraryRegistersAtItsStartHoldsTheLibrary) {
+  m_factory->RegisterService("Plain", WideToPath(Utf8ToWide(HOST_TEST_REGISTERING_PLUGIN)), "PlainService");
+  ASSERT_TRUE(m_factory->LoadService("Plain"));
+  ACE_Service_Repository* repository = ACE_Service_Config::current()->current_service_repository();
+  const ACE_Service_Type* record = nullptr;
+  ASSERT_EQ(repository->find("RegisteredAtStart", &record), 0);
+  EXPECT_TRUE(record->dll().get_handle() != ACE_SHLIB_INVALID_HANDLE);
+  m_factory->UnloadService("Plain");
+  EXPECT_EQ(repository->remove("RegisteredAtStart"), 0);
 }
 
 TEST_F(ComponentFactoryTest, FailuresWriteNothingToStandardError) {

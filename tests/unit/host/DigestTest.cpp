@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -64,6 +65,10 @@ TEST(Digest, OfAMissingFileIsEmpty) {
 TEST(Digest, OfADirectoryIsEmpty) {
   const TemporaryDirectory directory;
   EXPECT_EQ(MD5Sum(directory.Wide()), "");
+}
+
+TEST(Digest, OfADeviceIsEmpty) {
+  EXPECT_EQ(MD5Sum(std::wstring(std::filesystem::path::preferred_separator == '/' ? L"/dev/null" : L"NUL")), "");
 }
 
 TEST(Digest, OfAnEmptyPathIsEmpty) { EXPECT_EQ(MD5Sum(std::wstring()), ""); }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace WindowsAgentCommon {
@@ -39,6 +40,12 @@ class OneParameter {
   ParameterBlock m_parameters;
   EnvironmentBlockHelper m_helper{m_parameters};
 };
+
+// A block is borrowed: a temporary one would be gone before the first look-up.
+static_assert(std::is_constructible_v<EnvironmentBlockHelper, ParameterBlock&>);
+static_assert(std::is_constructible_v<EnvironmentBlockHelper, const ParameterBlock&>);
+static_assert(!std::is_constructible_v<EnvironmentBlockHelper, ParameterBlock>);
+static_assert(!std::is_constructible_v<EnvironmentBlockHelper, const ParameterBlock>);
 
 TEST(EnvironmentBlockHelper, StringIsTheValueAsItStands) {
   const ParameterBlock parameters{{"Key", "  v\xC3\xA4lue\n"}};

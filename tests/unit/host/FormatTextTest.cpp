@@ -4,8 +4,10 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace WindowsAgentCommon {
 namespace {
@@ -90,6 +92,66 @@ TEST(FormatText, PrintsTheReplacementForWhatIsNoCharacter) {
   EXPECT_EQ(Format("%c%c%c", 0xD800, 0x110000, -129), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
+/// What the C library prints.
+template <class Value>
+std::string Printed(const std::string& format, Value value) {
+  char text[64];
+  const int length = std::snprintf(text, sizeof text, format.c_str(), value);
+  return {text, static_cast<std::size_t>(length)};
+}
+
+/// Every set of flags, with every width and precision that makes a difference; "#" only where C defines it.
+std::vector<std::string> Directives(std::string_view flags) {
+  std::vector<std::string> directives;
+  for (unsigned chosen = 0; chosen < 1U << flags.size(); ++chosen) {
+    std::string directive = "%";
+    for (std::size_t i = 0; i < flags.size(); ++i) {
+      if ((chosen >> i & 1) != 0) directive += flags[i];
+    }
+    for (const char* width : {"", "1", "3", "4", "9"}) {
+      for (const char* precision : {"", ".", ".0", ".1", ".2", ".3", ".4", ".7"}) {
+        directives.push_back(directive + width + precision);
+      }
+    }
+  }
+  return directives;
+}
+
+TEST(FormatText, PrintsSignedNumbersAsTheCLibraryDoes) {
+  for (const std::string& directive : Directives("-+ 0")) {
+    for (const int value : {0, 1, -1, 8, 42, -42, 4711, INT_MAX, INT_MIN}) {
+      for (const char conversion : {'d', 'i'}) {
+        const std::string format = directive + conversion;
+        EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+      }
+    }
+  }
+}
+
+TEST(FormatText, PrintsUnsignedNumbersAsTheCLibraryDoes) {
+  for (const unsigned value : {0U, 1U, 7U, 8U, 64U, 255U, 4711U, UINT_MAX}) {
+    for (const std::string& directive : Directives("-0")) {
+      const std::string format = directive + 'u';
+      EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+    }
+    for (const std::string& directive : Directives("-#0")) {
+      for (const char conversion : {'x', 'X', 'o'}) {
+        const std::string format = directive + conversion;
+        EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+      }
+    }
+  }
+}
+
+TEST(FormatText, PrintsTextsAsTheCLibraryDoes) {
+  for (const std::string& directive : Directives("-")) {
+    for (const char* value : {"", "a", "abc", "abcdef"}) {
+      const std::string format = directive + 's';
+      EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;
+    }
+  }
+}
+
 TEST(FormatText, PadsToTheWidth) {
   EXPECT_EQ(Format("[%5d][%-5d][%05d]", 42, 42, 42), "[   42][42   ][00042]");
   EXPECT_EQ(Format("[%5s][%-5s]", "ab", "ab"), "[   ab][ab   ]");
@@ -165,16 +227,47 @@ TEST(FormatText, EscapesControlCharactersOfTexts) {
 TEST(FormatText, EscapesFurtherLineEndsAndControlsOfUnicode) {
   EXPECT_EQ(Escaped("%s", "\xC2\x80|\xC2\x85|\xC2\x9F|\xC2\xA0"), "\\xC2\\x80|\\xC2\\x85|\\xC2\\x9F|\xC2\xA0");
   EXPECT_EQ(Escaped("%s", "\xE2\x80\xA7|\xE2\x80\xA8|\xE2\x80\xA9|\xE2\x80\xAA"),
-            "\xE2\x80\xA7|\\xE2\\x80\\xA8|\\xE2\\x80\\xA9|\xE2\x80\xAA");
+            "\xE2\x80\xA7|\\xE2\\x80\\xA8|\\xE2\\x80\\xA9|\\xE2\\x80\\xAA");
 }
 
 TEST(FormatText, EscapesInvalidUtf8ByteByByte) {
   EXPECT_EQ(Escaped("%s", "\xFF|\xC3|\xE2\x82|\xC0\xAF"), "\\xFF|\\xC3|\\xE2\\x82|\\xC0\\xAF");
 }
 
-TEST(FormatText, KeepsBackslashesAndOtherCharacters) {
-  EXPECT_EQ(Escaped("%s", "C:\\new \xC3\xA4 \xF0\x9F\x98\x80"), "C:\\new \xC3\xA4 \xF0\x9F\x98\x80");
+/// UTF-8 of one code point from U+0080 to U+FFFF.
+std::string Utf8Of(unsigned codePoint) {
+  std::string text;
+  if (codePoint >= 0x800) text += static_cast<char>(0xE0 | codePoint >> 12);
+  text += static_cast<char>(codePoint >= 0x800 ? 0x80 | (codePoint >> 6 & 0x3F) : 0xC0 | codePoint >> 6);
+  return text += static_cast<char>(0x80 | (codePoint & 0x3F));
 }
+
+TEST(FormatText, EscapesCharactersThatTurnTheDirectionOfWriting) {
+  for (const unsigned codePoint :
+       {0x061C, 0x200E, 0x200F, 0x202A, 0x202B, 0x202C, 0x202D, 0x202E, 0x2066, 0x2067, 0x2068, 0x2069}) {
+    std::string expected;
+    for (const char byte : Utf8Of(codePoint)) expected += Format("\\x%02X", static_cast<unsigned char>(byte));
+    EXPECT_EQ(Escaped("%s", Utf8Of(codePoint)), expected);
+  }
+}
+
+TEST(FormatText, KeepsTheNeighboursOfWhatItEscapes) {
+  for (const unsigned codePoint : {0x061B, 0x061D, 0x200D, 0x2010, 0x2027, 0x202F, 0x2065, 0x206A}) {
+    EXPECT_EQ(Escaped("%s", Utf8Of(codePoint)), Utf8Of(codePoint));
+  }
+}
+
+TEST(FormatText, KeepsOtherCharacters) {
+  EXPECT_EQ(Escaped("%s", "new \xC3\xA4 \xF0\x9F\x98\x80"), "new \xC3\xA4 \xF0\x9F\x98\x80");
+}
+
+TEST(FormatText, EscapesBackslashesSoThatNoValueLooksEscaped) {
+  EXPECT_EQ(Escaped("%s", "C:\\new"), "C:\\\\new");
+  EXPECT_EQ(Escaped("%s", "\\n"), "\\\\n");
+  EXPECT_NE(Escaped("%s", "\\x0A"), Escaped("%s", "\x0A"));
+}
+
+TEST(FormatText, KeepsTheFormatsOwnBackslashes) { EXPECT_EQ(Escaped("\\%s", "a"), "\\a"); }
 
 TEST(FormatText, EscapesWideTextsAlike) { EXPECT_EQ(EscapedWide("%S", L"a\nb\x0085"), "a\\nb\\xC2\\x85"); }
 
@@ -183,7 +276,11 @@ TEST(FormatText, EscapesCharacters) {
   EXPECT_EQ(FormatText("%c%c", arguments, 2, true), "\\n\\xFF");
 }
 
-TEST(FormatText, EscapedTextIsPaddedAsItIsPrinted) { EXPECT_EQ(Escaped("[%4s][", "\n"), "[  \\n]["); }
+TEST(FormatText, EscapedTextIsPaddedAsItIsPrinted) {
+  EXPECT_EQ(Escaped("[%4s][", "\n"), "[  \\n][");
+  EXPECT_EQ(Escaped("[%-4s][", "\n"), "[\\n  ][");
+  EXPECT_EQ(Escaped("[%2s][", "\n\n"), "[\\n\\n][");
+}
 
 TEST(FormatText, KeepsTheFormatsOwnLineFeeds) { EXPECT_EQ(Escaped("a\n\t%s", "b"), "a\n\tb"); }
 

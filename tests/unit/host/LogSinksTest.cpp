@@ -135,6 +135,74 @@ TEST(LogSinks, FileIsClosedToOthers) {
   EXPECT_EQ(present & perms::owner_all, perms::owner_read | perms::owner_write);
 }
 
+/// A log file, and the time by which it is looked for.
+class FollowedLogFile : public testing::Test {
+ protected:
+  void Write(const std::string& text) { m_sink->Write(LogLevel::Info, "Name", text); }
+  static std::string Lines(const std::filesystem::path& file) { return WithoutTimes(TemporaryDirectory::Read(file)); }
+
+  const TemporaryDirectory m_directory;
+  const std::filesystem::path m_file = m_directory.Path() / "agent.log";
+  const std::filesystem::path m_rotated = m_directory.Path() / "agent.log.1";
+  std::chrono::steady_clock::time_point m_now{std::chrono::hours(1)};
+  const std::shared_ptr<ILogSink> m_sink = CreateFileSink(m_file, LogLevel::Debug, [this] { return m_now; });
+};
+
+TEST_F(FollowedLogFile, IsMadeAnewWithinASecondAfterItWasRenamed) {
+  Write("one");
+  std::filesystem::rename(m_file, m_rotated);
+  m_now += std::chrono::milliseconds(999);
+  Write("two");
+  m_now += std::chrono::milliseconds(1);
+  Write("three");
+  EXPECT_EQ(Lines(m_rotated), "Info Name one\nInfo Name two\n");
+  EXPECT_EQ(Lines(m_file), "Info Name three\n");
+}
+
+TEST_F(FollowedLogFile, IsMadeAnewAfterItWasDeleted) {
+  Write("one");
+  std::filesystem::remove(m_file);
+  m_now += std::chrono::seconds(1);
+  Write("two");
+  EXPECT_EQ(Lines(m_file), "Info Name two\n");
+}
+
+TEST_F(FollowedLogFile, IsTheOneThatHasItsName) {
+  Write("one");
+  std::filesystem::rename(m_file, m_rotated);
+  m_directory.Write("agent.log", "made by the rotation\n");
+  m_now += std::chrono::seconds(1);
+  Write("two");
+  EXPECT_EQ(Lines(m_file), "made by the rotation\nInfo Name two\n");
+}
+
+TEST_F(FollowedLogFile, IsFollowedAgainAndAgain) {
+  for (const std::string name : {"a", "b", "c"}) {
+    Write(name);
+    std::filesystem::rename(m_file, m_directory.Path() / name);
+    m_now += std::chrono::seconds(1);
+  }
+  Write("d");
+  EXPECT_EQ(Lines(m_directory.Path() / "c"), "Info Name c\n");
+  EXPECT_EQ(Lines(m_file), "Info Name d\n");
+}
+
+TEST_F(FollowedLogFile, StaysTheOldOneWhileThereCanBeNoNewOne) {
+  Write("one");
+  std::filesystem::rename(m_file, m_rotated);
+  std::filesystem::create_directory(m_file);
+  m_now += std::chrono::seconds(1);
+  Write("two");
+  EXPECT_EQ(Lines(m_rotated), "Info Name one\nInfo Name two\n");
+}
+
+TEST_F(FollowedLogFile, MayBeTruncated) {
+  Write("one");
+  std::filesystem::resize_file(m_file, 0);
+  Write("two");
+  EXPECT_EQ(Lines(m_file), "Info Name two\n");
+}
+
 TEST(LogSinks, FileMayHaveANameOfAnyCharacters) {
   const TemporaryDirectory directory("\xC3\xA4 \xE6\x97\xA5");
   const std::filesystem::path file = directory.Path() / WideToPath(Utf8ToWide("\xC3\xB6 \xF0\x9F\x98\x80.log"));

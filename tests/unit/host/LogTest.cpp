@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -73,6 +74,67 @@ TEST(Log, AsksTheSinkBeforeItWrites) {
   const auto sink = std::make_shared<DeafSink>();
   Log("Name", sink).Error("%s", "text");
   EXPECT_FALSE(sink->m_bWritten);
+}
+
+/// Keeps Info and above.
+class InfoSink : public RecordingSink {
+ public:
+  bool IsEnabled(LogLevel level) const override { return level >= LogLevel::Info; }
+};
+
+/// A value that counts how often its text is asked for.
+struct CountedText {
+  operator std::string_view() const {
+    ++*m_pCount;
+    return "text";
+  }
+  int* m_pCount;
+};
+
+TEST(Log, LooksAtNoValueOfARecordThatIsNotKept) {
+  const auto sink = std::make_shared<InfoSink>();
+  const Log log("Name", sink);
+  int count = 0;
+  log.Debug("%s", CountedText{&count});
+  EXPECT_EQ(count, 0);
+  log.Info("%s", CountedText{&count});
+  EXPECT_EQ(count, 1);
+  EXPECT_THAT(sink->Lines(), ElementsAre("Info text"));
+}
+
+constexpr std::size_t MOST = 65536;
+
+/// The message that a record of this text becomes.
+std::string Message(const char* format, const std::string& text) {
+  const auto sink = std::make_shared<RecordingSink>();
+  Log("Name", sink).Info(format, text);
+  return sink->Records().at(0).text;
+}
+
+TEST(Log, KeepsAMessageOf64KiB) {
+  const std::string text(MOST, 'a');
+  EXPECT_TRUE(Message("%s", text) == text);
+}
+
+TEST(Log, ShortensALongerMessageAndSaysByHowMuch) {
+  EXPECT_TRUE(Message("%s", std::string(MOST + 1, 'a')) == std::string(MOST, 'a') + " [1 more bytes]");
+  EXPECT_TRUE(Message("got %s.", std::string(1048576, 'a')) ==
+              "got " + std::string(MOST - 4, 'a') + " [" + std::to_string(1048576 + 5 - MOST) + " more bytes]");
+}
+
+TEST(Log, ShortensWhatEscapingMadeLong) {
+  std::string expected;
+  while (expected.size() < MOST) expected += "\\x01";
+  EXPECT_TRUE(Message("%s", std::string(1048576, '\x01')) ==
+              expected + " [" + std::to_string(4 * 1048576 - MOST) + " more bytes]");
+}
+
+TEST(Log, SplitsNoCharacterAndNoEscapeWhereItShortens) {
+  const std::string start(MOST - 1, 'a');
+  EXPECT_TRUE(Message("%s", start + "\xC3\xA4z") == start + " [3 more bytes]");
+  EXPECT_TRUE(Message((start + "\xC3\xA4%s").c_str(), "z") == start + " [3 more bytes]");
+  EXPECT_TRUE(Message("%s", start + "\nz") == start + " [3 more bytes]");
+  EXPECT_TRUE(Message("%s", start + "\\z") == start + " [3 more bytes]");
 }
 
 TEST(Log, NeverThrows) {

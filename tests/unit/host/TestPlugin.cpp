@@ -5,7 +5,14 @@
 #include <host/LoggerFactory.h>
 #include <host/ServiceLookup.h>
 
+#include <support/WaitUntil.h>
+
 #include <ace/Service_Object.h>
+
+#include <exception>
+#include <future>
+#include <memory>
+#include <thread>
 
 namespace {
 
@@ -56,6 +63,93 @@ class RecursiveService : public ACE_Service_Object {
   }
 };
 
+/// An exception whose code stands in this module.
+class PluginError : public std::exception {
+ public:
+  const char* what() const noexcept override { return "no luck"; }
+};
+
+class ThrowingService : public CountingService {
+ public:
+  int init(int, ACE_TCHAR*[]) override { throw PluginError(); }
+};
+
+class OddlyThrowingService : public CountingService {
+ public:
+  int init(int, ACE_TCHAR*[]) override { throw 42; }
+};
+
+/// Waits until somebody has counted `name`; returns whether that came to pass.
+bool WaitForCount(const char* name) {
+  return sorvex::test::WaitUntil([name] { return GetService<IStatisticsServer>()->GetValue(name) != 0; });
+}
+
+/// Asks the host from a thread of its own and waits for the answers.
+class AskingService : public ACE_Service_Object {
+ public:
+  int init(int, ACE_TCHAR*[]) override {
+    const auto answered = std::make_shared<std::promise<void>>();
+    std::future<void> answer = answered->get_future();
+    std::thread thread([answered] {
+      WindowsAgentCommon::IComponentFactory* const host = GetComponentFactory();
+      if (host->IsServiceRegistered("Asking") && host->GetServiceConfig("AgentCore") != nullptr &&
+          host->LoadService("IPayloadFactory") && GetService<IStatisticsServer>() != nullptr) {
+        Count("answered");
+      }
+      answered->set_value();
+    });
+    if (answer.wait_for(sorvex::test::patience) == std::future_status::ready) {
+      thread.join();
+    } else {
+      // It goes on once the host lets it.
+      Count("unanswered");
+      thread.detach();
+    }
+    return 0;
+  }
+};
+
+/// Is initialised when the test opens the gate.
+class GatedService : public CountingService {
+ public:
+  int init(int argc, ACE_TCHAR* argv[]) override {
+    Count("at the gate");
+    if (!WaitForCount("gate open")) return -1;
+    return CountingService::init(argc, argv);
+  }
+};
+
+/// Loads another service that loads this one.
+class CyclicService : public CountingService {
+ public:
+  explicit CyclicService(const char* other) : m_pOther(other) {}
+  int init(int, ACE_TCHAR*[]) override {
+    Count(GetComponentFactory()->LoadService(m_pOther) ? "cycle loaded" : "cycle refused");
+    return 0;
+  }
+
+ private:
+  const char* m_pOther;
+};
+
+/// Loads another service once both are being loaded.
+class EntangledService : public CountingService {
+ public:
+  EntangledService(const char* own, const char* other, const char* otherName)
+      : m_pOwn(own), m_pOther(other), m_pOtherName(otherName) {}
+  int init(int, ACE_TCHAR*[]) override {
+    Count(m_pOwn);
+    if (!WaitForCount(m_pOther)) return -1;
+    Count(GetComponentFactory()->LoadService(m_pOtherName) ? "cycle loaded" : "cycle refused");
+    return 0;
+  }
+
+ private:
+  const char* m_pOwn;
+  const char* m_pOther;
+  const char* m_pOtherName;
+};
+
 /// Logs its end.
 class FarewellService : public ACE_Service_Object {
  public:
@@ -85,6 +179,15 @@ ACE_Service_Object* _make_RecursiveService(ACE_Service_Object_Exterminator* exte
 ACE_Service_Object* _make_FirstFarewellService(ACE_Service_Object_Exterminator* exterminator);
 ACE_Service_Object* _make_SecondFarewellService(ACE_Service_Object_Exterminator* exterminator);
 ACE_Service_Object* _make_NullService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_ThrowingService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_OddlyThrowingService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_AskingService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_GatedService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_FirstCyclicService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_SecondCyclicService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_FirstEntangledService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_SecondEntangledService(ACE_Service_Object_Exterminator* exterminator);
+ACE_Service_Object* _make_NothingButAnException(ACE_Service_Object_Exterminator*);
 
 ACE_Service_Object* _make_CountingService(ACE_Service_Object_Exterminator* exterminator) {
   return Make<CountingService>(exterminator);
@@ -111,4 +214,38 @@ ACE_Service_Object* _make_SecondFarewellService(ACE_Service_Object_Exterminator*
 }
 
 ACE_Service_Object* _make_NullService(ACE_Service_Object_Exterminator*) { return nullptr; }
+
+ACE_Service_Object* _make_ThrowingService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<ThrowingService>(exterminator);
+}
+
+ACE_Service_Object* _make_OddlyThrowingService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<OddlyThrowingService>(exterminator);
+}
+
+ACE_Service_Object* _make_AskingService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<AskingService>(exterminator);
+}
+
+ACE_Service_Object* _make_GatedService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<GatedService>(exterminator);
+}
+
+ACE_Service_Object* _make_FirstCyclicService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<CyclicService>(exterminator, "SecondCyclic");
+}
+
+ACE_Service_Object* _make_SecondCyclicService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<CyclicService>(exterminator, "FirstCyclic");
+}
+
+ACE_Service_Object* _make_FirstEntangledService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<EntangledService>(exterminator, "first entered", "second entered", "SecondEntangled");
+}
+
+ACE_Service_Object* _make_SecondEntangledService(ACE_Service_Object_Exterminator* exterminator) {
+  return Make<EntangledService>(exterminator, "second entered", "first entered", "FirstEntangled");
+}
+
+ACE_Service_Object* _make_NothingButAnException(ACE_Service_Object_Exterminator*) { throw PluginError(); }
 }

@@ -21,6 +21,14 @@ std::wstring Units(std::initializer_list<unsigned> units) {
   return text;
 }
 
+/// What `bytes` become, which are so many invalid sequences.
+std::wstring Invalid(std::string_view bytes, std::size_t sequences) {
+  if (sizeof(wchar_t) == 2) return std::wstring(sequences, L'\xFFFD');
+  std::wstring text;
+  for (const char byte : bytes) text += static_cast<wchar_t>(0xDC00 + static_cast<unsigned char>(byte));
+  return text;
+}
+
 TEST(Utf8ToWide, ConvertsSequencesOfEveryLength) {
   EXPECT_EQ(Utf8ToWide("a\xC3\xA4\xE2\x82\xAC" + GRIN_UTF8), L"a\x00E4\x20AC" + GRIN);
 }
@@ -35,32 +43,34 @@ TEST(Utf8ToWide, ConvertsTheLimitsOfEveryLength) {
 
 TEST(Utf8ToWide, EmptyTextStaysEmpty) { EXPECT_EQ(Utf8ToWide(""), L""); }
 
-TEST(Utf8ToWide, ReplacesOverlongForms) {
-  EXPECT_EQ(Utf8ToWide("\xC0\xAF|"), L"\xFFFD\xFFFD|");
-  EXPECT_EQ(Utf8ToWide("\xC1\xBF|"), L"\xFFFD\xFFFD|");
-  EXPECT_EQ(Utf8ToWide("\xE0\x9F\xBF|"), L"\xFFFD\xFFFD\xFFFD|");
-  EXPECT_EQ(Utf8ToWide("\xF0\x8F\xBF\xBF|"), L"\xFFFD\xFFFD\xFFFD\xFFFD|");
+TEST(Utf8ToWide, MarksOverlongForms) {
+  EXPECT_EQ(Utf8ToWide("\xC0\xAF|"), Invalid("\xC0\xAF", 2) + L"|");
+  EXPECT_EQ(Utf8ToWide("\xC1\xBF|"), Invalid("\xC1\xBF", 2) + L"|");
+  EXPECT_EQ(Utf8ToWide("\xE0\x9F\xBF|"), Invalid("\xE0\x9F\xBF", 3) + L"|");
+  EXPECT_EQ(Utf8ToWide("\xF0\x8F\xBF\xBF|"), Invalid("\xF0\x8F\xBF\xBF", 4) + L"|");
 }
 
-TEST(Utf8ToWide, ReplacesSurrogates) {
-  EXPECT_EQ(Utf8ToWide("\xED\xA0\x80|"), L"\xFFFD\xFFFD\xFFFD|");
-  EXPECT_EQ(Utf8ToWide("\xED\xBF\xBF|"), L"\xFFFD\xFFFD\xFFFD|");
+TEST(Utf8ToWide, MarksSurrogates) {
+  EXPECT_EQ(Utf8ToWide("\xED\xA0\x80|"), Invalid("\xED\xA0\x80", 3) + L"|");
+  EXPECT_EQ(Utf8ToWide("\xED\xBF\xBF|"), Invalid("\xED\xBF\xBF", 3) + L"|");
 }
 
-TEST(Utf8ToWide, ReplacesWhatLiesBeyondUnicode) {
-  EXPECT_EQ(Utf8ToWide("\xF4\x90\x80\x80|"), L"\xFFFD\xFFFD\xFFFD\xFFFD|");
-  EXPECT_EQ(Utf8ToWide("\xF5\xFE\xFF|"), L"\xFFFD\xFFFD\xFFFD|");
+TEST(Utf8ToWide, MarksWhatLiesBeyondUnicode) {
+  EXPECT_EQ(Utf8ToWide("\xF4\x90\x80\x80|"), Invalid("\xF4\x90\x80\x80", 4) + L"|");
+  EXPECT_EQ(Utf8ToWide("\xF5\xFE\xFF|"), Invalid("\xF5\xFE\xFF", 3) + L"|");
 }
 
-TEST(Utf8ToWide, ReplacesATruncatedSequenceOnce) {
-  EXPECT_EQ(Utf8ToWide("\xC3"), L"\xFFFD");
-  EXPECT_EQ(Utf8ToWide("\xE2\x82"), L"\xFFFD");
-  EXPECT_EQ(Utf8ToWide("\xF0\x9F\x98"), L"\xFFFD");
-  EXPECT_EQ(Utf8ToWide("\xE2\x82z"), L"\xFFFDz");
-  EXPECT_EQ(Utf8ToWide("\xF0\x9F\xC3\xA4"), L"\xFFFD\x00E4");
+TEST(Utf8ToWide, MarksATruncatedSequenceOnce) {
+  EXPECT_EQ(Utf8ToWide("\xC3"), Invalid("\xC3", 1));
+  EXPECT_EQ(Utf8ToWide("\xE2\x82"), Invalid("\xE2\x82", 1));
+  EXPECT_EQ(Utf8ToWide("\xF0\x9F\x98"), Invalid("\xF0\x9F\x98", 1));
+  EXPECT_EQ(Utf8ToWide("\xE2\x82z"), Invalid("\xE2\x82", 1) + L"z");
+  EXPECT_EQ(Utf8ToWide("\xF0\x9F\xC3\xA4"), Invalid("\xF0\x9F", 1) + L"\x00E4");
 }
 
-TEST(Utf8ToWide, ReplacesLoneContinuationBytes) { EXPECT_EQ(Utf8ToWide("a\x80\xBFz"), L"a\xFFFD\xFFFDz"); }
+TEST(Utf8ToWide, MarksLoneContinuationBytes) {
+  EXPECT_EQ(Utf8ToWide("a\x80\xBFz"), L"a" + Invalid("\x80\xBF", 2) + L"z");
+}
 
 TEST(Utf8ToWide, KeepsZeroCharacters) { EXPECT_EQ(Utf8ToWide(std::string_view("a\0b", 3)), std::wstring(L"a\0b", 3)); }
 
@@ -89,6 +99,17 @@ TEST(WideToUtf8, ReplacesWhatLiesBeyondUnicode) {
   } else {
     EXPECT_EQ(WideToUtf8(Units({0xDBFF, 0xDFFF})), "\xF4\x8F\xBF\xBF");
   }
+}
+
+TEST(WideToUtf8, GivesBackBytesThatAreNoUtf8WhereWideTextHasRoomForThem) {
+  const std::string bytes = "a\x80\xC3|\xE2\x82\xF5\xFF\xC3\xA4";
+  const std::string replaced = "a\xEF\xBF\xBD\xEF\xBF\xBD|\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xC3\xA4";
+  EXPECT_EQ(WideToUtf8(Utf8ToWide(bytes)), sizeof(wchar_t) == 4 ? bytes : replaced);
+}
+
+TEST(WideToUtf8, GivesNoAsciiByteForALoneSurrogate) {
+  EXPECT_EQ(WideToUtf8(Units({0xDC2F, 0xDC7F})), "\xEF\xBF\xBD\xEF\xBF\xBD");
+  EXPECT_EQ(WideToUtf8(Units({0xDD00})), "\xEF\xBF\xBD");
 }
 
 TEST(WideToUtf8, EmptyTextStaysEmpty) { EXPECT_EQ(WideToUtf8(L""), ""); }

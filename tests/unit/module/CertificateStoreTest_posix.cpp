@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -34,5 +35,17 @@ TEST(TrustedStore, HoldsTheSystemsBundle) {
 }
 
 TEST(TrustedStore, UnknownNameIsRefused) { EXPECT_EQ(CertificateStore().Open(L"MY"), EINVAL); }
+
+TEST(CertificateStore, LeavesOutPipesWithoutWaitingForTheirWriters) {
+  const Name name{{NID_commonName, V_ASN1_UTF8STRING, "Authority"}};
+  Certificate authority;
+  ASSERT_EQ(Certificate::FromDer(MakeCertificate(name, name), authority), 0);
+  const InstallationDirectory installation;
+  installation.Write("config/certificates/CA/b.pem", authority.Pem());
+  ASSERT_EQ(mkfifo((installation.ConfigDirectory() / "certificates/CA/a.pem").c_str(), 0600), 0);
+  CertificateStore store;
+  ASSERT_EQ(store.Open(L"CA"), 0);
+  EXPECT_EQ(store.FindIssuer(authority).Der(), authority.Der());
+}
 
 }  // namespace

@@ -14,8 +14,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <barrier>
 #include <functional>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -161,6 +164,43 @@ TEST_F(StandAloneConnection, HeartbeatLevelPassesMonitorThatWouldHaveRefusedIt) 
   OfferAgentCore({{"LogMonitor.Level", "7"}});
   m_connection.PostHeartbeat();
   EXPECT_EQ(m_log->Count("Info ApplicationHeartbeat"), 1U);
+}
+
+TEST_F(StandAloneConnection, HeartbeatLeavesLogMonitorLevelAloneThatIsRight) {
+  OfferAgentCore({{"LogMonitor.Level", "2"}});
+  const auto entry = m_host.GetServiceConfig("AgentCore")->m_parameters.begin();
+  const char* const value = entry->second.data();
+  m_connection.PostHeartbeat();
+  const auto same = m_host.GetServiceConfig("AgentCore")->m_parameters.begin();
+  EXPECT_EQ(&*same, &*entry);
+  EXPECT_EQ(same->second.data(), value);
+}
+
+TEST_F(StandAloneConnection, HeartbeatsOfSeveralThreadsSetOneLogMonitorLevel) {
+  constexpr int threadCount = 4;
+  constexpr int roundCount = 1000;
+  int wrong = 0;
+  OfferAgentCore({{"LogMonitor.Level", "7"}});
+  // Between two rounds no thread is at work.
+  const auto look = [&]() noexcept {
+    WindowsAgentCommon::ParameterBlock& parameters = m_host.GetServiceConfig("AgentCore")->m_parameters;
+    if (parameters != WindowsAgentCommon::ParameterBlock{{"LogMonitor.Level", "2"}}) ++wrong;
+    parameters = {{"LogMonitor.Level", "7"}};
+  };
+  std::barrier start(threadCount);
+  std::barrier end(threadCount, look);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < threadCount; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < roundCount; ++round) {
+        start.arrive_and_wait();
+        NullConfigServerConnection().PostHeartbeat();
+        end.arrive_and_wait();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST(LocalHeartbeat, HasNoAgentCoreWithoutComponentFactory) {

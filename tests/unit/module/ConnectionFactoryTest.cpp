@@ -25,6 +25,7 @@ namespace {
 
 using sorvex::test::FakeComponentFactory;
 using sorvex::test::InstallationDirectory;
+using sorvex::test::Logged;
 using sorvex::test::RecordingLogger;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -67,12 +68,12 @@ class ConnectionFactoryTest : public testing::Test {
 
   /// What is logged when the install file at `path` is missing.
   static std::string MissingInstallFileLine(const std::string& path) {
-    return "Warn There was a problem when parsing the install configuration in " + path +
-           " (Reason: Couldn't find the application install parameters (in file " + path +
+    return "Warn There was a problem when parsing the install configuration in " + Logged(path) +
+           " (Reason: Couldn't find the application install parameters (in file " + Logged(path) +
            ") - we need these parameters. Reason: " + WindowsAgentCommon::GetLastErrorText(ENOENT) + ").";
   }
   static std::string MissingAutoCreationFileLine(const std::string& path) {
-    return "Info Couldn't find the log source auto-creation parameters (in file " + path +
+    return "Info Couldn't find the log source auto-creation parameters (in file " + Logged(path) +
            ") - now assuming there are none.";
   }
 
@@ -412,26 +413,6 @@ TEST_F(ConnectionFactoryTest, MakesStandAloneConnection) {
   m_factory.CreateConfigServerConnection(connection);
   EXPECT_NE(dynamic_cast<VaroCommunicationAPI::NullConfigServerConnection*>(connection.get()), nullptr);
   EXPECT_THAT(Lines(), ElementsAre("Debug creating stand alone mode config server connection"));
-}
-
-TEST_F(ConnectionFactoryTest, MakesHttpsConnection) {
-  m_installation.WriteInstallFile(httpsInstallFile);
-  Initialize();
-  m_log->Clear();
-  std::shared_ptr<IConfigurationServerConnection> connection;
-  m_factory.CreateConfigServerConnection(connection);
-  EXPECT_NE(connection, nullptr);
-  EXPECT_THAT(Lines(), ElementsAre("Debug creating config server connection"));
-}
-
-TEST_F(ConnectionFactoryTest, MakesDirectTlsConnection) {
-  m_installation.WriteInstallFile(serverInstallFile);
-  Initialize();
-  m_log->Clear();
-  std::shared_ptr<IConfigurationServerConnection> connection;
-  m_factory.CreateConfigServerConnection(connection);
-  EXPECT_NE(connection, nullptr);
-  EXPECT_THAT(Lines(), ElementsAre("Debug creating SSL config server connection"));
 }
 
 TEST_F(ConnectionFactoryTest, MakesNewConnectionInPlaceOfTheOldOne) {

@@ -42,6 +42,11 @@ TEST_F(ForceDeployMarker, AsksWhateverItHolds) {
   EXPECT_TRUE(VaroCommunicationAPI::IsForceDeployRequested());
 }
 
+TEST_F(ForceDeployMarker, AsksWhateverItIs) {
+  std::filesystem::create_directory(m_installation.Marker());
+  EXPECT_TRUE(VaroCommunicationAPI::IsForceDeployRequested());
+}
+
 TEST_F(ForceDeployMarker, InMissingPatchDirectoryAsksForNothing) {
   std::filesystem::remove(m_installation.PatchDirectory());
   EXPECT_FALSE(VaroCommunicationAPI::IsForceDeployRequested());
@@ -73,6 +78,9 @@ TEST_F(ForceDeployMarker, IsDeletedBesideOtherFiles) {
   m_installation.WriteMarker();
   m_installation.Write("patch/AgentCore.tar.gz.part", "");
   m_installation.Write("patch/AgentCore.tgz", "");
+  m_installation.Write("patch/AgentCore.gz", "");
+  m_installation.Write("patch/AgentCore.tar", "");
+  m_installation.Write("patch/AgentCoretar.gz", "");
   m_installation.Write("patch/sub/AgentCore.tar.gz", "");
   Tidy();
   EXPECT_FALSE(IsThere());

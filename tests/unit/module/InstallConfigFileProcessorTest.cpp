@@ -104,6 +104,36 @@ TEST_F(InstallFile, KeyGivenTwiceIsReadAsFirst) {
   EXPECT_EQ(m_parameters.size(), 2U);
 }
 
+const std::string utf8Mark = "\xEF\xBB\xBF";
+
+TEST_F(InstallFile, WithUtf8MarkIsReadBehindIt) {
+  m_installation.WriteInstallFile(utf8Mark + "ConfigurationServer=server.example\r\n" + utf8Mark + "A=1");
+  EXPECT_EQ(Process(), 0);
+  EXPECT_THAT(m_parameters, ElementsAre(Pair("ConfigurationServer", "server.example"), Pair(utf8Mark + "A", "1")));
+}
+
+TEST_F(InstallFile, WithUtf8MarkIsStillReadUpToByte4096) {
+  const std::string last = "\nLast=1";
+  m_installation.WriteInstallFile(utf8Mark + std::string(4096 - utf8Mark.size() - last.size(), 'x') + last + "2");
+  Process();
+  EXPECT_THAT(m_parameters, ElementsAre(Pair("Last", "1")));
+}
+
+TEST_F(InstallFile, WithPartOfAUtf8MarkIsTakenAsItStands) {
+  m_installation.WriteInstallFile("\xEF\xBB=1");
+  EXPECT_EQ(Process(), 0);
+  EXPECT_THAT(m_parameters, ElementsAre(Pair("\xEF\xBB", "1")));
+}
+
+TEST_F(InstallFile, WithUtf16MarkIsRefusedWithItsCause) {
+  for (const char* mark : {"\xFF\xFE", "\xFE\xFF"}) {
+    m_installation.WriteInstallFile(std::string(mark) + "A=1\n");
+    EXPECT_NE(Process(), 0);
+    EXPECT_EQ(m_processor.GetMessageText(), "The file begins with a UTF-16 byte-order mark; it has to be UTF-8");
+    EXPECT_THAT(m_parameters, IsEmpty());
+  }
+}
+
 TEST_F(InstallFile, WithZeroByteKeepsItInValue) {
   m_installation.WriteInstallFile(std::string("A=1\0002\nB=3\n", 10));
   Process();

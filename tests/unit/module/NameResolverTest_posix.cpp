@@ -1,11 +1,13 @@
-// Giving up a question that the resolver is still being asked. The resolver itself is scripted here.
+// What becomes of questions to the resolver, and of sockets that ask them. The resolver itself is scripted here.
 #include "platform/NameResolver.h"
+#include "sockets/TCPRawSocket.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 namespace {
@@ -16,6 +18,7 @@ struct FakeResolver {
   int m_cancelCode = EAI_NOTCANCELED;
   int m_answerCode = EAI_INPROGRESS;
   int m_pollsUntilAnswer = 0;  ///< 0: never
+  int m_submits = 0;
   int m_polls = 0;
   int m_cancels = 0;
   gaicb* m_pRequest = nullptr;  ///< what is asked, as the resolver's own threads keep it
@@ -37,6 +40,7 @@ std::vector<gaicb*>& Asked() {
 extern "C" {
 
 int getaddrinfo_a(int, gaicb** list, int, sigevent*) {
+  ++resolver.m_submits;
   resolver.m_pRequest = list[0];
   Asked().push_back(list[0]);
   return resolver.m_submitCode;
@@ -135,7 +139,17 @@ TEST_P(NameResolverCode, IsConverted) {
 
 INSTANTIATE_TEST_SUITE_P(Codes, NameResolverCode,
                          testing::Values(Codes{EAI_NONAME, 11001}, Codes{EAI_NODATA, 11001}, Codes{EAI_AGAIN, 11002},
-                                         Codes{EAI_FAIL, 11003}, Codes{EAI_FAMILY, 11001}));
+                                         Codes{EAI_FAIL, 11003}, Codes{EAI_FAMILY, 11001}, Codes{EAI_MEMORY, 11002},
+                                         Codes{EAI_SYSTEM, 11002}));
+
+TEST_F(NameResolver, DoesNotReportNumberOfCallersOwnThread) {
+  resolver.m_pollsUntilAnswer = 1;
+  resolver.m_answerCode = EAI_SYSTEM;
+  for (const int unrelated : {0, EACCES}) {
+    errno = unrelated;
+    EXPECT_EQ(Resolve(100).m_error, 11002);
+  }
+}
 
 TEST_F(NameResolver, WithoutAddressInAnswerFindsNothing) {
   resolver.m_pollsUntilAnswer = 1;
@@ -146,6 +160,28 @@ TEST_F(NameResolver, WithoutAddressInAnswerFindsNothing) {
 TEST_F(NameResolver, IsNotAskedForLiteralAddress) {
   EXPECT_EQ(ResolveHost(L"127.0.0.1", 514, AddressFamily::Any, [] { return true; }).m_error, 0);
   EXPECT_EQ(resolver.m_pRequest, nullptr);
+}
+
+TEST_F(NameResolver, ThatFailsLeavesRawSocketUnconnected) {
+  resolver.m_pollsUntilAnswer = 1;
+  resolver.m_answerCode = EAI_SYSTEM;
+  errno = 0;
+  VaroCommunicationAPI::TCPRawSocket socket;
+  socket.Open(L"host.example", 514);
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_EQ(socket.GetLastResultCode(), 11002);
+}
+
+TEST_F(NameResolver, IsAskedOnceByEachOpenAndConnectOfRawSocket) {
+  resolver.m_pollsUntilAnswer = 1;
+  resolver.m_answerCode = EAI_NONAME;
+  VaroCommunicationAPI::TCPRawSocket socket;
+  socket.Open(L"host.example", 514);
+  EXPECT_EQ(resolver.m_submits, 1);
+  socket.Connect();
+  EXPECT_EQ(resolver.m_submits, 2);
+  socket.Open(L"other.example", 514);
+  EXPECT_EQ(resolver.m_submits, 3);
 }
 
 }  // namespace

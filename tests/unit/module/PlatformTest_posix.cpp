@@ -7,9 +7,11 @@
 #include "platform/KeyContainer.h"
 #include "platform/SocketErrors.h"
 #include "platform/SocketIo.h"
+#include "support/OrdinaryUser_posix.h"
 
 #include <host/SystemError.h>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -25,8 +27,25 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fstream>
+#include <future>
+#include <optional>
+
+namespace {
+
+/// To whom every file belongs, when a test says so: only root could give one away.
+std::optional<uid_t> pretendedOwner;
+
+}  // namespace
+
+/// Stands before that of the C library.
+extern "C" int fstat(int file, struct stat* status) noexcept {
+  const int result = fstatat(file, "", status, AT_EMPTY_PATH);
+  if (result == 0 && pretendedOwner) status->st_uid = *pretendedOwner;
+  return result;
+}
 
 namespace {
 
@@ -95,18 +114,25 @@ TEST(SocketErrorText, OfNamesIsTheResolvers) {
 
 TEST(ReadFileHeadErrors, AreTheSystemsOwn) {
   const InstallationDirectory installation;
-  std::string content;
+  Platform::SecretText content;
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/missing", 10, content), ENOENT);
   EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath(), 10, content), EISDIR);
 }
 
 TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
-  if (geteuid() == 0) GTEST_SKIP() << "root may read every file";
   const InstallationDirectory installation;
-  installation.Write("config/f", "x");
-  chmod((installation.ConfigDirectory() / "f").c_str(), 0);
-  std::string content;
-  EXPECT_EQ(Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/f", 10, content), EACCES);
+  installation.Write("config/open", "x");
+  installation.Write("config/closed", "x");
+  chmod((installation.ConfigDirectory() / "open").c_str(), 0644);
+  chmod((installation.ConfigDirectory() / "closed").c_str(), 0);
+  const auto readAsOrdinaryUser = [](const wchar_t* name) {
+    return sorvex::test::CallAsOrdinaryUser([name] {
+      Platform::SecretText content;
+      return Platform::ReadFileHead(WindowsAgentCommon::GetConfigPath() + L"/" + name, 10, content);
+    });
+  };
+  EXPECT_EQ(readAsOrdinaryUser(L"open"), 0);
+  EXPECT_EQ(readAsOrdinaryUser(L"closed"), EACCES);
 }
 
 // Key containers
@@ -114,6 +140,7 @@ TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
 class KeyContainerFile : public testing::Test {
  protected:
   KeyContainerFile() { StoreInContainer(m_key, "Test.Container"); }
+  ~KeyContainerFile() override { pretendedOwner.reset(); }
 
   std::filesystem::path Path() const { return m_installation.ConfigDirectory() / "keys/Test.Container.pem"; }
   void Replace(const std::string& content) {
@@ -121,7 +148,7 @@ class KeyContainerFile : public testing::Test {
     chmod(Path().c_str(), 0600);
   }
   int Decrypt() {
-    std::vector<std::uint8_t> plainText;
+    Platform::SecretText plainText;
     return Platform::DecryptWithContainer(L"Test.Container", m_key.Encrypt("secret"), plainText);
   }
 
@@ -154,6 +181,27 @@ TEST_F(KeyContainerFile, ThatIsDirectoryIsRefused) {
   std::filesystem::remove(Path());
   std::filesystem::create_directory(Path());
   EXPECT_EQ(Decrypt(), EPERM);
+}
+
+TEST_F(KeyContainerFile, ThatIsAPipeIsRefusedWithoutWaitingForItsWriter) {
+  std::filesystem::remove(Path());
+  ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+  std::future<int> result = std::async(std::launch::async, [this] { return Decrypt(); });
+  const bool bReturned = result.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  EXPECT_TRUE(bReturned);
+  // Lets a reader go that waits.
+  if (!bReturned) close(open(Path().c_str(), O_WRONLY | O_NONBLOCK));
+  EXPECT_EQ(result.get(), EPERM);
+}
+
+TEST_F(KeyContainerFile, OfAnotherUserIsRefused) {
+  pretendedOwner = geteuid() + 1;
+  EXPECT_EQ(Decrypt(), EPERM);
+}
+
+TEST_F(KeyContainerFile, OfRootIsUsed) {
+  pretendedOwner = 0;
+  EXPECT_EQ(Decrypt(), 0);
 }
 
 TEST_F(KeyContainerFile, WithoutKeyIsRefused) {
@@ -194,7 +242,7 @@ TEST_F(KeyContainerFile, OfAnotherKeyGivesBadMessage) {
 
 TEST_F(KeyContainerFile, WithoutContainerNameIsTheDefaultOne) {
   StoreInContainer(m_key, "default");
-  std::vector<std::uint8_t> plainText;
+  Platform::SecretText plainText;
   EXPECT_EQ(Platform::DecryptWithContainer(L"", m_key.Encrypt("secret"), plainText), 0);
 }
 
@@ -379,13 +427,26 @@ TEST_F(BrokenPipe, SendNowNeedsNoGuard) {
   EXPECT_EQ(brokenPipes, 0);
 }
 
-TEST(ReadFileHeadOfPipe, DoesNotWaitForItsWriter) {
+TEST(ReadFileHeadOfPipe, IsRefusedWithoutWaitingForItsWriter) {
   InstallationDirectory installation;
   const std::wstring path = installation.InstallFile();
   ASSERT_EQ(mkfifo(WindowsAgentCommon::WideToUtf8(path).c_str(), 0600), 0);
-  std::string content;
-  EXPECT_EQ(Platform::ReadFileHead(path, 100, content), 0);
-  EXPECT_EQ(content, "");
+  Platform::SecretText content;
+  content.Resize(3);
+  EXPECT_EQ(Platform::ReadFileHead(path, 100, content), ENOTSUP);
+  EXPECT_EQ(content.View(), "");
+}
+
+TEST(KeyContainerErrors, OfExportLeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
+  InstallationDirectory installation;
+  installation.Write("config/keys/default.pem", "no key");
+  chmod((installation.ConfigDirectory() / "keys/default.pem").c_str(), 0600);
+  ERR_clear_error();
+  ERR_raise(ERR_LIB_USER, 42);
+  std::vector<std::uint8_t> bytes;
+  EXPECT_EQ(Platform::ExportPublicKey(L"", bytes), EKEYREJECTED);
+  EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
+  EXPECT_EQ(ERR_get_error(), 0u);
 }
 
 TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
@@ -394,7 +455,7 @@ TEST(KeyContainerErrors, LeaveTheErrorsOfTheTlsLibraryAsTheyWere) {
   ERR_clear_error();
   ERR_raise(ERR_LIB_USER, 42);
   const std::vector<std::uint8_t> garbage(128, 1);
-  std::vector<std::uint8_t> plainText;
+  Platform::SecretText plainText;
   EXPECT_NE(Platform::DecryptWithContainer(L"Sorvex.ConfigServerConnection", garbage, plainText), 0);
   EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
   EXPECT_EQ(ERR_get_error(), 0u);

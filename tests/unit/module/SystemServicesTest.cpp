@@ -3,6 +3,7 @@
 #include "InstallationDirectory.h"
 #include "LoopbackConnection.h"
 
+#include "platform/CryptProviderName.h"
 #include "platform/KeyContainer.h"
 #include "platform/SocketIo.h"
 #include "platform/SystemError.h"
@@ -18,6 +19,7 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <memory>
 #include <vector>
@@ -99,12 +101,14 @@ TEST(KeepAlive, OfAClosedHandleIsAnError) {
 TEST(TimeZone, AgreesWithTheClockOfTheStandardLibrary) {
   const Platform::TimeZone zone = Platform::CurrentTimeZone();
   const std::time_t now = std::time(nullptr);
-  std::tm universal{};
-  ACE_OS::gmtime_r(&now, &universal);
-  // Read as if it were local time and standard time, UTC comes out shifted by the bias of standard time.
-  universal.tm_isdst = 0;
-  const double shift = std::difftime(std::mktime(&universal), now) / 60;
-  EXPECT_EQ(zone.m_nBiasMinutes + (zone.m_bDaylight ? 60 : 0), static_cast<int>(shift));
+  std::tm local{};
+  ACE_OS::localtime_r(&now, &local);
+  // Read as if it were UTC, local time comes out shifted by what is in effect, daylight time included.
+  using namespace std::chrono;
+  const sys_days day = year(local.tm_year + 1900) / (local.tm_mon + 1) / local.tm_mday;
+  const sys_seconds shifted = day + hours(local.tm_hour) + minutes(local.tm_min) + seconds(local.tm_sec);
+  EXPECT_EQ(shifted + minutes(zone.m_nBiasMinutes), floor<seconds>(system_clock::from_time_t(now)));
+  EXPECT_EQ(zone.m_bDaylight, local.tm_isdst > 0);
   EXPECT_FALSE(zone.m_strName.empty());
 }
 
@@ -118,6 +122,13 @@ TEST(LastSystemError, IsTheSystemsAndNotTheLanguages) {
 }
 
 TEST(SystemVersion, IsNewerThanThePrototypeOfTheProvider) { EXPECT_GT(Platform::SystemVersionNumber(), 52U); }
+
+TEST(CryptProviderName, IsThatOfAPrototypeBeforeVersion52) {
+  const std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
+  EXPECT_EQ(Platform::CryptProviderName(51), name + L" (Prototype)");
+  EXPECT_EQ(Platform::CryptProviderName(52), name);
+  EXPECT_EQ(Platform::CryptProviderName(), name);
+}
 
 TEST(SystemVersion, IsTheSameEachTime) { EXPECT_EQ(Platform::SystemVersionNumber(), Platform::SystemVersionNumber()); }
 

@@ -52,6 +52,15 @@ TEST_F(VersionManifests, AreSearchedBesideInstallFileWhereverItIs) {
   EXPECT_THAT(parameters, ElementsAre(Pair("BuildNumber_A", "1")));
 }
 
+TEST_F(VersionManifests, AreSearchedUpToTheLastSeparatorOfEitherKind) {
+  m_installation.Write("elsewhere/A.manifest", "Build Number: 1");
+  m_installation.Write("B.manifest", "Build Number: 2");
+  ParameterBlock parameters;
+  VaroCommunicationAPI::ReadVersionManifests(
+      WindowsAgentCommon::PathToWide(m_installation.Root()) + L"/elsewhere\\answers.txt", parameters);
+  EXPECT_THAT(parameters, ElementsAre(Pair("BuildNumber_A", "1")));
+}
+
 TEST_F(VersionManifests, OtherFilesAreNotRead) {
   m_installation.WriteManifest("A.manifest.bak", "Build Number: 1");
   m_installation.WriteManifest("manifest", "Build Number: 2");

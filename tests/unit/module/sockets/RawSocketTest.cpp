@@ -5,6 +5,7 @@
 
 #include <support/RecordingLogger.h>
 
+#include <boost/asio/error.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -158,6 +159,20 @@ TYPED_TEST(RawSocket, ASilentPeerEndsTheReceiveAtTheTimeout) {
   EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::ConnectedLines({TypeParam::afterASecondOfSilence})));
   EXPECT_EQ(this->socket.GetBytesReceived(), 0u);
   EXPECT_TRUE(this->socket.IsConnected());
+}
+
+TYPED_TEST(RawSocket, TheTimeoutIsOfEachWaitAndNotOfTheWholeReceive) {
+  typename TypeParam::Server server([](auto& self, auto& connection, int) {
+    for (const char c : std::string("0123456789")) {
+      connection.Write({&c, 1});
+      std::this_thread::sleep_for(200ms);
+    }
+    self.HoldUntilStopped();
+  });
+  this->Open(server.Port());
+  char buffer[10];
+  EXPECT_EQ(this->socket.Receive(buffer, 10, 1500), 10);
+  EXPECT_EQ(std::string(buffer, 10), "0123456789");
 }
 
 TYPED_TEST(RawSocket, AnEndedConnectionGivesItsNumber) {

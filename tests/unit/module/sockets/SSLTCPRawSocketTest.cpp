@@ -12,6 +12,10 @@
 #include <ace/OS_NS_stdlib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <atomic>
+#include <thread>
 
 namespace sorvex::test {
 namespace {
@@ -107,6 +111,48 @@ TEST_F(RawTLS, ACertificateIssuedByTheTrustedOneIsTaken) {
   LoopbackTlsServer server(TlsServerOptions{.identity = &issued});
   socket.Open(L"127.0.0.1", server.Port());
   EXPECT_TRUE(socket.IsConnected());
+}
+
+TEST_F(RawTLS, ALongChainToATrustedRootIsTaken) {
+  const TlsIdentity root("root");
+  const TlsIdentity first("first", &root, 3600, true);
+  const TlsIdentity second("second", &first, 3600, true);
+  const TlsIdentity third("third", &second, 3600, true);
+  const TlsIdentity leaf("leaf", &third);
+  Use(socket, root.CertificatePem() + first.CertificatePem() + second.CertificatePem() + third.CertificatePem());
+  LoopbackTlsServer server(TlsServerOptions{.identity = &leaf});
+  socket.Open(L"127.0.0.1", server.Port());
+  EXPECT_TRUE(socket.IsConnected());
+}
+
+TEST_F(RawTLS, ErrorsThatOthersLeftInTheThreadAreNotTakenForItsOwn) {
+  const auto leaveError = [] { ERR_raise(ERR_LIB_USER, ERR_R_INTERNAL_ERROR); };
+  std::atomic<bool> isReading{false};
+  LoopbackTlsServer server(
+      [&](LoopbackTlsServer& self, TlsServerSession& session, int) {
+        WaitUntil([&] { return isReading.load(); });
+        self.KeepAllOf(session);
+      },
+      TlsServerOptions{.receiveBufferBytes = 65536});
+  leaveError();
+  socket.Open(L"127.0.0.1", server.Port());
+  ASSERT_TRUE(socket.IsConnected());
+
+  char byte = 0;
+  leaveError();
+  EXPECT_EQ(socket.Receive(&byte, 1, 0), -1);
+  EXPECT_EQ(socket.GetLastResultCode(), 137);
+
+  // More than the system takes: the writing has to wait.
+  const std::string block(8'000'000, 'x');
+  std::thread reader([&] {
+    std::this_thread::sleep_for(100ms);
+    isReading = true;
+  });
+  leaveError();
+  EXPECT_EQ(socket.Send(block.data(), 8'000'000), 8'000'000);
+  reader.join();
+  ERR_clear_error();
 }
 
 TEST_F(RawTLS, WithoutItsFileTheDefaultLocationsAreTrusted) {

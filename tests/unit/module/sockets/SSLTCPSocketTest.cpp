@@ -52,12 +52,27 @@ TEST_F(TLSDestination, AReceiverIsTakenWhateverCertificateItShows) {
   EXPECT_TRUE(socket.IsConnected());
 }
 
-TEST_F(TLSDestination, AReceiverThatAsksForACertificateIsServed) {
-  LoopbackTlsServer server(TlsServerOptions{.requestsCertificate = true});
+TEST_F(TLSDestination, AReceiverThatAsksForACertificateIsServedAndShownNone) {
+  std::atomic<bool> isShown{false};
+  LoopbackTlsServer server(
+      [&](LoopbackTlsServer& self, TlsServerSession& session, int) {
+        isShown = SSL_get0_peer_certificate(session.Native()) != nullptr;
+        self.KeepAllOf(session);
+      },
+      TlsServerOptions{.requestsCertificate = true});
   socket.Initialize(OverTls::Target(server.Port(), false));
   ASSERT_TRUE(socket.IsConnected());
   Send("one");
   EXPECT_EQ(server.WaitForBytes(4), "one\n");
+  EXPECT_FALSE(isShown);
+}
+
+TEST_F(TLSDestination, AReceiverThatInsistsOnACertificateRefuses) {
+  LoopbackTlsServer server(TlsServerOptions{.requiresCertificate = true});
+  socket.Initialize(OverTls::Target(server.Port(), false));
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_THAT(log->Lines(), ElementsAre(Refusal(), "Debug The TLS library's reason: sslv3 alert handshake failure"));
+  EXPECT_TRUE(WaitUntil([&] { return server.FailedHandshakes() == 1; }));
 }
 
 struct CertificateText {
@@ -122,9 +137,22 @@ TEST(TLSDestinationClock, TheWarningOfABadCertificateRecursEveryFifteenSeconds) 
   // Each send without connection pauses one second of this clock.
   for (int second = 0; second < 46; ++second) EXPECT_EQ(socket.Send("x", 1), -1);
   EXPECT_EQ(log->Count(warning), 5u);  // the first send's, and those after 15, 30 and 45 seconds
-  EXPECT_THAT(log->Lines(), Contains("Warn Reconnect failed; will try again later. Reason: " +
-                                     SocketErrorText(ErrorInvalidArgument)));
   EXPECT_EQ(server.Connections(), 0);
+}
+
+TEST(TLSDestinationClock, ABadCertificateLeavesResultCodeAndFailureTimeAlone) {
+  RecordingLogger log;
+  const auto time = std::make_shared<FakeSocketTime>();
+  SSLTCPSocket socket(SSLProtocolList(), time);
+  const std::uint16_t port = UnusedPort();
+  socket.Initialize(OverTls::Target(port, false));
+  ASSERT_EQ(socket.GetLastResultCode(), 10061);
+  const ACE_Time_Value failure = socket.GetLastConnectFailureTime();
+  time->Advance(10s);
+  socket.Initialize(OverTls::Target(port, false, ToBase64("nothing")));
+  EXPECT_EQ(socket.GetLastResultCode(), 10061);
+  EXPECT_EQ(socket.GetLastConnectFailureTime(), failure);
+  EXPECT_GT(socket.GetLastConnectAttemptTime(), failure);
 }
 
 TEST_F(TLSDestination, AServerOfAnotherVersionIsRefusedWithReason) {

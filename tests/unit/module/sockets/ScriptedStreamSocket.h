@@ -30,8 +30,8 @@ class FakeSocketTime : public VaroCommunicationAPI::ISocketTime {
     return ACE_Time_Value(static_cast<time_t>(microseconds / 1'000'000),
                           static_cast<suseconds_t>(microseconds % 1'000'000));
   }
-  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::StopSignal& stop) override {
-    if (stop.IsRequested()) return;
+  void Pause(std::chrono::milliseconds duration, VaroCommunicationAPI::SocketLife& life) override {
+    if (life.IsStopping()) return;
     const std::lock_guard lock(m_mutex);
     m_elapsed += duration;
     m_pauses.push_back(duration);
@@ -71,6 +71,7 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
  public:
   explicit ScriptedStreamSocket(std::shared_ptr<FakeSocketTime> time = std::make_shared<FakeSocketTime>())
       : StreamDestinationSocket(time), m_pFakeTime(std::move(time)) {}
+  ~ScriptedStreamSocket() override { EndLife(); }
 
   std::int32_t Receive(void*, std::uint32_t, std::uint32_t) override {
     throw WindowsAgentCommon::OperationNotSupportedException("ScriptedStreamSocket", "Receive", __LINE__);
@@ -91,6 +92,17 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
   void FailKeepAlive(int error) { m_keepAliveError = error; }
   /// Called at the start of each write, in the writing thread, without a lock.
   void OnWrite(std::function<void()> callback) { m_onWrite = std::move(callback); }
+  /// Called at the start of each connect, in the connecting thread, without a lock. A result other than 0 is the
+  /// connect's.
+  void OnConnect(std::function<int()> callback) { m_onConnect = std::move(callback); }
+  /// What the peer has taken, as the system would tell.
+  void SetProgress(std::uint64_t progress) {
+    const std::lock_guard lock(m_mutex);
+    m_progress = progress;
+  }
+  /// Whether a wait for the peer would have to end now. To be asked from the callbacks.
+  bool MustEndWait() { return MustGiveUp(); }
+  bool IsStopping() const { return m_life.IsStopping(); }
 
   // What happened.
   std::vector<std::string> Written() const {
@@ -105,6 +117,10 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
   int ConnectCount() const {
     const std::lock_guard lock(m_mutex);
     return m_connectCount;
+  }
+  int FinishCount() const {
+    const std::lock_guard lock(m_mutex);
+    return m_finishCount;
   }
   int CloseCount() const {
     const std::lock_guard lock(m_mutex);
@@ -134,6 +150,7 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
     return target;
   }
   int OpenStream(const std::vector<ACE_INET_Addr>&) override {
+    if (const int error = m_onConnect ? m_onConnect() : 0; error != 0) return error;
     const std::lock_guard lock(m_mutex);
     ++m_connectCount;
     return Take(m_connects, m_otherwiseConnect);
@@ -141,6 +158,14 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
   void CloseStream() override {
     const std::lock_guard lock(m_mutex);
     ++m_closeCount;
+  }
+  void FinishStream() override {
+    const std::lock_guard lock(m_mutex);
+    ++m_finishCount;
+  }
+  std::optional<std::uint64_t> StreamProgress() override {
+    const std::lock_guard lock(m_mutex);
+    return m_progress;
   }
   VaroCommunicationAPI::Platform::WriteOutcome WriteStream(const char* data, std::size_t length) override {
     if (m_onWrite) m_onWrite();
@@ -180,6 +205,7 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
 
   std::shared_ptr<FakeSocketTime> m_pFakeTime;
   std::function<void()> m_onWrite;
+  std::function<int()> m_onConnect;
   mutable std::mutex m_mutex;
   std::deque<int> m_connects;
   std::deque<ScriptedWrite> m_writes;
@@ -188,7 +214,9 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
   std::vector<std::string> m_written;
   int m_otherwiseConnect = 0;
   int m_connectCount = 0;
+  int m_finishCount = 0;
   int m_closeCount = 0;
+  std::optional<std::uint64_t> m_progress;
   int m_resolveCount = 0;
   int m_peerStateCount = 0;
   int m_keepAliveError = 0;

@@ -296,11 +296,11 @@ TEST_F(StreamQueue, ShutdownReturnsWithTheQueueAtItsHighWaterMark) {
   for (int i = 0; i < 4; ++i) {
     producers.emplace_back([&] {
       while (dead.IsOpen()) {
-        if (dead.Send("0123456789", 10) == -1) ++refused;
+        if (dead.Send("01234567890123456789", 20) == -1) ++refused;
       }
     });
   }
-  ASSERT_TRUE(WaitUntil([&] { return dead.GetMessagesSubmitted() >= 14; }));
+  ASSERT_TRUE(WaitUntil([&] { return dead.GetMessagesSubmitted() >= 9; }));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(dead.Shutdown(), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);

@@ -6,6 +6,7 @@
 
 #include <host/Exceptions.h>
 
+#include <boost/system/system_error.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -204,6 +204,12 @@ class ScriptedUDPSocket : public UDPSocket {
     m_resolveError = error;
   }
 
+  /// As from a resolver that knows the name, and no address.
+  void ResolveToNothing() {
+    const std::lock_guard lock(m_mutex);
+    m_bWithoutAddress = true;
+  }
+
   std::vector<std::string> Sent() const {
     const std::lock_guard lock(m_mutex);
     return m_sent;
@@ -223,7 +229,8 @@ class ScriptedUDPSocket : public UDPSocket {
     if (family == AddressFamily::IPv4) ++m_resolves;
     ResolvedHost target;
     target.m_error = m_resolveError;
-    if (m_resolveError == 0) target.m_addresses.emplace_back(static_cast<u_short>(m_port), "127.0.0.1");
+    if (m_resolveError == 0 && !m_bWithoutAddress)
+      target.m_addresses.emplace_back(static_cast<u_short>(m_port), "127.0.0.1");
     return target;
   }
   DatagramOutcome SendDatagrams(std::span<const Payload> payloads) override {
@@ -246,6 +253,7 @@ class ScriptedUDPSocket : public UDPSocket {
   std::deque<DatagramOutcome> m_outcomes;
   int m_otherwise = 0;
   int m_resolveError = 0;
+  bool m_bWithoutAddress = false;
   std::vector<std::string> m_sent;
   int m_calls = 0;
   int m_resolves = 0;
@@ -369,6 +377,31 @@ TEST_F(UDPRecovery, WhatIsNotTakenOfABatchIsSentAgainInOrder) {
   EXPECT_THAT(socket.Sent(), ElementsAre("a", "b", "c", "d"));
   EXPECT_EQ(socket.GetConsecutiveSendFailures(), 2u);
   EXPECT_EQ(socket.GetBytesSent(), 4u);
+}
+
+TEST_F(UDPRecovery, ASystemWithoutRoomIsWaitedForAndIsNoFailure) {
+  for (const bool isQueued : {false, true}) {
+    ScriptedUDPSocket waiting;
+    waiting.Initialize(Target(514, isQueued));
+    log->Clear();
+    waiting.NextSends({{0, 10035}, {0, 10035}});
+    EXPECT_EQ(waiting.Send("a", 1), 1);
+    EXPECT_EQ(waiting.Send("b", 1), 1);
+    EXPECT_EQ(waiting.Shutdown(), 0);
+    EXPECT_THAT(waiting.Sent(), ElementsAre("a", "b"));
+    EXPECT_EQ(waiting.GetMessagesSent(), 2u);
+    EXPECT_EQ(waiting.GetConsecutiveSendFailures(), 0u);
+    EXPECT_EQ(waiting.GetLastResultCode(), 0);
+    EXPECT_THAT(waiting.Time().Pauses(), IsEmpty());
+    EXPECT_THAT(log->Lines(), Each(testing::StartsWith("Info Thread ")));
+  }
+}
+
+TEST_F(UDPRecovery, ANameWithoutAddressLeavesItClosed) {
+  socket.ResolveToNothing();
+  Initialize(false);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_EQ(socket.GetLastResultCode(), 11001);
 }
 
 TEST_F(UDPRecovery, AnEmptyPayloadFailsWithTheBlockingStrategy) {

@@ -11,6 +11,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace SSLConfigServerProto {
@@ -225,6 +226,32 @@ TEST(RecordSize, OfTheOtherRequestsForSeveralLengths) {
   EXPECT_EQ(sizeOf(std::make_unique<UpdateStatusRequest>()), 15U);  // 7 + 4 + 4
 }
 
+TEST(RecordSize, OfTheResponsesForSeveralLengths) {
+  for (const std::uint32_t length : {0U, 1U, 32U, 255U, 65536U}) {
+    const std::string text(length, 'x');
+    ConnectionEstablishmentResponse2 establishment;
+    SetWireString(establishment.wireProtocolVersion, text);
+    SetHeader(establishment, 6, "2.0", 0);
+    EXPECT_EQ(establishment.recordSize, 15 + length);  // 7 + 4 + 4
+    ConfigurationUpdateResponse configuration1(WireProtocol::Version1);
+    SetWireBinary(configuration1.configurationData, *MakeBlock(text));
+    SetHeader(configuration1, 4, "1.0", 0);
+    EXPECT_EQ(configuration1.recordSize, 15 + length);
+    ConfigurationUpdateResponse configuration2(WireProtocol::Version2);
+    SetWireBinary(configuration2.serverPublicKey, *MakeBlock(text));
+    SetWireBinary(configuration2.configurationData, *MakeBlock("abc"));
+    SetHeader(configuration2, 4, "2.0", 0);
+    EXPECT_EQ(configuration2.recordSize, 94 + length);  // 7 + 4 + (4 + 4 + 32) + (4 + 4 + 32 + 3)
+    for (const auto& [protocol, size] :
+         {std::pair(WireProtocol::Version1, 15U), std::pair(WireProtocol::Version2, 51U)}) {
+      CodeUpdateResponse code(protocol);
+      SetWireBinary(code.codeData, *MakeBlock(text));
+      SetHeader(code, 5, "2.0", 0);
+      EXPECT_EQ(code.recordSize, size + length);  // 7 + 4 + 4, and 4 + 32 of the digest
+    }
+  }
+}
+
 TEST(RecordSize, OfAnEmptyKeyCountsADigestThatIsNotWritten) {
   ConnectionEstablishmentRequest2 request;
   SetWireBinary(request.public_key, *MakeBlock(""));
@@ -255,6 +282,17 @@ TEST(RecordReading, KeepsASizeThatIsWrong) {
   UpdateStatusResponse response;
   ReadRecord(serializer, response);
   EXPECT_EQ(response.recordSize, 0xFFFFFFFFU);
+}
+
+TEST(RecordWriting, RefusesDataOfAnotherLengthThanTheirs) {
+  ConnectionEstablishmentRequest2 request;
+  SetWireBinary(request.public_key, *MakeBlock("key"));
+  request.public_key.data->rd_ptr(1);
+  auto socket = std::make_shared<FakeRawSocket>();
+  VaroCommunicationAPI::SocketSerializer serializer(socket);
+  EXPECT_THROW(WriteRecord(serializer, request), WindowsAgentCommon::SocketException);
+  // What came before the data is out, and nothing of them.
+  EXPECT_EQ(socket->Sent().size(), 4U + 4 + 4 + 4 + 4 + 4 + 4 + 8 + 4);
 }
 
 TEST(RecordReading, RefusesARequestWhoseTextIsTooLong) {

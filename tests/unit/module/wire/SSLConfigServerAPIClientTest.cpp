@@ -11,6 +11,7 @@
 #include "support/LoopbackTcpServer.h"
 #include "support/RecordingLogger.h"
 
+#include <ace/Malloc_Allocator.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -162,6 +163,7 @@ TEST_P(Exchanges, WritesAllBeforeItReads) {
       EXPECT_FALSE(bReading);
     }
   }
+  EXPECT_TRUE(bReading);
 }
 
 TEST_P(Exchanges, RepeatsTheSameRequest) {
@@ -225,11 +227,15 @@ TEST_P(Exchanges, TakeARecordVersionAtItsClampAndNotAbove) {
 }
 
 TEST_P(Exchanges, IgnoreTheRecordSizeAndVersion) {
-  std::string response = GetParam().response;
-  response.replace(4, 4, HexBytes("FFFFFFFF"));
-  response.replace(12, 3, "9.9");
-  Conversation conversation(GetParam().protocol, response);
-  EXPECT_EQ(GetParam().call(conversation), 7U);
+  const auto size = static_cast<std::uint32_t>(GetParam().response.size() - 8);
+  for (const std::uint32_t recordSize : {0U, 1U, size - 1, size, size + 1, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+    std::string response = GetParam().response;
+    for (std::size_t i = 0; i < 4; ++i) response[4 + i] = static_cast<char>(recordSize >> (24 - 8 * i));
+    response.replace(12, 3, "9.9");
+    Conversation conversation(GetParam().protocol, response + "more");
+    EXPECT_EQ(GetParam().call(conversation), 7U) << recordSize;
+    EXPECT_EQ(conversation.m_socket->Unread(), 4U) << recordSize;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, Exchanges, testing::ValuesIn(ExchangeCases()),
@@ -289,6 +295,42 @@ TEST_P(BothClients, HandOutCopiesOfTheCode) {
   ASSERT_TRUE(m_conversation.m_client->GetCodeData(again, m_strMD5));
   EXPECT_EQ(Content(again), "abc");
   EXPECT_FALSE(m_conversation.m_client->GetConfigurationData(again, m_strMD5));
+}
+
+/// Counts the large blocks that are made while it lives. They must not outlive it.
+class LargeBlocks : public ACE_New_Allocator {
+ public:
+  LargeBlocks() : m_pPrevious(ACE_Allocator::instance(this)) {}
+  ~LargeBlocks() override { ACE_Allocator::instance(m_pPrevious); }
+  LargeBlocks(const LargeBlocks&) = delete;
+  LargeBlocks& operator=(const LargeBlocks&) = delete;
+
+  void* malloc(std::size_t size) override {
+    if (size >= largeBytes) ++m_count;
+    return ACE_New_Allocator::malloc(size);
+  }
+
+  static constexpr std::size_t largeBytes = 1048576;
+  int m_count = 0;
+
+ private:
+  ACE_Allocator* m_pPrevious;
+};
+
+TEST_P(BothClients, ReadDataIntoOneBlockAndCopyOnlyWhatTheyHandOut) {
+  const std::string data =
+      HexBytes("00100000") + (IsVersion2() ? HexBytes("00000000") : "") + std::string(LargeBlocks::largeBytes, 'd');
+  const std::string header = HexBytes("00000004 00000000 00000000 00000000");
+  LargeBlocks blocks;
+  Conversation conversation(GetParam(), header + data + header + (IsVersion2() ? data : "") + data);
+  UpdateCode(conversation);
+  EXPECT_EQ(blocks.m_count, 1);
+  UpdateConfiguration(conversation);
+  EXPECT_EQ(blocks.m_count, IsVersion2() ? 3 : 2);
+  EXPECT_EQ(conversation.m_socket->Unread(), 0U);
+  std::shared_ptr<ACE_Message_Block> code;
+  ASSERT_TRUE(conversation.m_client->GetCodeData(code, m_strMD5));
+  EXPECT_EQ(blocks.m_count, IsVersion2() ? 4 : 3);
 }
 
 TEST_P(BothClients, ReplaceTheCodeAndLeaveWhatWasHandedOut) {
@@ -369,6 +411,7 @@ TEST_P(BothClients, NeverAskForMoreThanAClamp) {
   for (const char* hostile : streams) {
     Conversation conversation(GetParam(), HexBytes(hostile));
     EXPECT_THROW(UpdateConfiguration(conversation), SocketException) << hostile;
+    EXPECT_FALSE(conversation.m_socket->Calls().empty()) << hostile;
     for (const FakeRawSocket::Call& call : conversation.m_socket->Calls()) {
       EXPECT_LE(call.length, 32U) << hostile;
     }

@@ -279,6 +279,22 @@ TEST_F(WireFieldsToWire, EmptyBinaryIsFourZeroBytesAlsoWithDigest) {
   EXPECT_EQ(m_socket->Sent(), HexBytes("00000000"));
 }
 
+TEST_F(WireFieldsToWire, BinaryOfTwoLengthsIsRefusedAndNothingWritten) {
+  for (const std::uint32_t size : {0U, 2U, 4U, 0xFFFFFFFFU}) {
+    WireBinary binary;
+    SetWireBinary(binary, *MakeBlock("abc"));
+    binary.size_in_bytes = size;
+    for (const bool bWithDigest : {false, true}) {
+      ExpectException([&] { SerializeWireBinaryToWire(m_serializer, binary, bWithDigest); },
+                      "SSLConfigServerProto::SerializeWireBinaryToWire");
+    }
+  }
+  WireBinary binary;
+  binary.size_in_bytes = 1;
+  EXPECT_THROW(SerializeWireBinaryToWire(m_serializer, binary, false), SocketException);
+  EXPECT_EQ(m_socket->Calls().size(), 0U);
+}
+
 TEST_F(WireFieldsToWire, ShortWritesThrow) {
   WireBinary binary;
   SetWireBinary(binary, *MakeBlock("abc"));
@@ -350,6 +366,16 @@ TEST(WireBinaryFilling, GivesItsDataAndIsEmptyAfterwards) {
   EXPECT_EQ(binary.size_in_bytes, 0U);
   EXPECT_EQ(binary.digest.size_in_bytes, 0U);
   EXPECT_EQ(binary.data, nullptr);
+}
+
+TEST(WireBinaryFilling, WithoutDataIsEmptyAfterwardsToo) {
+  WireBinary binary;
+  SetWireBinary(binary, *MakeBlock(""));
+  ASSERT_EQ(binary.digest.View(), md5OfNothing);
+  GetMessageBlock(binary, false);
+  EXPECT_EQ(binary.digest.View(), md5OfNothing);
+  GetMessageBlock(binary, true);
+  EXPECT_EQ(binary.digest.size_in_bytes, 0U);
 }
 
 TEST(WireBinaryFilling, WithoutDataGivesAnEmptyBlock) {

@@ -50,8 +50,7 @@ class SocketExchange : public testing::Test {
   template <class Script>
   void Start(Script script) {
     m_server.emplace([script = std::move(script)](auto&, auto& peer, int) {
-      // Each write is a segment of its own.
-      peer.Socket().set_option(tcp::no_delay(true));
+      peer.SetNoDelay();
       script(peer);
       peer.Close();
     });
@@ -128,6 +127,63 @@ TYPED_TEST(SocketExchange, ReadsAConfigurationOfManySegments) {
   EXPECT_EQ(client.ConfigurationUpdate(*this->m_serializer, ""), 0U);
   ASSERT_TRUE(client.GetConfigurationData(this->m_block, this->m_strMD5));
   EXPECT_EQ(Content(this->m_block), content);
+}
+
+/// A response that is refused, up to the byte at which it is.
+struct Refusal {
+  const char* name;
+  WireProtocol protocol;
+  std::uint32_t (ISSLConfigServerAPIClient::*update)(WindowsAgentCommon::ISerializer&, const std::string&);
+  const char* response;  ///< to `update`, or to the establishment of the connection when there is none
+  const char* lastLine;
+};
+
+const Refusal refusals[] = {
+    {"type of version 1", WireProtocol::Version1, nullptr, "00000002 0000000B 00000003 '1.0' 00000000",
+     "Debug Received bad/junk response from configuration server"},
+    {"type of version 2", WireProtocol::Version2, nullptr, "00000003",
+     "Debug Received bad/junk response from configuration server"},
+    {"server of version 1", WireProtocol::Version2, nullptr, "00000001",
+     "Debug Receiving connection establishment response..."},
+    {"record version", WireProtocol::Version1, nullptr, "00000001 0000000B 00100001",
+     "Info Bad string read; given length exceeded maximum string clamp length of 1048576."},
+    {"server's version", WireProtocol::Version2, nullptr, "00000006 00000012 00000003 '2.0' 00000000 00100001",
+     "Info Bad string read; given length exceeded maximum string clamp length of 1048576."},
+    {"configuration", WireProtocol::Version1, &ISSLConfigServerAPIClient::ConfigurationUpdate,
+     "00000004 00000012 00000003 '1.0' 00000000 06400001",
+     "Info Bad data read; given length exceeded maximum binary clamp length of 104857600."},
+    {"code", WireProtocol::Version2, &ISSLConfigServerAPIClient::CodeUpdate,
+     "00000005 00000012 00000003 '2.0' 00000000 06400001 00000000",
+     "Info Bad data read; given length exceeded maximum binary clamp length of 104857600."},
+    {"digest", WireProtocol::Version2, &ISSLConfigServerAPIClient::CodeUpdate,
+     "00000005 00000012 00000003 '2.0' 00000000 00000003 00000021",
+     "Info Bad string read; given length exceeded maximum string clamp length of 32."},
+};
+
+TYPED_TEST(SocketExchange, RefusesResponsesThatComeByteByByte) {
+  for (const Refusal& refusal : refusals) {
+    SCOPED_TRACE(refusal.name);
+    this->Start([&refusal](auto& peer) {
+      ReadRequest(peer);
+      WriteByteByByte(peer, HexBytes(refusal.response));
+      // Until the client has ended the connection: it waits for nothing more.
+      peer.ReadAll();
+    });
+    this->m_serializer->SetReadTimeout(20000);
+    std::unique_ptr<ISSLConfigServerAPIClient> client;
+    if (refusal.protocol == WireProtocol::Version1) {
+      client = std::make_unique<SSLConfigServerAPIClient_v1>("agent", "token");
+    } else {
+      client = std::make_unique<SSLConfigServerAPIClient_v2>("agent", "token", *MakeBlock("key"));
+    }
+    if (refusal.update) {
+      EXPECT_THROW(((*client).*refusal.update)(*this->m_serializer, ""), SocketException);
+    } else {
+      EXPECT_THROW(client->ConnectionEstablishment(*this->m_serializer, CONNECTION_FLAG_NONE), SocketException);
+    }
+    EXPECT_EQ(this->m_log->Lines("Code.SSLConfigServerAPIClient").back(), refusal.lastLine);
+    this->m_socket->Close();
+  }
 }
 
 TYPED_TEST(SocketExchange, ThrowsWhenTheServerClosesInsideAResponse) {

@@ -1,0 +1,18 @@
+// The application token among the parameters.
+#pragma once
+
+#include "platform/SecretText.h"
+
+#include <host/ParameterBlock.h>
+
+namespace VaroCommunicationAPI {
+
+constexpr const char* applicationTokenKey = "ApplicationToken";
+
+/// Returns the token that look-ups read, empty when there is none.
+Platform::SecretText ReadApplicationToken(const WindowsAgentCommon::ParameterBlock& parameters);
+
+/// Wipes every token of `parameters`, whose values are plain strings by the host's contract; they are empty afterwards.
+void WipeApplicationToken(WindowsAgentCommon::ParameterBlock& parameters);
+
+}  // namespace VaroCommunicationAPI

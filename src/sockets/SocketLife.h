@@ -1,0 +1,173 @@
+// The life of a destination socket, and whose turn it is to use its connection.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <utility>
+
+namespace VaroCommunicationAPI {
+
+using SteadyTime = std::chrono::steady_clock::time_point;
+
+/// How long a stop waits for a destination that takes nothing.
+constexpr std::chrono::milliseconds stopPatience{1500};
+
+/// Closed, running or stopping, decided in one place under one lock:
+///
+///     closed -- Start --> running -- BeginStop --> stopping -- EndStop --> closed, or running again
+///
+/// While the socket is stopping nothing begins: an `Operation` is refused and `Start` starts nothing. The stop ends
+/// when the operations and the send thread that were there have ended. Any thread.
+class SocketLife {
+ public:
+  /// Connecting or sending in a caller's thread, which a stop waits for. May be nested.
+  class Operation {
+   public:
+    explicit Operation(SocketLife& life) : m_pLife(life.Enter() ? &life : nullptr) {}
+    ~Operation() {
+      if (m_pLife) m_pLife->Leave();
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    /// False when the socket is stopping: the operation must not begin.
+    explicit operator bool() const { return m_pLife != nullptr; }
+
+   private:
+    SocketLife* m_pLife;
+  };
+
+  /// Whether somebody serves the queue.
+  enum class Service { None, SendThread };
+
+  /// Makes the socket running, and open as well if it `opens`, unless it is stopping. `start`, called under the lock,
+  /// starts the send thread and tells whether it did; it is not called while one is there. Returns false when it could
+  /// not.
+  template <class StartThread>
+  bool Start(Service service, bool opens, StartThread start) {
+    const std::lock_guard lock(m_mutex);
+    // Whoever stops the socket while it is being opened wants it closed.
+    if (m_state == State::Stopping) return true;
+    if (service == Service::SendThread && !m_bServing) m_bServing = start();
+    if (service == Service::SendThread && !m_bServing) return false;
+    m_state = State::Running;
+    if (opens) m_bOpen.store(true, std::memory_order_relaxed);
+    return true;
+  }
+
+  /// Whether payloads are taken.
+  bool IsOpen() const { return m_bOpen.load(std::memory_order_relaxed); }
+
+  /// Opens unless the socket is stopping, or closes.
+  void SetOpen(bool isOpen);
+
+  /// The send thread's last act: `close`, called under the lock, refuses what is not queued yet and gives up the rest.
+  template <class CloseQueue>
+  void EndService(CloseQueue close) {
+    const std::lock_guard lock(m_mutex);
+    close();
+    m_bServing = false;
+  }
+
+  enum class StopOutcome {
+    Begun,     ///< the caller has to end it
+    Anothers,  ///< another thread was stopping the socket and is done with it
+    Refused    ///< the send thread could not be told and goes on
+  };
+
+  /// Begins a stop; a queued socket takes no payloads from then on. `hangUp`, called under the lock, tells the send
+  /// thread to end, if there is one, and says whether that worked. Where another thread is stopping the socket, waits
+  /// until it has.
+  template <class HangUp>
+  StopOutcome BeginStop(Service service, SteadyTime now, HangUp hangUp) {
+    std::unique_lock lock(m_mutex);
+    if (m_state == State::Stopping) {
+      m_changed.wait(lock, [this, ended = m_endedStops] { return m_endedStops != ended; });
+      return StopOutcome::Anothers;
+    }
+    if (service == Service::SendThread) {
+      m_bOpen.store(false, std::memory_order_relaxed);
+      if (m_bServing && !hangUp()) return StopOutcome::Refused;
+    }
+    m_before = std::exchange(m_state, State::Stopping);
+    m_stopTime = now;
+    m_changed.notify_all();
+    return StopOutcome::Begun;
+  }
+
+  /// Waits until the operations that were there when the stop began have ended.
+  void AwaitOperations();
+
+  /// A queued socket is closed then; another is what it was before.
+  void EndStop(Service service);
+
+  /// Ends a stop that is under way without its patience: what has not been delivered is given up. Otherwise nothing.
+  void Abandon();
+
+  bool IsStopping() const;
+
+  /// Whether there is a send thread.
+  bool IsServing() const;
+
+  /// Whether the socket is stopping and has been for longer than its patience, counted from `lastProgress` if that is
+  /// later.
+  bool MustGiveUp(SteadyTime now, SteadyTime lastProgress) const;
+
+  /// Waits until the socket is stopping or `duration` has passed.
+  void WaitForStop(std::chrono::milliseconds duration);
+
+ private:
+  enum class State { Closed, Running, Stopping };
+
+  bool Enter();
+  void Leave();
+
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  State m_state = State::Closed;
+  State m_before = State::Closed;
+  std::atomic<bool> m_bOpen{false};
+  int m_operations = 0;
+  bool m_bServing = false;
+  bool m_bAbandoned = false;
+  SteadyTime m_stopTime;
+  std::uint64_t m_endedStops = 0;
+};
+
+/// One thread at a time uses the connection. Who has it and waits for the peer asks `MustGiveWay`, so that nobody who
+/// claims it waits for the peer as well. Any thread.
+class ConnectionTurn {
+ public:
+  /// How long the holder may go on once somebody claims the connection.
+  static constexpr std::chrono::milliseconds claimPatience{500};
+
+  /// The connection in the hands of a thread, from construction to destruction. Not to be nested.
+  class Holder {
+   public:
+    /// Waits until nobody has the connection or claims it.
+    explicit Holder(ConnectionTurn& turn);
+    /// Claims it: the present holder gives way, and nobody else gets it before.
+    Holder(ConnectionTurn& turn, SteadyTime now);
+    ~Holder();
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+
+   private:
+    ConnectionTurn& m_turn;
+  };
+
+  /// Whether the holder has to end what it waits for, because of a claim.
+  bool MustGiveWay(SteadyTime now) const;
+
+ private:
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  bool m_bHeld = false;
+  int m_claims = 0;
+  SteadyTime m_claimTime;
+};
+
+}  // namespace VaroCommunicationAPI

@@ -1,0 +1,11 @@
+// Whether the system hands a handle on to the processes that are started.
+#pragma once
+
+#include <ace/Basic_Types.h>
+#include <ace/os_include/os_stddef.h>
+
+namespace sorvex::test {
+
+bool IsInherited(ACE_HANDLE handle);
+
+}  // namespace sorvex::test

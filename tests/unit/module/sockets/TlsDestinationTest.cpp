@@ -1,0 +1,67 @@
+// A connection of the TLS destination socket that is cut while it is in the middle of a batch.
+#include "Transports.h"
+
+#include <support/ConnectionHandles.h>
+#include <support/RecordingLogger.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace sorvex::test {
+namespace {
+
+/// For which the system keeps as little as it can, so that the receiver reads in the batch that is being written.
+class TightSocket : public DefaultSSLTCPSocket {
+ protected:
+  int OpenStream(const std::vector<ACE_INET_Addr>& addresses) override {
+    const int error = DefaultSSLTCPSocket::OpenStream(addresses);
+    const int bytes = 4096;
+    for (ACE_HANDLE handle : HandlesConnectedTo(static_cast<std::uint16_t>(m_port))) {
+      EXPECT_EQ(
+          ACE_OS::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bytes), sizeof bytes), 0);
+    }
+    return error;
+  }
+};
+
+TEST(TlsDestinationCut, NoPayloadThatTheReceiverHasReadArrivesAgain) {
+  constexpr int payloads = 2000;
+  constexpr int cuts = 4;
+  constexpr std::size_t lineBytes = 256;
+  LoopbackTlsServer server(
+      [&](LoopbackTlsServer& self, TlsServerSession& session, int index) {
+        if (index >= cuts) return self.KeepAllOf(session);
+        self.AddReceived(session.ReadExactly(65 * lineBytes));
+        session.Reset();
+      },
+      TlsServerOptions{.receiveBufferBytes = 4096});
+  RecordingLogger log;
+  TightSocket socket;
+  socket.Initialize(OverTls::Target(server.Port(), true));
+  for (int i = 0; i < payloads; ++i) {
+    std::string payload = std::to_string(i) + ' ';
+    payload.resize(lineBytes - 1, 'x');
+    ASSERT_EQ(socket.Send(payload.data(), static_cast<std::uint32_t>(payload.size())),
+              static_cast<std::int32_t>(lineBytes));
+  }
+  EXPECT_EQ(socket.Shutdown(), 0);
+  EXPECT_EQ(socket.GetMessagesSent(), static_cast<std::uint32_t>(payloads));
+  const std::string last = '\n' + std::to_string(payloads - 1);
+  ASSERT_TRUE(WaitUntil([&] { return server.Received().find(last) != std::string::npos; }));
+
+  EXPECT_EQ(server.Connections(), cuts + 1);
+  std::istringstream lines(server.Received());
+  int previous = -1;
+  int arrivedAgain = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const int number = std::stoi(line);
+    if (number <= previous) ++arrivedAgain;
+    previous = number;
+  }
+  EXPECT_EQ(arrivedAgain, 0);
+}
+
+}  // namespace
+}  // namespace sorvex::test
