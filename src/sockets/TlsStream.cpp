@@ -3,13 +3,17 @@
 #include "platform/SocketErrors.h"
 #include "sockets/StreamConnector.h"
 
+#include <host/Text.h>
+
 #include <ace/OS_NS_errno.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <memory>
 
 namespace VaroCommunicationAPI {
 
@@ -32,6 +36,16 @@ TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_
 
 TlsStream::~TlsStream() { Close(); }
 
+void TlsStream::SetServerName(const std::wstring& host) {
+  std::string name = WindowsAgentCommon::WideToUtf8(host);
+  // RFC 6066, section 3: no address, and no dot at the end.
+  const bool bIsAddress =
+      name.find(':') != std::string::npos || name.find_first_not_of("0123456789.") == std::string::npos;
+  if (bIsAddress) return;
+  if (name.back() == '.') name.pop_back();
+  SSL_ctrl(m_stream.ssl(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, name.data());
+}
+
 int TlsStream::Connect(const std::vector<ACE_INET_Addr>& addresses, std::chrono::milliseconds handshakeLimit,
                        const IsInterrupted& isInterrupted) {
   ACE_SOCK_Stream connection;
@@ -53,7 +67,7 @@ int TlsStream::Handshake(std::chrono::milliseconds limit, const IsInterrupted& i
 }
 
 Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                                        const std::function<void()>& onProgress) {
+                                        const std::function<void()>& onProgress, bool discards) {
   Platform::WriteOutcome outcome;
   BIO* const network = SSL_get_wbio(m_stream.ssl());
   std::uint64_t moved = BIO_number_written(network);
@@ -69,7 +83,10 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
       onProgress();
     }
     if (result == 1) continue;
-    outcome.m_error = WaitToRetry(result, isInterrupted, std::nullopt);
+    outcome.m_error = discards && SSL_want_write(m_stream.ssl())
+                          ? WaitForRoom(
+                                Handle(), [this] { return PeerState(); }, isInterrupted)
+                          : WaitToRetry(result, isInterrupted, std::nullopt);
     if (outcome.m_error != 0) break;
   }
   return outcome;
@@ -99,12 +116,15 @@ int TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait
 int TlsStream::PeerState() {
   // As over plain TCP: what a receiver says is discarded, within bounds, because the end stands behind it.
   constexpr int maxReads = 16;
-  char discarded[4096];
+  char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
     ForgetErrors();
     std::size_t count = 0;
-    const int result = SSL_read_ex(m_stream.ssl(), discarded, sizeof discarded, &count);
-    if (result == 1) continue;
+    const int result = SSL_read_ex(m_stream.ssl(), buffer, sizeof buffer, &count);
+    if (result == 1) {
+      m_bPeerTalks = true;
+      continue;
+    }
     const int error = Diagnose(result);
     return error == Platform::ErrorWouldBlock ? 0 : error;
   }
@@ -119,7 +139,7 @@ void TlsStream::Finish(const IsInterrupted& isInterrupted) {
   }
   m_stream.peer().close_writer();
   AwaitDelivery(
-      Handle(), [this] { return PeerState(); }, isInterrupted);
+      Handle(), [this] { return PeerState(); }, [this] { return m_bPeerTalks; }, isInterrupted);
 }
 
 void TlsStream::Close() {
@@ -136,6 +156,15 @@ void TlsStream::Close() {
 const char* TlsStream::ProtocolText() const { return SSL_get_version(m_stream.ssl()); }
 
 const char* TlsStream::CipherText() const { return SSL_CIPHER_get_name(SSL_get_current_cipher(m_stream.ssl())); }
+
+std::string TlsStream::PeerCertificatePem() const {
+  const std::unique_ptr<X509, decltype(&X509_free)> certificate(SSL_get1_peer_certificate(m_stream.ssl()), &X509_free);
+  const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new(BIO_s_mem()), &BIO_free);
+  if (!certificate || !text || PEM_write_bio_X509(text.get(), certificate.get()) != 1) return {};
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(text.get(), &data);
+  return {data, static_cast<std::size_t>(size)};
+}
 
 int TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline) {
   if (const int error = Diagnose(result); error != Platform::ErrorWouldBlock) return error;
@@ -192,9 +221,13 @@ void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& st
   log.Debug("Connected to server using %s (cipher: %s)", stream.ProtocolText(), stream.CipherText());
 }
 
+void ReportTlsFailureReason(const WindowsAgentCommon::Log& log, const std::string& reason) {
+  if (!reason.empty()) log.Debug("The TLS library's reason: %s", reason);
+}
+
 void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason) {
   log.Error("Cannot connect to server (%d)", error);
-  if (!reason.empty()) log.Debug("The TLS library's reason: %s", reason);
+  ReportTlsFailureReason(log, reason);
 }
 
 }  // namespace VaroCommunicationAPI

@@ -2,6 +2,7 @@
 
 #include <boost/asio.hpp>
 
+#include <chrono>
 #include <utility>
 
 namespace sorvex::test {

@@ -6,7 +6,6 @@
 #include <boost/asio/ts/netfwd.hpp>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>

@@ -59,9 +59,8 @@ std::string TlsServerSession::ReadExactly(std::size_t count) {
 }
 
 void TlsServerSession::Write(std::string_view text) {
-  boost::asio::async_write(
-      m_pState->stream, boost::asio::buffer(text),
-      [this](const boost::system::error_code& error, std::size_t) { m_pState->error = error; });
+  boost::asio::async_write(m_pState->stream, boost::asio::buffer(text),
+                           [this](const boost::system::error_code& error, std::size_t) { m_pState->error = error; });
   m_connection.RunOperation();
 }
 

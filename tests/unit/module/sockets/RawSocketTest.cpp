@@ -5,9 +5,9 @@
 
 #include <support/RecordingLogger.h>
 
-#include <boost/asio/error.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/asio/error.hpp>
 
 #include <atomic>
 #include <deque>
