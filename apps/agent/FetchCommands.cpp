@@ -93,18 +93,17 @@ int RunCommand(const FetchConfigurationCommand& command, const ServerConnection&
 }
 
 int RunCommand(const FetchPatchCommand& command, const ServerConnection& connection) {
-  std::unique_ptr<DeliveredFile> file;
+  auto file = std::make_unique<DeliveredFile>(ToPath(command.file));
   std::string digest;
   bool isDelivered = false;
-  const bool isConnected = connection->Connect();
-  for (const std::string& name : command.names) {
-    // What an answer that is not used has left goes with its file.
-    file = std::make_unique<DeliveredFile>(ToPath(command.file));
-    if (!isConnected) break;
-    const FetchLine line(*file);
-    isDelivered = connection->RetrieveSoftwarePatch({name}, file->Stream(), digest);
-    if (connection->GetLastResultCode() != noUpdateNeeded) break;
-    isDelivered = false;
+  if (connection->Connect()) {
+    for (const std::string& name : command.names) {
+      // What an answer that is not used has left goes with its file.
+      if (file->Size() > 0) file = std::make_unique<DeliveredFile>(ToPath(command.file));
+      const FetchLine line(*file);
+      isDelivered = connection->RetrieveSoftwarePatch({name}, file->Stream(), digest);
+      if (connection->GetLastResultCode() != noUpdateNeeded) break;
+    }
   }
   isDelivered = isDelivered && !IsNothingNew(connection->GetLastResultCode()) && Keep(*file, &digest);
   const int status = PrintDelivery(isDelivered, *file, connection);
