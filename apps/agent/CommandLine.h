@@ -68,8 +68,8 @@ struct ForwardCommand {
   bool queued = false;
   std::string builder = "SyslogPayloadBuilder";
   WindowsAgentCommon::ParameterBlock parameters;  ///< further parameters of the socket
-  std::optional<double> giveUpAfter;              ///< seconds; without, a failing send is retried for ever
-  std::vector<std::string> files;                 ///< "-" is standard input
+  std::optional<double> giveUpAfter;              ///< seconds; without, a failing send is retried indefinitely
+  std::vector<std::string> files;                 ///< at least one; "-" is standard input
 };
 
 using Command = std::variant<InfoCommand, ParameterCommand, FingerprintCommand, HeartbeatCommand, TestConnectionCommand,

@@ -3,8 +3,7 @@
 #include <DeliveredFile.h>
 #include <Output.h>
 #include <StatusLine.h>
-
-#include <host/Text.h>
+#include <platform/Platform.h>
 
 #include <chrono>
 #include <memory>
@@ -18,10 +17,6 @@ namespace {
 // What the server answers when there is nothing to deliver.
 constexpr std::int32_t noUpdateNeeded = 5;
 constexpr std::int32_t updatesDisabled = 7;
-
-std::filesystem::path ToPath(const std::string& text) {
-  return WindowsAgentCommon::WideToPath(WindowsAgentCommon::Utf8ToWide(text));
-}
 
 /// Shows how long it has taken and what has come.
 class FetchLine {
@@ -76,7 +71,7 @@ int PrintDelivery(bool isDelivered, const DeliveredFile& file, const ServerConne
 }  // namespace
 
 int RunCommand(const FetchConfigurationCommand& command, const ServerConnection& connection) {
-  DeliveredFile file(ToPath(command.file));
+  DeliveredFile file(ArgumentToPath(command.file));
   std::string digest;
   bool isDelivered = false;
   if (connection->Connect()) {
@@ -93,13 +88,13 @@ int RunCommand(const FetchConfigurationCommand& command, const ServerConnection&
 }
 
 int RunCommand(const FetchPatchCommand& command, const ServerConnection& connection) {
-  auto file = std::make_unique<DeliveredFile>(ToPath(command.file));
+  auto file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
   std::string digest;
   bool isDelivered = false;
   if (connection->Connect()) {
     for (const std::string& name : command.names) {
       // What an answer that is not used has left goes with its file.
-      if (file->Size() > 0) file = std::make_unique<DeliveredFile>(ToPath(command.file));
+      if (file->Size() > 0) file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
       const FetchLine line(*file);
       isDelivered = connection->RetrieveSoftwarePatch({name}, file->Stream(), digest);
       if (connection->GetLastResultCode() != noUpdateNeeded) break;
@@ -112,7 +107,7 @@ int RunCommand(const FetchPatchCommand& command, const ServerConnection& connect
 }
 
 int RunCommand(const ServerKeyCommand& command, const ServerConnection& connection) {
-  DeliveredFile file(ToPath(command.file));
+  DeliveredFile file(ArgumentToPath(command.file));
   bool isDelivered = false;
   if (connection->Connect()) {
     // The key comes with the configuration.

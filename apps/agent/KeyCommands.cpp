@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -83,8 +84,11 @@ class Token {
 void ReadToken(Token& token) {
   InputFile input;
   std::array<char, 512> part;
-  while (const std::size_t count = input.Read(part.data(), part.size())) {
-    token.Add({part.data(), count});
+  for (;;) {
+    const std::optional<std::size_t> count = input.Read(part.data(), part.size());
+    if (!count) throw std::runtime_error("asked to end before the token was read");
+    if (*count == 0) break;
+    token.Add({part.data(), *count});
     std::ranges::fill(part, '\0');
   }
   token.RemoveLineEnd();

@@ -1,4 +1,5 @@
 #include <Agent.h>
+#include <BoundedRun.h>
 #include <CommandLine.h>
 #include <FetchCommands.h>
 #include <Forward.h>
@@ -10,6 +11,7 @@
 #include <ace/Init_ACE.h>
 
 #include <exception>
+#include <type_traits>
 
 namespace sorvex::agent {
 namespace {
@@ -36,8 +38,7 @@ int RunRepeatedly(const ServerCommand& command, std::uint32_t times, WindowsAgen
   return status;
 }
 
-int Run(const Options& options) {
-  const AceLibrary ace;
+int Run(const Options& options, LastWords& lastWords) {
   OpenLog(options);
   Agent agent(options);
   try {
@@ -57,6 +58,8 @@ int Run(const Options& options) {
       [&](const auto& command) {
         if constexpr (requires(const ServerConnection& connection) { RunCommand(command, connection); }) {
           return RunRepeatedly(command, options.repeat, agent.GetConnectionFactory());
+        } else if constexpr (std::is_same_v<decltype(command), const ForwardCommand&>) {
+          return RunCommand(command, agent.GetConnectionFactory(), lastWords);
         } else {
           return RunCommand(command, agent.GetConnectionFactory());
         }
@@ -74,7 +77,11 @@ int RunAgent(std::vector<std::string> arguments) {
     const std::optional<Options> options = ParseCommandLine(std::move(arguments), status);
     if (!options) return status;
     InstallInterruptHandler();
-    status = options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory) : Run(*options);
+    const AceLibrary ace;
+    status = RunBounded([&options](LastWords& lastWords) {
+      return options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory)
+                                   : Run(*options, lastWords);
+    });
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;

@@ -30,8 +30,10 @@ std::string GetMode(const IConnectionFactory& factory) {
 
 int RunCommand(const InfoCommand&, IConnectionFactory& factory) {
   PrintValue("version", factory.GetVersion());
-  PrintValue("mode", GetMode(factory));
-  PrintBoolean("stand-alone-mode", factory.IsStandAloneMode());
+  if (factory.IsInitialized()) {
+    PrintValue("mode", GetMode(factory));
+    PrintBoolean("stand-alone-mode", factory.IsStandAloneMode());
+  }
   return 0;
 }
 

@@ -9,7 +9,7 @@
 
 namespace sorvex::agent {
 
-/// Needs no successful `Initialize`.
+/// Needs no successful `Initialize`; without, there is no mode.
 int RunCommand(const InfoCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
 int RunCommand(const ParameterCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
 int RunCommand(const FingerprintCommand& command, const ServerConnection& connection);

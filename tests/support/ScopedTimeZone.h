@@ -1,0 +1,40 @@
+// The process's time zone, set for the time of a test.
+#pragma once
+
+#include <ace/OS_NS_stdlib.h>
+#include <ace/OS_NS_time.h>
+
+#include <optional>
+#include <string>
+
+namespace sorvex::test {
+
+class ScopedTimeZone {
+ public:
+  /// `zone` is a text that every system's TZ variable takes, such as "IST-5:30": a name and what is to be added to
+  /// local time to give UTC.
+  explicit ScopedTimeZone(const std::string& zone) {
+    if (const char* const previous = ACE_OS::getenv("TZ")) m_previous = previous;
+    Set(zone);
+  }
+  ~ScopedTimeZone() {
+    if (m_previous) {
+      Set(*m_previous);
+    } else {
+      ACE_OS::unsetenv("TZ");
+      ACE_OS::tzset();
+    }
+  }
+  ScopedTimeZone(const ScopedTimeZone&) = delete;
+  ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
+
+ private:
+  static void Set(const std::string& zone) {
+    ACE_OS::setenv("TZ", zone.c_str(), 1);
+    ACE_OS::tzset();
+  }
+
+  std::optional<std::string> m_previous;
+};
+
+}  // namespace sorvex::test
