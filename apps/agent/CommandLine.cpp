@@ -180,6 +180,42 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
                                   ->type_name("SECONDS");
   forward->add_option("FILE", forwardCommand.files, "Files to read; - or none: standard input");
 
+  FetchConfigurationCommand fetchConfigurationCommand;
+  CLI::App* const fetchConfiguration = app.add_subcommand("fetch-configuration", "Fetch the agent's configuration");
+  fetchConfiguration->add_option("--out", fetchConfigurationCommand.file, "File to write")
+      ->required()
+      ->type_name("FILE");
+  FetchPatchCommand fetchPatchCommand;
+  CLI::App* const fetchPatch = app.add_subcommand("fetch-patch", "Fetch the first patch that the server has");
+  fetchPatch->add_option("--out", fetchPatchCommand.file, "File to write")->required()->type_name("FILE");
+  fetchPatch->add_option("NAME", fetchPatchCommand.names, "Names of components")->required();
+  ServerKeyCommand serverKeyCommand;
+  CLI::App* const serverKey = app.add_subcommand("server-key", "Fetch the server's public key");
+  serverKey->add_option("--out", serverKeyCommand.file, "File to write")->required()->type_name("FILE");
+  for (CLI::App* const command :
+       {fingerprint, heartbeat, test, registration, update, fetchConfiguration, fetchPatch, serverKey}) {
+    command->add_option("--repeat", options.repeat, "Do it N times with one connection (default: 1)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+  }
+
+  CLI::App* const key = app.add_subcommand("key", "The agent's key pair in the machine's key container");
+  key->require_subcommand(1);
+  KeyCreateCommand keyCreateCommand;
+  CLI::App* const keyCreate = key->add_subcommand("create", "Make a key pair");
+  keyCreate->add_option("--container", keyCreateCommand.container, "Key container (default: the one without a name)")
+      ->type_name("NAME");
+  keyCreate->add_flag("--force", keyCreateCommand.force, "Replace the key pair that is there");
+  KeyShowCommand keyShowCommand;
+  CLI::App* const keyShow = key->add_subcommand("show", "Print the public key");
+  keyShow->add_option("--container", keyShowCommand.container, "Key container (default: the one without a name)")
+      ->type_name("NAME");
+  CLI::App* const token = app.add_subcommand("token", "The agent's token");
+  token->require_subcommand(1);
+  TokenProtectCommand tokenProtectCommand;
+  CLI::App* const tokenProtect = token->add_subcommand("protect", "Print the token as install_config.txt may hold it");
+  tokenProtect->add_option("TOKEN", tokenProtectCommand.token, "The token; - reads it from standard input")->required();
+
   try {
     // CLI11 takes the arguments in reverse.
     std::reverse(arguments.begin(), arguments.end());
@@ -201,6 +237,12 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
           ParseNumber<std::int32_t>("--status", updateStatus, "a decimal number from -2147483648 to 2147483647"),
           ParseNumber<std::int64_t>("--time", updateTime, "a decimal number of seconds")};
     }
+    if (fetchConfiguration->parsed()) options.command = fetchConfigurationCommand;
+    if (fetchPatch->parsed()) options.command = fetchPatchCommand;
+    if (serverKey->parsed()) options.command = serverKeyCommand;
+    if (keyCreate->parsed()) options.localCommand = keyCreateCommand;
+    if (keyShow->parsed()) options.localCommand = keyShowCommand;
+    if (tokenProtect->parsed()) options.localCommand = tokenProtectCommand;
     if (forward->parsed()) {
       if (giveUp->count() > 0) {
         forwardCommand.giveUpAfter =

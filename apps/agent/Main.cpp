@@ -1,7 +1,9 @@
 #include <Agent.h>
 #include <BoundedRun.h>
 #include <CommandLine.h>
+#include <FetchCommands.h>
 #include <Forward.h>
+#include <KeyCommands.h>
 #include <Output.h>
 #include <ServerCommands.h>
 #include <platform/Platform.h>
@@ -25,6 +27,17 @@ struct AceLibrary {
   AceLibrary& operator=(const AceLibrary&) = delete;
 };
 
+/// Does a server command as often as wanted, with one connection. Returns 0 when each time succeeded.
+template <class ServerCommand>
+int RunRepeatedly(const ServerCommand& command, std::uint32_t times, WindowsAgentCommon::IConnectionFactory& factory) {
+  const ServerConnection connection(factory);
+  int status = 0;
+  for (std::uint32_t i = 0; i < times && !IsInterrupted(); ++i) {
+    if (const int result = RunCommand(command, connection); result != 0) status = result;
+  }
+  return status;
+}
+
 int Run(const Options& options, LastWords& lastWords) {
   OpenLog(options);
   Agent agent(options);
@@ -43,7 +56,9 @@ int Run(const Options& options, LastWords& lastWords) {
   }
   const int status = std::visit(
       [&](const auto& command) {
-        if constexpr (std::is_same_v<decltype(command), const ForwardCommand&>) {
+        if constexpr (requires(const ServerConnection& connection) { RunCommand(command, connection); }) {
+          return RunRepeatedly(command, options.repeat, agent.GetConnectionFactory());
+        } else if constexpr (std::is_same_v<decltype(command), const ForwardCommand&>) {
           return RunCommand(command, agent.GetConnectionFactory(), lastWords);
         } else {
           return RunCommand(command, agent.GetConnectionFactory());
@@ -63,7 +78,10 @@ int RunAgent(std::vector<std::string> arguments) {
     if (!options) return status;
     InstallInterruptHandler();
     const AceLibrary ace;
-    status = RunBounded([&options](LastWords& lastWords) { return Run(*options, lastWords); });
+    status = RunBounded([&options](LastWords& lastWords) {
+      return options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory)
+                                   : Run(*options, lastWords);
+    });
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;
