@@ -457,7 +457,7 @@ TEST_F(StreamLife, ABusyConnectionIsLookedAtOnceASecond) {
 
 TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
   using VaroCommunicationAPI::ConnectionTurn;
-  const VaroCommunicationAPI::SteadyTime now(100h);
+  const VaroCommunicationAPI::SteadyTime now{std::chrono::hours(100)};
   // Without the rule, whoever the system wakes first has it.
   for (int round = 0; round < 20; ++round) {
     ConnectionTurn turn;
@@ -478,7 +478,7 @@ TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
     ordinary.join();
     claiming.join();
     ASSERT_THAT(order, ElementsAre("claim", "ordinary"));
-    EXPECT_FALSE(turn.MustGiveWay(now + 1h));
+    EXPECT_FALSE(turn.MustGiveWay(now + std::chrono::hours(1)));
   }
 }
 
