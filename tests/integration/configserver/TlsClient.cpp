@@ -2,6 +2,7 @@
 
 #include "support/LoopbackTcpServer.h"
 
+#include <boost/asio.hpp>
 #include <boost/asio/ssl.hpp>
 
 #include <openssl/bio.h>
@@ -11,6 +12,7 @@
 
 namespace sorvex::test {
 
+using boost::asio::ip::tcp;
 using boost::system::error_code;
 
 struct TlsClient::State {
