@@ -26,37 +26,52 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+  # A clone in another folder finds what this one has compiled, and precompiled headers are cached.
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
+    "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros "${CCACHE}")
 endif()
 
+# What everything is compiled and linked with.
+add_library(sorvex_common_settings INTERFACE)
+# What ships is hardened besides.
 add_library(sorvex_settings INTERFACE)
+target_link_libraries(sorvex_settings INTERFACE sorvex_common_settings)
+# Tests are compiled as fast as can be: what they measure is the code that ships, and that is compiled as it ships.
+add_library(sorvex_test_settings INTERFACE)
+target_link_libraries(sorvex_test_settings INTERFACE sorvex_common_settings)
 if(MSVC)
-  target_compile_options(sorvex_settings INTERFACE /W4 /WX /utf-8 /permissive-)
+  target_compile_options(sorvex_common_settings INTERFACE /W4 /WX /utf-8 /permissive-)
 else()
-  target_compile_options(sorvex_settings INTERFACE
+  target_compile_options(sorvex_common_settings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Werror
     # One tree gives one binary wherever it lies.
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  # After the flags of the build type, which these take back. Lines for a backtrace are all that is wanted of symbols.
+  target_compile_options(sorvex_test_settings INTERFACE -O0 -g1)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # A cache that looks at preprocessed text has to see where the precompiled header comes in.
+    target_compile_options(sorvex_test_settings INTERFACE -fpch-preprocess)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # This compiler takes correct string code for overlapping copies when it optimises fully.
-    target_compile_options(sorvex_settings INTERFACE -Wno-restrict)
+    target_compile_options(sorvex_common_settings INTERFACE -Wno-restrict)
   endif()
   if(WIN32)
     # The time of linking would make every build another binary.
-    target_link_options(sorvex_settings INTERFACE
+    target_link_options(sorvex_common_settings INTERFACE
       -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp $<$<CONFIG:Release>:-s>)
   endif()
   if(SORVEX_SANITIZE)
-    target_compile_options(sorvex_settings INTERFACE
+    target_compile_options(sorvex_common_settings INTERFACE
       -fsanitize=${SORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
-    target_link_options(sorvex_settings INTERFACE -fsanitize=${SORVEX_SANITIZE})
+    target_link_options(sorvex_common_settings INTERFACE -fsanitize=${SORVEX_SANITIZE})
   endif()
   if(CMAKE_BUILD_TYPE MATCHES "Release|RelWithDebInfo" AND NOT SORVEX_SANITIZE)
     target_compile_options(sorvex_settings INTERFACE -fstack-protector-strong)
     target_compile_definitions(sorvex_settings INTERFACE _FORTIFY_SOURCE=2)
     if(WIN32)
-      # The protector's and the fortified functions' library.
-      target_link_options(sorvex_settings INTERFACE -fstack-protector-strong)
+      # The protector's and the fortified functions' library; tests link objects that want it.
+      target_link_options(sorvex_common_settings INTERFACE -fstack-protector-strong)
     else()
       target_compile_options(sorvex_settings INTERFACE -fstack-clash-protection -fcf-protection)
       target_link_options(sorvex_settings INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)

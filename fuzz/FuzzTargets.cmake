@@ -13,17 +13,18 @@ set(FUZZ_TARGETS
   wire_fields:WireFieldsFuzz.cpp)
 set(FUZZ_DIRECTORY "${CMAKE_CURRENT_LIST_DIR}")
 
-# sorvex_add_fuzz_programs(PREFIX extra sources...): one program a target, whose names it leaves in FUZZ_PROGRAMS.
-function(sorvex_add_fuzz_programs prefix)
+# sorvex_add_fuzz_programs(PREFIX SETTINGS extra libraries...): one program a target, whose names it leaves in
+# FUZZ_PROGRAMS.
+function(sorvex_add_fuzz_programs prefix settings)
   set(programs)
   foreach(entry IN LISTS FUZZ_TARGETS)
     string(REPLACE ":" ";" entry "${entry}")
     list(GET entry 0 name)
     list(GET entry 1 source)
     set(program ${prefix}${name})
-    add_executable(${program} "${FUZZ_DIRECTORY}/${source}" ${ARGN})
+    add_executable(${program} "${FUZZ_DIRECTORY}/${source}")
     target_include_directories(${program} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
-    target_link_libraries(${program} PRIVATE CommunicationAPIObjects sorvex_settings)
+    target_link_libraries(${program} PRIVATE CommunicationAPIObjects ${settings} ${ARGN})
     list(APPEND programs ${program})
   endforeach()
   set(FUZZ_PROGRAMS ${programs} PARENT_SCOPE)

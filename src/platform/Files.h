@@ -9,8 +9,8 @@
 namespace VaroCommunicationAPI::Platform {
 
 /// Reads at most `maxBytes` from the start of an existing regular file, shared with other readers only where a system
-/// knows sharing (Windows). `path` is wide and may use either of the system's separators. Returns 0, or the system's own
-/// error number with `content` empty; what is no regular file (a pipe, a device) is refused at once.
+/// knows sharing (Windows). `path` is wide and may use either of the system's separators. Returns 0, or the system's
+/// own error number with `content` empty; what is no regular file (a pipe, a device) is refused at once.
 int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& content);
 
 /// What stands between the configuration directory and the name of a certificate file.

@@ -37,8 +37,9 @@ struct DatagramOutcome {
 DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams);
 
 /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
-/// connection stands, 10101 after an orderly close, or the number of the error it died of.
-int PeerState(ACE_HANDLE handle);
+/// connection stands, 10101 after an orderly close, or the number of the error it died of. Adds to `discarded`, if
+/// given, the number of bytes.
+int PeerState(ACE_HANDLE handle, std::size_t* discarded = nullptr);
 
 /// Keeps what the system holds of a connected stream before it is on its way small: what is written is soon sent, a
 /// slow peer is noticed, and less is lost when the connection breaks. A system that refuses only holds more.

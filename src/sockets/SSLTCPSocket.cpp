@@ -86,7 +86,7 @@ int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   Configure(context);
   auto stream = std::make_shared<TlsStream>(context);
   const int error = stream->Connect(addresses, m_handshakeLimit, [this] { return MustGiveUp(); });
-  m_strFailureReason = stream->FailureReason();
+  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;
   Platform::KeepBacklogSmall(stream->Handle());
   m_pStream = std::move(stream);
@@ -107,12 +107,8 @@ std::optional<std::uint64_t> SSLTCPSocket::StreamProgress() { return Platform::P
 
 Platform::WriteOutcome SSLTCPSocket::WriteStream(const char* data, std::size_t length) {
   const Platform::BrokenPipeGuard noSignal;
-  // While there is no room, what the peer says is discarded: one that waits for that reads nothing.
-  int state = 0;
-  Platform::WriteOutcome outcome = m_pStream->Write(
-      data, length, [&] { return (state = m_pStream->PeerState()) != 0 || MustGiveUp(); }, [this] { NoteProgress(); });
-  if (state != 0) outcome.m_error = state;
-  return outcome;
+  return m_pStream->Write(
+      data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); }, true);
 }
 
 int SSLTCPSocket::StreamPeerState() {

@@ -142,7 +142,7 @@ class SocketLife {
 class ConnectionTurn {
  public:
   /// How long the holder may go on once somebody claims the connection.
-  static constexpr std::chrono::milliseconds claimPatience{500};
+  static constexpr std::chrono::milliseconds claimPatience{250};
 
   /// The connection in the hands of a thread, from construction to destruction. Not to be nested.
   class Holder {

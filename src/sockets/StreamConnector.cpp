@@ -80,7 +80,8 @@ void SendWithoutDelay(ACE_HANDLE handle) {
 
 int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,
                    std::optional<std::chrono::steady_clock::time_point> deadline) {
-  const bool isRead = readiness == Readiness::Readable;
+  const bool isRead = readiness != Readiness::Writable;
+  const bool isWrite = readiness != Readiness::Readable;
   for (;;) {
     ACE_Time_Value wait = waitSlice;
     if (deadline) {
@@ -88,7 +89,7 @@ int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<b
       if (left.count() < waitSlice.usec())
         wait.set(0, static_cast<suseconds_t>(std::max<std::int64_t>(left.count(), 0)));
     }
-    if (ACE::handle_ready(handle, &wait, isRead, !isRead, false) > 0) return 0;
+    if (ACE::handle_ready(handle, &wait, isRead, isWrite, false) > 0) return 0;
     const int error = Platform::LastSocketError();
     if (error != Platform::ErrorWaitTimeout && error != Platform::ErrorInterrupted) return 0;
     if (isInterrupted()) return Platform::ErrorInterrupted;
@@ -97,19 +98,15 @@ int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<b
 }
 
 int WaitForRoom(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isInterrupted) {
-  int state = 0;
-  const int error = WaitUntilReady(handle, Readiness::Writable, [&] {
-    state = peerState();
-    return state != 0 || isInterrupted();
-  });
-  return state != 0 ? state : error;
+  const int state = peerState();
+  return state != 0 ? state : WaitUntilReady(handle, Readiness::Either, isInterrupted);
 }
 
-void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState,
+void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isTalking,
                    const std::function<bool()>& isInterrupted) {
   // The system tells nobody when the last byte is acknowledged: it has to be asked.
   constexpr std::chrono::milliseconds askEvery{5};
-  while (!isInterrupted() && peerState() == 0 && !Platform::HasDeliveredAll(handle)) {
+  while (!isInterrupted() && peerState() == 0 && (isTalking() || !Platform::HasDeliveredAll(handle))) {
     WaitUntilReady(
         handle, Readiness::Readable, [] { return false; }, std::chrono::steady_clock::now() + askEvery);
   }

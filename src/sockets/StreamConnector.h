@@ -25,7 +25,7 @@ std::shared_ptr<ACE_SOCK_Stream> OwnStream();
 /// delayed acknowledgement.
 void SendWithoutDelay(ACE_HANDLE handle);
 
-enum class Readiness { Readable, Writable };
+enum class Readiness { Readable, Writable, Either };
 
 /// Waits until `handle` has bytes or takes some; an error condition counts as either, and the transfer then tells
 /// which. Asks `isInterrupted` at least ten times a second. Returns 0, 10004 when it says so, or 137 when `deadline`
@@ -33,15 +33,16 @@ enum class Readiness { Readable, Writable };
 int WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const std::function<bool()>& isInterrupted,
                    std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 
-/// Waits until `handle` takes bytes. Meanwhile asks `peerState` (as `Platform::PeerState`), which discards what the
-/// peer says: a peer that waits for that reads nothing. Returns 0, the peer's state when it has ended the connection,
-/// or 10004 when `isInterrupted` says so.
+/// Waits until `handle` takes bytes or the peer says something, having asked `peerState` (as `Platform::PeerState`),
+/// which discards what it said: a peer that waits for that reads nothing. Returns 0, the peer's state when it has ended
+/// the connection, or 10004 when `isInterrupted` says so.
 int WaitForRoom(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isInterrupted);
 
-/// Waits, with the write side closed, until the peer has closed as well or, where the system tells, has everything; or
-/// until `isInterrupted` says so. `peerState` is as above: a connection that is closed with unread data is reset, and
-/// the peer then loses what it has not read.
-void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState,
+/// Waits, with the write side closed, until the peer has closed as well, or until `isInterrupted` says so; where the
+/// system tells that the peer has everything and the peer is not a `talking` one, until then. `peerState` is as above.
+/// A connection that is closed with unread data, or to which more of it comes, is reset, and the peer then loses what
+/// it has not read.
+void AwaitDelivery(ACE_HANDLE handle, const std::function<int()>& peerState, const std::function<bool()>& isTalking,
                    const std::function<bool()>& isInterrupted);
 
 }  // namespace VaroCommunicationAPI

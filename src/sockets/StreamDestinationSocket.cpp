@@ -95,7 +95,7 @@ bool StreamDestinationSocket::Connect() {
 
 bool StreamDestinationSocket::ConnectInTurn() {
   CloseInTurn();
-  m_bLastAttemptMade = m_life.IsStopping();
+  m_bLastAttemptFailed = m_life.IsStopping();
   const ACE_Time_Value attemptTime = m_pTime->WallClock();
   m_lastConnectAttemptTime = attemptTime;
   const Platform::BrokenPipeGuard noSignal;
@@ -113,6 +113,7 @@ bool StreamDestinationSocket::ConnectInTurn() {
     }
   }
   m_bConnected = true;
+  m_bLastAttemptFailed = false;
   m_lastResultCode = 0;
   m_nextReconnect = {};
   m_nextReconnectTime = ACE_Time_Value::zero;
@@ -177,7 +178,8 @@ void StreamDestinationSocket::CloseIfPeerHasClosed(SteadyTime now, bool isAfterI
 
 bool StreamDestinationSocket::Reconnect(SteadyTime now) {
   // A stop makes one last attempt, also when none is due.
-  if (m_life.IsStopping() ? m_bLastAttemptMade : now < m_nextReconnect) return false;
+  const bool isLastAttempt = m_life.IsStopping() && !m_bLastAttemptFailed;
+  if (now < m_nextReconnect && !isLastAttempt) return false;
   m_log.Debug("Socket isn't connected; calling reconnect...");
   if (ConnectInTurn()) {
     m_log.Info("Reconnect succeeded.");
@@ -268,7 +270,7 @@ bool StreamDestinationSocket::CanSendBatch() const { return m_bConnected; }
 
 bool StreamDestinationSocket::CanDeliver() {
   const ConnectionTurn::Holder turn(m_turn);
-  return !MustGiveUp() && (m_bConnected || !m_bLastAttemptMade);
+  return !MustGiveUp() && (m_bConnected || !m_bLastAttemptFailed);
 }
 
 ACE_Time_Value StreamDestinationSocket::GetLastConnectAttemptTime() const { return m_lastConnectAttemptTime; }

@@ -130,7 +130,7 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   SteadyTime m_lastWrite;
   SteadyTime m_lastLook;
   std::optional<std::uint64_t> m_progress;
-  bool m_bLastAttemptMade = false;
+  bool m_bLastAttemptFailed = false;
   SteadyTime m_nextReconnect;
   SharedTimeValue m_lastConnectAttemptTime;
   SharedTimeValue m_connectedSinceTime;

@@ -28,6 +28,7 @@ int TCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   if (error != 0) return error;
   Platform::KeepBacklogSmall(stream->get_handle());
   m_pStream = std::move(stream);
+  m_discarded = 0;
   return 0;
 }
 
@@ -40,7 +41,8 @@ void TCPSocket::CloseStream() {
 void TCPSocket::FinishStream() {
   m_pStream->close_writer();
   AwaitDelivery(
-      m_pStream->get_handle(), [this] { return StreamPeerState(); }, [this] { return MustGiveUp(); });
+      m_pStream->get_handle(), [this] { return StreamPeerState(); }, [this] { return m_discarded > 0; },
+      [this] { return MustGiveUp(); });
 }
 
 std::optional<std::uint64_t> TCPSocket::StreamProgress() { return Platform::PeerProgress(m_pStream->get_handle()); }
@@ -65,7 +67,7 @@ Platform::WriteOutcome TCPSocket::WriteStream(const char* data, std::size_t leng
   return total;
 }
 
-int TCPSocket::StreamPeerState() { return Platform::PeerState(m_pStream->get_handle()); }
+int TCPSocket::StreamPeerState() { return Platform::PeerState(m_pStream->get_handle(), &m_discarded); }
 
 int TCPSocket::SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) {
   return Platform::SetKeepAlive(m_pStream->get_handle(), timeMs, intervalMs);

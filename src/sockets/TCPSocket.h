@@ -5,6 +5,7 @@
 
 #include <ace/SOCK_Stream.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace VaroCommunicationAPI {
@@ -32,6 +33,8 @@ class TCPSocket : public StreamDestinationSocket {
  private:
   /// The stream closes with its last owner.
   std::shared_ptr<ACE_SOCK_Stream> m_pStream;
+  /// Bytes that the peer has said.
+  std::size_t m_discarded = 0;
 };
 
 }  // namespace VaroCommunicationAPI

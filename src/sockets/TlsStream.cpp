@@ -53,7 +53,7 @@ int TlsStream::Handshake(std::chrono::milliseconds limit, const IsInterrupted& i
 }
 
 Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                                        const std::function<void()>& onProgress) {
+                                        const std::function<void()>& onProgress, bool discards) {
   Platform::WriteOutcome outcome;
   BIO* const network = SSL_get_wbio(m_stream.ssl());
   std::uint64_t moved = BIO_number_written(network);
@@ -69,7 +69,10 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
       onProgress();
     }
     if (result == 1) continue;
-    outcome.m_error = WaitToRetry(result, isInterrupted, std::nullopt);
+    outcome.m_error = discards && SSL_want_write(m_stream.ssl())
+                          ? WaitForRoom(
+                                Handle(), [this] { return PeerState(); }, isInterrupted)
+                          : WaitToRetry(result, isInterrupted, std::nullopt);
     if (outcome.m_error != 0) break;
   }
   return outcome;
@@ -99,12 +102,15 @@ int TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait
 int TlsStream::PeerState() {
   // As over plain TCP: what a receiver says is discarded, within bounds, because the end stands behind it.
   constexpr int maxReads = 16;
-  char discarded[4096];
+  char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
     ForgetErrors();
     std::size_t count = 0;
-    const int result = SSL_read_ex(m_stream.ssl(), discarded, sizeof discarded, &count);
-    if (result == 1) continue;
+    const int result = SSL_read_ex(m_stream.ssl(), buffer, sizeof buffer, &count);
+    if (result == 1) {
+      m_bPeerTalks = true;
+      continue;
+    }
     const int error = Diagnose(result);
     return error == Platform::ErrorWouldBlock ? 0 : error;
   }
@@ -119,7 +125,7 @@ void TlsStream::Finish(const IsInterrupted& isInterrupted) {
   }
   m_stream.peer().close_writer();
   AwaitDelivery(
-      Handle(), [this] { return PeerState(); }, isInterrupted);
+      Handle(), [this] { return PeerState(); }, [this] { return m_bPeerTalks; }, isInterrupted);
 }
 
 void TlsStream::Close() {

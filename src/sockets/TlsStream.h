@@ -43,8 +43,10 @@ class TlsStream {
 
   /// Writes all `length` bytes in records as full as they can be, waiting for room without a limit. `onProgress` is
   /// called when the system has accepted bytes. The outcome counts the bytes of records that it has accepted whole.
+  /// Where a peer may speak that nobody listens to, `discards`: what it says while there is no room is discarded, and
+  /// its end is an error then.
   Platform::WriteOutcome Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                               const std::function<void()>& onProgress);
+                               const std::function<void()>& onProgress, bool discards = false);
 
   /// Reads exactly `length` bytes. Waits at most `wait` each time that nothing is there (error 137), or without a limit
   /// when it is null. Returns 0 or the error; what came before it is lost.
@@ -76,6 +78,7 @@ class TlsStream {
   int ReadLibraryErrors();
 
   ACE_SSL_SOCK_Stream m_stream;
+  bool m_bPeerTalks = false;
   std::vector<unsigned long> m_failure;  ///< the errors of the last failed operation, the cause first
 };
 

@@ -5,13 +5,18 @@
 #include "LoopbackTcpServer.h"
 #include "TlsIdentity.h"
 
-#include <boost/asio/ssl.hpp>
+#include <openssl/ssl.h>
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+
+namespace boost::asio::ssl {
+class context;
+}
 
 namespace sorvex::test {
 
@@ -30,58 +35,29 @@ struct TlsServerOptions {
 /// One connection after its handshake, as a handler sees it. Blocking; `Stop` of the server ends every wait.
 class TlsServerSession {
  public:
-  TlsServerSession(ServerConnection& connection, boost::asio::ssl::context& context)
-      : m_connection(connection), m_stream(connection.Socket(), context) {}
+  TlsServerSession(ServerConnection& connection, boost::asio::ssl::context& context);
+  ~TlsServerSession();
+  TlsServerSession(const TlsServerSession&) = delete;
+  TlsServerSession& operator=(const TlsServerSession&) = delete;
 
-  bool Handshake() {
-    m_stream.async_handshake(boost::asio::ssl::stream_base::server,
-                             [this](const boost::system::error_code& error) { m_error = error; });
-    m_connection.RunOperation();
-    return !m_error;
-  }
+  bool Handshake();
 
   /// Appends at most `limit` bytes that have come to `text`; waits for some. Returns false at the end.
-  bool ReadSome(std::string& text, std::size_t limit) {
-    std::string buffer(limit, '\0');
-    std::size_t count = 0;
-    m_stream.async_read_some(boost::asio::buffer(buffer),
-                             [&](const boost::system::error_code& error, std::size_t size) {
-                               m_error = error;
-                               count = size;
-                             });
-    m_connection.RunOperation();
-    if (m_connection.DiscardsNow()) return false;
-    text.append(buffer, 0, count);
-    return !m_error;
-  }
+  bool ReadSome(std::string& text, std::size_t limit);
 
   /// Reads until the peer ends the connection; returns what came.
-  std::string ReadAll() {
-    std::string all;
-    while (ReadSome(all, 65536)) {
-    }
-    return all;
-  }
+  std::string ReadAll();
 
   /// Reads exactly `count` bytes, or less when the peer ends the connection before.
-  std::string ReadExactly(std::size_t count) {
-    std::string text;
-    while (text.size() < count && ReadSome(text, count - text.size())) {
-    }
-    return text;
-  }
+  std::string ReadExactly(std::size_t count);
 
-  void Write(std::string_view text) {
-    boost::asio::async_write(m_stream, boost::asio::buffer(text),
-                             [this](const boost::system::error_code& error, std::size_t) { m_error = error; });
-    m_connection.RunOperation();
-  }
+  void Write(std::string_view text);
+
+  /// Makes each write a segment of its own.
+  void SetNoDelay() { m_connection.SetNoDelay(); }
 
   /// Says farewell as TLS wants it, and waits for the client's or its end.
-  void CloseNotify() {
-    m_stream.async_shutdown([this](const boost::system::error_code& error) { m_error = error; });
-    m_connection.RunOperation();
-  }
+  void CloseNotify();
 
   /// Closes with a reset instead of an orderly end.
   void Reset() { m_connection.Reset(); }
@@ -90,15 +66,16 @@ class TlsServerSession {
   void Close() { m_connection.Close(); }
 
   /// How the last operation ended; `boost::asio::error::eof` after the client's farewell.
-  const boost::system::error_code& EndError() const { return m_error; }
-  SSL* Native() { return m_stream.native_handle(); }
-  tcp::socket& Socket() { return m_connection.Socket(); }
+  const boost::system::error_code& EndError() const;
+  SSL* Native();
+  boost::asio::basic_stream_socket<tcp>& Socket() { return m_connection.Socket(); }
   ServerConnection& Connection() { return m_connection; }
 
  private:
+  struct State;
+
   ServerConnection& m_connection;
-  boost::asio::ssl::stream<tcp::socket&> m_stream;
-  boost::system::error_code m_error;
+  std::unique_ptr<State> m_pState;
 };
 
 /// Accepts and shakes hands until destroyed; each connection's handler runs in a thread of its own.
@@ -107,26 +84,13 @@ class LoopbackTlsServer {
   /// `index` counts connections from 0, those whose handshake failed as well.
   using Handler = std::function<void(LoopbackTlsServer& server, TlsServerSession& session, int index)>;
 
-  explicit LoopbackTlsServer(Handler handler, const TlsServerOptions& options = {})
-      : m_handler(std::move(handler)),
-        m_unanswered(options.unansweredHandshakes),
-        m_context(MakeContext(options)),
-        m_server([this](LoopbackTcpServer&, ServerConnection& connection, int index) { Serve(connection, index); },
-                 options.port, options.receiveBufferBytes, options.isIPv6) {}
+  explicit LoopbackTlsServer(Handler handler, const TlsServerOptions& options = {});
 
   /// Keeps what every connection sends; see `Received`.
-  explicit LoopbackTlsServer(const TlsServerOptions& options = {})
-      : LoopbackTlsServer([](LoopbackTlsServer& server, TlsServerSession& session, int) { server.KeepAllOf(session); },
-                          options) {}
+  explicit LoopbackTlsServer(const TlsServerOptions& options = {});
+  ~LoopbackTlsServer();
 
-  void KeepAllOf(TlsServerSession& session) {
-    bool more = true;
-    while (more) {
-      std::string part;
-      more = session.ReadSome(part, 65536);
-      m_server.AddReceived(part);
-    }
-  }
+  void KeepAllOf(TlsServerSession& session);
 
   /// Port, received text, stopping.
   LoopbackTcpServer& Tcp() { return m_server; }
@@ -146,50 +110,9 @@ class LoopbackTlsServer {
   std::uint64_t RecordBytes() const { return m_recordBytes; }
 
  private:
-  boost::asio::ssl::context MakeContext(const TlsServerOptions& options) {
-    boost::asio::ssl::context context(boost::asio::ssl::context::tls_server);
-    SSL_CTX* const native = context.native_handle();
-    SSL_CTX_set_security_level(native, 0);
-    SSL_CTX_set_min_proto_version(native, options.minVersion);
-    SSL_CTX_set_max_proto_version(native, options.maxVersion);
-    SSL_CTX_use_certificate(native, options.identity->Certificate());
-    SSL_CTX_use_PrivateKey(native, options.identity->Key());
-    if (options.requestsCertificate) SSL_CTX_set_verify(native, SSL_VERIFY_PEER, &TakeAny);
-    if (options.requiresCertificate) {
-      SSL_CTX_set_verify(native, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, &TakeAny);
-    }
-    SSL_CTX_set_msg_callback(native, &CountRecord);
-    SSL_CTX_set_msg_callback_arg(native, this);
-    return context;
-  }
-
-  static int TakeAny(int, X509_STORE_CTX*) { return 1; }
-
-  /// The library shows each record's header: type, version and length.
-  static void CountRecord(int isWritten, int, int contentType, const void* data, std::size_t length, SSL*, void* self) {
-    const auto* const header = static_cast<const unsigned char*>(data);
-    if (isWritten != 0 || contentType != SSL3_RT_HEADER || length < 5 || header[0] != SSL3_RT_APPLICATION_DATA) return;
-    auto& server = *static_cast<LoopbackTlsServer*>(self);
-    ++server.m_records;
-    server.m_recordBytes += static_cast<std::uint64_t>(header[3]) * 256 + header[4];
-  }
-
-  void Serve(ServerConnection& connection, int index) {
-    if (index < m_unanswered) {
-      // Says nothing to the client's first words.
-      std::string hello;
-      connection.ReadSome(hello, 65536);
-      connection.Close();
-      return;
-    }
-    TlsServerSession session(connection, m_context);
-    if (!session.Handshake()) {
-      ++m_failedHandshakes;
-      return;
-    }
-    ++m_handshakes;
-    m_handler(*this, session, index);
-  }
+  std::unique_ptr<boost::asio::ssl::context> MakeContext(const TlsServerOptions& options);
+  static void CountRecord(int isWritten, int, int contentType, const void* data, std::size_t length, SSL*, void* self);
+  void Serve(ServerConnection& connection, int index);
 
   Handler m_handler;
   const int m_unanswered;
@@ -197,7 +120,7 @@ class LoopbackTlsServer {
   std::atomic<int> m_failedHandshakes{0};
   std::atomic<std::uint64_t> m_records{0};
   std::atomic<std::uint64_t> m_recordBytes{0};
-  boost::asio::ssl::context m_context;
+  std::unique_ptr<boost::asio::ssl::context> m_pContext;
   LoopbackTcpServer m_server;
 };
 

@@ -22,11 +22,13 @@ HANDLE Open(const std::filesystem::path& path) {
   throw std::system_error(static_cast<int>(error), std::system_category(), WideToUtf8(PathToWide(path)));
 }
 
+bool IsBeingDeleted(HANDLE file) {
+  FILE_STANDARD_INFO state{};
+  return ::GetFileInformationByHandleEx(file, FileStandardInfo, &state, sizeof state) && state.DeletePending;
+}
+
 /// Whether `path` stands for the open file.
 bool IsNameOf(const std::filesystem::path& path, HANDLE file) {
-  FILE_STANDARD_INFO state{};
-  // The name of a file that is being deleted cannot be opened while the file is open.
-  if (::GetFileInformationByHandleEx(file, FileStandardInfo, &state, sizeof state) && state.DeletePending) return false;
   const HANDLE named = ::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr);
   if (named == INVALID_HANDLE_VALUE) return false;
@@ -66,8 +68,8 @@ LogFile::~LogFile() = default;
 void LogFile::Follow() {
   if (m_pHandle->file != INVALID_HANDLE_VALUE && IsNameOf(m_path, m_pHandle->file)) return;
   HANDLE file = Open(m_path);
-  if (file == INVALID_HANDLE_VALUE && ::GetLastError() == ERROR_ACCESS_DENIED) {
-    // A file that is being deleted keeps its name until its last handle is closed.
+  if (file == INVALID_HANDLE_VALUE && IsBeingDeleted(m_pHandle->file)) {
+    // Such a file may keep its name until its last handle is closed.
     m_pHandle->Close();
     file = Open(m_path);
   }

@@ -84,19 +84,20 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
   return outcome;
 }
 
-int PeerState(ACE_HANDLE handle) {
+int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
   // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
   // bounded, because a peer that never stops sending must not keep us from writing.
   constexpr int maxReads = 16;
-  char discarded[4096];
+  char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
-    const ssize_t count = recv(handle, discarded, sizeof discarded, MSG_DONTWAIT);
+    const ssize_t count = recv(handle, buffer, sizeof buffer, MSG_DONTWAIT);
     if (count == 0) return ErrorPeerClosed;
     if (count == -1) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
       return LastSocketError();
     }
+    if (discarded) *discarded += static_cast<std::size_t>(count);
   }
   return 0;
 }

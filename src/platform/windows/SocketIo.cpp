@@ -93,18 +93,19 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
   return outcome;
 }
 
-int PeerState(ACE_HANDLE handle) {
+int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
   // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
   // bounded, because a peer that never stops sending must not keep us from writing.
   constexpr int maxReads = 16;
-  char discarded[4096];
+  char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
     const int readable = IsReadable(ToSocket(handle));
     if (readable == 0) return 0;
     if (readable == SOCKET_ERROR) return WSAGetLastError();
-    const int count = recv(ToSocket(handle), discarded, sizeof discarded, 0);
+    const int count = recv(ToSocket(handle), buffer, sizeof buffer, 0);
     if (count == 0) return ErrorPeerClosed;
     if (count == SOCKET_ERROR) return WSAGetLastError() == WSAEWOULDBLOCK ? 0 : WSAGetLastError();
+    if (discarded) *discarded += static_cast<std::size_t>(count);
   }
   return 0;
 }

@@ -709,6 +709,7 @@ void FaultMatrix::IntoReceiverThatTalksBack() {
   Receiver receiver(TestedTransport(), m_reception, [](Receiver& self, PeerSession& session, int) {
     session.Write("220 welcome\n");
     self.KeepAllOf(session, 65536, [&] { session.Write("ok\n"); });
+    session.Close();
   });
   Initialize(receiver.Port());
   for (int i = 0; i < 1000; ++i) Send(2000);

@@ -94,15 +94,4 @@ class Receiver {
   std::unique_ptr<LoopbackUdpServer> m_pUdp;
 };
 
-/// A UDP port that takes datagrams which nobody reads.
-class DatagramBlackHole {
- public:
-  explicit DatagramBlackHole(std::uint16_t port)
-      : m_socket(m_context, {boost::asio::ip::address_v4::loopback(), port}) {}
-
- private:
-  boost::asio::io_context m_context;
-  boost::asio::ip::udp::socket m_socket;
-};
-
 }  // namespace sorvex::test

@@ -8,6 +8,7 @@
 #include <support/TemporaryDirectory.h>
 #include <support/WaitUntil.h>
 
+#include <ace/DLL_Manager.h>
 #include <ace/Dynamic_Service_Dependency.h>
 #include <ace/Service_Config.h>
 
@@ -35,6 +36,18 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 std::filesystem::path PluginPath() { return WideToPath(Utf8ToWide(HOST_TEST_PLUGIN)); }
+
+/// For the time of its life a library is gone as soon as nobody holds it; otherwise it stays as long as the process.
+class EagerUnloading {
+ public:
+  EagerUnloading() { ACE_DLL_Manager::instance()->unload_policy(ACE_DLL_UNLOAD_POLICY_PER_PROCESS); }
+  ~EagerUnloading() { ACE_DLL_Manager::instance()->unload_policy(m_previous); }
+  EagerUnloading(const EagerUnloading&) = delete;
+  EagerUnloading& operator=(const EagerUnloading&) = delete;
+
+ private:
+  const u_long m_previous = ACE_DLL_Manager::instance()->unload_policy();
+};
 
 /// A factory with the built-in services registered and the statistics server loaded, for the plug-in to count with.
 class ComponentFactoryTest : public testing::Test {
@@ -316,6 +329,7 @@ TEST_F(ComponentFactoryTest, ServiceCannotLoadItselfWhileItIsLoaded) {
 }
 
 TEST_F(ComponentFactoryTest, ExceptionOutOfTheFunctionIsARefusalEachTime) {
+  const EagerUnloading eagerly;
   m_factory->RegisterService("Throwing", PluginPath(), "NothingButAnException");
   EXPECT_FALSE(m_factory->LoadService("Throwing"));
   EXPECT_FALSE(m_factory->LoadService("Throwing"));
@@ -324,6 +338,7 @@ TEST_F(ComponentFactoryTest, ExceptionOutOfTheFunctionIsARefusalEachTime) {
 }
 
 TEST_F(ComponentFactoryTest, ExceptionOutOfInitIsARefusalEachTimeAndDestroysTheService) {
+  const EagerUnloading eagerly;
   m_factory->RegisterService("Throwing", PluginPath(), "ThrowingService");
   EXPECT_FALSE(m_factory->LoadService("Throwing"));
   EXPECT_FALSE(m_factory->LoadService("Throwing"));
@@ -403,6 +418,7 @@ TEST_F(ComponentFactoryTest, CycleOfServicesInTwoThreadsIsDetected) {
 }
 
 TEST_F(ComponentFactoryTest, ServiceThatTheLibraryRegistersAtItsStartHoldsTheLibrary) {
+  const EagerUnloading eagerly;
   m_factory->RegisterService("Plain", WideToPath(Utf8ToWide(HOST_TEST_REGISTERING_PLUGIN)), "PlainService");
   ASSERT_TRUE(m_factory->LoadService("Plain"));
   ACE_Service_Repository* repository = ACE_Service_Config::current()->current_service_repository();

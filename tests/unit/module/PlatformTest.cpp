@@ -85,10 +85,10 @@ TEST_F(ReadFileHead, FailsForDirectoryAndEmptiesContent) {
 }
 
 TEST_F(ReadFileHead, FailsForDeviceAndEmptiesContent) {
-  std::string content = "before";
   const wchar_t* const device = std::filesystem::path::preferred_separator == '/' ? L"/dev/null" : L"NUL";
+  Platform::SecretText content("before");
   EXPECT_NE(Platform::ReadFileHead(device, 100, content), 0);
-  EXPECT_EQ(content, "");
+  EXPECT_EQ(content.View(), "");
 }
 
 TEST_F(ReadFileHead, FindsFileWithNameBeyondAscii) {

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -38,6 +39,8 @@ struct TokenForm {
   const char* plain;
   bool bSecured;
 };
+
+void PrintTo(const TokenForm& form, std::ostream* out) { *out << form.name; }
 
 class TokenInMemory : public testing::TestWithParam<TokenForm> {
  protected:

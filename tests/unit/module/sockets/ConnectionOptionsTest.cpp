@@ -56,8 +56,7 @@ TYPED_TEST(ConnectionOptions, ARawSocketSendsEachWriteAtOnce) {
   this->OpenRaw();
   int isOn = 0;
   int size = sizeof isOn;
-  ASSERT_EQ(
-      ACE_OS::getsockopt(this->Handle(), ACE_IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<char*>(&isOn), &size), 0);
+  ASSERT_EQ(ACE_OS::getsockopt(this->Handle(), ACE_IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<char*>(&isOn), &size), 0);
   EXPECT_NE(isOn, 0);
 }
 

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/asio/error.hpp>
 
 #include <atomic>
 #include <deque>

@@ -30,7 +30,7 @@ class CountedSignal {
  public:
   explicit CountedSignal(int number) : m_number(number) {
     handled = 0;
-    struct sigaction action{};
+    struct sigaction action = {};
     action.sa_handler = &Count;
     sigaction(number, &action, &m_previous);
   }
@@ -40,18 +40,19 @@ class CountedSignal {
 
  private:
   const int m_number;
-  struct sigaction m_previous{};
+  struct sigaction m_previous = {};
 };
 
 /// Sends signals to the thread that made it, one every few milliseconds, for some seconds at most.
 class Interrupter {
  public:
-  Interrupter() : m_thread([this, target = pthread_self()] {
-      for (int i = 0; i < maxSignals && !m_bStopped; ++i) {
-        pthread_kill(target, SIGUSR1);
-        std::this_thread::sleep_for(3ms);
-      }
-    }) {}
+  Interrupter()
+      : m_thread([this, target = pthread_self()] {
+          for (int i = 0; i < maxSignals && !m_bStopped; ++i) {
+            pthread_kill(target, SIGUSR1);
+            std::this_thread::sleep_for(3ms);
+          }
+        }) {}
   ~Interrupter() {
     m_bStopped = true;
     m_thread.join();

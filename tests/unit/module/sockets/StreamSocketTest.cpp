@@ -8,9 +8,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/system/system_error.hpp>
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -226,6 +228,103 @@ TYPED_TEST(StreamSocket, ShutdownInterruptsABlockingSendToAReceiverThatNeverRead
   EXPECT_TRUE(isBlocked);
   this->ShutdownWithinTwoSeconds();
   sender.join();
+}
+
+/// A socket whose system does not tell what the peer has taken.
+template <class Socket>
+class WithoutPeerProgress : public Socket {
+ protected:
+  std::optional<std::uint64_t> StreamProgress() override { return {}; }
+};
+
+TYPED_TEST(StreamSocket, AStopCountsWhatTheSystemTakesAsProgress) {
+  // Some three seconds for what the queue holds, in steps shorter than a stop's patience and long enough to be waited
+  // for.
+  auto server = TypeParam::MakeServer(
+      [](auto& self, auto& connection, int) {
+        bool more = true;
+        while (more) {
+          std::string part;
+          while (more && part.size() < 65536) more = connection.ReadSome(part, 65536 - part.size());
+          self.AddReceived(part);
+          std::this_thread::sleep_for(150ms);
+        }
+      },
+      65536);
+  WithoutPeerProgress<typename TypeParam::DestinationSocket> destination;
+  WindowsAgentCommon::ParameterBlock parameters = TypeParam::Target(server.Port(), true);
+  parameters.emplace("Socket.QueueHighWaterMark", "100000000");
+  destination.Initialize(parameters);
+  const std::string payload(30000, 'x');
+  for (int i = 0; i < 45; ++i) ASSERT_GT(destination.Send(payload.data(), 30000), 0);
+  EXPECT_EQ(destination.Shutdown(), 0);
+  EXPECT_EQ(destination.GetMessagesDropped(), 0u);
+  EXPECT_EQ(server.WaitForBytes(45u * 30001u).size(), 45u * 30001u);
+}
+
+TYPED_TEST(StreamSocket, AReceiverThatEchoesEverythingIsNotKeptFromReading) {
+  typename TypeParam::Server server([](auto& self, auto& connection, int) {
+    std::string part;
+    while (connection.ReadSome(part, 65536)) {
+      self.AddReceived(part);
+      connection.Write(part);
+      part.clear();
+    }
+  });
+  for (const bool isQueued : {true, false}) {
+    typename TypeParam::DestinationSocket destination;
+    destination.Initialize(TypeParam::Target(server.Port(), isQueued));
+    const std::size_t before = server.Received().size();
+    const std::string payload(30000, 'x');
+    for (int i = 0; i < 700; ++i) ASSERT_GT(destination.Send(payload.data(), 30000), 0);
+    EXPECT_EQ(destination.Shutdown(), 0);
+    EXPECT_EQ(destination.GetMessagesSent(), 700u);
+    EXPECT_EQ(server.WaitForBytes(before + 700u * 30001u).size(), before + 700u * 30001u);
+  }
+}
+
+/// Calls of another thread while the send thread waits for a receiver that never reads.
+TYPED_TEST(StreamSocket, CloseConnectAndOpenDoNotWaitForAReceiverThatNeverReads) {
+  auto server = TypeParam::MakeServer([](auto& self, auto&, int) { self.HoldUntilStopped(); }, 4096);
+  WindowsAgentCommon::ParameterBlock parameters = TypeParam::Target(server.Port(), true);
+  parameters.emplace("Socket.QueueHighWaterMark", "100000000");
+  this->socket.Initialize(parameters);
+  const std::string payload(30000, 'x');
+  for (int i = 0; i < 500; ++i) ASSERT_GT(this->Send(payload), 0);
+  const auto withinTwoSeconds = [](const auto& call) {
+    const auto start = std::chrono::steady_clock::now();
+    call();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  };
+  // Each connection fills anew, until the sender waits again.
+  const auto waitUntilStuck = [&] {
+    std::uint32_t before = 0;
+    return WaitUntil([&] {
+      std::this_thread::sleep_for(200ms);
+      const std::uint32_t sent = this->socket.GetMessagesSent();
+      return this->socket.IsConnected() && std::exchange(before, sent) == sent;
+    });
+  };
+  ASSERT_TRUE(waitUntilStuck());
+  // Otherwise the system would hold megabytes, which are lost when the connection breaks.
+  EXPECT_LT(this->socket.GetBytesSent(), 1'000'000u);
+  withinTwoSeconds([&] { this->socket.Close(); });
+  ASSERT_TRUE(waitUntilStuck());
+  withinTwoSeconds([&] { EXPECT_TRUE(this->socket.Connect()); });
+  ASSERT_TRUE(waitUntilStuck());
+  withinTwoSeconds([&] { this->socket.Open(L"127.0.0.1", server.Port()); });
+  this->ShutdownWithinTwoSeconds();
+}
+
+TYPED_TEST(StreamSocket, CloseAndConnectDoNotWaitForAnAttemptIntoABlackHole) {
+  const std::uint16_t port = UnusedPort();
+  this->socket.Initialize(TypeParam::Target(port, true));
+  const BlackHole blackHole(port);
+  this->Send("hello");
+  ASSERT_TRUE(WaitUntil([&] { return this->log->Count("Debug Socket isn't connected; calling reconnect...") == 1; }));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(this->socket.Connect());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
 }
 
 TYPED_TEST(StreamSocket, ShutdownWaitsForASlowReceiverThatTakesData) {

@@ -19,8 +19,8 @@ class TightSocket : public DefaultSSLTCPSocket {
     const int error = DefaultSSLTCPSocket::OpenStream(addresses);
     const int bytes = 4096;
     for (ACE_HANDLE handle : HandlesConnectedTo(static_cast<std::uint16_t>(m_port))) {
-      EXPECT_EQ(
-          ACE_OS::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bytes), sizeof bytes), 0);
+      EXPECT_EQ(ACE_OS::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bytes), sizeof bytes),
+                0);
     }
     return error;
   }

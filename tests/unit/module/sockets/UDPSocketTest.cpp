@@ -112,7 +112,7 @@ TEST_F(UDPDestination, TheLimitCutsInBothStrategies) {
     EXPECT_EQ(destination.GetBytesSubmitted(), 2000u);
     EXPECT_EQ(destination.GetBytesSent(), 1020u);
   }
-  EXPECT_THAT(server.WaitForDatagrams(2), Each(SizeIs(1020)));
+  EXPECT_THAT(server.WaitForDatagrams(2), testing::AllOf(SizeIs(2), Each(SizeIs(1020))));
   EXPECT_EQ(log->Count("Debug Truncating payload from 2000 bytes to 1020 bytes."), 2u);
 }
 
@@ -450,6 +450,25 @@ TEST_F(UDPRecovery, ASecondInitializeOpensAShutSocketAgain) {
   EXPECT_EQ(Send("again"), 5);
   EXPECT_EQ(socket.Shutdown(), 0);
   EXPECT_THAT(socket.Sent(), ElementsAre("again"));
+}
+
+TEST(UDPStop, AFailingDestinationIsNotTriedWithoutPausing) {
+  RecordingLogger log;
+  ScriptedUDPSocket socket;
+  socket.OtherwiseSend(10055);
+  socket.Initialize(Target(514, true));
+  socket.Send("x", 1);
+  ASSERT_TRUE(WaitUntil([&] { return socket.Calls() > 0; }));
+  std::thread stopper([&] { EXPECT_EQ(socket.Shutdown(), 0); });
+  // From here on the clock of the socket stands still, so that the stop's patience lasts.
+  ASSERT_TRUE(WaitUntil([&] { return !socket.IsOpen(); }));
+  std::this_thread::sleep_for(20ms);
+  const int before = socket.Calls();
+  std::this_thread::sleep_for(300ms);
+  EXPECT_LE(socket.Calls() - before, 30);  // twenty milliseconds apart; a busy machine makes them fewer
+  socket.Time().Advance(2s);
+  stopper.join();
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
 }
 
 }  // namespace

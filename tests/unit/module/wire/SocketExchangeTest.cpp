@@ -50,8 +50,7 @@ class SocketExchange : public testing::Test {
   template <class Script>
   void Start(Script script) {
     m_server.emplace([script = std::move(script)](auto&, auto& peer, int) {
-      // Each write is a segment of its own.
-      peer.Socket().set_option(tcp::no_delay(true));
+      peer.SetNoDelay();
       script(peer);
       peer.Close();
     });

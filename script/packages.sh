@@ -1,0 +1,32 @@
+# Debian packages, for the scripts that install them; sourced after lib.sh.
+
+# missing PACKAGE... prints those that are not installed, one a line.
+missing() {
+  local installed
+  installed=$(dpkg-query -W -f '${Package} ${db:Status-Abbrev}\n' "$@" 2>/dev/null | sed -n 's/ ii $//p' || true)
+  comm -23 <(printf '%s\n' "$@" | sort) <(sort <<<"$installed")
+}
+
+# as_root [NAME=VALUE...] COMMAND...
+as_root() {
+  if ((EUID == 0)); then
+    env "$@"
+  else
+    sudo env "$@"
+  fi
+}
+
+may_be_root() { ((EUID == 0)) || { command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [[ -t 0 ]]; }; }; }
+
+apt() { as_root DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=600 "$@" >&2; }
+
+update_lists() { apt update || die "apt-get update failed"; }
+
+# A package that is not even known needs fresh lists; one that cannot be fetched needs them as well.
+install_packages() {
+  may_be_root || die "neither root nor sudo; install as root: $*"
+  apt-cache show "$@" >/dev/null 2>&1 || update_lists
+  apt install -y --no-install-recommends --no-remove "$@" && return
+  update_lists
+  apt install -y --no-install-recommends --no-remove "$@" || die "apt-get could not install: $*"
+}

@@ -1,0 +1,16 @@
+// Where the TLS library looks for what it trusts.
+#include <gtest/gtest.h>
+
+#include <openssl/crypto.h>
+#include <openssl/x509.h>
+
+namespace {
+
+// Below the root of a drive any user may make a folder; into this one only administrators write.
+TEST(TlsDirectory, IsWrittenByAdministratorsOnly) {
+  EXPECT_STREQ(OpenSSL_version(OPENSSL_DIR), "OPENSSLDIR: \"C:/Program Files/Common Files/SSL\"");
+  EXPECT_STREQ(X509_get_default_cert_dir(), "C:/Program Files/Common Files/SSL/certs");
+  EXPECT_STREQ(X509_get_default_cert_file(), "C:/Program Files/Common Files/SSL/cert.pem");
+}
+
+}  // namespace
