@@ -268,7 +268,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   void ExpectAcceptedAtOnce() const { EXPECT_LT(m_measured.longestAccepted, 900ms); }
   void ExpectRefusedAfterASecond() const {
     EXPECT_GE(m_measured.shortestRefused, 1s);
-    EXPECT_LT(m_measured.longestRefused, 2s);
+    EXPECT_LT(m_measured.longestRefused, 5s);
   }
   void ExpectRefusedAtOnce() const { EXPECT_LT(m_measured.longestRefused, 500ms); }
 
