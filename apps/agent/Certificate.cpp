@@ -62,16 +62,35 @@ std::string FindPemBody(std::string_view text) {
   return {};
 }
 
+/// Whether `der` is one DER element of the length that it tells, and nothing after it. Not every system's reader of
+/// certificates minds what follows.
+bool IsOneElement(const std::vector<std::uint8_t>& der) {
+  constexpr std::uint8_t sequence = 0x30;
+  constexpr std::uint8_t longForm = 0x80;
+  if (der.size() < 2 || der[0] != sequence) return false;
+  std::size_t header = 2;
+  std::size_t length = der[1];
+  if (length > longForm) {
+    const std::size_t lengthBytes = length - longForm;
+    if (lengthBytes > sizeof length || der.size() < header + lengthBytes) return false;
+    length = 0;
+    for (; header < 2 + lengthBytes; ++header) length = length << 8 | der[header];
+  }
+  return length == der.size() - header;
+}
+
+bool IsWholeCertificate(const std::vector<std::uint8_t>& der) { return IsOneElement(der) && IsCertificate(der); }
+
 std::vector<std::uint8_t> FindCertificate(const std::string& content) {
   std::vector<std::uint8_t> der;
   const std::string body = FindPemBody(content);
   if (body.empty()) {
     der.assign(content.begin(), content.end());
-    if (!IsCertificate(der)) throw std::invalid_argument("it holds no certificate, neither in PEM nor in DER");
+    if (!IsWholeCertificate(der)) throw std::invalid_argument("it holds no certificate, neither in PEM nor in DER");
     return der;
   }
   if (!WindowsAgentCommon::DecodeBase64(body, der)) throw std::invalid_argument("the Base64 of its PEM is damaged");
-  if (!IsCertificate(der)) throw std::invalid_argument("the certificate in it is damaged");
+  if (!IsWholeCertificate(der)) throw std::invalid_argument("the certificate in it is damaged");
   return der;
 }
 

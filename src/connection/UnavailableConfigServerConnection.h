@@ -10,7 +10,7 @@ namespace VaroCommunicationAPI {
 /// Every operation fails and says so at Error. One thread at a time.
 class UnavailableConfigServerConnection : public WindowsAgentCommon::IConfigurationServerConnection {
  public:
-  /// `transport` names what is missing, for the log: "direct TLS", "HTTPS". A literal.
+  /// `transport` names what is missing, for the log. A literal.
   explicit UnavailableConfigServerConnection(const char* transport);
 
   /// Reads the server's name for the log. Returns false.

@@ -1,7 +1,9 @@
 #include "factory/ConnectionFactory.h"
 
 #include "connection/NullConfigServerConnection.h"
+#include "connection/SSLConfigServerConnection.h"
 #include "connection/UnavailableConfigServerConnection.h"
+#include "factory/ModuleVersion.h"
 #include "install/ApplicationToken.h"
 #include "install/AutoCreationFile.h"
 #include "install/ForceDeployMarker.h"
@@ -28,10 +30,6 @@ namespace VaroCommunicationAPI {
 namespace {
 
 using WindowsAgentCommon::EnvironmentBlockHelper;
-
-constexpr int versionMajor = 7;
-constexpr int versionMinor = 2;
-constexpr int versionPatch = 5;
 
 /// The path that the host's parameter `name` gives, else `defaultFile` in the configuration directory.
 std::wstring InstallationFile(const EnvironmentBlockHelper& hostParameters, const char* name,
@@ -157,7 +155,7 @@ void ConnectionFactory::CreateConfigServerConnection(
     connection = https;
   } else {
     m_log.Debug("creating SSL config server connection");
-    const auto directTls = std::make_shared<UnavailableConfigServerConnection>("direct TLS");
+    const auto directTls = std::make_shared<SSLConfigServerConnection>();
     directTls->Initialize(m_parameters);
     connection = directTls;
   }

@@ -24,4 +24,7 @@ class CertificateStore {
   std::shared_ptr<void> m_pNative;
 };
 
+/// The system's own error number for a certificate that no store has.
+extern const int certificateNotFound;
+
 }  // namespace VaroCommunicationAPI::Platform

@@ -8,7 +8,7 @@
 namespace VaroCommunicationAPI::Platform {
 
 /// The provider's name on systems older than version 5.2 says that it is a prototype.
-inline std::wstring CryptProviderName(unsigned int systemVersionNumber = SystemVersionNumber()) {
+inline std::wstring GetCryptProviderName(unsigned int systemVersionNumber = SystemVersionNumber()) {
   std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
   if (systemVersionNumber < 52) name += L" (Prototype)";
   return name;

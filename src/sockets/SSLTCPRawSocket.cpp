@@ -53,6 +53,7 @@ int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   ACE_SSL_Context context;
   Configure(context);
   auto stream = std::make_shared<TlsStream>(context, readBufferBytes);
+  stream->SetServerName(GetHost());
   const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
   // It is logged at Debug only.
   if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();

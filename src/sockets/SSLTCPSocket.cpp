@@ -85,6 +85,7 @@ int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   ACE_SSL_Context context;
   Configure(context);
   auto stream = std::make_shared<TlsStream>(context);
+  stream->SetServerName(m_strHost);
   const int error = stream->Connect(addresses, m_handshakeLimit, [this] { return MustGiveUp(); });
   if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;

@@ -3,13 +3,17 @@
 #include "platform/SocketErrors.h"
 #include "sockets/StreamConnector.h"
 
+#include <host/Text.h>
+
 #include <ace/OS_NS_errno.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <memory>
 
 namespace VaroCommunicationAPI {
 
@@ -31,6 +35,16 @@ TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_
 }
 
 TlsStream::~TlsStream() { Close(); }
+
+void TlsStream::SetServerName(const std::wstring& host) {
+  std::string name = WindowsAgentCommon::WideToUtf8(host);
+  // RFC 6066, section 3: no address, and no dot at the end.
+  const bool bIsAddress =
+      name.find(':') != std::string::npos || name.find_first_not_of("0123456789.") == std::string::npos;
+  if (bIsAddress) return;
+  if (name.back() == '.') name.pop_back();
+  SSL_ctrl(m_stream.ssl(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, name.data());
+}
 
 int TlsStream::Connect(const std::vector<ACE_INET_Addr>& addresses, std::chrono::milliseconds handshakeLimit,
                        const IsInterrupted& isInterrupted) {
@@ -143,6 +157,15 @@ const char* TlsStream::ProtocolText() const { return SSL_get_version(m_stream.ss
 
 const char* TlsStream::CipherText() const { return SSL_CIPHER_get_name(SSL_get_current_cipher(m_stream.ssl())); }
 
+std::string TlsStream::PeerCertificatePem() const {
+  const std::unique_ptr<X509, decltype(&X509_free)> certificate(SSL_get1_peer_certificate(m_stream.ssl()), &X509_free);
+  const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new(BIO_s_mem()), &BIO_free);
+  if (!certificate || !text || PEM_write_bio_X509(text.get(), certificate.get()) != 1) return {};
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(text.get(), &data);
+  return {data, static_cast<std::size_t>(size)};
+}
+
 int TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline) {
   if (const int error = Diagnose(result); error != Platform::ErrorWouldBlock) return error;
   const Readiness readiness = SSL_want_write(m_stream.ssl()) ? Readiness::Writable : Readiness::Readable;
@@ -198,9 +221,13 @@ void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& st
   log.Debug("Connected to server using %s (cipher: %s)", stream.ProtocolText(), stream.CipherText());
 }
 
+void ReportTlsFailureReason(const WindowsAgentCommon::Log& log, const std::string& reason) {
+  if (!reason.empty()) log.Debug("The TLS library's reason: %s", reason);
+}
+
 void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason) {
   log.Error("Cannot connect to server (%d)", error);
-  if (!reason.empty()) log.Debug("The TLS library's reason: %s", reason);
+  ReportTlsFailureReason(log, reason);
 }
 
 }  // namespace VaroCommunicationAPI

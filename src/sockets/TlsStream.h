@@ -36,6 +36,9 @@ class TlsStream {
   TlsStream(const TlsStream&) = delete;
   TlsStream& operator=(const TlsStream&) = delete;
 
+  /// To be called before `Connect`: lets the server know which of its names is meant. An address is not sent.
+  void SetServerName(const std::wstring& host);
+
   /// Connects to the first of `addresses` that accepts, without a time-out, and shakes hands within `handshakeLimit`
   /// (error 137 when that is over). Returns 0 or the error, and then leaves nothing open.
   int Connect(const std::vector<ACE_INET_Addr>& addresses, std::chrono::milliseconds handshakeLimit,
@@ -66,6 +69,9 @@ class TlsStream {
   const char* ProtocolText() const;
   const char* CipherText() const;
 
+  /// The certificate that the server showed, or an empty text when it showed none.
+  std::string PeerCertificatePem() const;
+
   /// What the TLS library gave as the reason of the last failure; empty when the failure was not its.
   std::string FailureReason() const;
 
@@ -87,6 +93,9 @@ std::string TlsErrorText(int error);
 
 /// Logs which version and cipher the connection uses.
 void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& stream);
+
+/// Logs what the TLS library gave as the reason, unless that is empty.
+void ReportTlsFailureReason(const WindowsAgentCommon::Log& log, const std::string& reason);
 
 /// Logs that no connection was made, and the library's `reason` unless it is empty.
 void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason);

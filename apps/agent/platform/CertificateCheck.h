@@ -6,7 +6,7 @@
 
 namespace sorvex::agent {
 
-/// Whether `der` is exactly one X.509 certificate in DER.
+/// Whether `der`, one DER element, is an X.509 certificate.
 bool IsCertificate(std::span<const std::uint8_t> der);
 
 }  // namespace sorvex::agent

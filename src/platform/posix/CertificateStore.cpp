@@ -51,6 +51,8 @@ std::filesystem::path SystemBundle() {
 
 }  // namespace
 
+const int certificateNotFound = ENOKEY;
+
 int CertificateStore::Open(const std::wstring& name) {
   m_pNative.reset();
   if (name != L"CA" && name != L"ROOT") return EINVAL;

@@ -6,6 +6,8 @@
 
 namespace VaroCommunicationAPI::Platform {
 
+const int certificateNotFound = static_cast<int>(CRYPT_E_NOT_FOUND);
+
 int CertificateStore::Open(const std::wstring& name) {
   m_pNative.reset();
   const HCERTSTORE store = CertOpenSystemStoreW(0, name.c_str());

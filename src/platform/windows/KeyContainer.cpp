@@ -20,7 +20,7 @@ class Container {
  public:
   /// Returns 0 or the system's error number.
   int Open(const std::wstring& name) {
-    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), CryptProviderName().c_str(),
+    return CryptAcquireContextW(&m_provider, name.empty() ? nullptr : name.c_str(), GetCryptProviderName().c_str(),
                                 PROV_RSA_AES, CRYPT_MACHINE_KEYSET)
                ? 0
                : static_cast<int>(GetLastError());

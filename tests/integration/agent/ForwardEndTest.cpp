@@ -178,6 +178,9 @@ using AgentForwardTermination = AgentForwardEnd;
 /// Seconds within which the program ends after an interrupt, and as many for a busy machine.
 constexpr auto interruptLimit = 3s + 3s;
 
+/// What a live destination may take for all of the input.
+constexpr auto liveLimit = 20s;
+
 TEST_P(AgentForwardTermination, EndsItWithCounters) {
   const std::unique_ptr<ChildProcess> agent = Start({});
   // From here on the agent takes an interrupt for what it is.
@@ -202,9 +205,10 @@ using AgentForwardGiveUp = AgentForwardEnd;
 
 TEST_P(AgentForwardGiveUp, EndsItWithCounters) {
   const std::unique_ptr<ChildProcess> agent = Start({"--give-up-after", "1"});
-  // A live destination keeps the program waiting for its input.
-  if (std::get<2>(GetParam())) agent->CloseInput();
-  EXPECT_EQ(agent->Wait(1s + interruptLimit), 1) << agent->Errors();
+  // A live destination keeps the program waiting for its input, and takes its time for it.
+  const bool isBesideALiveOne = std::get<2>(GetParam());
+  if (isBesideALiveOne) agent->CloseInput();
+  EXPECT_EQ(agent->Wait(1s + interruptLimit + (isBesideALiveOne ? liveLimit : 0s)), 1) << agent->Errors();
   CheckAllCounters(agent->Output(), m_urls);
   EXPECT_THAT(agent->Errors(), testing::ContainsRegex(m_peer.Url() + ": .*nothing could be sent for 1 seconds"));
 }

@@ -35,8 +35,11 @@ class ApplicationKey {
 
 std::string EncodeBase64(const std::vector<std::uint8_t>& bytes);
 
-/// Puts the key into the container that the module reads secured tokens with. Below the current configuration directory
-/// where the system keeps containers in files.
+/// Puts the key into the container that the module reads secured tokens with, or into another; an empty name is the
+/// default one. Below the current configuration directory where the system keeps containers in files.
 void StoreInContainer(const ApplicationKey& key, const std::string& containerName = "Sorvex.ConfigServerConnection");
+
+/// Takes away a container that `StoreInContainer` made in this test.
+void RemoveContainer(const std::string& containerName);
 
 }  // namespace sorvex::test

@@ -10,12 +10,22 @@
 
 namespace sorvex::test {
 
+namespace {
+
+std::filesystem::path ContainerFile(const std::string& containerName) {
+  return WindowsAgentCommon::WideToPath(WindowsAgentCommon::GetConfigPath()) / "keys" /
+         ((containerName.empty() ? "default" : containerName) + ".pem");
+}
+
+}  // namespace
+
 void StoreInContainer(const ApplicationKey& key, const std::string& containerName) {
-  const std::filesystem::path directory = WindowsAgentCommon::WideToPath(WindowsAgentCommon::GetConfigPath()) / "keys";
-  std::filesystem::create_directories(directory);
-  const std::filesystem::path path = directory / (containerName + ".pem");
+  const std::filesystem::path path = ContainerFile(containerName);
+  std::filesystem::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << key.Pem();
   ::chmod(path.c_str(), 0600);
 }
+
+void RemoveContainer(const std::string& containerName) { std::filesystem::remove(ContainerFile(containerName)); }
 
 }  // namespace sorvex::test

@@ -47,6 +47,11 @@ class ContainerRemover : public testing::EmptyTestEventListener {
     return Acquire(name, CRYPT_NEWKEYSET);
   }
 
+  /// Removes a container that a test made.
+  void Remove(const std::wstring& name) {
+    if (m_names.erase(name) != 0) Acquire(name, CRYPT_DELETEKEYSET);
+  }
+
   void OnTestEnd(const testing::TestInfo&) override {
     for (const std::wstring& name : m_names) Acquire(name, CRYPT_DELETEKEYSET);
     m_names.clear();
@@ -77,6 +82,10 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
   if (imported) CryptDestroyKey(imported);
   CryptReleaseContext(provider, 0);
   if (!succeeded) throw std::system_error(static_cast<int>(error), std::system_category(), "CryptImportKey");
+}
+
+void RemoveContainer(const std::string& containerName) {
+  ContainerRemover::Instance().Remove(WindowsAgentCommon::Utf8ToWide(containerName));
 }
 
 }  // namespace sorvex::test

@@ -3,6 +3,7 @@
 
 #include "platform/Certificate.h"
 
+#include <filesystem>
 #include <string>
 
 namespace sorvex::test {
@@ -17,6 +18,7 @@ class CertificateInStore {
 
  private:
   std::wstring m_strStore;
+  std::filesystem::path m_record;  ///< where the store is a directory
   VaroCommunicationAPI::Platform::Certificate m_certificate;
 };
 

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 namespace sorvex::test {
 
@@ -21,12 +22,14 @@ CertificateInStore::CertificateInStore(const std::wstring& store,
                                        const VaroCommunicationAPI::Platform::Certificate& certificate)
     : m_strStore(store), m_certificate(certificate) {
   std::filesystem::create_directories(Directory(store));
-  std::ofstream(Directory(store) / "test.pem", std::ios::binary) << certificate.Pem();
+  static int number = 0;
+  m_record = Directory(store) / ("test" + std::to_string(++number) + ".pem");
+  std::ofstream(m_record, std::ios::binary) << certificate.Pem();
 }
 
 CertificateInStore::~CertificateInStore() {
   std::error_code ignored;
-  std::filesystem::remove(Directory(m_strStore) / "test.pem", ignored);
+  std::filesystem::remove(m_record, ignored);
 }
 
 }  // namespace sorvex::test

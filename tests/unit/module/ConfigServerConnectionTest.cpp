@@ -287,13 +287,13 @@ class UnavailableConnection : public testing::TestWithParam<Operation> {};
 
 TEST_P(UnavailableConnection, FailsAndSaysSoAtError) {
   const RecordingLogger log;
-  UnavailableConfigServerConnection connection("direct TLS");
+  UnavailableConfigServerConnection connection("HTTPS");
   connection.Initialize({{"ConfigurationServer", "server.example"}});
   EXPECT_FALSE(GetParam().call(connection));
   EXPECT_THAT(log->Records(),
               ElementsAre(LogRecord{LogLevel::Error, "Code.UnavailableConfigServerConnection",
                                     std::string(GetParam().name) +
-                                        " failed: the direct TLS connection to configuration server server.example is "
+                                        " failed: the HTTPS connection to configuration server server.example is "
                                         "not part of this version."}));
 }
 

@@ -3,6 +3,7 @@
 #include "InstallationDirectory.h"
 
 #include "connection/NullConfigServerConnection.h"
+#include "connection/SSLConfigServerConnection.h"
 #include "connection/UnavailableConfigServerConnection.h"
 #include "factory/ConnectionFactory.h"
 #include "support/RecordingLogger.h"
@@ -402,7 +403,7 @@ TEST_F(ConnectionFactoryTest, StillMakesServerConnectionWhileDeploymentIsForced)
   Initialize();
   std::shared_ptr<IConfigurationServerConnection> connection;
   m_factory.CreateConfigServerConnection(connection);
-  EXPECT_NE(dynamic_cast<VaroCommunicationAPI::UnavailableConfigServerConnection*>(connection.get()), nullptr);
+  EXPECT_NE(dynamic_cast<VaroCommunicationAPI::SSLConfigServerConnection*>(connection.get()), nullptr);
 }
 
 TEST_F(ConnectionFactoryTest, MakesStandAloneConnection) {
@@ -413,6 +414,26 @@ TEST_F(ConnectionFactoryTest, MakesStandAloneConnection) {
   m_factory.CreateConfigServerConnection(connection);
   EXPECT_NE(dynamic_cast<VaroCommunicationAPI::NullConfigServerConnection*>(connection.get()), nullptr);
   EXPECT_THAT(Lines(), ElementsAre("Debug creating stand alone mode config server connection"));
+}
+
+TEST_F(ConnectionFactoryTest, MakesHttpsConnection) {
+  m_installation.WriteInstallFile(httpsInstallFile);
+  Initialize();
+  m_log->Clear();
+  std::shared_ptr<IConfigurationServerConnection> connection;
+  m_factory.CreateConfigServerConnection(connection);
+  EXPECT_NE(dynamic_cast<VaroCommunicationAPI::UnavailableConfigServerConnection*>(connection.get()), nullptr);
+  EXPECT_THAT(Lines(), ElementsAre("Debug creating config server connection"));
+}
+
+TEST_F(ConnectionFactoryTest, MakesDirectTlsConnection) {
+  m_installation.WriteInstallFile(serverInstallFile);
+  Initialize();
+  m_log->Clear();
+  std::shared_ptr<IConfigurationServerConnection> connection;
+  m_factory.CreateConfigServerConnection(connection);
+  EXPECT_NE(dynamic_cast<VaroCommunicationAPI::SSLConfigServerConnection*>(connection.get()), nullptr);
+  EXPECT_THAT(Lines(), ElementsAre("Debug creating SSL config server connection"));
 }
 
 TEST_F(ConnectionFactoryTest, MakesNewConnectionInPlaceOfTheOldOne) {

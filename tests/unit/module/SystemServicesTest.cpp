@@ -125,9 +125,9 @@ TEST(SystemVersion, IsNewerThanThePrototypeOfTheProvider) { EXPECT_GT(Platform::
 
 TEST(CryptProviderName, IsThatOfAPrototypeBeforeVersion52) {
   const std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
-  EXPECT_EQ(Platform::CryptProviderName(51), name + L" (Prototype)");
-  EXPECT_EQ(Platform::CryptProviderName(52), name);
-  EXPECT_EQ(Platform::CryptProviderName(), name);
+  EXPECT_EQ(Platform::GetCryptProviderName(51), name + L" (Prototype)");
+  EXPECT_EQ(Platform::GetCryptProviderName(52), name);
+  EXPECT_EQ(Platform::GetCryptProviderName(), name);
 }
 
 TEST(SystemVersion, IsTheSameEachTime) { EXPECT_EQ(Platform::SystemVersionNumber(), Platform::SystemVersionNumber()); }

@@ -10,7 +10,7 @@ bool IsCertificate(std::span<const std::uint8_t> der) {
   X509* const certificate = d2i_X509(nullptr, &position, static_cast<long>(der.size()));
   ERR_clear_error();
   X509_free(certificate);
-  return certificate != nullptr && position == der.data() + der.size();
+  return certificate != nullptr;
 }
 
 }  // namespace sorvex::agent

@@ -7,6 +7,7 @@
 
 #include "support/HexBytes.h"
 #include "support/RecordingLogger.h"
+#include "support/WireRequest.h"
 #include "unit/module/sockets/Transports.h"
 
 #include <gtest/gtest.h>
@@ -24,15 +25,6 @@ using namespace sorvex::test;
 using VaroCommunicationAPI::SocketSerializer;
 using WindowsAgentCommon::IRawSocket;
 using WindowsAgentCommon::SocketException;
-
-/// Reads one request by its header.
-template <class Peer>
-void ReadRequest(Peer& peer) {
-  const std::string header = peer.ReadExactly(8);
-  std::size_t rest = 0;
-  for (std::size_t i = 4; i < header.size(); ++i) rest = rest * 256 + static_cast<unsigned char>(header[i]);
-  peer.ReadExactly(rest);
-}
 
 template <class Peer>
 void WriteByteByByte(Peer& peer, std::string_view bytes) {
