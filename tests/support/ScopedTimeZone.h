@@ -4,6 +4,7 @@
 #include <ace/OS_NS_stdlib.h>
 #include <ace/OS_NS_time.h>
 
+#include <list>
 #include <optional>
 #include <string>
 
@@ -18,19 +19,19 @@ class ScopedTimeZone {
     Set(zone);
   }
   ~ScopedTimeZone() {
-    if (m_previous) {
-      Set(*m_previous);
-    } else {
-      ACE_OS::unsetenv("TZ");
-      ACE_OS::tzset();
-    }
+    // An empty value removes the variable on Windows, which knows no other way.
+    Set(m_previous.value_or(""));
+    if (!m_previous) ACE_OS::unsetenv("TZ");
+    ACE_OS::tzset();
   }
   ScopedTimeZone(const ScopedTimeZone&) = delete;
   ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
 
  private:
   static void Set(const std::string& zone) {
-    ACE_OS::setenv("TZ", zone.c_str(), 1);
+    // The environment of some systems keeps the text itself.
+    static std::list<std::string> settings;
+    ACE_OS::putenv(settings.emplace_back("TZ=" + zone).c_str());
     ACE_OS::tzset();
   }
 

@@ -260,6 +260,8 @@ TEST(AgentForward, TerminationLeavesFurtherFilesUnread) {
   EXPECT_EQ(server.WaitForBytes(4), "one\n");
   agent.RequestEnd();
   EXPECT_EQ(agent.Wait(20s), 1);
+  EXPECT_THAT(agent.Errors(), HasSubstr("asked to end; what follows in stdin was not read"));
+  EXPECT_THAT(agent.Errors(), testing::Not(HasSubstr("later.log")));
   server.Stop();
   EXPECT_EQ(server.Received(), "one\n");
 }
