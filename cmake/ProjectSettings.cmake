@@ -63,7 +63,9 @@ else()
   endif()
   if(SORVEX_SANITIZE)
     target_compile_options(sorvex_common_settings INTERFACE
-      -fsanitize=${SORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+      -fsanitize=${SORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
+      # A report names lines and nothing else.
+      -g1)
     target_link_options(sorvex_common_settings INTERFACE -fsanitize=${SORVEX_SANITIZE})
   endif()
   if(CMAKE_BUILD_TYPE MATCHES "Release|RelWithDebInfo" AND NOT SORVEX_SANITIZE)

@@ -1,7 +1,9 @@
-# The fuzz targets: name and source. Each has its corpus in corpus/<name>.
+# The fuzz targets: name, source, and the library that they look at if it is not the module. Each has its corpus in
+# corpus/<name>.
 set(FUZZ_TARGETS
   auto_creation_file:AutoCreationFileFuzz.cpp
   base64:Base64Fuzz.cpp
+  configserver_request:ConfigServerRequestFuzz.cpp:ConfigServerRequests
   environment_block:EnvironmentBlockFuzz.cpp
   format_text:FormatTextFuzz.cpp
   install_file:InstallFileFuzz.cpp
@@ -21,10 +23,12 @@ function(sorvex_add_fuzz_programs prefix settings)
     string(REPLACE ":" ";" entry "${entry}")
     list(GET entry 0 name)
     list(GET entry 1 source)
+    list(APPEND entry CommunicationAPIObjects)
+    list(GET entry 2 library)
     set(program ${prefix}${name})
     add_executable(${program} "${FUZZ_DIRECTORY}/${source}")
     target_include_directories(${program} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
-    target_link_libraries(${program} PRIVATE CommunicationAPIObjects ${settings} ${ARGN})
+    target_link_libraries(${program} PRIVATE ${library} ${settings} ${ARGN})
     list(APPEND programs ${program})
   endforeach()
   set(FUZZ_PROGRAMS ${programs} PARENT_SCOPE)

@@ -1,8 +1,8 @@
 #include <host/Digest.h>
 
-#include "platform/MD5Digest.h"
 #include "platform/RegularFile.h"
 
+#include <SorvexHost/MD5Digest.h>
 #include <host/Text.h>
 
 #include <optional>

@@ -9,9 +9,9 @@ SyslogBsdPayloadBuilder::~SyslogBsdPayloadBuilder() = default;
 void SyslogBsdPayloadBuilder::BuildPayload(const Event& event, std::string& payload) const {
   SyslogHeader header;
   header.AppendPriority(event.m_level);
-  header.AppendBsdTime(UtcTime(event.m_time));
+  header.AppendBsdTime(event.m_time);
   header.Append(' ');
-  header.AppendName(event.m_strHost, SyslogHeader::LONGEST_HOST);
+  header.AppendHostWithoutDomain(event.m_strHost, SyslogHeader::LONGEST_HOST);
   header.Append(' ');
   header.AppendTag(GetLastPathComponent(event.m_strSource));
   header.Append(": ");

@@ -1,5 +1,7 @@
 #include "SyslogHeader.h"
 
+#include "platform/LocalTime.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -75,17 +77,28 @@ void SyslogHeader::AppendRfc3339(const UtcTime& time) {
   Append('Z');
 }
 
-void SyslogHeader::AppendBsdTime(const UtcTime& time) {
+void SyslogHeader::AppendBsdTime(std::chrono::system_clock::time_point time) {
   constexpr std::string_view months = "JanFebMarAprMayJunJulAugSepOctNovDec";
-  Append(months.substr((time.m_month - 1) * 3, 3));
+  // Rounded down, also before 1970.
+  const auto second = std::chrono::floor<std::chrono::seconds>(time);
+  std::tm local{};
+  if (!GetLocalTime(std::chrono::system_clock::to_time_t(second), local)) {
+    const UtcTime utc(second);
+    local.tm_mon = static_cast<int>(utc.m_month) - 1;
+    local.tm_mday = static_cast<int>(utc.m_day);
+    local.tm_hour = static_cast<int>(utc.m_hour);
+    local.tm_min = static_cast<int>(utc.m_minute);
+    local.tm_sec = static_cast<int>(utc.m_second);
+  }
+  Append(months.substr(static_cast<std::size_t>(local.tm_mon) * 3, 3));
   Append(' ');
-  AppendNumber(time.m_day, 2, ' ');
+  AppendNumber(static_cast<unsigned>(local.tm_mday), 2, ' ');
   Append(' ');
-  AppendNumber(time.m_hour, 2);
+  AppendNumber(static_cast<unsigned>(local.tm_hour), 2);
   Append(':');
-  AppendNumber(time.m_minute, 2);
+  AppendNumber(static_cast<unsigned>(local.tm_min), 2);
   Append(':');
-  AppendNumber(time.m_second, 2);
+  AppendNumber(static_cast<unsigned>(local.tm_sec), 2);
 }
 
 void SyslogHeader::AppendName(std::string_view name, std::size_t longest) {
@@ -96,6 +109,13 @@ void SyslogHeader::AppendName(std::string_view name, std::size_t longest) {
   for (const char character : name.substr(0, longest)) {
     Append(character > 0x20 && character < 0x7F ? character : '_');
   }
+}
+
+void SyslogHeader::AppendHostWithoutDomain(std::string_view host, std::size_t longest) {
+  // RFC 3164, 4.1.2: no domain. The dots of an address separate no domain.
+  const bool isAddress =
+      host.find(':') != std::string_view::npos || host.find_first_not_of("0123456789.") == std::string_view::npos;
+  AppendName(isAddress ? host : host.substr(0, host.find('.')), longest);
 }
 
 void SyslogHeader::AppendTag(std::string_view name) {

@@ -43,12 +43,15 @@ class SyslogHeader {
   /// Appends "2026-11-20T21:10:53.123456Z".
   void AppendRfc3339(const UtcTime& time);
 
-  /// Appends "Nov  2 21:10:53".
-  void AppendBsdTime(const UtcTime& time);
+  /// Appends "Nov  2 21:10:53", local time; UTC when the system knows no local time for it.
+  void AppendBsdTime(std::chrono::system_clock::time_point time);
 
   /// Appends at most `longest` bytes of a name, those that are not printable ASCII or are blanks as '_'; "-" for an
   /// empty name.
   void AppendName(std::string_view name, std::size_t longest);
+
+  /// Appends a host's name without its domain, or its address, as `AppendName` does.
+  void AppendHostWithoutDomain(std::string_view host, std::size_t longest);
 
   /// Appends the ASCII letters and digits of a name, at most 32; "unknown" when it has none.
   void AppendTag(std::string_view name);

@@ -18,17 +18,15 @@ using namespace WindowsAgentCommon;
 
 constexpr const char* className = "ConnectionFactory";
 
-std::filesystem::path ToPath(const std::string& text) { return WideToPath(Utf8ToWide(text)); }
-
 std::filesystem::path GetModulePath(const Options& options) {
-  return options.module.empty() ? GetProgramDirectory() / SORVEX_MODULE_FILE_NAME : ToPath(options.module);
+  return options.module.empty() ? GetProgramDirectory() / SORVEX_MODULE_FILE_NAME : ArgumentToPath(options.module);
 }
 
 }  // namespace
 
 void OpenLog(const Options& options) {
   LoggerFactory::SetSink(options.logFile.empty() ? CreateStandardErrorSink(options.logLevel)
-                                                 : CreateFileSink(ToPath(options.logFile), options.logLevel));
+                                                 : CreateFileSink(ArgumentToPath(options.logFile), options.logLevel));
 }
 
 Agent::Agent(const Options& options) {

@@ -1,14 +1,17 @@
 #include <CommandLine.h>
 
 #include <Certificate.h>
+#include <SocketParameters.h>
+#include <platform/Platform.h>
 
 #include <SorvexHost/LogSinks.h>
-#include <host/Text.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -40,6 +43,22 @@ std::vector<Destination> ParseDestinations(const std::vector<std::string>& targe
     }
   }
   return destinations;
+}
+
+/// Reads a decimal number without blanks. Throws `CLI::ValidationError` when the text is none, or one outside of the
+/// bounds; `what` says what it should be.
+template <class Number>
+Number ParseNumber(const std::string& option, const std::string& text, const char* what,
+                   Number lowest = std::numeric_limits<Number>::lowest(),
+                   Number highest = std::numeric_limits<Number>::max()) {
+  Number number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  // Not a number is neither within the bounds nor outside of them.
+  const bool isWithin = number >= lowest && number <= highest;
+  if (error != std::errc() || end != text.data() + text.size() || !isWithin) {
+    throw CLI::ValidationError(option, "'" + text + "' is not " + what);
+  }
+  return number;
 }
 
 /// Keeps what is wrong with a range, for the log is not open yet.
@@ -74,9 +93,21 @@ void ApplyTlsOptions(const TlsOptions& tls, const CLI::App& forward, ForwardComm
   if (!wanted) return;
   if (tls.certificateFile.empty()) throw CLI::ValidationError("--certificate", "a tls:// destination needs one");
   try {
-    command.certificate = ReadCertificate(WideToPath(Utf8ToWide(tls.certificateFile)));
+    command.certificate = ReadCertificate(ArgumentToPath(tls.certificateFile));
   } catch (const std::system_error& error) {
     throw CLI::ValidationError("--certificate", error.what());
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError("--certificate", error.what());
+  }
+}
+
+void ApplySocketParameters(const std::vector<std::string>& pairs, ForwardCommand& command) {
+  const std::string option = "--set";
+  command.parameters = ParsePairs(option, pairs);
+  try {
+    CheckSocketParameters(command.parameters, command.destinations);
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError(option, error.what());
   }
 }
 
@@ -97,6 +128,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   // A file may be called /help; options begin with hyphens on every platform.
   app.allow_windows_style_options(false);
   app.fallthrough();
+  app.set_version_flag("--version", "sorvex-agent " SORVEX_AGENT_VERSION, "Print the version of the agent");
   // At most one; that there is one is checked below, so that an unknown one is named.
   app.require_subcommand(0, 1);
   app.add_option("--config-dir", options.configDirectory, "Configuration directory")->type_name("DIR");
@@ -119,16 +151,17 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   CLI::App* const registration = app.add_subcommand("register", "Register this agent with the configuration server");
   registration->add_option("--os-version", registerCommand.osVersion, "Version of the system")->required();
   registration->add_option("--agent-version", registerCommand.agentVersion, "Version of the agent")->required();
-  UpdateStatusCommand updateCommand;
+  std::string updateStatus;
+  std::string updateTime;
   CLI::App* const update = app.add_subcommand("update-status", "Report the agent's status");
-  update->add_option("--status", updateCommand.status, "Number of the status")->required();
-  update->add_option("--time", updateCommand.seconds, "Time of the status, seconds since 1970")->required();
+  update->add_option("--status", updateStatus, "Number of the status")->required();
+  update->add_option("--time", updateTime, "Time of the status, seconds since 1970")->required();
 
   ForwardCommand forwardCommand;
   std::vector<std::string> targets;
   TlsOptions tls;
   std::vector<std::string> socketParameters;
-  double giveUpAfter = 0;
+  std::string giveUpAfter;
   CLI::App* const forward = app.add_subcommand("forward", "Send each line of files or of standard input as an event");
   AddRepeated(*forward, "--to", targets, "Destination, SCHEME being tcp, tls or udp; may be repeated")
       ->required()
@@ -144,9 +177,44 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   CLI::Option* const giveUp = forward
                                   ->add_option("--give-up-after", giveUpAfter,
                                                "Give a destination up when one event cannot be sent for so long")
-                                  ->type_name("SECONDS")
-                                  ->check(CLI::NonNegativeNumber);
+                                  ->type_name("SECONDS");
   forward->add_option("FILE", forwardCommand.files, "Files to read; - or none: standard input");
+
+  FetchConfigurationCommand fetchConfigurationCommand;
+  CLI::App* const fetchConfiguration = app.add_subcommand("fetch-configuration", "Fetch the agent's configuration");
+  fetchConfiguration->add_option("--out", fetchConfigurationCommand.file, "File to write")
+      ->required()
+      ->type_name("FILE");
+  FetchPatchCommand fetchPatchCommand;
+  CLI::App* const fetchPatch = app.add_subcommand("fetch-patch", "Fetch the first patch that the server has");
+  fetchPatch->add_option("--out", fetchPatchCommand.file, "File to write")->required()->type_name("FILE");
+  fetchPatch->add_option("NAME", fetchPatchCommand.names, "Names of components")->required();
+  ServerKeyCommand serverKeyCommand;
+  CLI::App* const serverKey = app.add_subcommand("server-key", "Fetch the server's public key");
+  serverKey->add_option("--out", serverKeyCommand.file, "File to write")->required()->type_name("FILE");
+  for (CLI::App* const command :
+       {fingerprint, heartbeat, test, registration, update, fetchConfiguration, fetchPatch, serverKey}) {
+    command->add_option("--repeat", options.repeat, "Do it N times with one connection (default: 1)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+  }
+
+  CLI::App* const key = app.add_subcommand("key", "The agent's key pair in the machine's key container");
+  key->require_subcommand(1);
+  KeyCreateCommand keyCreateCommand;
+  CLI::App* const keyCreate = key->add_subcommand("create", "Make a key pair");
+  keyCreate->add_option("--container", keyCreateCommand.container, "Key container (default: the one without a name)")
+      ->type_name("NAME");
+  keyCreate->add_flag("--force", keyCreateCommand.force, "Replace the key pair that is there");
+  KeyShowCommand keyShowCommand;
+  CLI::App* const keyShow = key->add_subcommand("show", "Print the public key");
+  keyShow->add_option("--container", keyShowCommand.container, "Key container (default: the one without a name)")
+      ->type_name("NAME");
+  CLI::App* const token = app.add_subcommand("token", "The agent's token");
+  token->require_subcommand(1);
+  TokenProtectCommand tokenProtectCommand;
+  CLI::App* const tokenProtect = token->add_subcommand("protect", "Print the token as install_config.txt may hold it");
+  tokenProtect->add_option("TOKEN", tokenProtectCommand.token, "The token; - reads it from standard input")->required();
 
   try {
     // CLI11 takes the arguments in reverse.
@@ -164,11 +232,25 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (heartbeat->parsed()) options.command = HeartbeatCommand{};
     if (test->parsed()) options.command = TestConnectionCommand{};
     if (registration->parsed()) options.command = registerCommand;
-    if (update->parsed()) options.command = updateCommand;
+    if (update->parsed()) {
+      options.command = UpdateStatusCommand{
+          ParseNumber<std::int32_t>("--status", updateStatus, "a decimal number from -2147483648 to 2147483647"),
+          ParseNumber<std::int64_t>("--time", updateTime, "a decimal number of seconds")};
+    }
+    if (fetchConfiguration->parsed()) options.command = fetchConfigurationCommand;
+    if (fetchPatch->parsed()) options.command = fetchPatchCommand;
+    if (serverKey->parsed()) options.command = serverKeyCommand;
+    if (keyCreate->parsed()) options.localCommand = keyCreateCommand;
+    if (keyShow->parsed()) options.localCommand = keyShowCommand;
+    if (tokenProtect->parsed()) options.localCommand = tokenProtectCommand;
     if (forward->parsed()) {
-      forwardCommand.parameters = ParsePairs("--set", socketParameters);
-      if (giveUp->count() > 0) forwardCommand.giveUpAfter = giveUpAfter;
+      if (giveUp->count() > 0) {
+        forwardCommand.giveUpAfter =
+            ParseNumber<double>("--give-up-after", giveUpAfter, "a number of seconds from 0 to 1000000000", 0, 1e9);
+      }
+      if (forwardCommand.files.empty()) forwardCommand.files.emplace_back("-");
       forwardCommand.destinations = ParseDestinations(targets);
+      ApplySocketParameters(socketParameters, forwardCommand);
       ApplyTlsOptions(tls, *forward, forwardCommand);
       options.command = forwardCommand;
     }

@@ -35,6 +35,32 @@ struct UpdateStatusCommand {
   std::int64_t seconds = 0;
 };
 
+struct FetchConfigurationCommand {
+  std::string file;
+};
+
+struct FetchPatchCommand {
+  std::string file;
+  std::vector<std::string> names;
+};
+
+struct ServerKeyCommand {
+  std::string file;
+};
+
+struct KeyCreateCommand {
+  std::string container;  ///< empty: the default one
+  bool force = false;     ///< also when there is a key
+};
+
+struct KeyShowCommand {
+  std::string container;
+};
+
+struct TokenProtectCommand {
+  std::string token;  ///< "-": standard input has it
+};
+
 struct ForwardCommand {
   std::vector<Destination> destinations;  ///< at least one
   std::string certificate;                ///< of the TLS destinations, in Base64
@@ -42,12 +68,16 @@ struct ForwardCommand {
   bool queued = false;
   std::string builder = "SyslogPayloadBuilder";
   WindowsAgentCommon::ParameterBlock parameters;  ///< further parameters of the socket
-  std::optional<double> giveUpAfter;              ///< seconds; without, a failing send is retried for ever
-  std::vector<std::string> files;                 ///< "-" is standard input
+  std::optional<double> giveUpAfter;              ///< seconds; without, a failing send is retried indefinitely
+  std::vector<std::string> files;                 ///< at least one; "-" is standard input
 };
 
 using Command = std::variant<InfoCommand, ParameterCommand, FingerprintCommand, HeartbeatCommand, TestConnectionCommand,
-                             RegisterCommand, UpdateStatusCommand, ForwardCommand>;
+                             RegisterCommand, UpdateStatusCommand, ForwardCommand, FetchConfigurationCommand,
+                             FetchPatchCommand, ServerKeyCommand>;
+
+/// These need no module.
+using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand>;
 
 /// Texts are UTF-8; an empty path means the default.
 struct Options {
@@ -58,6 +88,8 @@ struct Options {
   WindowsAgentCommon::LogLevel logLevel = WindowsAgentCommon::LogLevel::Warn;
   WindowsAgentCommon::ParameterBlock parameters;
   Command command;
+  std::uint32_t repeat = 1;                  ///< how often a server command is done
+  std::optional<LocalCommand> localCommand;  ///< instead of `command`
 };
 
 /// Reads the arguments after the program's name. Returns nothing when there is nothing to run: help was printed and

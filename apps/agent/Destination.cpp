@@ -1,5 +1,6 @@
 #include <Destination.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <stdexcept>
@@ -11,10 +12,17 @@ namespace {
 constexpr std::array<std::pair<std::string_view, Scheme>, 3> schemes{
     {{"tcp", Scheme::Tcp}, {"tls", Scheme::Tls}, {"udp", Scheme::Udp}}};
 
+/// RFC 3986, 3.1: letters of either case.
+bool IsScheme(std::string_view text, std::string_view name) {
+  return std::ranges::equal(text, name, [](char left, char right) {
+    return (left >= 'A' && left <= 'Z' ? static_cast<char>(left - 'A' + 'a') : left) == right;
+  });
+}
+
 Scheme ParseScheme(std::string_view text) {
   std::string known;
   for (const auto& [name, scheme] : schemes) {
-    if (text == name) return scheme;
+    if (IsScheme(text, name)) return scheme;
     known += (known.empty() ? "" : ", ") + std::string(name);
   }
   throw std::invalid_argument("unknown scheme '" + std::string(text) + "'; there are: " + known);
@@ -48,6 +56,9 @@ Destination ParseDestination(std::string_view text) {
                                     ? std::string_view()
                                     : address.substr(literal ? 1 : 0, hostEnd - (literal ? 1 : 0));
   if (host.empty()) throw std::invalid_argument("'" + std::string(text) + "' is not SCHEME://HOST:PORT");
+  if (destination.scheme == Scheme::Udp && host.find(':') != std::string_view::npos) {
+    throw std::invalid_argument("'" + std::string(text) + "': udp destinations are IPv4 only");
+  }
   destination.host = host;
   destination.port = ParsePort(address.substr(hostEnd + (literal ? 2 : 1)));
   return destination;

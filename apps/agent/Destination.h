@@ -16,8 +16,8 @@ struct Destination {
   std::uint16_t port = 0;
 };
 
-/// Reads "scheme://host:port" or "scheme://[IPv6 address]:port". Throws `std::invalid_argument` that says what is wrong
-/// and, for an unknown scheme, which ones there are.
+/// Reads "scheme://host:port" or "scheme://[IPv6 address]:port", the latter not for UDP. Throws `std::invalid_argument`
+/// that says what is wrong and, for an unknown scheme, which ones there are.
 Destination ParseDestination(std::string_view text);
 
 }  // namespace sorvex::agent

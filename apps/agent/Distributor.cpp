@@ -12,30 +12,33 @@ constexpr auto lookInterval = 50ms;
 
 }  // namespace
 
-Distributor::Distributor(const std::vector<std::unique_ptr<Outlet>>& outlets) {
+Distributor::Distributor(const std::vector<std::unique_ptr<Outlet>>& outlets, Pace pace)
+    : m_outlets(outlets), m_pace(pace) {
   for (const std::unique_ptr<Outlet>& outlet : outlets) m_feeders.push_back(std::make_unique<Feeder>(*outlet, m_room));
 }
 
 Distributor::~Distributor() {
   // All before the first is waited for.
+  if (m_pace == Pace::Live) {
+    for (const std::unique_ptr<Outlet>& outlet : m_outlets) outlet->NoteEndOfInput();
+  }
   for (const std::unique_ptr<Feeder>& feeder : m_feeders) feeder->End();
 }
 
-bool Distributor::MustWait() {
+bool Distributor::MustWait() const {
   bool isAnyLeft = false;
   bool isAnyReady = false;
-  bool isAnySlow = false;
+  bool isAnyHoldingUp = false;
   for (const std::unique_ptr<Feeder>& feeder : m_feeders) {
-    const bool isStalled = feeder->IsStalled();
     if (feeder->HasGivenUp()) continue;
     isAnyLeft = true;
     if (feeder->HasRoom()) {
       isAnyReady = true;
-    } else if (!isStalled) {
-      isAnySlow = true;
+    } else if (m_pace == Pace::Slowest || !feeder->IsStalled()) {
+      isAnyHoldingUp = true;
     }
   }
-  return isAnyLeft && (isAnySlow || !isAnyReady);
+  return isAnyLeft && (isAnyHoldingUp || !isAnyReady);
 }
 
 void Distributor::Distribute(const std::shared_ptr<const Batch>& batch) {
@@ -44,7 +47,7 @@ void Distributor::Distribute(const std::shared_ptr<const Batch>& batch) {
     if (feeder->HasRoom()) {
       feeder->Take(batch);
     } else {
-      feeder->CountUnsent(*batch);
+      feeder->LeaveOut(*batch);
     }
   }
 }

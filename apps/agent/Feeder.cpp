@@ -1,24 +1,16 @@
 #include <Feeder.h>
 
-#include <Output.h>
 #include <platform/Platform.h>
 
 #include <algorithm>
-#include <exception>
 #include <string_view>
 #include <utility>
 
 namespace sorvex::agent {
 namespace {
 
-using namespace std::chrono_literals;
-using SteadyClock = std::chrono::steady_clock;
-
 /// How much one destination may be behind the others, beside what its socket queues.
 constexpr std::size_t maxWaitingBytes = 4 * 1024 * 1024;
-
-/// How long a destination may take nothing before the others go on without it.
-constexpr auto stallPatience = 1s;
 
 std::size_t SizeOf(const Batch& batch) { return sizeof batch + batch.lines.capacity() + batch.source.capacity(); }
 
@@ -62,24 +54,7 @@ void Feeder::Take(std::shared_ptr<const Batch> batch) {
   m_changed.notify_one();
 }
 
-bool Feeder::IsStalled() {
-  const WindowsAgentCommon::ISocket& socket = m_outlet.Socket();
-  const std::uint64_t moved = std::uint64_t{socket.GetMessagesSent()} + socket.GetMessagesDropped();
-  const SteadyClock::time_point now = SteadyClock::now();
-  if (std::exchange(m_lastMoved, moved) != moved) {
-    m_bUnconnected = false;
-    m_bStalled = false;
-    m_lastMoveTime = now;
-  } else if (HasRoom() && !m_bStalled) {
-    m_lastMoveTime = now;
-  } else if (m_bUnconnected || now - m_lastMoveTime > stallPatience) {
-    m_bStalled = true;
-  }
-  return m_bStalled;
-}
-
 void Feeder::End() {
-  m_outlet.StopInsisting();
   {
     const std::lock_guard lock(m_mutex);
     m_bEnded = true;
@@ -88,16 +63,9 @@ void Feeder::End() {
 }
 
 void Feeder::Run() {
-  try {
-    m_outlet.Open();
-    m_bUnconnected = !m_outlet.Socket().IsConnected();
-    Feed();
-  } catch (const std::exception& error) {
-    PrintError(m_outlet.Url() + ": " + error.what());
-    m_outlet.GiveUp();
-    m_room.Notify();
-    Feed();
-  }
+  m_outlet.Open();
+  m_room.Notify();
+  Feed();
   m_outlet.Close();
 }
 

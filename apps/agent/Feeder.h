@@ -3,7 +3,6 @@
 
 #include <Outlet.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -49,12 +48,9 @@ class Feeder {
   bool HasRoom() const;
   void Take(std::shared_ptr<const Batch> batch);
 
-  /// Looks whether lines have moved since it last looked. Without room, the destination is stalled when none have for a
-  /// while, and until some have.
-  bool IsStalled();
-
+  bool IsStalled() const { return m_outlet.IsStalled(); }
   bool HasGivenUp() const { return m_outlet.HasGivenUp(); }
-  void CountUnsent(const Batch& batch) { m_outlet.CountUnsent(batch.events); }
+  void LeaveOut(const Batch& batch) { m_outlet.CountLeftOut(batch.events); }
 
   /// Tells that nothing more comes.
   void End();
@@ -75,13 +71,7 @@ class Feeder {
   std::size_t m_bytes = 0;
   bool m_bEnded = false;
 
-  // The reading thread's own.
-  std::uint64_t m_lastMoved = 0;
-  std::chrono::steady_clock::time_point m_lastMoveTime;
-  bool m_bStalled = false;
-
-  std::atomic<bool> m_bUnconnected{false};  ///< there was no connection to begin with
-  WindowsAgentCommon::Event m_event;        ///< the thread's own
+  WindowsAgentCommon::Event m_event;  ///< the thread's own
   std::thread m_thread;
 };
 

@@ -5,6 +5,7 @@
 #include <Outlet.h>
 #include <Output.h>
 #include <ProgressLine.h>
+#include <Supervisor.h>
 #include <platform/Platform.h>
 
 #include <host/IPayloadFactory.h>
@@ -25,31 +26,34 @@ using namespace WindowsAgentCommon;
 using SteadyClock = std::chrono::steady_clock;
 using Outlets = std::vector<std::unique_ptr<Outlet>>;
 
-/// Reads the inputs and sees to it that every outlet gets each line. With one outlet, or the blocking strategy, the
-/// reading thread itself sends; several queues are fed by a thread each.
+/// After an interrupt the supervisor ends the outlets before this is over.
+constexpr LastWords::Bound interruptBound{std::chrono::milliseconds(2700), 1};
+
+/// Reads the inputs and sees to it that every outlet gets each line. To one outlet the reading thread itself sends;
+/// several are fed by a thread each.
 class Forwarder {
  public:
   /// Opens the outlets, which outlive the forwarder.
-  Forwarder(const Outlets& outlets, const ForwardCommand& command) : m_outlets(outlets) {
+  Forwarder(const Outlets& outlets, const ForwardCommand& command, std::atomic<std::uint64_t>& eventsRead)
+      : m_outlets(outlets), m_eventsRead(eventsRead) {
     m_event.m_strHost = GetHostName();
-    if (command.queued && outlets.size() > 1) {
-      m_pDistributor = std::make_unique<Distributor>(outlets);
+    if (outlets.size() > 1) {
+      m_pDistributor = std::make_unique<Distributor>(outlets, command.queued ? Pace::Live : Pace::Slowest);
     } else {
-      for (const std::unique_ptr<Outlet>& outlet : outlets) outlet->Open();
+      outlets.front()->Open();
     }
   }
 
-  /// Sends the lines of one input; returns false when it could not be read to its end.
+  /// Sends the lines of one input; returns whether it was read to its end.
   bool Forward(const std::string& name) {
     try {
+      if (HasEnded()) return false;
       if (name == "-") {
         InputFile input;
-        ForwardLines(input, "stdin");
-      } else {
-        InputFile input(WideToPath(Utf8ToWide(name)));
-        ForwardLines(input, name);
+        return ForwardLines(input, "stdin");
       }
-      return true;
+      InputFile input(ArgumentToPath(name));
+      return ForwardLines(input, name);
     } catch (const std::system_error& error) {
       PrintError(error.what());
       return false;
@@ -61,42 +65,43 @@ class Forwarder {
     if (m_pDistributor) {
       m_pDistributor.reset();
     } else {
-      for (const std::unique_ptr<Outlet>& outlet : m_outlets) outlet->Close();
+      m_outlets.front()->Close();
     }
   }
 
-  /// Whether no more events are to be sent.
-  bool HasEnded() const { return HasGivenUp() || IsInterrupted(); }
-  const std::atomic<std::uint64_t>& EventsRead() const { return m_eventsRead; }
-
  private:
+  /// Whether nothing more is to be read.
+  bool HasEnded() const { return HasGivenUp() || IsInterrupted(); }
+
   bool HasGivenUp() const {
     return std::ranges::all_of(m_outlets, [](const std::unique_ptr<Outlet>& outlet) { return outlet->HasGivenUp(); });
   }
 
-  void ForwardLines(InputFile& input, const std::string& source) {
+  bool ForwardLines(InputFile& input, const std::string& source) {
     LineReader reader(input);
     m_event.m_strSource = source;
-    // What has been read from a pipe is nowhere else any more: after an interrupt it is still sent.
+    // What has been read from a pipe is nowhere else any more: after an interrupt its whole lines are still sent.
     while (m_pDistributor ? DistributeLines(reader) : SendLine(reader)) {
-      if (!HasGivenUp() || IsInterrupted()) continue;
-      PrintError("gave up sending; what follows in " + source + " was not read");
-      return;
+      if (HasGivenUp() && !IsInterrupted()) break;
     }
+    if (reader.HasReachedEnd()) return true;
+    PrintError(std::string(IsInterrupted() ? "asked to end" : "gave up sending") + "; what follows in " + source +
+               " was not read");
+    return false;
   }
 
-  /// Returns false at the end of the input.
+  /// Returns false when there is none.
   bool SendLine(LineReader& reader) {
     std::string_view line;
     if (!reader.GetLine(line)) return false;
     m_event.m_time = reader.GetReadTime();
     m_event.m_strText.assign(line);
     CountRead(1);
-    for (const std::unique_ptr<Outlet>& outlet : m_outlets) outlet->Send(m_event);
+    m_outlets.front()->Send(m_event);
     return true;
   }
 
-  /// Returns false at the end of the input.
+  /// Returns false when there are none.
   bool DistributeLines(LineReader& reader) {
     std::string_view lines;
     if (!reader.GetLines(lines)) return false;
@@ -113,8 +118,8 @@ class Forwarder {
   }
 
   const Outlets& m_outlets;
+  std::atomic<std::uint64_t>& m_eventsRead;
   Event m_event;
-  std::atomic<std::uint64_t> m_eventsRead{0};
   std::unique_ptr<Distributor> m_pDistributor;
 };
 
@@ -125,6 +130,11 @@ void CheckBuilder(const std::string& name) {
   if (factory == nullptr || !factory->CreatePayloadBuilder(name, builder)) {
     throw std::runtime_error("there is no payload builder " + name);
   }
+}
+
+/// Standard input that is closed is better found out before a destination is waited for.
+void CheckInputs(const std::vector<std::string>& names) {
+  if (std::ranges::find(names, "-") != names.end()) InputFile();
 }
 
 void PrintRate(const Outlet& outlet, std::uint64_t eventsRead, double seconds) {
@@ -152,29 +162,49 @@ void PrintCounters(const Outlets& outlets, std::uint64_t eventsRead, double seco
   PrintTotals(eventsRead, seconds);
 }
 
+/// Withdraws the last words, also when an exception ends what they are about.
+class Withdrawal {
+ public:
+  explicit Withdrawal(LastWords& lastWords) : m_lastWords(lastWords) {}
+  ~Withdrawal() { m_lastWords.Withdraw(); }
+  Withdrawal(const Withdrawal&) = delete;
+  Withdrawal& operator=(const Withdrawal&) = delete;
+
+ private:
+  LastWords& m_lastWords;
+};
+
+/// Returns whether all that was to be read has been.
+bool ForwardInputs(const Outlets& outlets, const ForwardCommand& command, std::atomic<std::uint64_t>& eventsRead) {
+  const Supervisor supervisor(outlets, command);
+  Forwarder forwarder(outlets, command, eventsRead);
+  const ProgressLine progressLine(outlets, eventsRead);
+  bool complete = true;
+  for (const std::string& file : command.files) complete = forwarder.Forward(file) && complete;
+  forwarder.Close();
+  return complete;
+}
+
 }  // namespace
 
-int RunCommand(const ForwardCommand& command, IConnectionFactory& factory) {
+int RunCommand(const ForwardCommand& command, IConnectionFactory& factory, LastWords& lastWords) {
   CheckBuilder(command.builder);
+  CheckInputs(command.files);
   Outlets outlets;
   for (const Destination& destination : command.destinations) {
     outlets.push_back(std::make_unique<Outlet>(destination, command, factory));
   }
+  std::atomic<std::uint64_t> eventsRead{0};
   const SteadyClock::time_point begin = SteadyClock::now();
-  Forwarder forwarder(outlets, command);
-  bool complete = true;
-  {
-    const ProgressLine progressLine(outlets, forwarder.EventsRead());
-    const std::vector<std::string> standardInput{"-"};
-    for (const std::string& file : command.files.empty() ? standardInput : command.files) {
-      if (forwarder.HasEnded()) break;
-      complete = forwarder.Forward(file) && complete;
-    }
-    forwarder.Close();
-  }
-  const std::chrono::duration<double> elapsed = SteadyClock::now() - begin;
-  const std::uint64_t eventsRead = forwarder.EventsRead();
-  PrintCounters(outlets, eventsRead, elapsed.count());
+  const auto print = [&] {
+    for (const std::unique_ptr<Outlet>& outlet : outlets) outlet->ReportLoss();
+    const std::chrono::duration<double> elapsed = SteadyClock::now() - begin;
+    PrintCounters(outlets, eventsRead, elapsed.count());
+  };
+  lastWords.Prepare(interruptBound, print);
+  const Withdrawal withdrawal(lastWords);
+  bool complete = ForwardInputs(outlets, command, eventsRead);
+  if (lastWords.Withdraw()) print();
   for (const std::unique_ptr<Outlet>& outlet : outlets) complete = outlet->HasSentAll(eventsRead) && complete;
   return complete ? 0 : 1;
 }

@@ -1,6 +1,7 @@
 #include <LineReader.h>
 
 #include <cstring>
+#include <optional>
 #include <utility>
 
 namespace sorvex::agent {
@@ -28,11 +29,11 @@ bool LineReader::GetLine(std::string_view& line) {
       return true;
     }
     m_scanned = m_end;
-    if (!m_bEnded) {
+    if (m_state == State::Reading) {
       Fill();
       continue;
     }
-    if (m_begin == m_end) return false;
+    if (m_state == State::Stopped || m_begin == m_end) return false;
     line = {begin, m_end - m_begin};
     m_begin = m_scanned = m_end;
     return true;
@@ -50,11 +51,11 @@ bool LineReader::GetLines(std::string_view& lines) {
       return true;
     }
     m_scanned = m_end;
-    if (!m_bEnded) {
+    if (m_state == State::Reading) {
       Fill();
       continue;
     }
-    if (rest.empty()) return false;
+    if (m_state == State::Stopped || rest.empty()) return false;
     lines = rest;
     m_begin = m_scanned = m_end;
     return true;
@@ -74,10 +75,14 @@ void LineReader::Fill() {
   m_begin = 0;
   m_scanned = m_end = rest;
 
-  const std::size_t count = m_input.Read(m_pBuffer.get() + m_end, m_capacity - m_end);
+  const std::optional<std::size_t> count = m_input.Read(m_pBuffer.get() + m_end, m_capacity - m_end);
+  if (!count) {
+    m_state = State::Stopped;
+    return;
+  }
   m_readTime = std::chrono::system_clock::now();
-  m_bEnded = count == 0;
-  m_end += count;
+  if (*count == 0) m_state = State::Ended;
+  m_end += *count;
 }
 
 }  // namespace sorvex::agent

@@ -1,6 +1,9 @@
 #include <Agent.h>
+#include <BoundedRun.h>
 #include <CommandLine.h>
+#include <FetchCommands.h>
 #include <Forward.h>
+#include <KeyCommands.h>
 #include <Output.h>
 #include <ServerCommands.h>
 #include <platform/Platform.h>
@@ -8,6 +11,7 @@
 #include <ace/Init_ACE.h>
 
 #include <exception>
+#include <type_traits>
 
 namespace sorvex::agent {
 namespace {
@@ -23,8 +27,18 @@ struct AceLibrary {
   AceLibrary& operator=(const AceLibrary&) = delete;
 };
 
-int Run(const Options& options) {
-  const AceLibrary ace;
+/// Does a server command as often as wanted, with one connection. Returns 0 when each time succeeded.
+template <class ServerCommand>
+int RunRepeatedly(const ServerCommand& command, std::uint32_t times, WindowsAgentCommon::IConnectionFactory& factory) {
+  const ServerConnection connection(factory);
+  int status = 0;
+  for (std::uint32_t i = 0; i < times && !IsInterrupted(); ++i) {
+    if (const int result = RunCommand(command, connection); result != 0) status = result;
+  }
+  return status;
+}
+
+int Run(const Options& options, LastWords& lastWords) {
   OpenLog(options);
   Agent agent(options);
   try {
@@ -41,7 +55,16 @@ int Run(const Options& options) {
     return notInitialized;
   }
   const int status = std::visit(
-      [&agent](const auto& command) { return RunCommand(command, agent.GetConnectionFactory()); }, options.command);
+      [&](const auto& command) {
+        if constexpr (requires(const ServerConnection& connection) { RunCommand(command, connection); }) {
+          return RunRepeatedly(command, options.repeat, agent.GetConnectionFactory());
+        } else if constexpr (std::is_same_v<decltype(command), const ForwardCommand&>) {
+          return RunCommand(command, agent.GetConnectionFactory(), lastWords);
+        } else {
+          return RunCommand(command, agent.GetConnectionFactory());
+        }
+      },
+      options.command);
   if (info) PrintNumber("initialize", result);
   return ready ? status : notInitialized;
 }
@@ -54,7 +77,11 @@ int RunAgent(std::vector<std::string> arguments) {
     const std::optional<Options> options = ParseCommandLine(std::move(arguments), status);
     if (!options) return status;
     InstallInterruptHandler();
-    status = Run(*options);
+    const AceLibrary ace;
+    status = RunBounded([&options](LastWords& lastWords) {
+      return options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory)
+                                   : Run(*options, lastWords);
+    });
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;

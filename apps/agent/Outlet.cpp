@@ -1,9 +1,11 @@
 #include <Outlet.h>
 
 #include <Output.h>
-#include <platform/Platform.h>
+
+#include <host/EnvironmentBlockHelper.h>
 
 #include <chrono>
+#include <exception>
 #include <stdexcept>
 
 namespace sorvex::agent {
@@ -11,15 +13,17 @@ namespace {
 
 using namespace WindowsAgentCommon;
 using namespace std::chrono_literals;
-using SteadyClock = std::chrono::steady_clock;
 
 /// Pause before a refused event is tried again. The queue makes the caller wait itself; a socket that is not connected
 /// answers at once.
 constexpr std::chrono::milliseconds retryPause = 50ms;
 
-// What a UDP socket answers to a payload that is no datagram.
-constexpr std::int32_t emptyPayload = 10022;
+/// Pause before a socket whose thread may have been about to use it is shut down once more.
+constexpr std::chrono::milliseconds stopPause = 5ms;
+
+// What a UDP socket answers to a payload that is no datagram, and to a host without an IPv4 address.
 constexpr std::int32_t payloadTooLong = 10040;
+constexpr std::int32_t addressFamilyNotSupported = 10047;
 
 std::shared_ptr<ISocket> CreateSocket(const Destination& destination, const ForwardCommand& command,
                                       IConnectionFactory& factory) {
@@ -36,16 +40,40 @@ std::shared_ptr<ISocket> CreateSocket(const Destination& destination, const Forw
   return socket;
 }
 
+bool AppendsLineFeed(const Destination& destination, const ForwardCommand& command) {
+  if (destination.scheme == Scheme::Udp) return false;
+  bool appends = true;
+  EnvironmentBlockHelper(command.parameters).GetBooleanValue("AppendLineFeed", appends, true);
+  return appends;
+}
+
 }  // namespace
+
+/// While one exists, the sending thread uses the socket. Whoever gives the outlet up sets the flag first and looks for
+/// work then, the sending thread the other way round: one of the two always sees the other.
+class Outlet::Work {
+ public:
+  explicit Work(Outlet& outlet) : m_outlet(outlet) {
+    m_outlet.m_bRefused = false;
+    m_outlet.m_beganNumber += 1;
+    m_outlet.m_bWorking = true;
+  }
+  ~Work() { m_outlet.m_bWorking = false; }
+  Work(const Work&) = delete;
+  Work& operator=(const Work&) = delete;
+
+ private:
+  Outlet& m_outlet;
+};
 
 Outlet::Outlet(const Destination& destination, const ForwardCommand& command, IConnectionFactory& factory)
     : m_destination(destination),
       m_command(command),
       m_pSocket(CreateSocket(destination, command, factory)),
-      m_pUdpSocket(dynamic_cast<const IUDPSocket*>(m_pSocket.get())) {}
+      m_pUdpSocket(dynamic_cast<const IUDPSocket*>(m_pSocket.get())),
+      m_bSendsEmptyPayloads(AppendsLineFeed(destination, command)) {}
 
 ParameterBlock Outlet::GetSocketParameters() const {
-  // Of two entries with one key the first is read: what the user sets comes first.
   ParameterBlock parameters = m_command.parameters;
   parameters.emplace("TargetAddress", m_destination.host);
   parameters.emplace("TargetPort", std::to_string(m_destination.port));
@@ -55,50 +83,121 @@ ParameterBlock Outlet::GetSocketParameters() const {
   return parameters;
 }
 
-void Outlet::Open() { m_pSocket->Initialize(GetSocketParameters()); }
-
-void Outlet::Close() { m_bClosed = m_pSocket->Shutdown() == 0; }
-
-/// Sends the event once; returns whether the socket has taken it.
-bool Outlet::TrySend(const Event& event) {
-  const std::uint32_t sentBefore = m_pSocket->GetMessagesSent();
-  if (m_pSocket->SendEvent(event) >= 0) return true;
-  // A payload of no bytes at all is sent, although the blocking strategy reports the bytes that it did not write.
-  return !m_command.queued && m_pSocket->GetMessagesSent() != sentBefore;
+void Outlet::Open() {
+  const Work work(*this);
+  if (HasGivenUp()) return;
+  try {
+    m_pSocket->Initialize(GetSocketParameters());
+  } catch (const std::exception& error) {
+    GiveUp(error.what());
+  }
+  // No wait gives the host an address of the other kind.
+  if (m_pUdpSocket != nullptr && !m_pSocket->IsConnected() &&
+      m_pSocket->GetLastResultCode() == addressFamilyNotSupported) {
+    GiveUp("UDP destinations are IPv4 only, and the host has only IPv6 addresses");
+  }
 }
 
-void Outlet::Send(const Event& event) {
-  if (!HasGivenUp() && TrySend(event)) return;
-  const SteadyClock::time_point begin = SteadyClock::now();
-  while (!HasGivenUp()) {
-    if (IsUnsendable()) {
-      ReportUnsendable();
-      break;
-    }
-    m_refused.fetch_add(1, std::memory_order_relaxed);
-    const std::chrono::duration<double> elapsed = SteadyClock::now() - begin;
-    const bool isOutOfPatience = m_command.giveUpAfter && elapsed.count() >= *m_command.giveUpAfter;
-    if (isOutOfPatience || IsInterrupted() || !m_bInsists.load(std::memory_order_relaxed)) {
-      GiveUp();
-      break;
-    }
-    WaitForInterrupt(retryPause);
-    if (TrySend(event)) return;
+void Outlet::Close() {
+  {
+    const std::lock_guard lock(m_mutex);
+    m_bClosing = true;
   }
-  CountUnsent(1);
+  if (m_stopper.joinable()) {
+    m_stopper.join();
+  } else {
+    ShutDown();
+  }
+  m_bClosed = true;
+}
+
+void Outlet::GiveUp(const std::string& reason) {
+  {
+    const std::lock_guard lock(m_mutex);
+    if (m_bGivenUp || m_bClosing) return;
+    m_strReason = reason;
+    m_bGivenUp = true;
+    m_stopper = std::jthread([this] { StopSocket(); });
+  }
+  m_gaveUp.notify_all();
+}
+
+/// A blocking socket is ready for more once it has been shut down: it is again when the sending thread was at work.
+void Outlet::StopSocket() {
+  for (;;) {
+    const bool wasWorking = m_bWorking;
+    ShutDown();
+    if (!wasWorking) return;
+    std::this_thread::sleep_for(stopPause);
+  }
+}
+
+void Outlet::ShutDown() { m_bClosedInOrder = m_pSocket->Shutdown() == 0; }
+
+/// Sends the event once.
+Outlet::Attempt Outlet::TrySend(const Event& event) {
+  const std::uint32_t sentBefore = m_pSocket->GetMessagesSent();
+  const std::uint32_t bytesBefore = m_pSocket->GetBytesSubmitted();
+  if (m_pSocket->SendEvent(event) >= 0) {
+    m_submitted += 1;
+    m_accepted += 1;
+    return Attempt::Taken;
+  }
+  const std::uint32_t submitted = m_pSocket->GetMessagesSubmitted();
+  const bool isSubmitted = submitted != m_submitted;
+  m_submitted = submitted;
+  // A payload of no bytes at all is sent, although the blocking strategy reports the bytes that it did not write.
+  if (!m_command.queued && m_pSocket->GetMessagesSent() != sentBefore) return Attempt::Taken;
+  (isSubmitted ? m_refused : m_refusedClosed) += 1;
+  const bool isEmpty = m_pSocket->GetBytesSubmitted() == bytesBefore;
+  return isSubmitted && IsUndeliverable(isEmpty) ? Attempt::Undeliverable : Attempt::Refused;
 }
 
 /// Whether the event that was just refused would be refused for ever. A queued socket drops such events itself.
-bool Outlet::IsUnsendable() const {
-  if (m_pUdpSocket == nullptr || m_command.queued || !m_pSocket->IsConnected()) return false;
-  const std::int32_t result = m_pSocket->GetLastResultCode();
-  return result == payloadTooLong || result == emptyPayload;
+bool Outlet::IsUndeliverable(bool isEmpty) const {
+  if (m_command.queued || !m_pSocket->IsConnected()) return false;
+  return (isEmpty && !m_bSendsEmptyPayloads) ||
+         (m_pUdpSocket != nullptr && m_pSocket->GetLastResultCode() == payloadTooLong);
 }
 
-void Outlet::ReportUnsendable() {
-  if (m_bUnsendableReported) return;
-  m_bUnsendableReported = true;
+void Outlet::Send(const Event& event) {
+  const Work work(*this);
+  while (!HasGivenUp()) {
+    switch (TrySend(event)) {
+      case Attempt::Taken: return;
+      case Attempt::Undeliverable:
+        m_undeliverable += 1;
+        ReportUndeliverable();
+        return;
+      case Attempt::Refused: break;
+    }
+    m_bRefused = true;
+    WaitForRetry();
+  }
+  m_givenUp += 1;
+}
+
+void Outlet::WaitForRetry() {
+  std::unique_lock lock(m_mutex);
+  m_gaveUp.wait_for(lock, retryPause, [this] { return HasGivenUp(); });
+}
+
+void Outlet::ReportUndeliverable() {
+  if (m_bUndeliverableReported) return;
+  m_bUndeliverableReported = true;
   PrintError(Url() + ": events that are empty or too long for a datagram are not sent");
+}
+
+OutletActivity Outlet::GetActivity() const {
+  OutletActivity activity;
+  activity.moved = m_pSocket->GetMessagesSent() + m_pSocket->GetMessagesDropped();
+  // What was sent between the two looks makes the difference negative.
+  const bool isQueued = m_command.queued && static_cast<std::int32_t>(m_accepted - activity.moved) > 0;
+  activity.isPending = isQueued || m_bWorking;
+  activity.isRefused = m_bWorking && m_bRefused;
+  activity.beganNumber = isQueued ? 0 : m_beganNumber.load();
+  if (m_pUdpSocket != nullptr) activity.failures = m_pUdpSocket->GetConsecutiveSendFailures();
+  return activity;
 }
 
 void Outlet::PrintCounters() const {
@@ -112,13 +211,32 @@ void Outlet::PrintCounters() const {
   PrintNumber("bytes-dropped", m_pSocket->GetBytesDropped());
   PrintNumber("queue-size", static_cast<std::int64_t>(m_pSocket->GetQueueSize()));
   if (m_pUdpSocket != nullptr) PrintNumber("consecutive-send-failures", m_pUdpSocket->GetConsecutiveSendFailures());
-  PrintNumber("refused", static_cast<std::int64_t>(Refused()));
+  PrintNumber("refused", static_cast<std::int64_t>(m_refused));
+  PrintNumber("refused-closed", static_cast<std::int64_t>(m_refusedClosed));
   PrintNumber("unsent", static_cast<std::int64_t>(Unsent()));
+}
+
+void Outlet::ReportLoss() const {
+  const auto report = [this](std::uint64_t events, const std::string& reason) {
+    if (events > 0) PrintError(Url() + ": events not sent: " + std::to_string(events) + " (" + reason + ")");
+  };
+  report(m_leftOut, "nothing was taken while other destinations went on");
+  report(m_undeliverable, "they are empty or too long for a datagram");
+  const std::uint64_t dropped = m_pSocket->GetMessagesDropped();
+  const std::lock_guard lock(m_mutex);
+  if (!m_bGivenUp) {
+    report(dropped, m_pUdpSocket != nullptr ? "they were still queued at the end, or are no datagrams"
+                                            : "they were still queued at the end");
+  } else if (m_givenUp + dropped > 0) {
+    report(m_givenUp + dropped, m_strReason);
+  } else {
+    PrintError(Url() + ": " + m_strReason);
+  }
 }
 
 bool Outlet::HasSentAll(std::uint64_t events) const {
   // The socket's counters are 32 bits wide and wrap.
-  return m_bClosed && !HasGivenUp() && Unsent() == 0 &&
+  return m_bClosedInOrder && !HasGivenUp() && Unsent() == 0 &&
          m_pSocket->GetMessagesSent() == static_cast<std::uint32_t>(events);
 }
 

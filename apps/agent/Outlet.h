@@ -9,13 +9,26 @@
 #include <host/IUDPSocket.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
 
 namespace sorvex::agent {
 
+/// What an outlet is at. While there is something to do and the other members stay the same, nothing moves.
+struct OutletActivity {
+  bool isPending = false;         ///< an event, or opening the socket, is under way
+  bool isRefused = false;         ///< the socket has refused that event already
+  std::uint32_t moved = 0;        ///< events that the socket is done with; wraps
+  std::uint64_t beganNumber = 0;  ///< of what is under way; the same while events wait in the queue
+  std::uint32_t failures = 0;     ///< sends that a UDP socket has seen fail
+};
+
 /// The socket of a destination and what became of the events that were meant for it. One thread opens, sends and
-/// closes; what tells something may be called from any.
+/// closes, and insists on each event until the outlet is given up. Giving up is the supervisor's business.
 class Outlet {
  public:
   /// Makes the socket; does not open it. `destination` and `command` outlive the outlet.
@@ -24,51 +37,100 @@ class Outlet {
   Outlet(const Outlet&) = delete;
   Outlet& operator=(const Outlet&) = delete;
 
+  // The sending thread's own.
+
+  /// An outlet whose socket cannot be opened at all is given up.
   void Open();
 
-  /// Sends the event, again and again if need be. Once it has given up, it only counts events as unsent.
+  /// Sends the event, again and again if need be. Once the outlet is given up, the event is only counted as unsent.
   void Send(const WindowsAgentCommon::Event& event);
 
-  /// Shuts the socket down; what is queued is written if it can be.
+  /// Shuts the socket down; what is queued is written if it can be. To be called once, last.
   void Close();
 
-  /// From now on the first event that the socket refuses makes the outlet give up. Any thread.
-  void StopInsisting() { m_bInsists.store(false, std::memory_order_relaxed); }
+  // Any thread.
 
-  /// No event is sent any more. Any thread, as all that follows.
-  void GiveUp() { m_bGivenUp.store(true, std::memory_order_relaxed); }
-  bool HasGivenUp() const { return m_bGivenUp.load(std::memory_order_relaxed); }
+  /// Ends what the sending thread is waiting for, and shuts the socket down as `Close` does, in a thread of its own.
+  /// From now on events are only counted. Without effect after the first call, and once `Close` has begun.
+  void GiveUp(const std::string& reason);
+  bool HasGivenUp() const { return m_bGivenUp; }
 
-  /// Counts events that no attempt sends.
-  void CountUnsent(std::uint64_t events) { m_unsent.fetch_add(events, std::memory_order_relaxed); }
+  /// Ends a `Close` or `GiveUp` that is still writing: what is queued is dropped.
+  void Abandon() { m_pSocket->Close(); }
+  bool IsClosed() const { return m_bClosed; }
 
-  std::uint64_t Refused() const { return m_refused.load(std::memory_order_relaxed); }  ///< attempts to send that failed
-  std::uint64_t Unsent() const { return m_unsent.load(std::memory_order_relaxed); }
+  /// Tells that no event follows those handed over, and that the end is not to wait for a destination that is dead.
+  void NoteEndOfInput() { m_bInputEnded = true; }
+  bool HasInputEnded() const { return m_bInputEnded; }
+
+  /// Whether nothing has moved for a while; the supervisor finds it out.
+  void SetStalled(bool isStalled) { m_bStalled = isStalled; }
+  bool IsStalled() const { return m_bStalled; }
+
+  OutletActivity GetActivity() const;
+
+  /// Counts events for which there was no room while others went on.
+  void CountLeftOut(std::uint64_t events) { (HasGivenUp() ? m_givenUp : m_leftOut) += events; }
+
+  /// Attempts to send that failed.
+  std::uint64_t Refused() const { return m_refused + m_refusedClosed; }
+  /// Events that no attempt sent.
+  std::uint64_t Unsent() const { return m_leftOut + m_undeliverable + m_givenUp; }
   const std::string& Url() const { return m_destination.url; }
   const WindowsAgentCommon::ISocket& Socket() const { return *m_pSocket; }
 
   /// Prints the counters of the socket and the outlet.
   void PrintCounters() const;
 
+  /// Says on standard error how many events were lost, and why.
+  void ReportLoss() const;
+
   /// Whether all of `events` events have been sent and the socket ended in order.
   bool HasSentAll(std::uint64_t events) const;
 
  private:
+  class Work;
+  enum class Attempt { Taken, Refused, Undeliverable };
+
   WindowsAgentCommon::ParameterBlock GetSocketParameters() const;
-  bool TrySend(const WindowsAgentCommon::Event& event);
-  bool IsUnsendable() const;
-  void ReportUnsendable();
+  Attempt TrySend(const WindowsAgentCommon::Event& event);
+  bool IsUndeliverable(bool isEmpty) const;
+  void ReportUndeliverable();
+  void WaitForRetry();
+  void ShutDown();
+  void StopSocket();
 
   const Destination& m_destination;
   const ForwardCommand& m_command;
   std::shared_ptr<WindowsAgentCommon::ISocket> m_pSocket;
   const WindowsAgentCommon::IUDPSocket* m_pUdpSocket = nullptr;  ///< the same, when it is one
-  bool m_bUnsendableReported = false;
+  const bool m_bSendsEmptyPayloads;                              ///< something goes out for them
+
+  // The sending thread's own.
+  std::uint32_t m_submitted = 0;
+  bool m_bUndeliverableReported = false;
+
+  std::atomic<bool> m_bWorking{false};  ///< the sending thread uses the socket
+  std::atomic<bool> m_bRefused{false};
+  std::atomic<std::uint64_t> m_beganNumber{0};
+  std::atomic<std::uint32_t> m_accepted{0};
+  std::atomic<bool> m_bInputEnded{false};
+  std::atomic<bool> m_bStalled{false};
+
+  std::atomic<std::uint64_t> m_refused{0};        ///< after the socket had counted them as submitted
+  std::atomic<std::uint64_t> m_refusedClosed{0};  ///< because the socket was not open
+  std::atomic<std::uint64_t> m_leftOut{0};
+  std::atomic<std::uint64_t> m_undeliverable{0};
+  std::atomic<std::uint64_t> m_givenUp{0};
+
+  mutable std::mutex m_mutex;
+  std::condition_variable m_gaveUp;
+  std::atomic<bool> m_bGivenUp{false};  ///< changed under the mutex
+  bool m_bClosing = false;
+  std::string m_strReason;
   std::atomic<bool> m_bClosed{false};
-  std::atomic<bool> m_bInsists{true};
-  std::atomic<bool> m_bGivenUp{false};
-  std::atomic<std::uint64_t> m_refused{0};
-  std::atomic<std::uint64_t> m_unsent{0};
+  std::atomic<bool> m_bClosedInOrder{false};
+  std::jthread m_stopper;  ///< last: it uses the others until it is joined
 };
 
 }  // namespace sorvex::agent

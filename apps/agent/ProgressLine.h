@@ -2,13 +2,12 @@
 #pragma once
 
 #include <Outlet.h>
+#include <StatusLine.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <thread>
+#include <string>
 #include <vector>
 
 namespace sorvex::agent {
@@ -21,13 +20,11 @@ class ProgressLine {
   ProgressLine(const std::vector<std::unique_ptr<Outlet>>& outlets, const std::atomic<std::uint64_t>& eventsRead);
 
  private:
-  void Show() const;
+  std::string Text() const;
 
   const std::vector<std::unique_ptr<Outlet>>& m_outlets;
   const std::atomic<std::uint64_t>& m_eventsRead;
-  std::mutex m_mutex;
-  std::condition_variable_any m_wakeUp;
-  std::jthread m_thread;  ///< last: it uses the others until it is joined
+  StatusLine m_line;  ///< last: it uses the others
 };
 
 }  // namespace sorvex::agent

@@ -6,44 +6,12 @@
 
 #include <ace/Time_Value.h>
 
-#include <memory>
-#include <stdexcept>
 #include <string>
 
 namespace sorvex::agent {
 namespace {
 
 using namespace WindowsAgentCommon;
-
-/// A connection to the configuration server, released at the end of the scope.
-class ServerConnection {
- public:
-  explicit ServerConnection(IConnectionFactory& factory) : m_factory(factory) {
-    m_factory.CreateConfigServerConnection(m_pConnection);
-    if (!m_pConnection) throw std::runtime_error("the module made no connection to the configuration server");
-  }
-  ~ServerConnection() { m_factory.ReleaseConfigServerConnection(m_pConnection); }
-  ServerConnection(const ServerConnection&) = delete;
-  ServerConnection& operator=(const ServerConnection&) = delete;
-
-  IConfigurationServerConnection* operator->() const { return m_pConnection.get(); }
-
- private:
-  IConnectionFactory& m_factory;
-  std::shared_ptr<IConfigurationServerConnection> m_pConnection;
-};
-
-void PrintLastError(const ServerConnection& connection) {
-  PrintNumber("error-code", connection->GetLastErrorCode());
-  PrintNumber("result-code", connection->GetLastResultCode());
-  PrintValue("error-message", connection->GetLastErrorMessage());
-}
-
-int PrintResult(bool result, const ServerConnection& connection) {
-  PrintBoolean("result", result);
-  PrintLastError(connection);
-  return result ? 0 : 1;
-}
 
 std::string GetMode(const IConnectionFactory& factory) {
   std::string server;
@@ -62,8 +30,10 @@ std::string GetMode(const IConnectionFactory& factory) {
 
 int RunCommand(const InfoCommand&, IConnectionFactory& factory) {
   PrintValue("version", factory.GetVersion());
-  PrintValue("mode", GetMode(factory));
-  PrintBoolean("stand-alone-mode", factory.IsStandAloneMode());
+  if (factory.IsInitialized()) {
+    PrintValue("mode", GetMode(factory));
+    PrintBoolean("stand-alone-mode", factory.IsStandAloneMode());
+  }
   return 0;
 }
 
@@ -81,8 +51,7 @@ int RunCommand(const ParameterCommand& command, IConnectionFactory& factory) {
   return status;
 }
 
-int RunCommand(const FingerprintCommand&, IConnectionFactory& factory) {
-  const ServerConnection connection(factory);
+int RunCommand(const FingerprintCommand&, const ServerConnection& connection) {
   std::string fingerprint;
   bool updateBlocked = false;
   if (connection->Connect()) fingerprint = connection->GetConfigurationFingerprint(updateBlocked);
@@ -90,27 +59,24 @@ int RunCommand(const FingerprintCommand&, IConnectionFactory& factory) {
   PrintBoolean("update-blocked", updateBlocked);
   // Before Disconnect, whose own outcome would take the place of the one asked for.
   PrintLastError(connection);
+  const bool failed = fingerprint.empty() || connection->GetLastResultCode() < 0;
   connection->Disconnect();
-  return fingerprint.empty() ? 1 : 0;
+  return failed ? 1 : 0;
 }
 
-int RunCommand(const HeartbeatCommand&, IConnectionFactory& factory) {
-  const ServerConnection connection(factory);
+int RunCommand(const HeartbeatCommand&, const ServerConnection& connection) {
   return PrintResult(connection->PostHeartbeat(), connection);
 }
 
-int RunCommand(const TestConnectionCommand&, IConnectionFactory& factory) {
-  const ServerConnection connection(factory);
+int RunCommand(const TestConnectionCommand&, const ServerConnection& connection) {
   return PrintResult(connection->TestConnection(), connection);
 }
 
-int RunCommand(const RegisterCommand& command, IConnectionFactory& factory) {
-  const ServerConnection connection(factory);
+int RunCommand(const RegisterCommand& command, const ServerConnection& connection) {
   return PrintResult(connection->RegisterInstance(command.osVersion, command.agentVersion), connection);
 }
 
-int RunCommand(const UpdateStatusCommand& command, IConnectionFactory& factory) {
-  const ServerConnection connection(factory);
+int RunCommand(const UpdateStatusCommand& command, const ServerConnection& connection) {
   const ACE_Time_Value time(static_cast<time_t>(command.seconds));
   return PrintResult(connection->UpdateStatus(static_cast<AgentUpdateStatus>(command.status), time), connection);
 }

@@ -3,18 +3,19 @@
 #pragma once
 
 #include <CommandLine.h>
+#include <ServerConnection.h>
 
 #include <host/IConnectionFactory.h>
 
 namespace sorvex::agent {
 
-/// Needs no successful `Initialize`.
+/// Needs no successful `Initialize`; without, there is no mode.
 int RunCommand(const InfoCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
 int RunCommand(const ParameterCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
-int RunCommand(const FingerprintCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
-int RunCommand(const HeartbeatCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
-int RunCommand(const TestConnectionCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
-int RunCommand(const RegisterCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
-int RunCommand(const UpdateStatusCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
+int RunCommand(const FingerprintCommand& command, const ServerConnection& connection);
+int RunCommand(const HeartbeatCommand& command, const ServerConnection& connection);
+int RunCommand(const TestConnectionCommand& command, const ServerConnection& connection);
+int RunCommand(const RegisterCommand& command, const ServerConnection& connection);
+int RunCommand(const UpdateStatusCommand& command, const ServerConnection& connection);
 
 }  // namespace sorvex::agent

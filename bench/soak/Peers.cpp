@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace sorvex::soak {
 
@@ -15,6 +16,10 @@ constexpr std::uint64_t shownProblems = 20;
 
 /// A port that is taken by somebody else for a moment is tried again.
 constexpr auto bindPause = 100ms;
+
+/// A slow receiver reads so much, so often: about 400 kB a second.
+constexpr std::size_t slowBytes = 8192;
+constexpr auto slowPause = 20ms;
 
 /// More than a black hole's queue of waiting connections takes.
 constexpr int fillers = 4;
@@ -50,7 +55,10 @@ std::chrono::milliseconds Peer::Random(std::chrono::milliseconds least, std::chr
 class StreamPeer::Session : public std::enable_shared_from_this<Session> {
  public:
   Session(StreamPeer& peer, tcp::socket socket)
-      : m_peer(peer), m_stream(std::move(socket), peer.m_pTls ? *peer.m_pTls : *peer.m_plain), m_bReady(!peer.m_pTls) {}
+      : m_peer(peer),
+        m_stream(std::move(socket), peer.m_pTls ? *peer.m_pTls : *peer.m_plain),
+        m_bReady(!peer.m_pTls),
+        m_slowTimer(peer.m_context) {}
 
   /// Goes on with the handshake or with reading, if the peer wants it.
   void Continue() {
@@ -61,10 +69,13 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
     };
     if (!m_bReady) {
       m_stream.async_handshake(boost::asio::ssl::stream_base::server, done);
-    } else if (m_peer.m_pTls) {
-      m_stream.async_read_some(boost::asio::buffer(m_buffer), done);
+      return;
+    }
+    const auto buffer = boost::asio::buffer(m_buffer.data(), m_peer.m_bSlow ? slowBytes : m_buffer.size());
+    if (m_peer.m_pTls) {
+      m_stream.async_read_some(buffer, done);
     } else {
-      m_stream.next_layer().async_read_some(boost::asio::buffer(m_buffer), done);
+      m_stream.next_layer().async_read_some(buffer, done);
     }
   }
 
@@ -93,7 +104,22 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
     }
     if (error) return Close();
     m_bReady = true;
-    Continue();
+    if (m_peer.m_bTalking && count > 0) Answer();
+    if (!m_peer.m_bSlow) return Continue();
+    m_slowTimer.expires_after(slowPause);
+    m_slowTimer.async_wait([self = shared_from_this()](const error_code&) { self->Continue(); });
+  }
+
+  /// Says a few bytes, which nobody reads. One answer at a time is on its way.
+  void Answer() {
+    if (std::exchange(m_bAnswering, true)) return;
+    const auto done = [self = shared_from_this()](const error_code&, std::size_t) { self->m_bAnswering = false; };
+    static constexpr std::string_view answer = "ok\n";
+    if (m_peer.m_pTls) {
+      boost::asio::async_write(m_stream, boost::asio::buffer(answer), done);
+    } else {
+      boost::asio::async_write(m_stream.next_layer(), boost::asio::buffer(answer), done);
+    }
   }
 
   void TakeLines() {
@@ -106,6 +132,7 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
 
   void Close() {
     m_bClosed = true;
+    m_slowTimer.cancel();
     error_code ignored;
     m_stream.next_layer().close(ignored);
     m_peer.m_sessions.erase(shared_from_this());
@@ -116,6 +143,8 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
   bool m_bReady;
   bool m_bBusy = false;
   bool m_bClosed = false;
+  bool m_bAnswering = false;
+  boost::asio::steady_timer m_slowTimer;
   std::string m_buffer = std::string(65536, '\0');
   std::string m_text;
 };
@@ -169,7 +198,7 @@ void StreamPeer::Injected() {
   auto pause = Random(500ms, 3s);
   const auto again = [this] { Injected(); };
   const bool withReset = m_random() % 2 == 0;
-  switch (m_random() % 6) {
+  switch (m_random() % 8) {
     case 0:
       CountFault("reset");
       CloseAll(true);
@@ -184,6 +213,20 @@ void StreamPeer::Injected() {
       SetReading(false);
       return After(m_faultTimer, Random(500ms, 4s), [=, this] {
         SetReading(true);
+        After(m_faultTimer, pause, again);
+      });
+    case 6:
+      CountFault("talk");
+      m_bTalking = true;
+      return After(m_faultTimer, Random(500ms, 4s), [=, this] {
+        m_bTalking = false;
+        After(m_faultTimer, pause, again);
+      });
+    case 7:
+      CountFault("slow");
+      m_bSlow = true;
+      return After(m_faultTimer, Random(500ms, 4s), [=, this] {
+        m_bSlow = false;
         After(m_faultTimer, pause, again);
       });
     case 3:
@@ -235,6 +278,7 @@ void StreamPeer::Finish() {
   // The end of a connection is read behind what still waits on it.
   m_fillers.clear();
   m_acceptor.close();
+  m_bSlow = false;
   SetReading(true);
 }
 

@@ -88,6 +88,8 @@ class StreamPeer : public Peer {
   std::set<std::shared_ptr<Session>> m_sessions;
   std::vector<std::unique_ptr<tcp::socket>> m_fillers;
   bool m_bReading = true;
+  bool m_bTalking = false;
+  bool m_bSlow = false;
 };
 
 class DatagramPeer : public Peer {

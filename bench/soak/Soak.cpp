@@ -3,14 +3,16 @@
 //   soak [SECONDS [SEED [FACTOR]]]   (default: 600, a random seed, 24)
 //
 // TCP, TLS and UDP, each queued with eight producers and blocking with one, send to peers of their own, which reset,
-// close, stop reading, restart, refuse or swallow connections (over UDP: close the port) at random moments. The clock
+// close, stop reading, read slowly, answer, restart, refuse or swallow connections (over UDP: close the port) at random
+// moments. The clock
 // by which the sockets pace reconnects and pauses runs FACTOR times as fast as the real one, so that as many reconnects
 // happen as otherwise in FACTOR times the time; load, faults and the queue's patience keep to the real clock, and so
 // does the end. Exits 0 when
 //
 // - every payload that arrived was whole, none came twice, and each producer's came in order;
 // - no peer got more than its socket says that it sent;
-// - every socket was shut down within two seconds, under whatever fault there was then;
+// - every socket was shut down within two seconds, under whatever fault there was then, or as long as a slow receiver
+//   takes for its queue;
 // - afterwards, submitted = sent + dropped + refused at once, with nothing left in the queue;
 // - in the last tenth of the time the process held at most 4 MiB more resident memory than in the second tenth, and no
 //   more open files than one for each socket above those of the second tenth (which a socket may have spent without a

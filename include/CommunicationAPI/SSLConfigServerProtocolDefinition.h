@@ -14,8 +14,8 @@
 
 namespace SSLConfigServerProto {
 
-/// Versions of the wire protocol, which are those of its records too. What depends on them asks with a `switch` that
-/// has no default, so that the compiler names every place that a further version has to be added to.
+/// Versions of the wire protocol, which are those of its records too. Code that depends on them uses a `switch`
+/// without a default, so that the compiler names every place that has to handle a further version.
 enum class WireProtocol { Version1, Version2 };
 
 /// Returns "1.0" or "2.0".

@@ -50,7 +50,7 @@ int InstallConfigFileProcessor::Process(const std::wstring& path, WindowsAgentCo
   }
   std::string_view text = content.View();
   if (HasUtf16Mark(text)) {
-    // Of its lines only keys that nobody looks for would come, with a token among their values.
+    // Its lines would only give keys that nobody looks up, and a token that nobody wipes.
     m_strMessage = "The file begins with a UTF-16 byte-order mark; it has to be UTF-8";
     return static_cast<int>(std::errc::illegal_byte_sequence);
   }
@@ -65,7 +65,7 @@ int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path
   const auto [token, last] = parameters.equal_range(applicationTokenKey);
   if (token == last || !IsSecured(token->second)) return 0;
 
-  // Of a plain token that is taken for a secured one these bytes would tell all.
+  // When a plain token is taken for a secured one, these bytes give it away.
   Platform::PlainSecret<std::vector<std::uint8_t>> cipherText;
   WindowsAgentCommon::DecodeBase64(token->second, *cipherText);
   Platform::SecretText plainText;

@@ -13,7 +13,7 @@ void AddInstallLines(std::string_view text, std::string_view prefix, WindowsAgen
 
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos || !line.starts_with(prefix)) continue;
-    // Views until the entry itself: the value may be the application token, of which no temporary is to stay in memory.
+    // The value may be the application token: no temporary string may hold it.
     parameters.emplace(boost::algorithm::trim_copy(line.substr(0, equals)),
                        boost::algorithm::trim_copy_if(line.substr(equals + 1), boost::algorithm::is_any_of("\r\n")));
   }

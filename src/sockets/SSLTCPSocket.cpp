@@ -87,7 +87,7 @@ int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
   auto stream = std::make_shared<TlsStream>(context);
   stream->SetServerName(m_strHost);
   const int error = stream->Connect(addresses, m_handshakeLimit, [this] { return MustGiveUp(); });
-  m_strFailureReason = stream->FailureReason();
+  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
   if (error != 0) return error;
   Platform::KeepBacklogSmall(stream->Handle());
   m_pStream = std::move(stream);

@@ -1,4 +1,4 @@
-#include "platform/MD5Digest.h"
+#include <SorvexHost/MD5Digest.h>
 
 #include "HexText.h"
 

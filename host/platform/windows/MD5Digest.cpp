@@ -1,6 +1,6 @@
 // The TLS library is linked statically here and belongs to the module alone: a second copy would have a state of its
 // own.
-#include "platform/MD5Digest.h"
+#include <SorvexHost/MD5Digest.h>
 
 #include "HexText.h"
 

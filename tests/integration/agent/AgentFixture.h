@@ -3,6 +3,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/LoopbackTcpServer.h"
+#include "support/RefusingPort.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -60,6 +61,13 @@ inline std::vector<std::string> ForwardTo(const std::vector<std::string>& urls,
   for (const std::string& url : urls) command.insert(command.end(), {"--to", url});
   command.insert(command.end(), further.begin(), further.end());
   return command;
+}
+
+/// What was printed of the destination: the lines from its own to the next one's.
+inline std::string BlockOf(const std::string& output, const std::string& url) {
+  const std::size_t begin = output.find("destination: " + url + "\n");
+  if (begin == std::string::npos) return "";
+  return output.substr(begin, output.find("destination: ", begin + 1) - begin);
 }
 
 /// The keys of the printed lines, in order.

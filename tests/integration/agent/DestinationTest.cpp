@@ -20,6 +20,12 @@ TEST(AgentDestination, SchemeSaysWhatKindItIs) {
   EXPECT_EQ(ParseDestination("udp://host:514").scheme, Scheme::Udp);
 }
 
+TEST(AgentDestination, SchemeHasLettersOfEitherCase) {
+  EXPECT_EQ(ParseDestination("TCP://host:514").scheme, Scheme::Tcp);
+  EXPECT_EQ(ParseDestination("Tls://host:514").scheme, Scheme::Tls);
+  EXPECT_EQ(ParseDestination("uDP://host:514").url, "uDP://host:514");
+}
+
 TEST(AgentDestination, IPv6AddressLosesItsBrackets) {
   const Destination destination = ParseDestination("tcp://[fe80::1%eth0]:514");
   EXPECT_EQ(destination.host, "fe80::1%eth0");
@@ -34,8 +40,8 @@ INSTANTIATE_TEST_SUITE_P(Texts, WrongDestination,
                          testing::Values("", "host:514", "tcp:host:514", "tcp://", "tcp://:514", "tcp://host",
                                          "tcp://host:", "tcp://host:0", "tcp://host:65536", "tcp://host:-1",
                                          "tcp://host:51x", "tcp://host: 514", "tcp://[::1]", "tcp://[::1]514",
-                                         "tcp://[]:514", "tcp://::1:514", "TCP://host:514", "http://host:514",
-                                         "://host:514"));
+                                         "tcp://[]:514", "tcp://::1:514", "http://host:514", "://host:514",
+                                         "tcpp://host:514", "udp://[::1]:514", "UDP://[fe80::1%eth0]:514"));
 
 }  // namespace
 }  // namespace sorvex::agent

@@ -27,8 +27,8 @@ TEST(AgentForward, PrintsAllCounters) {
   const ProcessResult result = Installation().Run(Forward(server.Port()), "one\ntwo\n");
   EXPECT_THAT(Keys(result.output),
               ElementsAre("messages-submitted", "bytes-submitted", "messages-sent", "bytes-sent", "messages-truncated",
-                          "bytes-truncated", "messages-dropped", "bytes-dropped", "queue-size", "refused", "unsent",
-                          "events-read", "seconds", "events-per-second"));
+                          "bytes-truncated", "messages-dropped", "bytes-dropped", "queue-size", "refused",
+                          "refused-closed", "unsent", "events-read", "seconds", "events-per-second"));
   EXPECT_EQ(Value(result.output, "messages-submitted"), "2");
   EXPECT_EQ(Value(result.output, "bytes-submitted"), "6");
   EXPECT_EQ(Value(result.output, "messages-sent"), "2");
@@ -103,8 +103,9 @@ TEST_P(AgentForwardStrategy, LinesAcrossReadBlocksStayWhole) {
 }
 
 TEST_P(AgentForwardStrategy, DestinationThatIsNotThereEndsWithGiveUp) {
+  const RefusingPort refusing;
   const ProcessResult result =
-      Installation().Run(Forward(UnusedPort(), Further({"--give-up-after", "0.1"})), "one\ntwo\n");
+      Installation().Run(Forward(refusing.Port(), Further({"--give-up-after", "0.1"})), "one\ntwo\n");
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(Value(result.output, "messages-sent"), "0");
 }
@@ -193,7 +194,7 @@ TEST(AgentForward, EventsThatAFullQueueRefusesAreSentLater) {
   EXPECT_TRUE(server.WaitForBytes(input.size()) == input);
 }
 
-TEST(AgentForward, TerminationEndsItInOrderWithCounters) {
+TEST(AgentForward, TerminationSendsWholeLinesAndNoPieceOfOne) {
   for (const bool queued : {false, true}) {
     LoopbackTcpServer server;
     const Installation installation;
@@ -202,20 +203,84 @@ TEST(AgentForward, TerminationEndsItInOrderWithCounters) {
     ASSERT_TRUE(agent.WriteInput("one\ntwo\nrest"));
     EXPECT_EQ(server.WaitForBytes(8), "one\ntwo\n");
     agent.RequestEnd();
-    EXPECT_EQ(agent.Wait(20s), 0);
-    EXPECT_EQ(Value(agent.Output(), "events-read"), "3");
-    EXPECT_EQ(server.WaitForBytes(13), "one\ntwo\nrest\n");
+    EXPECT_EQ(agent.Wait(20s), 1);
+    EXPECT_EQ(Value(agent.Output(), "events-read"), "2");
+    EXPECT_EQ(Value(agent.Output(), "messages-sent"), "2");
+    EXPECT_THAT(agent.Errors(), HasSubstr("asked to end; what follows in stdin was not read"));
+    server.Stop();
+    EXPECT_EQ(server.Received(), "one\ntwo\n");
   }
 }
 
 TEST(AgentForward, TerminationWithoutDestinationTellsWhatWasNotSent) {
   const Installation installation;
-  ChildProcess agent(SORVEX_AGENT_PROGRAM, installation.Arguments(Forward(UnusedPort(), {"--log-level", "debug"})));
+  const RefusingPort refusing;
+  ChildProcess agent(SORVEX_AGENT_PROGRAM, installation.Arguments(Forward(refusing.Port(), {"--log-level", "debug"})));
   ASSERT_TRUE(agent.WriteInput("one\ntwo\n"));
   ASSERT_TRUE(WaitUntil([&] { return agent.Errors().find("calling reconnect") != std::string::npos; }));
   agent.RequestEnd();
   EXPECT_EQ(agent.Wait(20s), 1);
   EXPECT_EQ(Value(agent.Output(), "messages-sent"), "0");
+}
+
+TEST(AgentForward, TerminationDropsWhatASlowReceiverTakesTooLongFor) {
+  // Less than a hundred kilobytes a second, but always some.
+  LoopbackTcpServer server(
+      [](LoopbackTcpServer& self, ServerConnection& connection, int) {
+        for (std::string part; !self.IsStopped() && connection.ReadSome(part, 4096); part.clear()) {
+          self.AddReceived(part);
+          std::this_thread::sleep_for(50ms);
+        }
+      },
+      0, 16384);
+  const Installation installation;
+  std::string lines;
+  while (lines.size() < 900'000) lines += std::string(999, 'x') + "\n";
+  const std::string file = installation.Directory().Write("input.log", lines).string();
+  // All of it fits into the queue.
+  ChildProcess agent(SORVEX_AGENT_PROGRAM,
+                     installation.Arguments(
+                         Forward(server.Port(), {"--queued", "--set", "Socket.QueueHighWaterMark=20000000", file})));
+  server.WaitForBytes(16384);
+  agent.RequestEnd();
+  EXPECT_EQ(agent.Wait(6s), 1);
+  EXPECT_EQ(Value(agent.Output(), "queue-size"), "0");
+  EXPECT_EQ(Value(agent.Output(), "events-read"), "900");
+  EXPECT_EQ(std::stol(Value(agent.Output(), "messages-sent")) + std::stol(Value(agent.Output(), "messages-dropped")),
+            900);
+  EXPECT_THAT(agent.Errors(), HasSubstr(" (they were still queued at the end)"));
+}
+
+TEST(AgentForward, TerminationLeavesFurtherFilesUnread) {
+  LoopbackTcpServer server;
+  const Installation installation;
+  const std::string file = installation.Directory().Write("later.log", "later\n").string();
+  ChildProcess agent(SORVEX_AGENT_PROGRAM, installation.Arguments(Forward(server.Port(), {"-", file})));
+  ASSERT_TRUE(agent.WriteInput("one\n"));
+  EXPECT_EQ(server.WaitForBytes(4), "one\n");
+  agent.RequestEnd();
+  EXPECT_EQ(agent.Wait(20s), 1);
+  EXPECT_THAT(agent.Errors(), HasSubstr("asked to end; what follows in stdin was not read"));
+  EXPECT_THAT(agent.Errors(), testing::Not(HasSubstr("later.log")));
+  server.Stop();
+  EXPECT_EQ(server.Received(), "one\n");
+}
+
+TEST(AgentForward, EventsGivenUpAtTheEndAreToldWithTheReason) {
+  const RefusingPort refusing;
+  const std::string url = TcpUrl(refusing.Port());
+  const ProcessResult given = Installation().Run(ForwardTo({url}, {"--give-up-after", "0.2"}), "one\n");
+  EXPECT_THAT(given.errors, HasSubstr(url + ": events not sent: 1 (given up, nothing could be sent for 0.2 seconds)"));
+  const ProcessResult queued = Installation().Run(ForwardTo({url}, {"--queued"}), "one\ntwo\n");
+  EXPECT_EQ(queued.status, 1);
+  EXPECT_THAT(queued.errors, HasSubstr(url + ": events not sent: 2 (they were still queued at the end)"));
+}
+
+TEST(AgentForward, EmptyPayloadsWithoutLineFeedAreNotTriedForEver) {
+  LoopbackTcpServer server;
+  const ProcessResult result = Installation().Run(Forward(server.Port(), {"--set", "AppendLineFeed=no"}), "a\n\nb\n");
+  EXPECT_EQ(server.WaitForBytes(2), "ab");
+  EXPECT_EQ(Value(result.output, "events-read"), "3");
 }
 
 TEST(AgentForward, DestinationThatGoesAwayDoesNotEndTheAgent) {

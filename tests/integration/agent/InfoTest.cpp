@@ -30,8 +30,8 @@ TEST(AgentInfo, PrintsHttpsWhenForced) {
 TEST(AgentInfo, IsPrintedWhenInitializeFails) {
   const ProcessResult result = Installation("").Run({"info"});
   EXPECT_EQ(result.status, 3);
-  EXPECT_EQ(Value(result.output, "version"), "7.2.5");
-  EXPECT_EQ(Value(result.output, "initialize"), "3");
+  // Without an installation there is no mode.
+  EXPECT_EQ(result.output, "version: 7.2.5\ninitialize: 3\n");
 }
 
 TEST(AgentInfo, OtherCommandsEndWhenInitializeFails) {

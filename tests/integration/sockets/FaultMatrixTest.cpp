@@ -268,7 +268,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   void ExpectAcceptedAtOnce() const { EXPECT_LT(m_measured.longestAccepted, 900ms); }
   void ExpectRefusedAfterASecond() const {
     EXPECT_GE(m_measured.shortestRefused, 1s);
-    EXPECT_LT(m_measured.longestRefused, 2s);
+    EXPECT_LT(m_measured.longestRefused, 5s);
   }
   void ExpectRefusedAtOnce() const { EXPECT_LT(m_measured.longestRefused, 500ms); }
 
@@ -709,6 +709,7 @@ void FaultMatrix::IntoReceiverThatTalksBack() {
   Receiver receiver(TestedTransport(), m_reception, [](Receiver& self, PeerSession& session, int) {
     session.Write("220 welcome\n");
     self.KeepAllOf(session, 65536, [&] { session.Write("ok\n"); });
+    session.Close();
   });
   Initialize(receiver.Port());
   for (int i = 0; i < 1000; ++i) Send(2000);

@@ -1,3 +1,5 @@
+#include "support/ScopedTimeZone.h"
+
 #include <SorvexHost/ComponentFactory.h>
 #include <host/IPayloadFactory.h>
 #include <host/ServiceLookup.h>
@@ -47,6 +49,7 @@ class PayloadBuilder : public testing::Test {
   std::string Syslog() const { return Build("SyslogPayloadBuilder"); }
   std::string Bsd() const { return Build("SyslogBsdPayloadBuilder"); }
 
+  sorvex::test::ScopedTimeZone m_zone{"UTC0"};
   ComponentFactory m_factory;
   Event m_event;
 };
@@ -125,38 +128,80 @@ TEST_F(PayloadBuilder, SyslogWithoutTextEndsAfterTheStructuredData) {
   EXPECT_EQ(Syslog(), "<12>1 2026-11-20T21:10:53.123456Z host.example kernel - - -");
 }
 
-TEST_F(PayloadBuilder, BsdHasAllFieldsOfRfc3164) {
-  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host.example kernel: some text");
+TEST_F(PayloadBuilder, BsdHasAllFieldsOfRfc3164) { EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host kernel: some text"); }
+
+TEST_F(PayloadBuilder, BsdTimeIsLocal) {
+  m_event.m_time = At(1'795'209'053s);
+  struct {
+    const char* m_pZone;
+    const char* m_pTime;
+  } const vectors[] = {{"UTC0", "Nov 20 21:10:53"},     {"ONE-1", "Nov 20 22:10:53"},   {"IST-5:30", "Nov 21 02:40:53"},
+                       {"NPT-5:45", "Nov 21 02:55:53"}, {"NST3:30", "Nov 20 17:40:53"}, {"LIN-14", "Nov 21 11:10:53"}};
+  for (const auto& vector : vectors) {
+    const sorvex::test::ScopedTimeZone zone(vector.m_pZone);
+    EXPECT_EQ(Bsd(), std::string("<12>") + vector.m_pTime + " host kernel: some text") << vector.m_pZone;
+  }
+}
+
+TEST_F(PayloadBuilder, BsdDayChangesAtLocalMidnight) {
+  const sorvex::test::ScopedTimeZone zone("IST-5:30");
+  // 2026-12-31 18:29:59 UTC.
+  m_event.m_time = At(1'798'741'799s) + 999'999us;
+  EXPECT_EQ(Bsd(), "<12>Dec 31 23:59:59 host kernel: some text");
+  m_event.m_time = At(1'798'741'800s);
+  EXPECT_EQ(Bsd(), "<12>Jan  1 00:00:00 host kernel: some text");
+}
+
+TEST_F(PayloadBuilder, BsdTimeIsThatOfTheSeason) {
+  const sorvex::test::ScopedTimeZone zone("EST5EDT");
+  m_event.m_time = std::chrono::sys_days(std::chrono::year(2026) / 1 / 15);
+  EXPECT_EQ(Bsd(), "<12>Jan 14 19:00:00 host kernel: some text");
+  m_event.m_time = std::chrono::sys_days(std::chrono::year(2026) / 7 / 15);
+  EXPECT_EQ(Bsd(), "<12>Jul 14 20:00:00 host kernel: some text");
+}
+
+TEST_F(PayloadBuilder, BsdHostHasNoDomain) {
+  struct {
+    const char* m_pHost;
+    const char* m_pShown;
+  } const vectors[] = {
+      {"host", "host"},           {"host.example.org", "host"},   {"host.", "host"},
+      {"192.0.2.7", "192.0.2.7"}, {"2001:db8::7", "2001:db8::7"}, {"::ffff:192.0.2.7", "::ffff:192.0.2.7"},
+      {"7.example.org", "7"},     {".example.org", "-"}};
+  for (const auto& vector : vectors) {
+    m_event.m_strHost = vector.m_pHost;
+    EXPECT_EQ(Bsd(), std::string("<12>Nov 20 21:10:53 ") + vector.m_pShown + " kernel: some text") << vector.m_pHost;
+  }
 }
 
 TEST_F(PayloadBuilder, BsdPadsTheDayWithABlank) {
   m_event.m_time = At(951'868'800s);
-  EXPECT_EQ(Bsd(), "<12>Mar  1 00:00:00 host.example kernel: some text");
+  EXPECT_EQ(Bsd(), "<12>Mar  1 00:00:00 host kernel: some text");
 }
 
 TEST_F(PayloadBuilder, BsdKnowsEveryMonth) {
   const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   for (unsigned i = 0; i < 12; ++i) {
     m_event.m_time = std::chrono::sys_days(std::chrono::year(2024) / std::chrono::month(i + 1) / 15);
-    EXPECT_EQ(Bsd(), std::string("<12>") + months[i] + " 15 00:00:00 host.example kernel: some text");
+    EXPECT_EQ(Bsd(), std::string("<12>") + months[i] + " 15 00:00:00 host kernel: some text");
   }
 }
 
 TEST_F(PayloadBuilder, BsdTagHasLettersAndDigitsOnly) {
   m_event.m_strSource = "/var/log/my-app.2 \xC3\xA4.log";
-  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host.example myapp2log: some text");
+  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host myapp2log: some text");
 }
 
 TEST_F(PayloadBuilder, BsdTagIsCut) {
   m_event.m_strSource = std::string(40, 't');
-  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host.example " + std::string(32, 't') + ": some text");
+  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host " + std::string(32, 't') + ": some text");
 }
 
 TEST_F(PayloadBuilder, BsdTagOfANameWithoutLettersIsUnknown) {
   m_event.m_strSource = "---";
-  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host.example unknown: some text");
+  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host unknown: some text");
   m_event.m_strSource.clear();
-  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host.example unknown: some text");
+  EXPECT_EQ(Bsd(), "<12>Nov 20 21:10:53 host unknown: some text");
 }
 
 TEST_F(PayloadBuilder, BsdReducesTheHost) {

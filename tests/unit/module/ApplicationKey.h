@@ -42,4 +42,17 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
 /// Takes away a container that `StoreInContainer` made in this test.
 void RemoveContainer(const std::string& containerName);
 
+/// Removes a container that the agent itself has made, at the end of the scope. Where containers are files, they go
+/// with the test's directory.
+class ContainerRemoval {
+ public:
+  explicit ContainerRemoval(const std::string& containerName = "Sorvex.ConfigServerConnection");
+  ~ContainerRemoval();
+  ContainerRemoval(const ContainerRemoval&) = delete;
+  ContainerRemoval& operator=(const ContainerRemoval&) = delete;
+
+ private:
+  std::string m_containerName;
+};
+
 }  // namespace sorvex::test

@@ -28,4 +28,7 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
 
 void RemoveContainer(const std::string& containerName) { std::filesystem::remove(ContainerFile(containerName)); }
 
+ContainerRemoval::ContainerRemoval(const std::string& containerName) : m_containerName(containerName) {}
+ContainerRemoval::~ContainerRemoval() = default;
+
 }  // namespace sorvex::test

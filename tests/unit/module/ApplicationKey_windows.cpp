@@ -88,4 +88,14 @@ void RemoveContainer(const std::string& containerName) {
   ContainerRemover::Instance().Remove(WindowsAgentCommon::Utf8ToWide(containerName));
 }
 
+ContainerRemoval::ContainerRemoval(const std::string& containerName) : m_containerName(containerName) {}
+
+/// One that was not made needs no removing.
+ContainerRemoval::~ContainerRemoval() {
+  HCRYPTPROV provider = 0;
+  CryptAcquireContextW(&provider, WindowsAgentCommon::Utf8ToWide(m_containerName).c_str(),
+                       L"Microsoft Enhanced RSA and AES Cryptographic Provider", PROV_RSA_AES,
+                       CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET);
+}
+
 }  // namespace sorvex::test

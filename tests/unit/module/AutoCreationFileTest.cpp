@@ -47,9 +47,11 @@ class AutoCreationFile : public testing::Test {
 TEST_F(AutoCreationFile, MissingIsToldAtInfoAndNoFailure) {
   EXPECT_THAT(Process(), IsEmpty());
   EXPECT_TRUE(m_result);
-  EXPECT_THAT(m_log->Lines(), ElementsAre("Info Couldn't find the log source auto-creation parameters (in file " +
-                                          WindowsAgentCommon::WideToUtf8(InstallationDirectory::AutoCreationFile()) +
-                                          ") - now assuming there are none."));
+  EXPECT_THAT(
+      m_log->Lines(),
+      ElementsAre("Info Couldn't find the log source auto-creation parameters (in file " +
+                  sorvex::test::Logged(WindowsAgentCommon::WideToUtf8(InstallationDirectory::AutoCreationFile())) +
+                  ") - now assuming there are none."));
 }
 
 TEST_F(AutoCreationFile, GivesLinesThatBeginWithAutoCreation) {

@@ -14,10 +14,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <barrier>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <sstream>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -176,26 +178,54 @@ TEST_F(StandAloneConnection, HeartbeatLeavesLogMonitorLevelAloneThatIsRight) {
   EXPECT_EQ(same->second.data(), value);
 }
 
+/// Lets threads go on when all have arrived. Not std::barrier: that of mingw-w64 leaves them all waiting under Wine.
+class Meeting {
+ public:
+  explicit Meeting(
+      int threads, std::function<void()> whenAllAreThere = [] {})
+      : m_threads(threads), m_whenAllAreThere(std::move(whenAllAreThere)) {}
+
+  void Arrive() {
+    std::unique_lock lock(m_mutex);
+    if (++m_arrived < m_threads) {
+      m_changed.wait(lock, [this, round = m_round] { return m_round != round; });
+      return;
+    }
+    m_whenAllAreThere();
+    m_arrived = 0;
+    ++m_round;
+    m_changed.notify_all();
+  }
+
+ private:
+  const int m_threads;
+  const std::function<void()> m_whenAllAreThere;
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  int m_arrived = 0;
+  int m_round = 0;
+};
+
 TEST_F(StandAloneConnection, HeartbeatsOfSeveralThreadsSetOneLogMonitorLevel) {
   constexpr int threadCount = 4;
   constexpr int roundCount = 1000;
   int wrong = 0;
   OfferAgentCore({{"LogMonitor.Level", "7"}});
   // Between two rounds no thread is at work.
-  const auto look = [&]() noexcept {
+  const auto look = [&] {
     WindowsAgentCommon::ParameterBlock& parameters = m_host.GetServiceConfig("AgentCore")->m_parameters;
     if (parameters != WindowsAgentCommon::ParameterBlock{{"LogMonitor.Level", "2"}}) ++wrong;
     parameters = {{"LogMonitor.Level", "7"}};
   };
-  std::barrier start(threadCount);
-  std::barrier end(threadCount, look);
+  Meeting start(threadCount);
+  Meeting end(threadCount, look);
   std::vector<std::thread> threads;
   for (int i = 0; i < threadCount; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < roundCount; ++round) {
-        start.arrive_and_wait();
+        start.Arrive();
         NullConfigServerConnection().PostHeartbeat();
-        end.arrive_and_wait();
+        end.Arrive();
       }
     });
   }

@@ -23,6 +23,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -35,12 +36,16 @@
 
 namespace {
 
-/// To whom every file belongs, when a test says so: only root could give one away.
+/// To whom every file belongs, and who this process is, when a test says so: only root could change either.
 std::optional<uid_t> pretendedOwner;
+std::optional<uid_t> pretendedUser;
 
 }  // namespace
 
-/// Stands before that of the C library.
+// These stand before those of the C library.
+
+extern "C" uid_t geteuid() noexcept { return pretendedUser.value_or(static_cast<uid_t>(syscall(SYS_geteuid))); }
+
 extern "C" int fstat(int file, struct stat* status) noexcept {
   const int result = fstatat(file, "", status, AT_EMPTY_PATH);
   if (result == 0 && pretendedOwner) status->st_uid = *pretendedOwner;
@@ -140,7 +145,10 @@ TEST(ReadFileHeadErrors, TellFileThatMayNotBeRead) {
 class KeyContainerFile : public testing::Test {
  protected:
   KeyContainerFile() { StoreInContainer(m_key, "Test.Container"); }
-  ~KeyContainerFile() override { pretendedOwner.reset(); }
+  ~KeyContainerFile() override {
+    pretendedOwner.reset();
+    pretendedUser.reset();
+  }
 
   std::filesystem::path Path() const { return m_installation.ConfigDirectory() / "keys/Test.Container.pem"; }
   void Replace(const std::string& content) {
@@ -199,7 +207,14 @@ TEST_F(KeyContainerFile, OfAnotherUserIsRefused) {
   EXPECT_EQ(Decrypt(), EPERM);
 }
 
+TEST_F(KeyContainerFile, OfAnotherUserIsRefusedByRootToo) {
+  pretendedUser = 0;
+  pretendedOwner = 4711;
+  EXPECT_EQ(Decrypt(), EPERM);
+}
+
 TEST_F(KeyContainerFile, OfRootIsUsed) {
+  pretendedUser = 4711;
   pretendedOwner = 0;
   EXPECT_EQ(Decrypt(), 0);
 }

@@ -1,41 +1,18 @@
 // The time zone in effect, for zones that a test sets.
 #include "platform/TimeZone.h"
 
+#include "support/ScopedTimeZone.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <ctime>
-#include <optional>
 #include <ostream>
-#include <string>
 
 namespace {
 
+using sorvex::test::ScopedTimeZone;
 using VaroCommunicationAPI::Platform::CurrentTimeZone;
 using VaroCommunicationAPI::Platform::TimeZone;
-
-/// A zone of this process for the time of its life.
-class ProcessTimeZone {
- public:
-  explicit ProcessTimeZone(const char* zone) {
-    if (const char* const previous = std::getenv("TZ")) m_previous = previous;
-    setenv("TZ", zone, 1);
-    tzset();
-  }
-  ~ProcessTimeZone() {
-    if (m_previous) {
-      setenv("TZ", m_previous->c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-  ProcessTimeZone(const ProcessTimeZone&) = delete;
-  ProcessTimeZone& operator=(const ProcessTimeZone&) = delete;
-
- private:
-  std::optional<std::string> m_previous;
-};
 
 struct ZoneInEffect {
   const char* zone;
@@ -47,7 +24,7 @@ void PrintTo(const ZoneInEffect& zone, std::ostream* out) { *out << zone.zone; }
 class TimeZoneOfProcess : public testing::TestWithParam<ZoneInEffect> {};
 
 TEST_P(TimeZoneOfProcess, IsTheOneInEffect) {
-  const ProcessTimeZone set(GetParam().zone);
+  const ScopedTimeZone set(GetParam().zone);
   const TimeZone zone = CurrentTimeZone();
   EXPECT_EQ(zone.m_strName, GetParam().expected.m_strName);
   EXPECT_EQ(zone.m_nBiasMinutes, GetParam().expected.m_nBiasMinutes);
@@ -69,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(InDaylightTime, TimeZoneOfProcess,
                                          ZoneInEffect{"IST-1GMT0,0/0,J365/25", {L"GMT", 0, true}}));
 
 TEST(TimeZoneOfProcess, IsReadAnewEachTime) {
-  const ProcessTimeZone outer("EST5");
+  const ScopedTimeZone outer("EST5");
   CurrentTimeZone();
   // Nobody but the module looks at the variable meanwhile.
   setenv("TZ", "IST-5:30", 1);

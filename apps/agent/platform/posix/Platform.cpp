@@ -13,21 +13,32 @@
 namespace sorvex::agent {
 namespace {
 
-// A byte in this pipe, never taken out, says that the program shall end; waiting for input waits for it as well.
-std::array<int, 2> interruptPipe{-1, -1};
+// A byte in this pipe, never taken out, says that nothing more is to be read; waiting for input waits for it as well.
+std::array<int, 2> endOfReadingPipe{-1, -1};
 std::atomic<bool> interrupted{false};
+std::atomic<bool> readingStopped{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
 
 void NoteInterrupt(int) {
   const int savedErrno = errno;
   interrupted.store(true);
-  [[maybe_unused]] const ssize_t written = write(interruptPipe[1], "!", 1);
+  StopReading();
   errno = savedErrno;
+}
+
+/// Gives standard input, output and error a descriptor each where the caller left one closed: otherwise the next file
+/// or connection would take its number. Using it fails as using the closed one would.
+void OccupyStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
 }
 
 [[noreturn]] void ThrowErrno(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
 }  // namespace
+
+std::filesystem::path ArgumentToPath(const std::string& argument) { return argument; }
 
 std::filesystem::path GetProgramDirectory() { return std::filesystem::read_symlink("/proc/self/exe").parent_path(); }
 
@@ -40,7 +51,7 @@ std::string GetHostName() {
 bool IsErrorTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 void InstallInterruptHandler() {
-  if (pipe2(interruptPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) ThrowErrno("pipe");
+  if (pipe2(endOfReadingPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) ThrowErrno("pipe");
   struct sigaction action {};
   action.sa_handler = NoteInterrupt;
   // The module's own system calls go on undisturbed. A second signal finds the default action.
@@ -53,21 +64,30 @@ void InstallInterruptHandler() {
 
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
 
-void WaitForInterrupt(std::chrono::milliseconds time) {
-  pollfd waiting{interruptPipe[0], POLLIN, 0};
-  // An early return costs the caller one more turn.
-  poll(&waiting, 1, static_cast<int>(time.count()));
+// Called by the signal handler as well.
+void StopReading() {
+  readingStopped.store(true);
+  [[maybe_unused]] const ssize_t written = write(endOfReadingPipe[1], "!", 1);
 }
+
+void EndProcess(int status) { _exit(status); }
 
 struct InputFile::Handle {
   int descriptor = STDIN_FILENO;
   std::string name = "standard input";
 };
 
-InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {}
+InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {
+  // One that only takes is our own, in the place of one that was closed.
+  const int flags = fcntl(m_pHandle->descriptor, F_GETFL);
+  if (flags != -1 && (flags & O_ACCMODE) != O_WRONLY) return;
+  errno = EBADF;
+  ThrowErrno(m_pHandle->name);
+}
 
 InputFile::InputFile(const std::filesystem::path& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // A pipe without a writer is waited for in `Read`, which can be stopped, and not here.
+  const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) ThrowErrno(path.string());
   m_pHandle = std::make_unique<Handle>(Handle{descriptor, path.string()});
 }
@@ -76,21 +96,22 @@ InputFile::~InputFile() {
   if (m_pHandle->descriptor != STDIN_FILENO) close(m_pHandle->descriptor);
 }
 
-std::size_t InputFile::Read(char* buffer, std::size_t size) {
-  while (!IsInterrupted()) {
-    std::array<pollfd, 2> waiting{pollfd{m_pHandle->descriptor, POLLIN, 0}, pollfd{interruptPipe[0], POLLIN, 0}};
+std::optional<std::size_t> InputFile::Read(char* buffer, std::size_t size) {
+  while (!readingStopped.load()) {
+    std::array<pollfd, 2> waiting{pollfd{m_pHandle->descriptor, POLLIN, 0}, pollfd{endOfReadingPipe[0], POLLIN, 0}};
     if (poll(waiting.data(), waiting.size(), -1) < 0 && errno != EINTR) ThrowErrno("poll");
-    if (waiting[0].revents == 0) continue;
+    if (waiting[0].revents == 0 || waiting[1].revents != 0) continue;
     const ssize_t count = read(m_pHandle->descriptor, buffer, size);
     if (count >= 0) return static_cast<std::size_t>(count);
     if (errno != EINTR && errno != EAGAIN) ThrowErrno(m_pHandle->name);
   }
-  return 0;
+  return std::nullopt;
 }
 
 }  // namespace sorvex::agent
 
 int main(int argc, char** argv) {
+  sorvex::agent::OccupyStandardDescriptors();
   // A reader of our output or a peer that goes away is an error of that operation, not the end of the program.
   signal(SIGPIPE, SIG_IGN);
   return sorvex::agent::RunAgent(argc > 0 ? std::vector<std::string>(argv + 1, argv + argc)

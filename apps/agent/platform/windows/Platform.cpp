@@ -15,15 +15,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <system_error>
 
 namespace sorvex::agent {
 namespace {
 
 std::atomic<bool> interrupted{false};
-std::atomic<bool> reading{false};
-HANDLE interruptEvent = nullptr;
-HANDLE readerThread = nullptr;
+std::atomic<bool> readingStopped{false};
+/// The thread inside a read; null when none is.
+std::atomic<HANDLE> readingThread{nullptr};
 
 [[noreturn]] void ThrowLastError(const std::string& what) {
   throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
@@ -32,16 +33,25 @@ HANDLE readerThread = nullptr;
 BOOL WINAPI NoteInterrupt(DWORD kind) {
   if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) return FALSE;
   if (interrupted.exchange(true)) return FALSE;
-  SetEvent(interruptEvent);
-  // The reader may be about to enter its call, where a cancellation that came too early has no effect.
-  while (reading.load()) {
-    CancelSynchronousIo(readerThread);
-    Sleep(10);
-  }
+  StopReading();
   return TRUE;
 }
 
+/// A true handle of the calling thread, whose pseudo handle means whoever uses it.
+HANDLE DuplicateCurrentThread() {
+  HANDLE thread = nullptr;
+  if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread, 0, FALSE,
+                       DUPLICATE_SAME_ACCESS)) {
+    ThrowLastError("DuplicateHandle");
+  }
+  return thread;
+}
+
 }  // namespace
+
+std::filesystem::path ArgumentToPath(const std::string& argument) {
+  return WindowsAgentCommon::WideToPath(WindowsAgentCommon::Utf8ToWide(argument));
+}
 
 std::filesystem::path GetProgramDirectory() {
   std::wstring name(32768, L'\0');
@@ -64,52 +74,64 @@ bool IsErrorTerminal() {
 }
 
 void InstallInterruptHandler() {
-  interruptEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (interruptEvent == nullptr) ThrowLastError("CreateEvent");
-  // The pseudo handle of a thread means the caller itself; the handler's thread needs a true one.
-  if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &readerThread, 0, FALSE,
-                       DUPLICATE_SAME_ACCESS)) {
-    ThrowLastError("DuplicateHandle");
-  }
   if (!SetConsoleCtrlHandler(NoteInterrupt, TRUE)) ThrowLastError("SetConsoleCtrlHandler");
 }
 
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
 
-void WaitForInterrupt(std::chrono::milliseconds time) {
-  WaitForSingleObject(interruptEvent, static_cast<DWORD>(time.count()));
+void StopReading() {
+  readingStopped.store(true);
+  // The reader may be about to enter its call, where a cancellation that came too early has no effect.
+  while (const HANDLE thread = readingThread.load()) {
+    CancelSynchronousIo(thread);
+    Sleep(10);
+  }
+}
+
+void EndProcess(int status) {
+  // ExitProcess would run the destructors of libraries whose threads it has just killed.
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
+  std::abort();
 }
 
 struct InputFile::Handle {
   HANDLE file = GetStdHandle(STD_INPUT_HANDLE);
   std::string name = "standard input";
   bool owned = false;
+  HANDLE thread = DuplicateCurrentThread();
 };
 
-InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {}
+InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {
+  if (GetFileType(m_pHandle->file) != FILE_TYPE_UNKNOWN) return;
+  SetLastError(ERROR_INVALID_HANDLE);
+  ThrowLastError(m_pHandle->name);
+}
 
 InputFile::InputFile(const std::filesystem::path& path) {
   const std::string name = WindowsAgentCommon::WideToUtf8(path.wstring());
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                   nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
   if (file == INVALID_HANDLE_VALUE) ThrowLastError(name);
-  m_pHandle = std::make_unique<Handle>(Handle{file, name, true});
+  m_pHandle = std::make_unique<Handle>(Handle{file, name, true, DuplicateCurrentThread()});
 }
 
 InputFile::~InputFile() {
   if (m_pHandle->owned) CloseHandle(m_pHandle->file);
+  CloseHandle(m_pHandle->thread);
 }
 
-std::size_t InputFile::Read(char* buffer, std::size_t size) {
+std::optional<std::size_t> InputFile::Read(char* buffer, std::size_t size) {
   const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(size, 0x40000000));
   DWORD count = 0;
-  reading.store(true);
-  const bool read = !interrupted.load() && ReadFile(m_pHandle->file, buffer, wanted, &count, nullptr);
+  readingThread.store(m_pHandle->thread);
+  const bool isStopped = readingStopped.load();
+  const bool isRead = !isStopped && ReadFile(m_pHandle->file, buffer, wanted, &count, nullptr);
   const DWORD error = GetLastError();
-  reading.store(false);
-  if (read) return count;
-  // A pipe whose writer has gone has ended; a cancelled read belongs to a program that shall end.
-  if (IsInterrupted() || error == ERROR_BROKEN_PIPE || error == ERROR_HANDLE_EOF) return 0;
+  readingThread.store(nullptr);
+  if (isRead) return count;
+  if (readingStopped.load()) return std::nullopt;
+  // A pipe whose writer has gone has ended.
+  if (error == ERROR_BROKEN_PIPE || error == ERROR_HANDLE_EOF) return 0;
   throw std::system_error(static_cast<int>(error), std::system_category(), m_pHandle->name);
 }
 

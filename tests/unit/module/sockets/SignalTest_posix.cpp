@@ -30,7 +30,7 @@ class CountedSignal {
  public:
   explicit CountedSignal(int number) : m_number(number) {
     handled = 0;
-    struct sigaction action {};
+    struct sigaction action = {};
     action.sa_handler = &Count;
     sigaction(number, &action, &m_previous);
   }
@@ -40,7 +40,7 @@ class CountedSignal {
 
  private:
   const int m_number;
-  struct sigaction m_previous {};
+  struct sigaction m_previous = {};
 };
 
 /// Sends signals to the thread that made it, one every few milliseconds, for some seconds at most.

@@ -1,6 +1,8 @@
 // MD5 by the system's own means.
 #pragma once
 
+#include <SorvexCommonExport.h>
+
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -8,7 +10,7 @@
 namespace WindowsAgentCommon {
 
 /// An MD5 in the making, for one thread. A system that does not offer MD5 gives an empty text.
-class MD5Digest {
+class SORVEXCOMMON_EXPORT MD5Digest {
  public:
   MD5Digest();
   ~MD5Digest();

@@ -1,0 +1,83 @@
+#include <BoundedRun.h>
+
+#include <Output.h>
+#include <platform/Platform.h>
+
+#include <future>
+#include <thread>
+#include <utility>
+
+namespace sorvex::agent {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Of a command that was cut short: 128 and the number of the interrupt signal, as a shell says it.
+constexpr int cutShortStatus = 130;
+constexpr auto cutShortPatience = 1500ms;
+
+/// How often an interrupt is looked for.
+constexpr auto lookInterval = 50ms;
+
+/// How long printing may take: whoever reads the output may have stopped.
+constexpr auto printPatience = 200ms;
+
+}  // namespace
+
+LastWords::LastWords()
+    : m_bound{cutShortPatience, cutShortStatus},
+      m_print([] { PrintError("asked to end; the command was cut short"); }) {}
+
+void LastWords::Prepare(const Bound& bound, std::function<void()> print) {
+  const std::lock_guard lock(m_mutex);
+  m_bound = bound;
+  m_print = std::move(print);
+}
+
+bool LastWords::Withdraw() {
+  const std::lock_guard printLock(m_printMutex);
+  const std::lock_guard lock(m_mutex);
+  m_print = nullptr;
+  return !m_bPrinted;
+}
+
+LastWords::Bound LastWords::GetBound() const {
+  const std::lock_guard lock(m_mutex);
+  return m_bound;
+}
+
+void LastWords::Print() {
+  const std::lock_guard printLock(m_printMutex);
+  std::function<void()> print;
+  {
+    const std::lock_guard lock(m_mutex);
+    print = std::exchange(m_print, nullptr);
+    m_bPrinted = true;
+  }
+  if (print) print();
+}
+
+int RunBounded(const std::function<int(LastWords&)>& command) {
+  LastWords lastWords;
+  std::packaged_task<int()> task([&] { return command(lastWords); });
+  std::future<int> status = task.get_future();
+  std::thread thread(std::move(task));
+  while (status.wait_for(lookInterval) != std::future_status::ready && !IsInterrupted()) {
+  }
+  const LastWords::Bound bound = lastWords.GetBound();
+  if (status.wait_for(bound.patience) == std::future_status::ready) {
+    thread.join();
+    return status.get();
+  }
+  std::packaged_task<void()> print([&] {
+    lastWords.Print();
+    FlushOutput();
+  });
+  const std::future<void> printed = print.get_future();
+  std::thread(std::move(print)).detach();
+  printed.wait_for(printPatience);
+  // Both threads may be at work still, on what stands in this frame: it is never left.
+  EndProcess(bound.status);
+}
+
+}  // namespace sorvex::agent

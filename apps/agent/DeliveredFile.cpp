@@ -1,0 +1,103 @@
+#include <DeliveredFile.h>
+
+#include <platform/Platform.h>
+#include <shared/platform/FileReplacement.h>
+
+#include <SorvexHost/MD5Digest.h>
+#include <host/Text.h>
+
+#include <algorithm>
+#include <optional>
+#include <streambuf>
+#include <string_view>
+#include <system_error>
+
+namespace sorvex::agent {
+namespace {
+
+/// A device or a folder cannot be replaced by a file, or should not.
+const std::filesystem::path& Replaceable(const std::filesystem::path& path) {
+  if (std::filesystem::exists(path) && !std::filesystem::is_regular_file(path)) {
+    throw std::system_error(std::make_error_code(std::errc::invalid_argument),
+                            WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::PathToWide(path)));
+  }
+  return path;
+}
+
+char LowerCase(char character) {
+  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+}  // namespace
+
+class DeliveredFile::Buffer : public std::streambuf {
+ public:
+  explicit Buffer(const std::filesystem::path& path) : m_file(Replaceable(path)) {}
+
+  FileReplacement& File() { return m_file; }
+  std::uint64_t Size() const { return m_size.load(std::memory_order_relaxed); }
+
+  /// Returns the digest; throws what a write has failed with.
+  std::string Finish() {
+    if (m_error) throw std::system_error(*m_error);
+    return m_digest.Finish();
+  }
+
+ protected:
+  /// Whoever writes may not expect an exception: it is kept for `Finish`.
+  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+    constexpr std::size_t partBytes = 0x100000;
+    std::string_view rest(bytes, static_cast<std::size_t>(count));
+    while (!rest.empty()) {
+      if (IsInterrupted() || m_error) break;
+      const std::string_view part = rest.substr(0, partBytes);
+      try {
+        m_file.Write(part);
+      } catch (const std::system_error& error) {
+        m_error = error;
+        break;
+      }
+      m_digest.Add(part.data(), part.size());
+      m_size.fetch_add(part.size(), std::memory_order_relaxed);
+      rest.remove_prefix(part.size());
+    }
+    return count - static_cast<std::streamsize>(rest.size());
+  }
+
+  int_type overflow(int_type character) override {
+    if (traits_type::eq_int_type(character, traits_type::eof())) return traits_type::not_eof(character);
+    const char byte = traits_type::to_char_type(character);
+    return xsputn(&byte, 1) == 1 ? character : traits_type::eof();
+  }
+
+ private:
+  FileReplacement m_file;
+  WindowsAgentCommon::MD5Digest m_digest;
+  std::atomic<std::uint64_t> m_size{0};
+  std::optional<std::system_error> m_error;
+};
+
+DeliveredFile::DeliveredFile(const std::filesystem::path& path)
+    : m_pBuffer(std::make_unique<Buffer>(path)), m_stream(m_pBuffer.get()) {}
+DeliveredFile::~DeliveredFile() = default;
+
+std::ostream& DeliveredFile::Stream() { return m_stream; }
+std::uint64_t DeliveredFile::Size() const { return m_pBuffer->Size(); }
+
+void DeliveredFile::Finish() {
+  m_strDigest = m_pBuffer->Finish();
+  if (!m_stream) throw std::system_error(std::make_error_code(std::errc::interrupted), "writing");
+}
+
+const std::string& DeliveredFile::GetDigest() const { return m_strDigest; }
+
+void DeliveredFile::Keep() {
+  m_pBuffer->File().Flush();
+  m_pBuffer->File().Commit();
+}
+
+bool AreSameDigest(const std::string& left, const std::string& right) {
+  return !left.empty() && std::ranges::equal(left, right, {}, LowerCase, LowerCase);
+}
+
+}  // namespace sorvex::agent

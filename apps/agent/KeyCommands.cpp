@@ -1,0 +1,136 @@
+#include <KeyCommands.h>
+
+#include <Base64.h>
+#include <Output.h>
+#include <platform/KeyStore.h>
+#include <platform/Platform.h>
+
+#include <SorvexHost/Directories.h>
+#include <host/Digest.h>
+#include <host/Text.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace sorvex::agent {
+namespace {
+
+/// The container of the key that the module decrypts tokens with.
+constexpr const char* tokenContainer = "Sorvex.ConfigServerConnection";
+
+/// What agents send ahead of their RSAPublicKey: the head of a SubjectPublicKeyInfo for 1024 bits.
+constexpr std::array<std::uint8_t, 22> publicKeyHead{0x30, 0x81, 0x9F, 0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
+                                                     0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00, 0x03, 0x81, 0x8D, 0x00};
+
+std::string ToHex(const std::vector<std::uint8_t>& bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
+  }
+  return text;
+}
+
+void PrintPublicKey(const KeyStore& store) {
+  std::vector<std::uint8_t> bytes(publicKeyHead.begin(), publicKeyHead.end());
+  const std::vector<std::uint8_t> key = store.PublicKey();
+  bytes.insert(bytes.end(), key.begin(), key.end());
+  PrintValue("public-key", ToHex(bytes));
+  PrintValue("md5", WindowsAgentCommon::MD5Sum(bytes.data(), bytes.size()));
+}
+
+/// A token for a moment; wiped.
+class Token {
+ public:
+  Token() = default;
+  ~Token() { Wipe(); }
+  Token(const Token&) = delete;
+  Token& operator=(const Token&) = delete;
+
+  void Add(std::string_view text) {
+    if (m_bytes.size() + text.size() > maxBytes) throw std::runtime_error("the token is too long");
+    m_bytes.insert(m_bytes.end(), text.begin(), text.end());
+  }
+
+  /// What a line of input ends with is no part of it.
+  void RemoveLineEnd() {
+    while (!m_bytes.empty() && (m_bytes.back() == '\n' || m_bytes.back() == '\r')) m_bytes.pop_back();
+  }
+
+  const std::vector<std::uint8_t>& Bytes() const { return m_bytes; }
+
+ private:
+  static constexpr std::size_t maxBytes = 4096;
+
+  void Wipe() {
+    volatile std::uint8_t* const bytes = m_bytes.data();
+    for (std::size_t i = 0; i < m_bytes.capacity(); ++i) bytes[i] = 0;
+  }
+
+  std::vector<std::uint8_t> m_bytes = [] {
+    std::vector<std::uint8_t> bytes;
+    // It never moves, so that nothing of it stays behind.
+    bytes.reserve(maxBytes);
+    return bytes;
+  }();
+};
+
+void ReadToken(Token& token) {
+  InputFile input;
+  std::array<char, 512> part;
+  for (;;) {
+    const std::optional<std::size_t> count = input.Read(part.data(), part.size());
+    if (!count) throw std::runtime_error("asked to end before the token was read");
+    if (*count == 0) break;
+    token.Add({part.data(), *count});
+    std::ranges::fill(part, '\0');
+  }
+  token.RemoveLineEnd();
+}
+
+int Run(const KeyCreateCommand& command) {
+  const KeyStore store(command.container);
+  try {
+    store.Create(command.force ? KeyStore::Existing::Replace : KeyStore::Existing::Keep);
+  } catch (const std::system_error& error) {
+    if (error.code() != std::errc::file_exists) throw;
+    throw std::runtime_error("the container has a key already; --force replaces it, and the server knows the old one");
+  }
+  PrintPublicKey(store);
+  return 0;
+}
+
+int Run(const KeyShowCommand& command) {
+  PrintPublicKey(KeyStore(command.container));
+  return 0;
+}
+
+int Run(const TokenProtectCommand& command) {
+  Token token;
+  if (command.token == "-") {
+    ReadToken(token);
+  } else {
+    token.Add(command.token);
+  }
+  if (token.Bytes().empty()) throw std::runtime_error("there is no token");
+  const KeyStore store(tokenContainer);
+  if (!store.HasKey()) store.Create(KeyStore::Existing::Keep);
+  const std::vector<std::uint8_t> secured = store.Encrypt(token.Bytes());
+  PrintValue("secured-token", EncodeBase64({reinterpret_cast<const char*>(secured.data()), secured.size()}));
+  return 0;
+}
+
+}  // namespace
+
+int RunLocalCommand(const LocalCommand& command, const std::string& configDirectory) {
+  if (!configDirectory.empty()) WindowsAgentCommon::SetConfigPath(WindowsAgentCommon::Utf8ToWide(configDirectory));
+  return std::visit([](const auto& local) { return Run(local); }, command);
+}
+
+}  // namespace sorvex::agent

@@ -1,0 +1,27 @@
+// A line of standard error that changes while something is under way.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace sorvex::agent {
+
+/// Shows the text twice a second until it is destroyed. Without a terminal it does nothing.
+class StatusLine {
+ public:
+  /// `text` is called in another thread. It outlives the line, and what it uses does.
+  explicit StatusLine(std::function<std::string()> text);
+
+ private:
+  void Show() const;
+
+  std::function<std::string()> m_text;
+  std::mutex m_mutex;
+  std::condition_variable_any m_wakeUp;
+  std::jthread m_thread;  ///< last: it uses the others until it is joined
+};
+
+}  // namespace sorvex::agent

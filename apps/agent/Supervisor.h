@@ -1,0 +1,53 @@
+// What keeps a destination from holding up the end of the program.
+#pragma once
+
+#include <Outlet.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <thread>
+#include <vector>
+
+namespace sorvex::agent {
+
+/// Looks at every outlet many times a second, in a thread of its own, and gives up the one whose time is over:
+/// - one that has not moved for the time that the user gave;
+/// - every one a little after the program was asked to end, when what had been read should have been handed over;
+/// - one that has not moved for five seconds after the end of the input, where it keeps others from ending.
+/// What an outlet then still writes is bounded as well. When all are given up, reading ends. A datagram now and then
+/// between failures is no movement: where nobody listens, some systems accept every other one.
+class Supervisor {
+ public:
+  /// `outlets` outlive the supervisor; it is made before they are opened and destroyed after they were closed.
+  Supervisor(const std::vector<std::unique_ptr<Outlet>>& outlets, const ForwardCommand& command);
+
+ private:
+  using Time = std::chrono::steady_clock::time_point;
+
+  struct Watched {
+    Outlet& outlet;
+    OutletActivity last;
+    Time unmovedSince;
+    std::optional<Time> lastFailure;
+    std::optional<Time> failingSince;  ///< one failure has followed another since
+    std::optional<Time> abandonTime;
+  };
+
+  void Run(const std::stop_token& stop);
+  void Look(Watched& watched, Time now);
+  void NoteActivity(Watched& watched, Time now) const;
+  std::optional<std::string> ReasonToGiveUp(const Watched& watched, Time now) const;
+
+  const std::optional<double> m_giveUpAfter;
+  std::vector<Watched> m_watched;
+  std::optional<Time> m_interruptTime;
+  std::mutex m_mutex;
+  std::condition_variable_any m_wakeUp;
+  std::jthread m_thread;  ///< last: it uses the others until it is joined
+};
+
+}  // namespace sorvex::agent

@@ -1,0 +1,36 @@
+// The machine's key containers, as the agent's installer makes them. The module reads the same ones.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sorvex::agent {
+
+/// A container by its name in UTF-8; the empty one is the default. Every operation throws `std::system_error` saying
+/// what failed; no text of it holds key material.
+class KeyStore {
+ public:
+  /// Throws `std::invalid_argument` for a name that no container can have.
+  explicit KeyStore(const std::string& container);
+
+  /// Whether there is a key pair, usable or not.
+  bool HasKey() const;
+
+  enum class Existing { Replace, Keep };
+
+  /// Makes a pair for exchange, RSA with 1024 bits: agents send the public one in a form that fits no other. With
+  /// `Existing::Keep` it fails with `std::errc::file_exists` when there is one.
+  void Create(Existing existing) const;
+
+  /// The public key: RSAPublicKey (PKCS #1, DER).
+  std::vector<std::uint8_t> PublicKey() const;
+
+  /// `plain` encrypted with the public key (OAEP with SHA-1), most significant byte first.
+  std::vector<std::uint8_t> Encrypt(const std::vector<std::uint8_t>& plain) const;
+
+ private:
+  std::string m_container;
+};
+
+}  // namespace sorvex::agent

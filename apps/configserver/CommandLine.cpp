@@ -1,0 +1,93 @@
+#include <CommandLine.h>
+
+#include <Text.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+
+namespace sorvex::configserver {
+namespace {
+
+const std::map<std::string, Exchange> exchanges{{"connect", Exchange::Establishment2},
+                                                {"register", Exchange::Registration},
+                                                {"status", Exchange::Status},
+                                                {"configuration", Exchange::Configuration},
+                                                {"patch", Exchange::Patch}};
+
+}  // namespace
+
+std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& status) {
+  Options options;
+  std::string data;
+  std::string certificate;
+  std::string key;
+  std::string wireVersion = "2.0";
+  std::uint32_t idleSeconds = 60;
+  std::uint32_t requestSeconds = 30;
+  std::string fault;
+  Exchange faultExchange{};
+  std::uint32_t faultTimes = 0;
+
+  CLI::App app("A reference configuration server: serves agents out of one folder.", "sorvex-configserver");
+  // A file may be called /help; options begin with hyphens on every platform.
+  app.allow_windows_style_options(false);
+  app.add_option("--data", data, "Folder of tokens, configurations, agents and patches")->required()->type_name("DIR");
+  app.add_option("--wire-port", options.wirePort, "Port of the wire protocol (default: 8413; 0: any free one)");
+  app.add_option("--listen", options.listen, "Address to listen on (default: 0.0.0.0; :: for IPv6 as well)")
+      ->type_name("ADDRESS");
+  CLI::Option* const certificateOption =
+      app.add_option("--certificate", certificate,
+                     "Certificate to show, PEM, followed by its issuers (default: one of the server's own making)")
+          ->type_name("FILE");
+  CLI::Option* const keyOption = app.add_option("--key", key, "Its key, PEM")->type_name("FILE");
+  certificateOption->needs(keyOption);
+  keyOption->needs(certificateOption);
+  app.add_option("--wire-version", wireVersion, "Highest version to speak: 2.0 (default) or 1.0")
+      ->check(CLI::IsMember({"1.0", "2.0"}));
+  app.add_option("--max-agents", options.maxAgents, "Agents to serve at once; further ones are told to come later");
+  app.add_option("--idle-timeout", idleSeconds, "How long a connection may be silent (default: 60)")
+      ->type_name("SECONDS")
+      ->check(CLI::PositiveNumber);
+  app.add_option("--request-timeout", requestSeconds, "How long a handshake or a request may take (default: 30)")
+      ->type_name("SECONDS")
+      ->check(CLI::PositiveNumber);
+  CLI::Option* const faultOption =
+      app.add_option("--fault", fault, "Misbehave, for tests: " + Fault::Kinds())->type_name("KIND[:N]");
+  CLI::Option* const onOption =
+      app.add_option("--fault-on", faultExchange, "Only then: connect, register, status, configuration or patch")
+          ->transform(CLI::CheckedTransformer(exchanges))
+          ->type_name("EXCHANGE")
+          ->needs(faultOption);
+  CLI::Option* const timesOption =
+      app.add_option("--fault-times", faultTimes, "Only so many times")->type_name("N")->needs(faultOption);
+
+  try {
+    // CLI11 takes the arguments in reverse.
+    std::reverse(arguments.begin(), arguments.end());
+    app.parse(std::move(arguments));
+    if (faultOption->count() > 0) {
+      const std::optional<Fault> parsed = Fault::Parse(fault);
+      if (!parsed)
+        throw CLI::ValidationError("--fault", "'" + fault + "' is not KIND[:N] with one of " + Fault::Kinds());
+      options.fault = *parsed;
+      if (onOption->count() > 0) options.fault.LimitTo(faultExchange);
+      if (timesOption->count() > 0) options.fault.LimitTimes(faultTimes);
+    }
+  } catch (const CLI::ParseError& error) {
+    // CLI11's own exit codes do not matter here: all are wrong usage, but for a request for help.
+    status = app.exit(error, std::cout, std::cerr) == 0 ? 0 : 2;
+    return std::nullopt;
+  }
+  options.data = Utf8ToPath(data);
+  options.certificate = Utf8ToPath(certificate);
+  options.key = Utf8ToPath(key);
+  if (wireVersion == "1.0") options.wireVersion = WireVersion::V1;
+  options.idleTimeout = std::chrono::seconds(idleSeconds);
+  options.requestTimeout = std::chrono::seconds(requestSeconds);
+  return options;
+}
+
+}  // namespace sorvex::configserver

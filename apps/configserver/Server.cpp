@@ -1,0 +1,136 @@
+#include <Server.h>
+
+#include <Identity.h>
+#include <Log.h>
+#include <Text.h>
+#include <platform/Platform.h>
+
+#include <boost/asio/ip/v6_only.hpp>
+
+#include <openssl/crypto.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace sorvex::configserver {
+namespace {
+
+using boost::asio::ip::tcp;
+using boost::system::error_code;
+using namespace std::chrono_literals;
+
+/// The files of the command line, or the folder's own, made on the first start.
+Identity FindIdentity(const Options& options) {
+  if (!options.certificate.empty()) return ReadIdentity(options.certificate, options.key);
+  const std::filesystem::path certificate = options.data / "certificate.pem";
+  const std::filesystem::path key = options.data / "key.pem";
+  // With one of them missing, agents that trust the old certificate would have to be told of a new one.
+  if (!std::filesystem::exists(certificate) && !std::filesystem::exists(key)) {
+    MakeIdentity(certificate, key);
+    WriteLog("made the certificate " + PathToUtf8(certificate));
+  }
+  return ReadIdentity(certificate, key);
+}
+
+boost::asio::ssl::context MakeTlsContext(const Options& options) {
+  boost::asio::ssl::context context(boost::asio::ssl::context::tls_server);
+  SSL_CTX* const native = context.native_handle();
+  SSL_CTX_set_min_proto_version(native, TLS1_2_VERSION);
+  // No agent resumes a session.
+  SSL_CTX_set_session_cache_mode(native, SSL_SESS_CACHE_OFF);
+  SSL_CTX_set_num_tickets(native, 0);
+  SSL_CTX_set_options(native, SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION);
+  // Nobody is there to type a password.
+  context.set_password_callback([](std::size_t, boost::asio::ssl::context::password_purpose) { return std::string(); });
+
+  Identity identity = FindIdentity(options);
+  error_code error;
+  context.use_certificate_chain(boost::asio::buffer(identity.certificate), error);
+  if (!error) context.use_private_key(boost::asio::buffer(identity.key), boost::asio::ssl::context::pem, error);
+  OPENSSL_cleanse(identity.key.data(), identity.key.size());
+  if (error || SSL_CTX_check_private_key(native) != 1) {
+    throw std::runtime_error("the certificate and its key cannot be used" + (error ? ": " + error.message() : ""));
+  }
+  return context;
+}
+
+std::string PublicKeyOf(boost::asio::ssl::context& context) {
+  unsigned char* encoded = nullptr;
+  const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(SSL_CTX_get0_certificate(context.native_handle())), &encoded);
+  if (size < 0) throw std::runtime_error("the certificate has no public key");
+  std::string key(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(size));
+  OPENSSL_free(encoded);
+  return key;
+}
+
+tcp::acceptor Listen(boost::asio::io_context& context, const Options& options) {
+  const tcp::endpoint endpoint(boost::asio::ip::make_address(options.listen), options.wirePort);
+  tcp::acceptor acceptor(context, endpoint.protocol());
+  if (endpoint.address().is_v6()) acceptor.set_option(boost::asio::ip::v6_only(false));
+  if (MayReuseAddress()) acceptor.set_option(tcp::acceptor::reuse_address(true));
+  acceptor.bind(endpoint);
+  acceptor.listen();
+  return acceptor;
+}
+
+}  // namespace
+
+Server::Server(const Options& options)
+    : m_folder(options.data),
+      m_tls(MakeTlsContext(options)),
+      m_service{.folder = m_folder,
+                .tls = m_tls,
+                .serverKey = PublicKeyOf(m_tls),
+                .wireVersion = options.wireVersion,
+                .maxAgents = options.maxAgents,
+                .idleTimeout = options.idleTimeout,
+                .requestTimeout = options.requestTimeout,
+                .fault = options.fault},
+      m_context(1),
+      m_endSignals(m_context),
+      m_acceptor(Listen(m_context, options)),
+      m_acceptPause(m_context) {
+  RaiseDescriptorLimit();
+  for (const int signal : EndSignals()) m_endSignals.add(signal);
+}
+
+void Server::Run() {
+  m_endSignals.async_wait([this](const error_code& error, int) {
+    if (error) return;
+    WriteLog("stopped");
+    m_context.stop();
+  });
+  const tcp::endpoint endpoint = m_acceptor.local_endpoint();
+  WriteLog("listening on " + endpoint.address().to_string() + " port " + std::to_string(endpoint.port()));
+  if (!m_folder.HasTokens()) WriteLog("warning: tokens.txt has no token, so every agent is accepted");
+  Accept();
+  while (!m_context.stopped()) {
+    try {
+      m_context.run();
+    } catch (const std::exception& error) {
+      WriteLog(std::string("error: ") + error.what());
+    }
+  }
+}
+
+void Server::Accept() {
+  m_acceptor.async_accept([this](const error_code& error, tcp::socket socket) {
+    // Without a descriptor for it a caller stays where he is, and the acceptor would say so again at once.
+    if (error) return AcceptLater();
+    std::make_shared<Connection>(std::move(socket), m_service)->Start();
+    Accept();
+  });
+}
+
+void Server::AcceptLater() {
+  m_acceptPause.expires_after(200ms);
+  m_acceptPause.async_wait([this](const error_code& error) {
+    if (!error) Accept();
+  });
+}
+
+}  // namespace sorvex::configserver
