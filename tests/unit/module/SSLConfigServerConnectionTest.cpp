@@ -591,6 +591,20 @@ TEST_F(DirectTls, AnExchangeThatBreaksOffIsNoResponse) {
             "terminated unexpectedly");
 }
 
+TEST_F(DirectTls, AnswersThatAreCutAtAnyByteAreNoResponse) {
+  Initialize();
+  const std::string answers = established2 + Response2("00000002", "00000001");
+  for (std::size_t cut = 0; cut < answers.size(); ++cut) {
+    m_server.m_next = {{answers.substr(0, cut)}};
+    EXPECT_FALSE(m_connection.RegisterInstance("os", "7.2.5")) << cut;
+    EXPECT_EQ(ErrorCode(), noResponse) << cut;
+    EXPECT_EQ(ResultCode(), noResponse) << cut;
+    EXPECT_EQ(m_server.m_open, 0) << cut;
+  }
+  m_server.m_next = {{answers}};
+  EXPECT_TRUE(m_connection.RegisterInstance("os", "7.2.5"));
+}
+
 TEST_F(DirectTls, TestsWithTheDiagnosticFlagAndOnlyThen) {
   Initialize();
   m_server.m_next = {{established2}, {""}, {established2}};

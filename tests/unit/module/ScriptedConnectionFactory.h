@@ -30,6 +30,7 @@ struct Conversation {
 struct ScriptedServer {
   std::deque<Conversation> m_next;
   std::vector<std::string> m_received;  ///< by each connection
+  bool m_bKeepsReceived = true;         ///< false for a test that looks for secrets in memory
   std::vector<FakeRawSocket::Call> m_calls;
   int m_attempts = 0;
   int m_open = 0;
@@ -69,6 +70,7 @@ class ScriptedRawSocket : public WindowsAgentCommon::IRawSocket {
   }
   std::int32_t Send(const void* buffer, std::uint32_t length) override {
     if (!m_pipe) return -1;
+    if (!m_server.m_bKeepsReceived) return static_cast<std::int32_t>(length);
     m_server.m_received.back().append(static_cast<const char*>(buffer), length);
     return Keep(m_pipe->Send(buffer, length), length);
   }

@@ -3,8 +3,10 @@
 #include "FakeComponentFactory.h"
 #include "FreedMemory.h"
 #include "InstallationDirectory.h"
+#include "ScriptedConnectionFactory.h"
 #include "wire/TestBlock.h"
 
+#include "connection/SSLConfigServerConnection.h"
 #include "factory/ConnectionFactory.h"
 #include "install/ApplicationToken.h"
 #include "install/InstallConfigFileProcessor.h"
@@ -189,6 +191,31 @@ TEST_F(TokenOfClient, IsGoneAfterVersion2) {
   EXPECT_EQ(m_socket->m_tokens, 1);
   EXPECT_GT(freed.Blocks(), 0);
   EXPECT_EQ(freed.BlocksWithSecret(), 0);
+}
+
+TEST(TokenOfDirectTlsConnection, IsGoneAfterConversationsInBothVersions) {
+  const InstallationDirectory installation;
+  const sorvex::test::RecordingLogger log;
+  installation.Write("config/ConfigurationServer.PEM", "trusted");
+  StoreInContainer(ApplicationKey::Of(1024), "");
+  sorvex::test::ScriptedServer server;
+  sorvex::test::FakeComponentFactory host;
+  host.Offer("IConnectionFactory", [&] { return new sorvex::test::ScriptedConnectionFactory(server); });
+  host.LoadService("IConnectionFactory");
+  server.m_bKeepsReceived = false;
+  const std::string established1 = sorvex::test::HexBytes("00000001 0000000B 00000003 '1.0' 00000000");
+  server.m_next = {{established1}, {established1}};
+  const ParameterBlock parameters{{"ConfigurationServer", "server.example"}, {"ApplicationToken", longToken}};
+  const FreedMemory freed(longToken);
+  {
+    VaroCommunicationAPI::SSLConfigServerConnection connection;
+    connection.Initialize(parameters);
+    EXPECT_TRUE(connection.Connect());
+    EXPECT_EQ(server.m_attempts, 2);
+  }
+  EXPECT_GT(freed.Blocks(), 0);
+  EXPECT_EQ(freed.BlocksWithSecret(), 0);
+  for (const std::string& line : log->Lines()) EXPECT_EQ(line.find(longToken), std::string::npos);
 }
 
 }  // namespace
