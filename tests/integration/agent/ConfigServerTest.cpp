@@ -23,6 +23,7 @@ class ServedAgent {
       : m_server(serverArguments),
         m_installation("ConfigurationServer=127.0.0.1\nConfigurationServerPort=" + std::to_string(m_server.Port()) +
                        "\nApplicationIdentifier=agent-7\nApplicationToken=" + token + "\n" + installLines) {
+    ReserveContainers();
     const ProcessResult made = m_installation.Run({"key", "create", "--force"});
     EXPECT_EQ(made.status, 0) << made.errors;
     m_key = Value(made.output, "public-key");

@@ -39,6 +39,10 @@ std::string EncodeBase64(const std::vector<std::uint8_t>& bytes);
 /// default one. Below the current configuration directory where the system keeps containers in files.
 void StoreInContainer(const ApplicationKey& key, const std::string& containerName = "Sorvex.ConfigServerConnection");
 
+/// Where containers are the machine's, keeps those of other test programs waiting until this test ends. For a test that
+/// has them made by others; `StoreInContainer` does it by itself.
+void ReserveContainers();
+
 /// Takes away a container that `StoreInContainer` made in this test.
 void RemoveContainer(const std::string& containerName);
 

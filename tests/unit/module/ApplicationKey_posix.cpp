@@ -26,6 +26,8 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
   ::chmod(path.c_str(), 0600);
 }
 
+void ReserveContainers() {}
+
 void RemoveContainer(const std::string& containerName) { std::filesystem::remove(ContainerFile(containerName)); }
 
 ContainerRemoval::ContainerRemoval(const std::string& containerName) : m_containerName(containerName) {}

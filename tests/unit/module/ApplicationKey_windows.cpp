@@ -12,23 +12,32 @@
 
 #include <memory>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <system_error>
 
 namespace sorvex::test {
 
 namespace {
 
+constexpr const wchar_t* providerName = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
+
 /// Opens a machine key container, as `flags` say.
 HCRYPTPROV Acquire(const std::wstring& name, DWORD flags) {
   HCRYPTPROV provider = 0;
-  if (!CryptAcquireContextW(&provider, name.c_str(), L"Microsoft Enhanced RSA and AES Cryptographic Provider",
-                            PROV_RSA_AES, CRYPT_MACHINE_KEYSET | flags)) {
+  if (!CryptAcquireContextW(&provider, name.c_str(), providerName, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | flags)) {
     throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CryptAcquireContext");
   }
   return provider;
 }
 
-/// Removes the containers that a test made; the system would keep them for good.
+void DeleteIfThere(const std::wstring& name) {
+  HCRYPTPROV none = 0;
+  CryptAcquireContextW(&none, name.c_str(), providerName, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | CRYPT_DELETEKEYSET);
+}
+
+/// Removes the containers that a test made; the system would keep them for good. They are the machine's, and several
+/// test programs run at once: from its first container to its end a test has them for itself.
 class ContainerRemover : public testing::EmptyTestEventListener {
  public:
   /// The one of this program; GoogleTest owns it.
@@ -41,24 +50,41 @@ class ContainerRemover : public testing::EmptyTestEventListener {
     return *remover;
   }
 
-  /// Makes the container, in place of an older one of a test.
+  ContainerRemover() : m_turn(CreateMutexW(nullptr, FALSE, L"Sorvex.TestKeyContainers")) {}
+  ~ContainerRemover() override { CloseHandle(m_turn); }
+
+  void TakeTurn() {
+    constexpr DWORD patienceMs = 600'000;
+    if (m_bMyTurn) return;
+    if (WaitForSingleObject(m_turn, patienceMs) == WAIT_TIMEOUT) {
+      throw std::runtime_error("another test keeps the key containers");
+    }
+    m_bMyTurn = true;
+  }
+
+  /// Makes the container, in place of one that a test left.
   HCRYPTPROV Make(const std::wstring& name) {
-    if (!m_names.insert(name).second) Acquire(name, CRYPT_DELETEKEYSET);
+    TakeTurn();
+    m_names.insert(name);
+    DeleteIfThere(name);
     return Acquire(name, CRYPT_NEWKEYSET);
   }
 
-  /// Removes a container that a test made.
-  void Remove(const std::wstring& name) {
-    if (m_names.erase(name) != 0) Acquire(name, CRYPT_DELETEKEYSET);
-  }
+  /// Removes a container that this test made.
+  void Remove(const std::wstring& name) { Acquire(name, CRYPT_DELETEKEYSET); }
 
   void OnTestEnd(const testing::TestInfo&) override {
-    for (const std::wstring& name : m_names) Acquire(name, CRYPT_DELETEKEYSET);
+    if (!m_bMyTurn) return;
+    for (const std::wstring& name : m_names) DeleteIfThere(name);
     m_names.clear();
+    ReleaseMutex(m_turn);
+    m_bMyTurn = false;
   }
 
  private:
-  std::set<std::wstring> m_names;
+  const HANDLE m_turn;
+  bool m_bMyTurn = false;
+  std::set<std::wstring> m_names;  ///< of this test
 };
 
 }  // namespace
@@ -83,6 +109,8 @@ void StoreInContainer(const ApplicationKey& key, const std::string& containerNam
   CryptReleaseContext(provider, 0);
   if (!succeeded) throw std::system_error(static_cast<int>(error), std::system_category(), "CryptImportKey");
 }
+
+void ReserveContainers() { ContainerRemover::Instance().TakeTurn(); }
 
 void RemoveContainer(const std::string& containerName) {
   ContainerRemover::Instance().Remove(WindowsAgentCommon::Utf8ToWide(containerName));
