@@ -52,7 +52,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
                              std::string& md5) override {
     std::string names;
     for (const std::string& name : outOfDate) names += " " + name;
-    return Exchange("RetrieveSoftwarePatch" + names) == 0 && Deliver(output, md5);
+    return Exchange("RetrieveSoftwarePatch" + names) >= 0 && Deliver(output, md5);
   }
 
   bool GetServerPublicKey(std::uint8_t* buffer, std::uint32_t& size) override {
