@@ -8,7 +8,7 @@
 namespace sorvex::configserver {
 namespace {
 
-constexpr std::size_t maxFolderNameBytes = 200;
+constexpr std::size_t maxFolderNameBytes = 128;
 
 std::string HexByte(const char* prefix, char byte) {
   std::array<char, 8> text{};

@@ -7,7 +7,7 @@
 
 namespace sorvex::agent {
 
-/// A container by its name in UTF-8; the empty one is the default. Every operation throws `std::system_error` saying
+/// A container by its name in UTF-8; the empty one is the default. Every operation throws `std::exception` saying
 /// what failed; no text of it holds key material.
 class KeyStore {
  public:
@@ -20,7 +20,7 @@ class KeyStore {
   enum class Existing { Replace, Keep };
 
   /// Makes a pair for exchange, RSA with 1024 bits: agents send the public one in a form that fits no other. With
-  /// `Existing::Keep` it fails with `std::errc::file_exists` when there is one.
+  /// `Existing::Keep` it throws `std::system_error` with `std::errc::file_exists` when there is one.
   void Create(Existing existing) const;
 
   /// The public key: RSAPublicKey (PKCS #1, DER).

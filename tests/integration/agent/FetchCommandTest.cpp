@@ -1,6 +1,8 @@
 // What the agent does with what a configuration server delivers.
 #include "FetchCommandTest.h"
 
+#include "support/RecordingLogger.h"
+
 namespace sorvex::test {
 namespace {
 
@@ -100,7 +102,7 @@ TEST_P(AgentFetch, AsksNobodyWhenTheFileCannotBeWritten) {
     command[2] = path.string();
     const ProcessResult result = m_installation.Run({"Data=hello"}, command);
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.errors, HasSubstr(path.string()));
+    EXPECT_THAT(result.errors, HasSubstr(Logged(path.string())));
     EXPECT_EQ(m_installation.Calls(), "Create\n");
     std::filesystem::remove(m_installation.CallsPath());
   }

@@ -52,7 +52,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
                              std::string& md5) override {
     std::string names;
     for (const std::string& name : outOfDate) names += " " + name;
-    return Exchange("RetrieveSoftwarePatch" + names) == 0 && Deliver(output, md5);
+    return Exchange("RetrieveSoftwarePatch" + names) >= 0 && Deliver(output, md5);
   }
 
   bool GetServerPublicKey(std::uint8_t* buffer, std::uint32_t& size) override {
@@ -79,7 +79,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
     return found == m_script.end() ? std::string() : found->second;
   }
 
-  void Note(const std::string& call) const { std::ofstream(Value("Calls"), std::ios::app) << call << "\n"; }
+  void Note(const std::string& call) const { std::ofstream(Value("Calls"), std::ios::app | std::ios::binary) << call << "\n"; }
 
   std::int32_t Exchange(const std::string& call) {
     Note(call);

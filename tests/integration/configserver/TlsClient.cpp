@@ -21,6 +21,7 @@ struct TlsClient::State {
   boost::asio::ssl::stream<tcp::socket> stream{context, tls};
   bool isOpen = false;
   bool isEnded = false;
+  bool hasFarewell = false;
 
   /// Runs what was started to its end.
   void Run() {
@@ -58,6 +59,7 @@ std::string TlsClient::Receive(std::size_t count) {
   boost::asio::async_read(m_pState->stream, boost::asio::buffer(bytes), [&](const error_code& error, std::size_t size) {
     bytes.resize(size);
     if (error) m_pState->isEnded = true;
+    if (error == boost::asio::error::eof) m_pState->hasFarewell = true;
   });
   m_pState->Run();
   return bytes;
@@ -70,6 +72,8 @@ std::string TlsClient::ReceiveAll() {
 }
 
 bool TlsClient::IsEnded() const { return m_pState->isEnded; }
+
+bool TlsClient::HasFarewell() const { return m_pState->hasFarewell; }
 
 std::string TlsClient::Certificate() const {
   const std::unique_ptr<X509, void (*)(X509*)> certificate(SSL_get1_peer_certificate(m_pState->stream.native_handle()),

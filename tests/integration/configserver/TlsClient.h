@@ -33,6 +33,9 @@ class TlsClient {
   /// Whether the server has ended the connection, as seen by the last operation.
   bool IsEnded() const;
 
+  /// Whether it did so with the farewell that TLS has for it.
+  bool HasFarewell() const;
+
   /// The certificate that the server has shown, as PEM.
   std::string Certificate() const;
 

@@ -1,6 +1,7 @@
 // A key container is one of the machine key set.
 #include <platform/KeyStore.h>
 
+#include <host/SystemError.h>
 #include <host/Text.h>
 
 #include <windows.h>
@@ -8,6 +9,8 @@
 #include <wincrypt.h>
 
 #include <algorithm>
+#include <stdexcept>
+#include <string>
 #include <system_error>
 
 namespace sorvex::agent {
@@ -16,7 +19,7 @@ namespace {
 constexpr DWORD keyBits = 1024;
 
 [[noreturn]] void Throw(DWORD error, const char* what) {
-  throw std::system_error(static_cast<int>(error), std::system_category(), what);
+  throw std::runtime_error(what + (": " + WindowsAgentCommon::GetLastErrorText(static_cast<int>(error))));
 }
 
 /// The provider's name on systems older than version 5.2 says that it is a prototype.
@@ -84,6 +87,8 @@ void KeyStore::Create(Existing existing) const {
   Container container(m_container);
   DWORD error = container.Acquire();
   if (error == static_cast<DWORD>(NTE_BAD_KEYSET)) error = container.Acquire(CRYPT_NEWKEYSET);
+  // Another program has been quicker.
+  if (error == static_cast<DWORD>(NTE_EXISTS)) error = container.Acquire();
   if (error != 0) Throw(error, "the key container");
   container.MakeKey();
 }
