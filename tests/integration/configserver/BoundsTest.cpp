@@ -12,9 +12,12 @@ using testing::HasSubstr;
 /// The files and folders of the test, but for what stands in the folders of agents, with their contents.
 std::map<std::string, std::string> FilesOutsideOfAgents(const ConfigServer& server) {
   std::map<std::string, std::string> files;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(server.Folder().parent_path())) {
-    const std::string name = entry.path().lexically_relative(server.Folder()).generic_string();
-    if (!name.starts_with("agents/")) files[name] = entry.is_directory() ? "" : TemporaryDirectory::Read(entry.path());
+  std::filesystem::recursive_directory_iterator position(server.Folder().parent_path());
+  for (; position != std::filesystem::recursive_directory_iterator(); ++position) {
+    const std::string name = position->path().lexically_relative(server.Folder()).generic_string();
+    // The server is at work there, and a name may be longer than what a program finds again.
+    if (name == "agents") position.disable_recursion_pending();
+    files[name] = position->is_directory() ? "" : TemporaryDirectory::Read(position->path());
   }
   return files;
 }
