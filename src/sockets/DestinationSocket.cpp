@@ -82,7 +82,9 @@ void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::Paramete
   helper.GetUInt32Value("Socket.QueueHighWaterMark", highWaterMark, defaultHighWaterMark);
   m_queue.low_water_mark(lowWaterMark);
   m_queue.high_water_mark(highWaterMark);
-  helper.GetBooleanValue("Socket.BlockingSendStrategy", m_bBlockingSendStrategy, true);
+  bool isBlocking = true;
+  helper.GetBooleanValue("Socket.BlockingSendStrategy", isBlocking, true);
+  m_bBlockingSendStrategy = isBlocking;
   std::wstring host;
   std::uint32_t port = 0;
   helper.GetWideStringValue("TargetAddress", host, L"127.0.0.1");
@@ -259,7 +261,8 @@ void DestinationSocket<Interface>::PutBackBatch(std::size_t sent) {
 
 template <class Interface>
 int DestinationSocket<Interface>::Shutdown() {
-  switch (m_life.BeginStop(GetService(), m_pTime->Now(), [this] { return m_queue.PutHangUp(); })) {
+  const SocketLife::Service service = GetService();
+  switch (m_life.BeginStop(service, m_pTime->Now(), [this] { return m_queue.PutHangUp(); })) {
     case SocketLife::StopOutcome::Anothers: return 0;
     case SocketLife::StopOutcome::Refused: return -1;
     case SocketLife::StopOutcome::Begun: break;
@@ -269,7 +272,7 @@ int DestinationSocket<Interface>::Shutdown() {
   m_life.AwaitOperations();
   const int result = wait();
   FinishConnection();
-  m_life.EndStop(GetService());
+  m_life.EndStop(service);
   return result;
 }
 

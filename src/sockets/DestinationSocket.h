@@ -178,7 +178,7 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
 
   const std::uint32_t m_defaultMaxPayloadSize;
   std::uint32_t m_maxPayloadSize;
-  bool m_bBlockingSendStrategy = true;
+  RelaxedValue<bool> m_bBlockingSendStrategy{true};
   std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> m_pPayloadBuilder;
   std::mutex m_payloadMutex;
   std::string m_strPayload;
