@@ -93,8 +93,11 @@ int RunCommand(const FetchPatchCommand& command, const ServerConnection& connect
   bool isDelivered = false;
   if (connection->Connect()) {
     for (const std::string& name : command.names) {
-      // What an answer that is not used has left goes with its file.
-      if (file->Size() > 0) file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
+      if (file->Size() > 0) {
+        // What an answer that is not used has left goes with its file, before the next one is made beside the same.
+        file.reset();
+        file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
+      }
       const FetchLine line(*file);
       isDelivered = connection->RetrieveSoftwarePatch({name}, file->Stream(), digest);
       if (connection->GetLastResultCode() != noUpdateNeeded) break;
