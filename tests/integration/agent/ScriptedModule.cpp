@@ -79,7 +79,9 @@ class ScriptedConnection : public IConfigurationServerConnection {
     return found == m_script.end() ? std::string() : found->second;
   }
 
-  void Note(const std::string& call) const { std::ofstream(Value("Calls"), std::ios::app | std::ios::binary) << call << "\n"; }
+  void Note(const std::string& call) const {
+    std::ofstream(Value("Calls"), std::ios::app | std::ios::binary) << call << "\n";
+  }
 
   std::int32_t Exchange(const std::string& call) {
     Note(call);
