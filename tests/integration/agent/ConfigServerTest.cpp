@@ -75,7 +75,7 @@ TEST_P(AgentWithServer, RegistersAndReportsItsStatus) {
   m_agent.Directory().Write("install_config_autocreate.txt",
                             std::string("\xFF\xFE"
                                         "A\0u\0t\0o\0C\0r\0e\0a\0t\0i\0o\0n\0.\0K\0=\0v\0\n\0",
-                                        38));
+                                        36));
   EXPECT_EQ(m_agent.Run(registration).output, Outcome("true", "0", "1", "Success"));
   EXPECT_EQ(m_agent.Run(registration).output, Outcome("true", "0", "2", "Success"));
   EXPECT_EQ(m_agent.Run(statusReport).output, Outcome("true", "0", "0", "Success"));
