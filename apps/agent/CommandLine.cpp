@@ -1,8 +1,10 @@
 #include <CommandLine.h>
 
 #include <Certificate.h>
-#include <SocketParameters.h>
 #include <platform/Platform.h>
+
+#include <settings/SocketParameters.h>
+#include <settings/TlsRange.h>
 
 #include <SorvexHost/LogSinks.h>
 
@@ -61,19 +63,6 @@ Number ParseNumber(const std::string& option, const std::string& text, const cha
   return number;
 }
 
-/// Keeps what is wrong with a range, for the log is not open yet.
-class ReasonSink : public ILogSink {
- public:
-  bool IsEnabled(LogLevel) const override { return true; }
-  void Write(LogLevel, const std::string&, const std::string& message) override {
-    m_strReason += (m_strReason.empty() ? "" : " ") + message;
-  }
-  const std::string& Reason() const { return m_strReason; }
-
- private:
-  std::string m_strReason;
-};
-
 struct TlsOptions {
   std::string certificateFile;
   std::string minVersion = "TLSv1";
@@ -86,9 +75,10 @@ void ApplyTlsOptions(const TlsOptions& tls, const CLI::App& forward, ForwardComm
   for (const char* const option : {"--certificate", "--min-tls", "--max-tls"}) {
     if (!wanted && forward.count(option) > 0) throw CLI::ValidationError(option, "no destination is a tls:// one");
   }
-  const auto sink = std::make_shared<ReasonSink>();
-  if (!command.tlsVersions.setRange(tls.minVersion, tls.maxVersion, Log("", sink))) {
-    throw CLI::ValidationError("--min-tls, --max-tls", sink->Reason());
+  try {
+    command.tlsVersions = settings::MakeTlsRange(tls.minVersion, tls.maxVersion);
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError("--min-tls, --max-tls", error.what());
   }
   if (!wanted) return;
   if (tls.certificateFile.empty()) throw CLI::ValidationError("--certificate", "a tls:// destination needs one");
@@ -105,7 +95,9 @@ void ApplySocketParameters(const std::vector<std::string>& pairs, ForwardCommand
   const std::string option = "--set";
   command.parameters = ParsePairs(option, pairs);
   try {
-    CheckSocketParameters(command.parameters, command.destinations);
+    const bool hasStream = std::ranges::any_of(
+        command.destinations, [](const Destination& destination) { return destination.scheme != Scheme::Udp; });
+    settings::CheckSocketParameters(command.parameters, hasStream, settings::Place::CommandLine);
   } catch (const std::invalid_argument& error) {
     throw CLI::ValidationError(option, error.what());
   }
@@ -216,6 +208,11 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   CLI::App* const tokenProtect = token->add_subcommand("protect", "Print the token as install_config.txt may hold it");
   tokenProtect->add_option("TOKEN", tokenProtectCommand.token, "The token; - reads it from standard input")->required();
 
+  CheckConfigurationCommand checkConfigurationCommand;
+  CLI::App* const checkConfiguration =
+      app.add_subcommand("check-configuration", "Say what is wrong with a configuration, if anything is");
+  checkConfiguration->add_option("FILE", checkConfigurationCommand.file, "The AgentConfig.xml to look at")->required();
+
   try {
     // CLI11 takes the arguments in reverse.
     std::reverse(arguments.begin(), arguments.end());
@@ -243,6 +240,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (keyCreate->parsed()) options.localCommand = keyCreateCommand;
     if (keyShow->parsed()) options.localCommand = keyShowCommand;
     if (tokenProtect->parsed()) options.localCommand = tokenProtectCommand;
+    if (checkConfiguration->parsed()) options.localCommand = checkConfigurationCommand;
     if (forward->parsed()) {
       if (giveUp->count() > 0) {
         forwardCommand.giveUpAfter =

@@ -61,6 +61,10 @@ struct TokenProtectCommand {
   std::string token;  ///< "-": standard input has it
 };
 
+struct CheckConfigurationCommand {
+  std::string file;
+};
+
 struct ForwardCommand {
   std::vector<Destination> destinations;  ///< at least one
   std::string certificate;                ///< of the TLS destinations, in Base64
@@ -77,7 +81,7 @@ using Command = std::variant<InfoCommand, ParameterCommand, FingerprintCommand, 
                              FetchPatchCommand, ServerKeyCommand>;
 
 /// These need no module.
-using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand>;
+using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand, CheckConfigurationCommand>;
 
 /// Texts are UTF-8; an empty path means the default.
 struct Options {

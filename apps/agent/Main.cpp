@@ -1,5 +1,6 @@
 #include <Agent.h>
 #include <BoundedRun.h>
+#include <CheckConfiguration.h>
 #include <CommandLine.h>
 #include <FetchCommands.h>
 #include <Forward.h>
@@ -7,6 +8,9 @@
 #include <Output.h>
 #include <ServerCommands.h>
 #include <platform/Platform.h>
+
+#include <SorvexHost/Directories.h>
+#include <host/Text.h>
 
 #include <ace/Init_ACE.h>
 
@@ -69,6 +73,14 @@ int Run(const Options& options, LastWords& lastWords) {
   return ready ? status : notInitialized;
 }
 
+/// Runs a command that needs no module.
+int RunLocal(const Options& options) {
+  if (!options.configDirectory.empty()) {
+    WindowsAgentCommon::SetConfigPath(WindowsAgentCommon::Utf8ToWide(options.configDirectory));
+  }
+  return std::visit([](const auto& command) { return RunCommand(command); }, *options.localCommand);
+}
+
 }  // namespace
 
 int RunAgent(std::vector<std::string> arguments) {
@@ -79,8 +91,7 @@ int RunAgent(std::vector<std::string> arguments) {
     InstallInterruptHandler();
     const AceLibrary ace;
     status = RunBounded([&options](LastWords& lastWords) {
-      return options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory)
-                                   : Run(*options, lastWords);
+      return options->localCommand ? RunLocal(*options) : Run(*options, lastWords);
     });
   } catch (const std::exception& error) {
     PrintError(error.what());
