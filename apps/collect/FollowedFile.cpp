@@ -34,6 +34,18 @@ bool HasHead(const OpenedFile& file, std::uint64_t size, const Head& head, std::
   return found.length == head.length && found.hash == head.hash;
 }
 
+bool IsSameSoFar(const OpenedFile& file, const OpenedFile& other, std::uint64_t size, std::error_code& error) {
+  const std::uint64_t length = std::min<std::uint64_t>(size, Head::maxLength);
+  for (const std::uint64_t offset : {std::uint64_t{0}, size - length}) {
+    std::array<std::array<char, Head::maxLength>, 2> parts{};
+    const std::size_t wanted = static_cast<std::size_t>(length);
+    if (file.ReadAt(offset, parts[0].data(), wanted, error) != wanted) return false;
+    if (other.ReadAt(offset, parts[1].data(), wanted, error) != wanted) return false;
+    if (parts[0] != parts[1]) return false;
+  }
+  return true;
+}
+
 std::uint64_t FindLastLineStart(const OpenedFile& file, std::uint64_t size, std::size_t maxBytes,
                                 std::error_code& error) {
   std::string block(static_cast<std::size_t>(std::min<std::uint64_t>(size, maxBytes)), '\0');

@@ -10,11 +10,21 @@
 #include <filesystem>
 #include <list>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <system_error>
 
 namespace sorvex::collect {
 
 struct FileInput;
+
+/// What a file was before it was truncated.
+struct Generation {
+  Place place;
+  std::uint64_t read = 0;
+  std::uint64_t source = 0;
+  std::chrono::steady_clock::time_point endTime;
+};
 
 struct FollowedFile {
   std::uint64_t source = 0;  ///< its number in marks, another one after each truncation
@@ -28,6 +38,8 @@ struct FollowedFile {
   std::uint64_t seenSize = 0;
   std::int64_t seenModified = 0;
   std::chrono::steady_clock::time_point changeTime;  ///< when a change was seen last
+
+  std::optional<Generation> before;  ///< whose rest may be in a copy
 
   std::uint64_t waitsFor = 0;  ///< the file that had this name before, by its number, until that was read; or 0
   std::uint64_t listing = 0;   ///< the last listing that had it
@@ -51,6 +63,9 @@ Head ReadHead(const OpenedFile& file, std::uint64_t length, std::error_code& err
 
 /// Whether a file of this size still begins with that head.
 bool HasHead(const OpenedFile& file, std::uint64_t size, const Head& head, std::error_code& error);
+
+/// Whether both files hold the same up to `size`, as far as a look at the head and at the end tells.
+bool IsSameSoFar(const OpenedFile& file, const OpenedFile& other, std::uint64_t size, std::error_code& error);
 
 /// Where the last line begins that has no line feed yet; `size` when that is further than `maxBytes` before it.
 std::uint64_t FindLastLineStart(const OpenedFile& file, std::uint64_t size, std::size_t maxBytes,

@@ -91,12 +91,22 @@ void Follower::TakeChanges() {
     if (watched == m_watches.end()) continue;
     for (const std::filesystem::path& base : watched->second) {
       const std::filesystem::path path = change.name.empty() ? base : base / change.name;
-      const auto file = m_byPath.find(path.native());
-      if (file != m_byPath.end()) MarkReady(*file->second);
-      if (change.isListing && (change.name.empty() || file != m_byPath.end() || Concerns(path)))
-        m_bListingWanted = true;
+      FollowedFile* const pFile = FindFile(path);
+      if (pFile != nullptr) MarkReady(*pFile);
+      // A file that was written and is not followed may be one now.
+      const bool isListing = change.isListing || pFile == nullptr;
+      if (isListing && (change.name.empty() || pFile != nullptr || Concerns(path))) m_bListingWanted = true;
     }
   }
+}
+
+FollowedFile* Follower::FindFile(const std::filesystem::path& path) const {
+  const auto named = m_byPath.find(path.native());
+  if (named != m_byPath.end()) return named->second;
+  const auto other = m_otherNames.find(path.native());
+  if (other == m_otherNames.end()) return nullptr;
+  const auto file = m_files.find(other->second);
+  return file == m_files.end() ? nullptr : file->second.get();
 }
 
 bool Follower::Concerns(const std::filesystem::path& path) const {
@@ -118,6 +128,7 @@ void Follower::ListFiles() {
   ForgetOld();
   CloseUnused();
   m_troubles = std::move(listing.troubles);
+  m_held = std::move(listing.held);
 
   const Time end = m_limits.now();
   const bool isSoon = m_bHasPolled || listing.isIncomplete;
@@ -232,6 +243,7 @@ void Follower::FollowNames(Listing& listing) {
   }
 
   std::vector<const Seen*> unknown;
+  m_otherNames.clear();
   for (const Seen* const pSeen : others) {
     const auto known = m_files.find(pSeen->status.identity);
     if (known == m_files.end()) {
@@ -239,8 +251,10 @@ void Follower::FollowNames(Listing& listing) {
       continue;
     }
     FollowedFile& file = *known->second;
-    // Another name of a file that has one already.
-    if (file.listing == m_listing) continue;
+    if (file.listing == m_listing) {
+      m_otherNames.insert_or_assign(pSeen->path.native(), file.place.identity);
+      continue;
+    }
     const auto former = m_byPath.find(file.place.path.native());
     if (former != m_byPath.end() && former->second == &file) m_byPath.erase(former);
     listing.left.insert_or_assign(file.place.path.native(), &file);
@@ -261,6 +275,11 @@ void Follower::FollowNames(Listing& listing) {
     if (pFile->hasName && pFile->listing != m_listing) without.push_back(pFile.get());
   }
   for (FollowedFile* const pFile : without) Leave(*pFile, listing);
+  // Files come before what may be their copies.
+  std::stable_sort(unknown.begin(), unknown.end(), [](const Seen* left, const Seen* right) {
+    return right->path.native().size() > left->path.native().size() &&
+           right->path.native().starts_with(left->path.native());
+  });
   for (const Seen* const pSeen : unknown) Adopt(*pSeen, listing);
 }
 
@@ -287,6 +306,11 @@ void Follower::Leave(FollowedFile& file, Listing& listing) {
 
 /// Begins to follow a file that was not followed yet.
 void Follower::Adopt(const Seen& seen, Listing& listing) {
+  // Under another of its names it has just been.
+  if (m_files.contains(seen.status.identity)) {
+    m_otherNames.insert_or_assign(seen.path.native(), seen.status.identity);
+    return;
+  }
   std::error_code error;
   std::unique_ptr<OpenedFile> pFile = OpenedFile::Open(seen.path, error);
   FileStatus status;
@@ -302,13 +326,26 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   }
 
   Place place;
+  std::optional<Generation> before;
   const std::optional<Place> saved = TakeSaved(seen);
+  const bool isKnownInput = m_knownPatterns.contains(seen.pInput->settings.pattern);
+  FollowedFile* const pOriginal = !saved && isKnownInput ? FindOriginal(seen.path) : nullptr;
+  std::optional<Generation> rest;
+  // An original that has changed may have been truncated.
+  if (pOriginal != nullptr && (status.size == 0 || (EnsureOpen(*pOriginal) && Look(*pOriginal)))) {
+    rest = TakeRest(*pOriginal, *pFile, status.size);
+    if (!rest && IsToBeHeld(*pOriginal, seen, *pFile, listing)) return;
+  }
   if (saved && status.size >= saved->position && HasHead(*pFile, status.size, saved->head, error)) {
     place = *saved;
     place.isRotated = place.isRotated || place.path != seen.path;
   } else if (saved) {
     m_log(Severity::Info, Printable(seen.path) + " is not what it was; read from its start");
-  } else if (!m_knownPatterns.contains(seen.pInput->settings.pattern) && !seen.pInput->settings.fromBeginning) {
+    before = Generation{*saved, saved->position, m_nextSource++, m_limits.now()};
+  } else if (rest) {
+    place = rest->place;
+    place.isRotated = true;
+  } else if (!isKnownInput && !seen.pInput->settings.fromBeginning) {
     place.position = FindLastLineStart(*pFile, status.size, seen.pInput->settings.maxLineBytes, error);
     place.head = ReadHead(*pFile, place.position, error);
   }
@@ -316,6 +353,14 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   file.place.position = file.read = place.position;
   file.place.head = place.head;
   file.place.isRotated = place.isRotated;
+  file.before = before;
+  if (rest) {
+    // Lines that are on their way were those of this file.
+    m_bySource.erase(file.source);
+    file.source = rest->source;
+    m_bySource.emplace(file.source, &file);
+    file.read = rest->read;
+  }
   file.listing = m_listing;
   file.isPolled = seen.isPolled;
   const auto former = listing.left.find(seen.path.native());
@@ -331,6 +376,42 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
     MarkReady(file);
   }
   CloseUnused();
+}
+
+/// The followed file of whose name `path` is an extension, as a copy of it would have.
+FollowedFile* Follower::FindOriginal(const std::filesystem::path& path) const {
+  const NativeString& name = path.native();
+  const std::size_t folderSize = path.parent_path().native().size() + 1;
+  for (std::size_t size = name.size() - 1; size > folderSize; --size) {
+    const auto found = m_byPath.find(name.substr(0, size));
+    if (found != m_byPath.end() && !found->second->isRefused) return found->second;
+  }
+  return nullptr;
+}
+
+/// Takes what a file was before it was truncated, when `copy` begins like that.
+std::optional<Generation> Follower::TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const {
+  std::error_code error;
+  if (!original.before || m_limits.now() - original.before->endTime > m_limits.rotatedQuietTime) return std::nullopt;
+  const Generation& before = *original.before;
+  if (before.read == 0 || size < before.read || !HasHead(copy, size, before.place.head, error)) return std::nullopt;
+  return std::exchange(original.before, std::nullopt);
+}
+
+/// Whether a file may be a copy that is being made, whose original is truncated next. It is not read before that,
+/// unless nothing happens for a while.
+bool Follower::IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing) {
+  std::error_code error;
+  const std::uint64_t size = std::min(seen.status.size, original.read);
+  if (seen.status.size > 0 && (size == 0 || !IsSameSoFar(*original.pFile, copy, size, error))) return false;
+  const Time now = m_limits.now();
+  Held held{seen.status.size, now};
+  const auto known = m_held.find(seen.path.native());
+  if (known != m_held.end() && known->second.size == held.size) held = known->second;
+  if (seen.status.size > 0 && now - held.changeTime >= m_limits.rotatedQuietTime) return false;
+  listing.held.insert_or_assign(seen.path.native(), held);
+  if (seen.status.size > 0) listing.isIncomplete = true;
+  return true;
 }
 
 /// Takes what was saved of a file, if anything.
@@ -525,10 +606,13 @@ bool Follower::Look(FollowedFile& file) {
 /// Begins again at the start of the file.
 void Follower::Truncate(FollowedFile& file) {
   m_log(Severity::Info, Printable(file.place.path) + " was truncated; read from its start");
+  file.before = Generation{file.place, file.read, file.source, m_limits.now()};
   m_bySource.erase(file.source);
   file.source = m_nextSource++;
   m_bySource.emplace(file.source, &file);
   file.place.position = file.read = 0;
+  // There may be a copy that was waited with.
+  m_bListingWanted = true;
   file.place.head = {};
   m_bPositionsChanged = true;
 }
@@ -623,8 +707,9 @@ bool Follower::ReadBlock(FollowedFile& file) {
 /// `Done` says that the file has more.
 Turn Follower::HandOut(FollowedFile& file, LineSink& sink) {
   Turn turn;
-  // After a refusal its lines are still there.
-  if (m_block.source != file.source && !ReadBlock(file)) {
+  // After a refusal its lines are still there; what was written to the file since is not.
+  const bool isFresh = m_block.source != file.source;
+  if (isFresh && !ReadBlock(file)) {
     m_block = {};
     return turn;
   }
@@ -648,7 +733,7 @@ Turn Follower::HandOut(FollowedFile& file, LineSink& sink) {
   }
   ExtendHead(file.place.head, m_block.offset, block, file.read);
   if (turn.end == Turn::End::Refused) return turn;
-  if (!m_block.isLast) turn.end = Turn::End::Done;
+  if (!m_block.isLast || !isFresh) turn.end = Turn::End::Done;
   m_block = {};
   return turn;
 }

@@ -80,6 +80,12 @@ class Follower {
     bool isPolled = false;
   };
 
+  /// A file that looks like the copy of one that is followed, and whose original may be about to be truncated.
+  struct Held {
+    std::uint64_t size = 0;
+    Time changeTime;
+  };
+
   /// What one listing finds out.
   struct Listing {
     std::vector<Seen> seen;
@@ -88,10 +94,12 @@ class Follower {
     std::unordered_map<NativeString, const FollowedFile*> left;
     /// What lies in folders that were searched.
     std::unordered_map<NativeString, ByIdentity<std::filesystem::path>> folders;
+    std::unordered_map<NativeString, Held> held;
     bool isIncomplete = false;  ///< something should be tried again before long
   };
 
   void TakeChanges();
+  FollowedFile* FindFile(const std::filesystem::path& path) const;
   bool Concerns(const std::filesystem::path& path) const;
   void ListFiles();
   void FindNames(Listing& listing);
@@ -102,6 +110,9 @@ class Follower {
   void Leave(FollowedFile& file, Listing& listing);
   void Adopt(const Seen& seen, Listing& listing);
   std::optional<Place> TakeSaved(const Seen& seen);
+  FollowedFile* FindOriginal(const std::filesystem::path& path) const;
+  std::optional<Generation> TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const;
+  bool IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing);
   void AdoptRotated(Listing& listing);
   std::unique_ptr<OpenedFile> FindOpened(const std::filesystem::path& folder, const FileIdentity& identity,
                                          Listing& listing) const;
@@ -136,7 +147,8 @@ class Follower {
   std::unordered_map<NativeString, FileIdentity> m_savedPaths;
 
   ByIdentity<std::unique_ptr<FollowedFile>> m_files;
-  std::unordered_map<NativeString, FollowedFile*> m_byPath;  ///< those that have a name
+  std::unordered_map<NativeString, FollowedFile*> m_byPath;     ///< those that have a name
+  std::unordered_map<NativeString, FileIdentity> m_otherNames;  ///< further names of files that have one
   std::unordered_map<std::uint64_t, FollowedFile*> m_bySource;
   std::unordered_set<FollowedFile*> m_rotated;  ///< looked at until they have ended
   std::list<FollowedFile*> m_open;              ///< the one that changed last comes last
@@ -145,6 +157,7 @@ class Follower {
   std::unordered_map<int, std::vector<std::filesystem::path>> m_watches;
   std::vector<ChangeWatch::Change> m_changes;
   std::unordered_map<NativeString, std::string> m_troubles;
+  std::unordered_map<NativeString, Held> m_held;
   bool m_bWatchLimitLogged = false;
 
   bool m_bListingWanted = false;

@@ -13,9 +13,10 @@ StandardInputSource::StandardInputSource(std::uint64_t source, ChangeWatch& watc
     : m_source(source), m_log(log), m_input(watch) {}
 
 bool StandardInputSource::WantsMore() const {
-  // A line that is not whole goes on however much waits to be taken.
-  const std::size_t end = std::max(m_taken + maxKeptBytes, m_handedOut + BytesToTell(m_maxLineBytes));
-  return !m_hasEnded && m_kept.size() < end;
+  if (m_hasEnded) return false;
+  // A single line may be longer than what is kept of several.
+  const bool isWithinLine = m_handedOut == m_taken && m_kept.size() - m_taken < BytesToTell(m_maxLineBytes);
+  return isWithinLine || m_kept.size() - m_taken < maxKeptBytes;
 }
 
 void StandardInputSource::Read() {
