@@ -147,7 +147,9 @@ std::vector<std::string> MakeServiceArguments(const Options& options, const Loop
   const auto add = [&arguments](const char* option, const std::string& value) {
     if (!value.empty()) arguments.insert(arguments.end(), {option, value});
   };
-  const auto addPath = [&](const char* option, const std::string& path) { add(option, path.empty() ? path : absolute(path)); };
+  const auto addPath = [&](const char* option, const std::string& path) {
+    add(option, path.empty() ? path : absolute(path));
+  };
   addPath("--config-dir", options.configDirectory);
   addPath("--patch-dir", options.patchDirectory);
   addPath("--state-dir", options.stateDirectory);
@@ -331,8 +333,8 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
       options.command = loop;
     }
     if (isParsed(serviceInstall)) {
-      options.localCommand = ServiceInstallCommand{
-          MakeServiceArguments(options, loopArguments, parameters, logLevel), GetStateDirectory(options)};
+      options.localCommand = ServiceInstallCommand{MakeServiceArguments(options, loopArguments, parameters, logLevel),
+                                                   GetStateDirectory(options)};
     }
     if (isParsed(serviceRemove)) options.localCommand = ServiceRemoveCommand{};
     if (agentStatus->parsed()) options.localCommand = StatusCommand{GetStateDirectory(options)};

@@ -104,8 +104,8 @@ using Command = std::variant<InfoCommand, ParameterCommand, FingerprintCommand, 
                              FetchPatchCommand, ServerKeyCommand, RunLoopOptions>;
 
 /// These need no module.
-using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand, CheckConfigurationCommand, StatusCommand,
-                                  ServiceInstallCommand, ServiceRemoveCommand>;
+using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand, CheckConfigurationCommand,
+                                  StatusCommand, ServiceInstallCommand, ServiceRemoveCommand>;
 
 /// Texts are UTF-8; an empty path means the default.
 struct Options {

@@ -297,16 +297,17 @@ class Runner {
   Timer m_look;
   schedule::GrowingPause m_pause{firstPause, longestPause};
 
-  std::string m_strLocalDigest;                       ///< of the file when it was last looked at
-  std::shared_ptr<const Configuration> m_pCurrent;    ///< from the file
-  std::string m_strRefused;                           ///< why the file is not in force
-  std::string m_strDigest;                            ///< of what is in force
+  std::string m_strLocalDigest;                     ///< of the file when it was last looked at
+  std::shared_ptr<const Configuration> m_pCurrent;  ///< from the file
+  std::string m_strRefused;                         ///< why the file is not in force
+  std::string m_strDigest;                          ///< of what is in force
   WallTime m_applied;
   std::string m_strStatusError;
   bool m_hasTaken = false;  ///< positions have moved since they were saved
 
   Mailbox m_mailbox;
-  Collector m_collector{{}, m_options.stateDirectory / "positions",
+  Collector m_collector{{},
+                        m_options.stateDirectory / "positions",
                         [this](collect::Severity severity, const std::string& text) { LogOfInputs(severity, text); }};
   delivery::Delivery m_delivery{
       {[this](const settings::DestinationSettings& destination) { return MakeSocket(m_factory, destination); },

@@ -183,7 +183,9 @@ bool ServerLoop::FetchConfiguration() {
   switch (LastAnswer(m_connection)) {
     case ServerAnswer::Success: break;
     case ServerAnswer::NoUpdate: return true;
-    case ServerAnswer::UpdatesDisabled: SayOnce("The configuration server has disabled updates for this agent."); return true;
+    case ServerAnswer::UpdatesDisabled:
+      SayOnce("The configuration server has disabled updates for this agent.");
+      return true;
     case ServerAnswer::NotFound: SayOnce("The configuration server has no configuration for this agent."); return true;
     case ServerAnswer::Failure: return Fail("the fingerprint");
   }
@@ -272,7 +274,8 @@ bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
   if (!isDone || answer != ServerAnswer::Success) return Fail("the patch " + name);
   file.Finish();
   if (!IsHttps() && !AreSameDigest(digest, file.GetDigest())) {
-    return Fail("the patch " + name, "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'");
+    return Fail("the patch " + name,
+                "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'");
   }
   if (file.Size() == 0 || IsHtmlPage(file.Begin())) return Fail("the patch " + name, "what came is no archive");
   file.Keep();

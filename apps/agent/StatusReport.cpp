@@ -13,9 +13,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <ctime>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <string_view>
 #include <utility>
 
@@ -115,8 +115,8 @@ std::string FormatStatus(const StatusReport& report) {
 std::string FormatStatistics(const delivery::ChannelStatistics& statistics) {
   return statistics.url + ": submitted " + std::to_string(statistics.submitted) + ", sent " +
          std::to_string(statistics.sent) + ", queued " + std::to_string(statistics.queued) + ", truncated " +
-         std::to_string(statistics.truncated) + ", dropped " + std::to_string(statistics.dropped) + ", connected since " +
-         ConnectedText(statistics);
+         std::to_string(statistics.truncated) + ", dropped " + std::to_string(statistics.dropped) +
+         ", connected since " + ConnectedText(statistics);
 }
 
 StatusFile::StatusFile(const std::filesystem::path& stateDirectory) : m_file(GetStatusFile(stateDirectory)) {}

@@ -131,9 +131,10 @@ TEST_F(RunServerTest, PatchesOfNewerComponentsAreFetched) {
   m_agent.Directory().Write("patch/x64_72_agentcore_9.tar.gz", "older");
   m_agent.Server().Write("patches/agentcore.tar.gz", "the archive");
   m_agent.Server().Write("patches/other.tar.gz", "not wanted");
-  Serve(Configuration("", "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"
-                          "<Component Name=\"Other\" BuildNumber=\"10\"/>"
-                          "<Component Name=\"Missing\" BuildNumber=\"1\"/>"));
+  Serve(Configuration("",
+                      "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"
+                      "<Component Name=\"Other\" BuildNumber=\"10\"/>"
+                      "<Component Name=\"Missing\" BuildNumber=\"1\"/>"));
   const RunningAgent agent(m_agent.GetInstallation());
   ASSERT_TRUE(agent.WaitForLog("The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
   ASSERT_TRUE(agent.WaitForLog("The configuration server has no patch x64_72_missing_1.tar.gz."));

@@ -80,7 +80,8 @@ TEST_F(RunTest, LinesThatNobodyTookAreSentByTheNextAgent) {
   Append(Log(), "one\ntwo\n");
   {
     const RunningAgent agent(m_installation);
-    ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).output.find(" 2     0       2 ") != std::string::npos; }));
+    ASSERT_TRUE(WaitUntil(
+        [&] { return m_installation.Run({"status"}).output.find(" 2     0       2 ") != std::string::npos; }));
   }
   LoopbackTcpServer server;
   Configure(TcpDestination(server.Port()));
@@ -106,7 +107,8 @@ TEST_F(RunTest, TerminationSavesPositionsSoThatNothingComesTwice) {
 
 TEST_F(RunTest, TerminationTakesNoLongerWhateverDestinationsDo) {
   const RefusingPort refusing;
-  LoopbackTcpServer holding([](LoopbackTcpServer& server, ServerConnection&, int) { server.HoldUntilStopped(); }, 0, 4096);
+  LoopbackTcpServer holding([](LoopbackTcpServer& server, ServerConnection&, int) { server.HoldUntilStopped(); }, 0,
+                            4096);
   Configure(TcpDestination(refusing.Port()) + TcpDestination(holding.Port()));
   Append(Log(), std::string(3'000'000, 'x') + "\n");
   for (int number = 0; number < 3000; ++number) Append(Log(), std::string(999, 'x') + "\n");
@@ -116,13 +118,14 @@ TEST_F(RunTest, TerminationTakesNoLongerWhateverDestinationsDo) {
 }
 
 TEST_F(RunTest, ReceiverMayBeRestarted) {
+  // Started first: it would inherit the receiver's listening socket.
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog("The agent starts"));
   auto server = std::make_unique<LoopbackTcpServer>();
   const std::uint16_t port = server->Port();
   Configure(TcpDestination(port));
   Append(Log(), "one\n");
-  const RunningAgent agent(m_installation);
   EXPECT_EQ(server->WaitForBytes(4), "one\n");
-  // Its end leaves the port free at once.
   server->Kill();
   server.reset();
   server = std::make_unique<LoopbackTcpServer>(
@@ -199,8 +202,8 @@ TEST_F(RunTest, StatisticsAreLoggedEveryInterval) {
   Configure(TcpDestination(server.Port()));
   Append(Log(), "one\ntwo\n");
   const RunningAgent agent(m_installation);
-  const std::string line =
-      "Info Statistics.Agent " + TcpUrl(server.Port()) + ": submitted 2, sent 2, queued 0, truncated 0, dropped 0, connected since 20";
+  const std::string line = "Info Statistics.Agent " + TcpUrl(server.Port()) +
+                           ": submitted 2, sent 2, queued 0, truncated 0, dropped 0, connected since 20";
   EXPECT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), line) >= 2; })) << agent.Log();
 }
 
@@ -210,11 +213,13 @@ TEST_F(RunTest, StatusIsATable) {
   Append(Log(), "one\n");
   RunningAgent agent(m_installation);
   server.WaitForBytes(4);
-  EXPECT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).output.find(" 1     1       0 ") != std::string::npos; }))
-      << m_installation.Run({"status"}).output;
+  EXPECT_TRUE(WaitUntil([&] {
+    return m_installation.Run({"status"}).output.find(" 1     1       0 ") != std::string::npos;
+  })) << m_installation.Run({"status"}).output;
   const ProcessResult status = m_installation.Run({"status"});
   EXPECT_EQ(status.status, 0);
-  EXPECT_THAT(status.output, HasSubstr("agent           process " + std::to_string(agent.Process().Id()) + ", since 20"));
+  EXPECT_THAT(status.output,
+              HasSubstr("agent           process " + std::to_string(agent.Process().Id()) + ", since 20"));
   EXPECT_THAT(status.output, HasSubstr("\nmode            stand-alone\n"));
   EXPECT_THAT(status.output, HasSubstr(" seconds ago\n"));
   agent.Kill();
@@ -263,7 +268,11 @@ TEST(RunCommandLine, IntervalIsBounded) {
 
 TEST(CheckConfiguration, SaysWhatIsInAFile) {
   const Installation installation;
-  const std::string file = installation.Directory().Write("x.xml", MakeConfiguration(installation.Directory().Path() / "a", TcpDestination(1), "<Component Name=\"A\" BuildNumber=\"1\"/>")).string();
+  const std::string file =
+      installation.Directory()
+          .Write("x.xml", MakeConfiguration(installation.Directory().Path() / "a", TcpDestination(1),
+                                            "<Component Name=\"A\" BuildNumber=\"1\"/>"))
+          .string();
   const ProcessResult result = installation.Run({"check-configuration", file});
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_EQ(result.output, "inputs: 1\ndestinations: 1\ncomponents: 1\n");
@@ -283,8 +292,9 @@ TEST(CheckConfiguration, ReadsCertificates) {
   const auto check = [&](const std::string& certificate) {
     const std::string destination =
         "<Destination Type=\"tls\" Address=\"a\"><Certificate>" + certificate + "</Certificate></Destination>";
-    const std::string file =
-        installation.Directory().Write("x.xml", MakeConfiguration(installation.Directory().Path() / "a", destination)).string();
+    const std::string file = installation.Directory()
+                                 .Write("x.xml", MakeConfiguration(installation.Directory().Path() / "a", destination))
+                                 .string();
     return installation.Run({"check-configuration", file});
   };
   EXPECT_EQ(check(ServerIdentity().CertificatePem()).status, 0);

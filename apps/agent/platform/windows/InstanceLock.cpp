@@ -33,8 +33,8 @@ struct InstanceLock::Handle {
 InstanceLock::InstanceLock(const std::filesystem::path& file) : m_pHandle(std::make_unique<Handle>()) {
   for (int attempt = 0; attempt < attempts; ++attempt) {
     if (attempt > 0) Sleep(pauseMs);
-    m_pHandle->file = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_pHandle->file =
+        CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (m_pHandle->file != INVALID_HANDLE_VALUE) return;
     const DWORD error = GetLastError();
     if (error != ERROR_SHARING_VIOLATION) ThrowError(error, file);
@@ -46,8 +46,8 @@ InstanceLock::~InstanceLock() = default;
 
 bool InstanceLock::IsHeld(const std::filesystem::path& file) {
   Handle handle;
-  handle.file = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  handle.file = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle.file != INVALID_HANDLE_VALUE) return false;
   const DWORD error = GetLastError();
   if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return false;
