@@ -19,13 +19,6 @@ void Delivery::Target::NoteGot(collect::Mark mark) {
   position = std::max(position, mark.position);
 }
 
-/// Lines of a source come in order: after the last one that this target has got, those that come are new.
-void Delivery::Target::ForgetGot(collect::Mark mark) {
-  if (got.empty()) return;
-  const auto found = got.find(mark.source);
-  if (found != got.end() && mark.position >= found->second) got.erase(found);
-}
-
 bool Delivery::Take(std::string_view line, collect::Mark mark) {
   if (m_targets.empty()) return false;
   if (!std::ranges::all_of(m_targets, [](Target& target) { return target.channel->HasRoom(); })) return false;
@@ -41,14 +34,12 @@ bool Delivery::Take(std::string_view line, collect::Mark mark) {
     if (target.hasTakenNow) target.inFlight.push_back(NextNumber());
     isComplete = isComplete && (target.hasTakenNow || target.HasGot(mark));
   }
-  for (Target& target : m_targets) {
-    if (isComplete) {
-      target.ForgetGot(mark);
-    } else if (target.hasTakenNow) {
-      target.NoteGot(mark);
+  if (!isComplete) {
+    for (Target& target : m_targets) {
+      if (target.hasTakenNow) target.NoteGot(mark);
     }
+    return false;
   }
-  if (!isComplete) return false;
   m_inFlight.push_back(mark);
   return true;
 }

@@ -68,12 +68,12 @@ class Delivery : public collect::LineSink {
     std::deque<std::uint64_t> inFlight;  ///< numbers of the lines that the channel is not done with
     std::uint64_t settled = 0;           ///< how many it is done with
     bool hasTakenNow = false;            ///< the line that is being handed out
-    /// Lines that come again and that this one has got: for each source the end of the last of them.
+    /// Lines that come again and that this one has got: for each source the end of the last of them. What comes after
+    /// it is new, since lines of a source come in order.
     std::unordered_map<std::uint64_t, std::uint64_t> got;
 
     bool HasGot(collect::Mark mark) const;
     void NoteGot(collect::Mark mark);
-    void ForgetGot(collect::Mark mark);
   };
 
   std::uint64_t NextNumber() const { return m_firstNumber + m_inFlight.size(); }

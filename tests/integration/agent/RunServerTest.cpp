@@ -141,7 +141,8 @@ TEST_F(RunServerTest, PatchesOfNewerComponentsAreFetched) {
   m_agent.Server().WaitForLog("configuration: 5 no update needed");
   std::set<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(m_agent.Directory().Path() / "patch")) {
-    names.insert(entry.path().filename().string());
+    // One that is being asked for may have a name of its own until the answer is there.
+    if (entry.path().extension() != ".part") names.insert(entry.path().filename().string());
   }
   EXPECT_THAT(names, testing::ElementsAre("x64_72_agentcore_11.tar.gz"));
   EXPECT_EQ(OwnFile("patch/x64_72_agentcore_11.tar.gz"), "the archive");
