@@ -185,8 +185,8 @@ TEST_F(CollectStandardInput, IsNotReadFurtherThanWhatMayBeLost) {
   EXPECT_LE(sink.lines.size() * lineBytes, 5U * 1024 * 1024);
   std::size_t taken = 0;
   while (!collector->IsAtEnd()) {
-    for (; taken < sink.marks.size(); ++taken) collector->Taken(sink.marks[taken]);
     collector->Collect(sink);
+    for (; taken < sink.marks.size(); ++taken) collector->Taken(sink.marks[taken]);
     collector->Wait(1h);
   }
   writer.join();
