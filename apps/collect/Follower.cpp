@@ -332,6 +332,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   FollowedFile* const pOriginal = !saved && isKnownInput ? FindOriginal(seen.path) : nullptr;
   std::optional<Generation> rest;
   // An original that has changed may have been truncated.
+  if (pOriginal != nullptr) MarkReady(*pOriginal);
   if (pOriginal != nullptr && (status.size == 0 || (EnsureOpen(*pOriginal) && Look(*pOriginal)))) {
     rest = TakeRest(*pOriginal, *pFile, status.size);
     if (!rest && IsToBeHeld(*pOriginal, seen, *pFile, listing)) return;
@@ -371,6 +372,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
     file.isAtEnd = true;
     file.seenSize = status.size;
     file.seenModified = status.modified;
+    if (file.place.isRotated) Close(file);
   } else {
     if (file.place.isRotated) m_rotated.insert(&file);
     MarkReady(file);
@@ -650,6 +652,8 @@ void Follower::LookAtRotated() {
       MarkReady(file);
     } else if (file.hasName) {
       m_rotated.erase(&file);
+      // Not every system lets the next rotation replace a file that is open.
+      Close(file);
     } else if (file.IsDelivered()) {
       Drop(file);
     }

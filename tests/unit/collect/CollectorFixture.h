@@ -41,8 +41,14 @@ class RecordingSink : public LineSink {
 
 enum class Mode { Watched, Polled };
 
-/// Under `Watched` the clock stands still, so that only what the system reports makes anything happen. Where it reports
-/// nothing, and under `Polled`, each `Gather` lets the time of a listing pass.
+/// Those that differ on this system.
+inline std::vector<Mode> GetModes() {
+  if (std::filesystem::path::preferred_separator != '/') return {Mode::Polled};
+  return {Mode::Watched, Mode::Polled};
+}
+
+/// Under `Watched` the clock stands still, so that only what the system reports makes anything happen. Under
+/// `Polled`, each `Gather` lets the time of a listing pass.
 class CollectorFixture : public testing::TestWithParam<Mode> {
  protected:
   using Lines = std::vector<std::string>;
@@ -55,7 +61,7 @@ class CollectorFixture : public testing::TestWithParam<Mode> {
 
   static Mode GetMode() {
     const auto* const info = testing::UnitTest::GetInstance()->current_test_info();
-    return info->value_param() == nullptr ? Mode::Watched : GetParam();
+    return info->value_param() == nullptr ? GetModes()[0] : GetParam();
   }
 
   std::string PatternText(const std::filesystem::path& relative) const {
@@ -122,7 +128,7 @@ class CollectorFixture : public testing::TestWithParam<Mode> {
   std::vector<std::string> warnings;
   RecordingSink sink;
   std::unique_ptr<Collector> collector;
-  const bool isWatching = GetMode() == Mode::Watched && std::filesystem::path::preferred_separator == '/';
+  const bool isWatching = GetMode() == Mode::Watched;
 };
 
 inline std::string ModeName(const testing::TestParamInfo<Mode>& info) {

@@ -16,7 +16,7 @@ class CollectRotated : public CollectorFixture {
     return Gather();
   }
 };
-INSTANTIATE_TEST_SUITE_P(, CollectRotated, testing::Values(Mode::Watched, Mode::Polled), ModeName);
+INSTANTIATE_TEST_SUITE_P(, CollectRotated, testing::ValuesIn(GetModes()), ModeName);
 
 TEST_P(CollectRotated, RestOfTheOldFileComesBeforeTheNewOne) {
   Append("a.log", "one\n");
@@ -75,10 +75,8 @@ TEST_P(CollectRotated, DeletedFileIsReadToItsEnd) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
   Gather();
-  std::ofstream file(folder.Path() / "a.log", std::ios::binary | std::ios::app);
+  Append("a.log", "two\nthree");
   std::filesystem::remove(folder.Path() / "a.log");
-  file << "two\nthree" << std::flush;
-  now += limits.pollInterval;
   EXPECT_THAT(Gather(), ElementsAre("two"));
   EXPECT_THAT(GatherAfterQuiet(), ElementsAre("three"));
 }
@@ -204,6 +202,8 @@ TEST_P(CollectRotated, FileWithALongerNameIsNoCopy) {
 }
 
 TEST_P(CollectRotated, AnotherFileOfTheSameNameIsReadWhole) {
+  // Not every system lets an open file be replaced.
+  limits.maxOpenFiles = 0;
   Append("a.log", "one\n");
   Start({Files("a.log")});
   EXPECT_THAT(Deliver(), ElementsAre("one"));
