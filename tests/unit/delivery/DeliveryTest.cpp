@@ -213,6 +213,22 @@ TEST_F(DeliveryTest, WhatKeptDestinationsHaveInFlightIsWaitedForAfterARepetition
   EXPECT_THAT(m_taken, ElementsAre(std::pair(1u, 20u)));
 }
 
+TEST_F(DeliveryTest, RepetitionMayComeInAnotherOrder) {
+  Use({"a", "b"});
+  Take(1, 1);
+  Take(1, 2);
+  Socket("a").Deliver(1);
+  ASSERT_TRUE(Use({"a", "c"}));
+  Take(1, 2);
+  Take(1, 1);
+  Socket("c").Deliver(2);
+  m_delivery.Settle();
+  EXPECT_THAT(m_taken, IsEmpty()) << "a still has the line of source 2";
+  Socket("a").Deliver(1);
+  m_delivery.Settle();
+  EXPECT_THAT(m_taken, ElementsAre(std::pair(2u, 10u), std::pair(1u, 10u)));
+}
+
 TEST_F(DeliveryTest, SecondRepetitionKnowsOfTheFirst) {
   Use({"a", "b"});
   for (int number = 1; number <= 3; ++number) Take(number);
