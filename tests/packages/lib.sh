@@ -17,15 +17,9 @@ code_block() {
     $0 == heading { found = 1 }' "$1"
 }
 
-# start_receiver listens on a free loopback port, stored in $port, and writes what it is sent to $work/received. Perl is
-# on every Debian.
+# start_receiver listens on a free loopback port, stored in $port; what it is sent goes to $work/received.
 start_receiver() {
-  perl -MIO::Socket::INET -e '
-    my $server = IO::Socket::INET->new(Listen => 1, LocalAddr => "127.0.0.1") or die;
-    open(my $file, ">", "$ARGV[0]/port.new"); print $file $server->sockport; close $file;
-    rename "$ARGV[0]/port.new", "$ARGV[0]/port";
-    open(my $out, ">", "$ARGV[0]/received"); $out->autoflush(1);
-    while (my $client = $server->accept) { print $out $_ while <$client>; }' "$work" &
+  "$root/tests/packages/receive-lines" "$work" &
   receiver=$!
   wait_until 20 test -s "$work/port" || die "the receiver does not listen"
   port=$(<"$work/port")
