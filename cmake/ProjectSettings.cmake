@@ -48,6 +48,10 @@ else()
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Werror
     # One tree gives one binary wherever it lies.
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  # The compiler cache hands sources to the compiler by their path from the build folder: what ships has the same names
+  # of files in it with and without the cache. (The cache does not look at the value: a change of it needs an empty one.)
+  file(RELATIVE_PATH path_to_sources "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
+  target_compile_options(sorvex_settings INTERFACE $<$<CONFIG:Release>:-fmacro-prefix-map=${path_to_sources}=./>)
   # After the flags of the build type, which these take back. Lines for a backtrace are all that is wanted of symbols.
   target_compile_options(sorvex_test_settings INTERFACE -O0 -g1)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
