@@ -25,12 +25,13 @@ std::size_t Framing::AddedBytes(std::size_t length) const {
   switch (m_kind) {
     case Kind::None: return 0;
     case Kind::LineFeed: return 1;
-    case Kind::OctetCounting: return DecimalDigits(length) + 1;
+    case Kind::OctetCounting: return length == 0 ? 0 : DecimalDigits(length) + 1;
   }
   return 0;
 }
 
 void Framing::Write(std::span<const char> payload, char* target) const {
+  if (payload.empty() && m_kind != Kind::LineFeed) return;
   if (m_kind == Kind::OctetCounting) {
     target = std::to_chars(target, target + AddedBytes(payload.size()), payload.size()).ptr;
     *target++ = ' ';

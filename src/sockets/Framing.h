@@ -14,7 +14,8 @@ class Framing {
   enum class Kind {
     None,          ///< nothing: the transport keeps payloads apart, or the receiver does
     LineFeed,      ///< a line feed behind the payload
-    OctetCounting  ///< RFC 6587, section 3.4.1: the length in decimal digits and a blank before the payload
+    OctetCounting  ///< RFC 6587, section 3.4.1: the length in decimal digits and a blank before the payload; an
+                   ///< empty one, which there cannot be, is not sent
   };
 
   explicit Framing(Kind kind = Kind::None) : m_kind(kind) {}
