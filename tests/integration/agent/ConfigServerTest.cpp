@@ -239,8 +239,8 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{
             "CutInAConfiguration", {"--fault", "cut:400", "--fault-on", "configuration"}, fetchConfiguration, false},
         FaultCase{
-            "LateConfiguration", {"--fault", "late:600", "--fault-on", "configuration"}, fetchConfiguration, false},
-        FaultCase{"LatePatch", {"--fault", "late:600", "--fault-on", "patch"}, fetchPatch, false},
+            "LateConfiguration", {"--fault", "late:10", "--fault-on", "configuration"}, fetchConfiguration, false},
+        FaultCase{"LatePatch", {"--fault", "late:10", "--fault-on", "patch"}, fetchPatch, false},
         FaultCase{
             "ClosedInsteadOfAPatch", {"--fault", "close-after-request", "--fault-on", "patch"}, fetchPatch, false},
         FaultCase{"CutInAPatch", {"--fault", "cut:50000", "--fault-on", "patch"}, fetchPatch, false},
