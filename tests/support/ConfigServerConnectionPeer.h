@@ -16,6 +16,8 @@ struct ConfigServerConnectionPeer {
     return connection.m_responseHeaders.All();
   }
 
+  static std::uint16_t Port(const ConfigServerConnection& connection) { return connection.m_port; }
+
   static std::size_t OnResponseHeader(ConfigServerConnection& connection, std::string line, std::size_t size) {
     return ConfigServerConnection::OnResponseHeader(line.data(), size, line.size() / size, &connection);
   }

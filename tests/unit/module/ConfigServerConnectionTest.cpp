@@ -375,6 +375,34 @@ TEST_F(HttpsConnection, FetchesTheCertificateWithinTheRangeOfTlsVersions) {
   ExpectCodes(tlsConnectError, 0);
 }
 
+class HttpsFetch : public HttpsConnection, public testing::WithParamInterface<int> {};
+
+TEST_P(HttpsFetch, MeetsServersOfAVersionBetween10And12) {
+  TlsServerOptions options;
+  options.minVersion = GetParam();
+  options.maxVersion = GetParam();
+  Serve(std::vector{HttpAnswer("")}, options);
+  ASSERT_TRUE(Initialize());
+  // The request itself is in the range of libcurl.
+  m_connection.TestConnection();
+  EXPECT_TRUE(std::filesystem::exists(TrustFile()));
+  EXPECT_THAT(m_log->Lines("Code.CertificateManager."), Not(Contains(StartsWith("Error "))));
+}
+
+INSTANTIATE_TEST_SUITE_P(Versions, HttpsFetch, testing::Values(TLS1_VERSION, TLS1_1_VERSION, TLS1_2_VERSION));
+
+TEST_F(HttpsConnection, FetchesTheCertificateFromPort443UnlessToldOtherwise) {
+  for (const char* const port : {"", "65536", "-1", "https"}) {
+    ConfigServerConnection connection;
+    EXPECT_TRUE(connection.Initialize({{"ConfigurationServerPort", port}}));
+    EXPECT_EQ(ConfigServerConnectionPeer::Port(connection), 443) << port;
+  }
+  ConfigServerConnection connection;
+  EXPECT_TRUE(connection.Initialize({}));
+  EXPECT_EQ(ConfigServerConnectionPeer::Port(connection), 443);
+  EXPECT_THAT(m_log->Records(), IsEmpty());
+}
+
 TEST_F(HttpsConnection, IsInitializedOnce) {
   ScriptedHttpsServer& server = Talk({HttpAnswer("")});
   EXPECT_TRUE(Initialize({{"ApplicationIdentifier", "another&"}, {"AutoCreation.Foo", "1"}}));

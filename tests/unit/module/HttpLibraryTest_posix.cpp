@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -27,6 +28,7 @@ constexpr std::string_view token = "Zq7~vK2-wX9_Jm4-pR8";
 struct Watch {
   std::vector<std::pair<CURLoption, void*>> m_options;
   std::vector<std::string> m_headers;
+  std::string m_url;
   std::optional<CURLoption> m_refusedOption;
   bool m_bHandleFails = false;
   bool m_bHeaderFails = false;
@@ -79,6 +81,7 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
   if (watch) {
     if (option == watch->m_refusedOption) return CURLE_OUT_OF_MEMORY;
     watch->m_options.emplace_back(option, value);
+    if (option == CURLOPT_URL) watch->m_url = static_cast<const char*>(value);
   }
   return Next<CURLcode (*)(CURL*, CURLoption, ...)>("curl_easy_setopt")(handle, option, value);
 }
@@ -254,6 +257,14 @@ TEST_F(HttpLibrary, MayEscapeNothing) {
   m_watch.m_bEscapeFails = true;
   EXPECT_TRUE(Initialize({{"AutoCreation.A", "b c"}}));
   EXPECT_EQ(m_log->Count("Debug Log source auto-creation parameters: &AutoCreation.A=b c"), 1U);
+  const std::string start = "https://server.example/console/sorvex?Name=";
+  EXPECT_TRUE(m_connection.RegisterInstance("d e", "&"));
+  EXPECT_EQ(m_watch.m_url,
+            start + "RegisterInstance&Identifier=agent&OS+version=d e&Sorvex+version=&&AutoCreation.A=b c");
+  std::ostringstream output;
+  std::string md5;
+  EXPECT_TRUE(m_connection.RetrieveSoftwarePatch({"A", "B"}, output, md5));
+  EXPECT_EQ(m_watch.m_url, start + "RetrieveSoftwarePatch&Identifier=agent&OutOfDateList=x64_72_A,x64_72_B");
 }
 
 TEST_F(HttpLibrary, GetsItsListBackWithoutTheToken) {
