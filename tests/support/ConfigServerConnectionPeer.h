@@ -8,6 +8,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace VaroCommunicationAPI {
 
@@ -17,6 +18,10 @@ struct ConfigServerConnectionPeer {
   }
 
   static std::uint16_t Port(const ConfigServerConnection& connection) { return connection.m_port; }
+
+  static std::string_view Token(const ConfigServerConnection& connection) {
+    return connection.m_applicationToken.View();
+  }
 
   static std::size_t OnResponseHeader(ConfigServerConnection& connection, std::string line, std::size_t size) {
     return ConfigServerConnection::OnResponseHeader(line.data(), size, line.size() / size, &connection);

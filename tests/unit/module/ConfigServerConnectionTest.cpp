@@ -434,6 +434,27 @@ TEST_F(HttpsConnection, StartsFromNothingAfterShutdown) {
                     HasSubstr("\r\nSEC: sec-ret\r\n"), Not(HasSubstr("to-ken"))));
 }
 
+TEST_F(HttpsConnection, StartsFromTheWholeRangeOfTlsVersionsAfterShutdown) {
+  TlsServerOptions options;
+  options.maxVersion = TLS1_VERSION;
+  Serve(std::vector{HttpAnswer("")}, options);
+  ASSERT_TRUE(Initialize({{"ConfigurationServerMinSSLProtocol", "TLSv1.2"}}));
+  m_connection.TestConnection();
+  EXPECT_FALSE(std::filesystem::exists(TrustFile()));
+  m_connection.Shutdown();
+  // A range that is refused changes nothing.
+  ASSERT_TRUE(Initialize({{"ConfigurationServerMinSSLProtocol", "TLSv1.3"}}));
+  m_connection.TestConnection();
+  EXPECT_TRUE(std::filesystem::exists(TrustFile()));
+}
+
+TEST_F(HttpsConnection, HasNoTokenAfterShutdown) {
+  EXPECT_TRUE(Initialize());
+  EXPECT_EQ(ConfigServerConnectionPeer::Token(m_connection), "to-ken");
+  m_connection.Shutdown();
+  EXPECT_EQ(ConfigServerConnectionPeer::Token(m_connection), "");
+}
+
 TEST_F(HttpsConnection, ForgetsTheLastFailureWithShutdownAndInitialize) {
   Talk({HttpAnswer("")}, {{"ApplicationIdentifier", "a b"}});
   EXPECT_FALSE(m_connection.PostHeartbeat());

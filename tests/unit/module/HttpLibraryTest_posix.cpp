@@ -34,6 +34,8 @@ struct Watch {
   bool m_bHeaderFails = false;
   bool m_bEscapeFails = false;
   bool m_bPerformed = false;
+  CURLcode m_result = CURLE_OK;
+  std::string m_message;          ///< of a request that fails
   bool m_bSignalBlocked = false;  ///< SIGPIPE, in every call that may write
   int m_openHandles = 0;
   int m_freedLists = 0;
@@ -90,7 +92,10 @@ CURLcode curl_easy_perform(CURL*) {
   // Nothing goes out of this program.
   watch->m_bPerformed = true;
   watch->m_bSignalBlocked = IsSignalBlocked();
-  return CURLE_OK;
+  for (const auto& [option, value] : watch->m_options) {
+    if (option == CURLOPT_ERRORBUFFER) std::strcpy(static_cast<char*>(value), watch->m_message.c_str());
+  }
+  return watch->m_result;
 }
 
 curl_slist* curl_slist_append(curl_slist* list, const char* text) {
@@ -251,6 +256,25 @@ TEST_F(HttpLibrary, MayRefuseTheUrl) {
                          "https://server.example/console/sorvex?Name=PostHeartbeat&Identifier=agent PostFields: \n"
                          "    Error code: 27 "),
             1U);
+}
+
+TEST_F(HttpLibrary, MayRefuseTheUrlAfterAFailure) {
+  EXPECT_TRUE(Initialize());
+  m_watch.m_result = CURLE_RECV_ERROR;
+  m_watch.m_message = "text";
+  EXPECT_FALSE(m_connection.PostHeartbeat());
+  EXPECT_EQ(m_connection.GetLastErrorMessage(), "text");
+  m_watch.m_refusedOption = CURLOPT_URL;
+  EXPECT_FALSE(m_connection.PostHeartbeat());
+  EXPECT_EQ(m_connection.GetLastErrorMessage(), "");
+}
+
+TEST_F(HttpLibrary, ReportsAMessageUpToTheLengthOfItsBuffer) {
+  EXPECT_TRUE(Initialize());
+  m_watch.m_result = CURLE_RECV_ERROR;
+  m_watch.m_message = std::string(1023, 'm');
+  EXPECT_FALSE(m_connection.PostHeartbeat());
+  EXPECT_EQ(m_connection.GetLastErrorMessage(), m_watch.m_message);
 }
 
 TEST_F(HttpLibrary, MayEscapeNothing) {
