@@ -456,11 +456,13 @@ TEST_F(HttpsConnection, HasNoTokenAfterShutdown) {
 }
 
 TEST_F(HttpsConnection, ForgetsTheLastFailureWithShutdownAndInitialize) {
-  Talk({HttpAnswer("")}, {{"ApplicationIdentifier", "a b"}});
+  Talk({HttpAnswer("")});
+  m_environment.emplace(UnusedPort());
   EXPECT_FALSE(m_connection.PostHeartbeat());
   m_connection.Shutdown();
   m_connection.Shutdown();
-  EXPECT_EQ(m_connection.GetLastErrorCode(), malformedUrl);
+  EXPECT_EQ(m_connection.GetLastErrorCode(), cannotConnect);
+  EXPECT_THAT(m_connection.GetLastErrorMessage(), StartsWith("Failed to connect to 127.0.0.1 port "));
   EXPECT_TRUE(Initialize());
   ExpectCodes(0, 0);
   EXPECT_EQ(m_connection.GetLastErrorMessage(), "");
