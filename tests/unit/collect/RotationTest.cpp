@@ -28,6 +28,21 @@ TEST_P(CollectRotated, RestOfTheOldFileComesBeforeTheNewOne) {
   EXPECT_THAT(Gather(), ElementsAre("two", "three"));
 }
 
+TEST_P(CollectRotated, RestOfTheOldFileComesFirstHoweverLongItIs) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  constexpr std::size_t lineCount = 20'000;
+  std::string rest;
+  for (std::size_t count = 0; count < lineCount; ++count) rest += "a line of the rest, of forty bytes or so\n";
+  Append("a.log", rest);
+  Rename("a.log", "a.log.1");
+  Append("a.log", "new\n");
+  const Lines lines = Gather();
+  ASSERT_EQ(lines.size(), lineCount + 1);
+  EXPECT_EQ(lines.back(), "new");
+}
+
 TEST_P(CollectRotated, OldFileIsFollowedAsLongAsItIsWritten) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
@@ -50,6 +65,11 @@ TEST_P(CollectRotated, LastPieceOfTheOldFileIsALineOnceTheFileIsQuiet) {
   now += limits.pollInterval;
   EXPECT_THAT(GatherAfterQuiet(), ElementsAre("piece"));
   EXPECT_THAT(GatherAfterQuiet(), IsEmpty());
+  // Its writer was not done after all.
+  Append("a.log.1", "more");
+  now += limits.pollInterval;
+  EXPECT_THAT(Gather(), IsEmpty());
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("more"));
 }
 
 TEST_P(CollectRotated, FileThatKeepsMatchingIsReadOnce) {

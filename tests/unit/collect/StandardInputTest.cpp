@@ -120,6 +120,7 @@ TEST_F(CollectStandardInput, IsNotReadFurtherThanWhatMayBeLost) {
   }
   writer.join();
   EXPECT_EQ(sink.lines.size(), lineCount);
+  EXPECT_EQ(sink.marks.back().position, lineCount * lineBytes);
 }
 
 }  // namespace
