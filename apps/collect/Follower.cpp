@@ -549,8 +549,8 @@ void Follower::CloseUnused() {
     const bool isSurplus = m_open.size() > m_limits.maxOpenFiles;
     const bool isIdle = now - file.changeTime >= m_limits.idleCloseTime && file.IsDelivered();
     if (!isSurplus && now - file.changeTime < m_limits.idleCloseTime) return;
-    // What has no name could not be opened again.
-    if (file.hasName && file.isAtEnd && !file.isReady && !m_rotated.contains(&file) && (isSurplus || isIdle)) {
+    // Among the rotated ones are those without a name, which could not be opened again.
+    if (file.isAtEnd && !file.isReady && !m_rotated.contains(&file) && (isSurplus || isIdle)) {
       Close(file);
     } else {
       --attempts;

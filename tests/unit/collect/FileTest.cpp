@@ -171,6 +171,16 @@ TEST_P(CollectFiles, TakesTheFurthestMark) {
   EXPECT_THAT(Gather(), ElementsAre("three"));
 }
 
+TEST_P(CollectFiles, TakesNoMarkBehindWhatWasHandedOut) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Gather();
+  collector->Taken({sink.marks[0].source, 1000});
+  Append("a.log", "two\n");
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
 TEST_P(CollectFiles, HandsOutAgainWhatWasNotTaken) {
   Append("a.log", "one\ntwo\nthree\n");
   Append("b.log", "other\n");

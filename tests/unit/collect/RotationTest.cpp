@@ -140,6 +140,14 @@ TEST_P(CollectRotated, ShorterFileIsReadFromItsStart) {
   EXPECT_THAT(Gather(), ElementsAre("new"));
 }
 
+TEST_P(CollectRotated, ShorterFileOfTheSameHeadIsReadFromItsStart) {
+  Append("a.log", std::string(1999, 'x') + "\n" + std::string(1000, 'y') + "\n");
+  Start({Files("a.log")});
+  Gather();
+  std::filesystem::resize_file(folder.Path() / "a.log", 2000);
+  EXPECT_THAT(Gather(), ElementsAre(std::string(1999, 'x')));
+}
+
 TEST_P(CollectRotated, FileWithAnotherHeadIsReadFromItsStart) {
   Append("a.log", "one\ntwo\n");
   Start({Files("a.log")});
@@ -209,6 +217,15 @@ TEST_P(CollectRotated, CopyWhoseOriginalStaysIsAFileOfItsOwn) {
   EXPECT_THAT(Gather(), IsEmpty());
   now += limits.rotatedQuietTime;
   EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectRotated, FileWithALongerNameIsNoCopyAfterATruncation) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  folder.Write("a.log", "");
+  Append("a.log.err", "another file\n");
+  EXPECT_THAT(Gather(), ElementsAre("another file"));
 }
 
 TEST_P(CollectRotated, FileWithALongerNameIsNoCopy) {
