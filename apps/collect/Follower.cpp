@@ -438,7 +438,9 @@ std::optional<Place> Follower::TakeSaved(const Seen& seen) {
 /// Finds files that were renamed while nobody followed them, to names that no input's pattern stands for.
 void Follower::AdoptRotated(Listing& listing) {
   std::vector<FileIdentity> found;
-  for (const auto& [identity, place] : m_saved) {
+  for (const auto& entry : m_saved) {
+    const FileIdentity& identity = entry.first;
+    const Place& place = entry.second;
     const auto input = std::find_if(m_inputs.begin(), m_inputs.end(),
                                     [&place](const auto& pInput) { return pInput->pattern.Matches(place.path); });
     // A number that was given to another file must not let that one be read.

@@ -125,6 +125,21 @@ TEST_P(CollectRotated, ClosedFileIsFoundUnderItsNewName) {
   EXPECT_THAT(Gather(), ElementsAre("two"));
 }
 
+TEST_P(CollectRotated, FileWithoutANameStaysOpen) {
+  limits.maxOpenFiles = 0;
+  const test::TemporaryDirectory elsewhere{"elsewhere"};
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  Rename("a.log", "a.log.1");
+  Append("a.log", "new\n");
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+  std::filesystem::rename(folder.Path() / "a.log.1", elsewhere.Path() / "a.log.1");
+  std::ofstream(elsewhere.Path() / "a.log.1", std::ios::binary | std::ios::app) << "late\n";
+  now += limits.pollInterval;
+  EXPECT_THAT(Gather(), ElementsAre("late"));
+}
+
 TEST_P(CollectRotated, ShorterFileIsReadFromItsStart) {
   Append("a.log", "one\ntwo\n");
   Start({Files("a.log")});
