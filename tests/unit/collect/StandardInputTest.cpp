@@ -1,0 +1,126 @@
+#include "CollectorFixture.h"
+#include "StandardInputPipe.h"
+#include "support/WaitUntil.h"
+
+#include <cstddef>
+#include <string>
+
+namespace sorvex::collect {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class CollectStandardInput : public CollectorFixture {
+ protected:
+  CollectStandardInput() { limits.now = std::chrono::steady_clock::now; }
+
+  static InputSettings StandardInput() {
+    InputSettings settings;
+    settings.kind = InputSettings::Kind::StandardInput;
+    settings.maxLineBytes = 256;
+    return settings;
+  }
+
+  /// So many lines, for which it waits, and those that come with them.
+  Lines GatherLines(std::size_t count) {
+    sink.lines.clear();
+    sink.marks.clear();
+    EXPECT_TRUE(test::WaitUntil([&] {
+      while (collector->Collect(sink) == Collector::Progress::More) continue;
+      return sink.lines.size() >= count;
+    }));
+    return sink.lines;
+  }
+
+  bool EndsWithoutFiles() {
+    return test::WaitUntil([&] {
+      collector->Collect(sink);
+      return collector->IsAtEnd();
+    });
+  }
+
+  StandardInputPipe pipe;
+};
+
+TEST_F(CollectStandardInput, HandsOutLinesAndTheLastPiece) {
+  Start({StandardInput()});
+  pipe.Write("one\r\ntw");
+  EXPECT_THAT(GatherLines(1), ElementsAre("one"));
+  EXPECT_FALSE(collector->IsAtEnd());
+  pipe.Write("o\nthree");
+  EXPECT_THAT(GatherLines(1), ElementsAre("two"));
+  EXPECT_EQ(sink.marks[0].position, 9U);
+  pipe.End();
+  EXPECT_THAT(GatherLines(1), ElementsAre("three"));
+  EXPECT_TRUE(collector->IsAtEnd());
+}
+
+TEST_F(CollectStandardInput, IsNotAtEndBeforeAllIsHandedOut) {
+  Start({StandardInput()});
+  pipe.Write("one\ntwo\n");
+  pipe.End();
+  sink.room = 1;
+  EXPECT_THAT(GatherLines(1), ElementsAre("one"));
+  EXPECT_FALSE(collector->IsAtEnd());
+  sink.room = 9;
+  EXPECT_TRUE(EndsWithoutFiles());
+  collector->Rewind();
+  EXPECT_FALSE(collector->IsAtEnd());
+}
+
+TEST_F(CollectStandardInput, IsNotAtEndWhileThereAreFiles) {
+  Start({StandardInput(), Files("*.log")});
+  pipe.End();
+  Gather();
+  EXPECT_FALSE(collector->IsAtEnd());
+  collector->Change({StandardInput()});
+  EXPECT_TRUE(EndsWithoutFiles());
+}
+
+TEST_F(CollectStandardInput, HandsOutAgainWhatWasNotTaken) {
+  Start({StandardInput()});
+  pipe.Write("one\ntwo\nthree\n");
+  GatherLines(3);
+  collector->Taken(sink.marks[0]);
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+  collector->Taken(sink.marks[1]);
+  collector->Rewind();
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_F(CollectStandardInput, SendsLongLinesInPieces) {
+  Start({StandardInput()});
+  pipe.Write(std::string(600, 'x') + "\n");
+  EXPECT_THAT(GatherLines(3), ElementsAre(std::string(256, 'x'), std::string(256, 'x'), std::string(88, 'x')));
+  EXPECT_THAT(warnings, ElementsAre(HasSubstr("more than 256 bytes")));
+}
+
+TEST_F(CollectStandardInput, IsNotReadFurtherThanWhatMayBeLost) {
+  constexpr std::size_t blockLines = 320;
+  constexpr std::size_t lineBytes = 100;
+  constexpr std::size_t blockBytes = blockLines * lineBytes;
+  constexpr std::size_t boundBytes = 4 * 1024 * 1024;
+  std::string block;
+  for (std::size_t count = 0; count < blockLines; ++count) block += std::string(lineBytes - 1, 'x') + "\n";
+  Start({StandardInput()});
+  std::size_t written = 0;
+  while (written < boundBytes) {
+    pipe.Write(block);
+    written += blockBytes;
+    EXPECT_EQ(GatherLines(blockLines).size(), blockLines);
+  }
+  const Mark last = sink.marks.back();
+  EXPECT_EQ(last.position, written);
+  // Nothing was taken, so that reading has stopped.
+  pipe.Write(block);
+  EXPECT_THAT(Gather(), IsEmpty());
+  collector->Taken(last);
+  EXPECT_EQ(GatherLines(blockLines).size(), blockLines);
+  EXPECT_EQ(sink.marks.back().position, written + blockBytes);
+}
+
+}  // namespace
+}  // namespace sorvex::collect

@@ -1,0 +1,74 @@
+// What ends a wait where the system reports changes.
+#include "CollectorFixture.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <thread>
+
+namespace sorvex::collect {
+namespace {
+
+using testing::ElementsAre;
+
+class CollectorWaitPosix : public CollectorFixture {
+ protected:
+  CollectorWaitPosix() {
+    limits.now = std::chrono::steady_clock::now;
+    limits.pollInterval = limits.pollListInterval = limits.listInterval = 24h;
+  }
+
+  /// Waits and collects until a line comes.
+  Lines WaitForLines() {
+    sink.lines.clear();
+    const auto start = std::chrono::steady_clock::now();
+    while (sink.lines.empty() && std::chrono::steady_clock::now() - start < 30min) {
+      collector->Wait(1h);
+      while (collector->Collect(sink) == Collector::Progress::More) continue;
+    }
+    return sink.lines;
+  }
+};
+
+TEST_F(CollectorWaitPosix, EndsWhenAFileIsWrittenOrAppears) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  EXPECT_THAT(WaitForLines(), ElementsAre("one"));
+  Append("a.log", "two\n");
+  EXPECT_THAT(WaitForLines(), ElementsAre("two"));
+  Append("b.log", "three\n");
+  EXPECT_THAT(WaitForLines(), ElementsAre("three"));
+}
+
+TEST_F(CollectorWaitPosix, EndsWhenTheFileOfALinkIsWritten) {
+  const test::TemporaryDirectory elsewhere{"elsewhere"};
+  elsewhere.Write("target", "one\n");
+  std::filesystem::create_symlink(elsewhere.Path() / "target", folder.Path() / "a.log");
+  Start({Files("*.log")});
+  EXPECT_THAT(WaitForLines(), ElementsAre("one"));
+  std::ofstream(elsewhere.Path() / "target", std::ios::app) << "two\n";
+  EXPECT_THAT(WaitForLines(), ElementsAre("two"));
+}
+
+Collector* wokenCollector = nullptr;
+
+TEST_F(CollectorWaitPosix, EndsWithAWakeFromASignalHandler) {
+  Start({Files("*.log")});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  wokenCollector = collector.get();
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) { wokenCollector->Wake(); };
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGUSR1, &action, &before);
+  const auto start = std::chrono::steady_clock::now();
+  std::thread thread([] { kill(getpid(), SIGUSR1); });
+  collector->Wait(1h);
+  collector->Wait(1ms);
+  thread.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30min);
+  sigaction(SIGUSR1, &before, nullptr);
+}
+
+}  // namespace
+}  // namespace sorvex::collect
