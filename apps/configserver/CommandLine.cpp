@@ -1,24 +1,14 @@
 #include <CommandLine.h>
 
+#include <Exchange.h>
 #include <Text.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <iostream>
-#include <map>
 
 namespace sorvex::configserver {
-namespace {
-
-const std::map<std::string, Exchange> exchanges{{"connect", Exchange::Establishment2},
-                                                {"register", Exchange::Registration},
-                                                {"status", Exchange::Status},
-                                                {"configuration", Exchange::Configuration},
-                                                {"patch", Exchange::Patch}};
-
-}  // namespace
-
 std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& status) {
   Options options;
   std::string data;
@@ -58,7 +48,8 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
       app.add_option("--fault", fault, "Misbehave, for tests: " + Fault::Kinds())->type_name("KIND[:N]");
   CLI::Option* const onOption =
       app.add_option("--fault-on", faultExchange, "Only then: connect, register, status, configuration or patch")
-          ->transform(CLI::CheckedTransformer(exchanges))
+          ->transform(CLI::CheckedTransformer(
+              std::vector<std::pair<std::string, Exchange>>(exchangeNames.begin(), exchangeNames.end())))
           ->type_name("EXCHANGE")
           ->needs(faultOption);
   CLI::Option* const timesOption =

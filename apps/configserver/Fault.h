@@ -1,7 +1,7 @@
 // What the server does wrong on request, so that agents can be tested and rehearsed against it.
 #pragma once
 
-#include <Protocol.h>
+#include <Exchange.h>
 
 #include <cstdint>
 #include <optional>
@@ -36,7 +36,7 @@ class Fault {
   /// The kinds as `Parse` takes them, with commas between them.
   static std::string Kinds();
 
-  /// Only in this kind of exchange; both establishments count as one.
+  /// Only in this kind of exchange.
   void LimitTo(Exchange exchange) { m_exchange = exchange; }
   /// Only so many times.
   void LimitTimes(std::uint32_t times) { m_timesLeft = times; }
@@ -45,7 +45,7 @@ class Fault {
   bool TakeHandshake();
 
   /// What is to go wrong with the answer to a request of this kind, `None` otherwise. Counts when something is.
-  Kind TakeAnswer(Exchange exchange);
+  Kind TakeAnswer(Exchange exchange, Protocol protocol);
 
   /// N, or the kind's own default.
   std::uint32_t Number() const { return m_number; }

@@ -3,6 +3,7 @@
 #include <Identity.h>
 #include <Log.h>
 #include <Text.h>
+#include <WireConversation.h>
 #include <platform/Platform.h>
 
 #include <boost/asio/ip/v6_only.hpp>
@@ -121,7 +122,8 @@ void Server::Accept() {
   m_acceptor.async_accept([this](const error_code& error, tcp::socket socket) {
     // Without a descriptor for it a caller stays where he is, and the acceptor would say so again at once.
     if (error) return AcceptLater();
-    std::make_shared<Connection>(std::move(socket), m_service)->Start();
+    const auto connection = std::make_shared<Connection>(std::move(socket), m_service);
+    connection->Start(std::make_unique<WireConversation>(*connection, m_service));
     Accept();
   });
 }
