@@ -146,7 +146,10 @@ void Connection::Send(Outgoing answer) {
 void Connection::WriteMore() {
   if (m_written == m_output.size()) {
     try {
-      if (m_answer.body) {
+      if (m_fault == Fault::Kind::EndlessBody) {
+        m_output.assign(blockBytes, 'x');
+        m_written = 0;
+      } else if (m_answer.body) {
         m_output.resize(blockBytes);
         m_output.resize(m_answer.body->Read(m_output.data(), m_output.size()));
         m_written = 0;
@@ -160,10 +163,13 @@ void Connection::WriteMore() {
 
   std::uint64_t size = m_output.size() - m_written;
   if (m_fault == Fault::Kind::ByteByByte) size = 1;
-  if (m_fault == Fault::Kind::Cut) size = std::min(size, m_service.fault.Number() - m_total);
+  const bool isStalled = m_fault == Fault::Kind::Stall;
+  if (isStalled || m_fault == Fault::Kind::Cut) size = std::min(size, m_service.fault.Number() - m_total);
   if (size == 0) {
-    LogExchange("cut after " + std::to_string(m_total) + " bytes");
-    return Close();
+    LogExchange((isStalled ? "stalled after " : "cut after ") + std::to_string(m_total) + " bytes");
+    if (!isStalled) return Close();
+    m_deadline.cancel();
+    return DiscardInput();
   }
   ExpectWithin(m_service.idleTimeout, "the agent to take the response");
   m_stream.async_write_some(

@@ -22,6 +22,7 @@ using enum Fault::Kind;
 
 constexpr NamedKind kinds[] = {{"late", Late, 5, Spoken::Either},
                                {"cut", Cut, 10, Spoken::Either},
+                               {"stall", Stall, 10, Spoken::Either},
                                {"byte-by-byte", ByteByByte, 0, Spoken::Either},
                                {"silent-handshake", SilentHandshake, 0, Spoken::Either},
                                {"close-after-request", CloseAfterRequest, 0, Spoken::Either},
@@ -30,7 +31,13 @@ constexpr NamedKind kinds[] = {{"late", Late, 5, Spoken::Either},
                                {"oversized-binary", OversizedBinary, maxDataBytes + 1, Spoken::Wire},
                                {"wrong-digest", WrongDigest, 0, Spoken::Wire},
                                {"speaks-1.0", Speaks1, 0, Spoken::Wire},
-                               {"speaks-1.0-type-only", Speaks1TypeOnly, 0, Spoken::Wire}};
+                               {"speaks-1.0-type-only", Speaks1TypeOnly, 0, Spoken::Wire},
+                               {"html", Html, 0, Spoken::Https},
+                               {"status", Status, 500, Spoken::Https},
+                               {"redirect", Redirect, 0, Spoken::Https},
+                               {"header-without-colon", HeaderWithoutColon, 0, Spoken::Https},
+                               {"huge-header", HugeHeader, 0x100000, Spoken::Https},
+                               {"endless-body", EndlessBody, 0, Spoken::Https}};
 
 Spoken SpokenOf(Fault::Kind kind) {
   const auto found = std::ranges::find(kinds, kind, &NamedKind::kind);
