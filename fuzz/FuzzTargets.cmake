@@ -10,6 +10,7 @@ set(FUZZ_TARGETS
   install_file:InstallFileFuzz.cpp
   install_lines:InstallLinesFuzz.cpp
   mismatch_message:MismatchMessageFuzz.cpp
+  response_headers:ResponseHeadersFuzz.cpp
   utf8:Utf8Fuzz.cpp
   wire_conversation_v1:WireConversationV1Fuzz.cpp
   wire_conversation_v2:WireConversationV2Fuzz.cpp

@@ -9,7 +9,7 @@ namespace sorvex::test {
 
 namespace {
 
-/// Passes bytes on in both directions until both have ended, or one has failed.
+/// Passes bytes on in both directions until the client ends, or one side fails.
 class Relay {
  public:
   Relay(tcp::socket& client, tcp::socket& target) : m_up{client, target, {}}, m_down{target, client, {}} {
@@ -29,7 +29,7 @@ class Relay {
   void PassOn(Direction& direction) {
     direction.from.async_read_some(
         boost::asio::buffer(direction.buffer), [&](const boost::system::error_code& error, std::size_t count) {
-          if (error == boost::asio::error::eof) {
+          if (error == boost::asio::error::eof && &direction == &m_down) {
             boost::system::error_code ignored;
             direction.to.shutdown(tcp::socket::shutdown_send, ignored);
           } else if (error) {

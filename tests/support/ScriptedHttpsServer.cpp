@@ -15,7 +15,12 @@ std::string HttpAnswer(std::string_view body, std::string_view status) {
 
 ScriptedHttpsServer::ScriptedHttpsServer(Script script, const TlsServerOptions& options)
     : m_script(std::move(script)),
-      m_server([this](LoopbackTlsServer&, TlsServerSession& session, int) { Serve(session); }, options) {}
+      m_server(
+          [this](LoopbackTlsServer&, TlsServerSession& session, int) {
+            Serve(session);
+            ++m_ended;
+          },
+          options) {}
 
 ScriptedHttpsServer::ScriptedHttpsServer(std::vector<std::string> answers, const TlsServerOptions& options)
     : ScriptedHttpsServer(
@@ -33,6 +38,10 @@ std::vector<std::string> ScriptedHttpsServer::RequestLines() const {
   std::vector<std::string> lines;
   for (const std::string& request : Requests()) lines.push_back(request.substr(0, request.find("\r\n")));
   return lines;
+}
+
+bool ScriptedHttpsServer::AllEnded() {
+  return WaitUntil([this] { return m_ended == Handshakes(); });
 }
 
 void ScriptedHttpsServer::Serve(TlsServerSession& session) {

@@ -4,6 +4,7 @@
 
 #include "LoopbackTlsServer.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -40,6 +41,9 @@ class ScriptedHttpsServer {
   int Handshakes() const { return m_server.Handshakes(); }
   int FailedHandshakes() const { return m_server.FailedHandshakes(); }
 
+  /// Waits until the clients have ended all connections on which hands were shaken; returns whether they have.
+  bool AllEnded();
+
   void HoldUntilStopped() { m_server.HoldUntilStopped(); }
   void Stop() { m_server.Stop(); }
 
@@ -49,6 +53,7 @@ class ScriptedHttpsServer {
   const Script m_script;
   mutable std::mutex m_mutex;
   std::vector<std::string> m_requests;
+  std::atomic<int> m_ended{0};
   LoopbackTlsServer m_server;
 };
 
