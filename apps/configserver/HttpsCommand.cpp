@@ -30,7 +30,8 @@ std::string Decode(std::string_view text) {
     const std::string_view digits = text.substr(i + 1, 2);
     unsigned byte = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-    if (digits.size() < 2 || error != std::errc() || end != digits.data() + 2) throw Refusal{400, "invalid escape"};
+    if (digits.size() != 2 || error != std::errc() || end != digits.data() + digits.size())
+      throw Refusal{400, "invalid escape"};
     decoded += static_cast<char>(byte);
     i += 2;
   }

@@ -1,5 +1,7 @@
 #include <HttpsConversation.h>
 
+#include <Text.h>
+
 #include <boost/beast/http/status.hpp>
 
 #include <exception>
@@ -79,7 +81,7 @@ void HttpsConversation::HandleDelivery(const HttpsCommand& command) {
   if (m_service.folder.AreUpdatesDisabled(agent)) return Respond(noContent, "updates disabled");
   std::string name;
   const std::shared_ptr<ServedFile> file = command.exchange == Exchange::Patch
-                                               ? m_service.folder.OpenPatch(command.outOfDate, name)
+                                               ? m_service.folder.OpenPatch(LowerCase(command.outOfDate), name)
                                                : m_service.folder.OpenConfiguration(agent);
   // An empty file is none.
   if (!file || file->Size() == 0) return Respond(notFound, "nothing to deliver");

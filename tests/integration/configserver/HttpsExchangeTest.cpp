@@ -78,6 +78,7 @@ TEST(HttpsServer, DeliversTheFirstPatchThatItHas) {
   EXPECT_EQ(answer.Field("Content-Type"), "application/gzip");
   EXPECT_EQ(answer.body, "patch of b");
   EXPECT_EQ(client.Command(patchOf + "x64_72_c").body, "patch of c");
+  EXPECT_EQ(client.Command(patchOf + "X64_72_C").body, "patch of c");
   server.WaitForLog(" agent-7 patch: 200 x64_72_b.tar.gz, 10 bytes\n");
 }
 
