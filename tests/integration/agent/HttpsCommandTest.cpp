@@ -154,5 +154,17 @@ TEST(AgentDirectTls, ComparesTheDigestWhateverTheResultCode) {
   installation.ExpectOldFileAlone();
 }
 
+TEST(AgentDirectTls, TakesNoResultCodeForAStatus) {
+  for (const char* const code : {"200", "204", "404"}) {
+    const FetchInstallation installation;
+    installation.WriteOldFile();
+    const ProcessResult result = installation.Run(
+        {std::string("Codes=") + code, "Data=hello", std::string("Digest=") + helloDigest, "ConfigurationServer=a"},
+        {"fetch-configuration", "--out", installation.File().string()});
+    EXPECT_EQ(result.status, 0) << code;
+    EXPECT_EQ(TemporaryDirectory::Read(installation.File()), "hello") << code;
+  }
+}
+
 }  // namespace
 }  // namespace sorvex::test
