@@ -39,9 +39,9 @@ struct Service {
 /// An answer on its way out.
 struct Outgoing {
   std::string head;
-  std::shared_ptr<ServedFile> body;  ///< follows the head; null when nothing does
-  std::string outcome;               ///< for the log
-  bool isLast = false;               ///< the connection ends behind it
+  std::shared_ptr<ServedFile> body{};  ///< follows the head; null when nothing does
+  std::string outcome;                 ///< for the log
+  bool isLast = false;                 ///< the connection ends behind it
 };
 
 /// What is spoken on a connection.

@@ -108,8 +108,7 @@ void HttpsConversation::Respond(unsigned status, const std::string& text, const 
                                 const std::string& body) {
   std::string head = Head(status, contentType, body.size());
   if (HasBody(status)) head += body;
-  m_connection.Send(
-      {.head = std::move(head), .body = nullptr, .outcome = std::to_string(status) + " " + text, .isLast = m_isLast});
+  m_connection.Send({.head = std::move(head), .outcome = std::to_string(status) + " " + text, .isLast = m_isLast});
 }
 
 void HttpsConversation::RespondWithFile(std::shared_ptr<ServedFile> file, const std::string& text,

@@ -67,7 +67,6 @@ std::size_t WireConversation::HandleInput(std::string_view input) {
     }
     case ReadState::UnknownType: {
       m_connection.Send({.head = WriteUnknownTypeResponse(request.type, m_version),
-                         .body = nullptr,
                          .outcome = "type " + std::to_string(request.type) + ": " + TextOf(Result::UnknownType),
                          .isLast = true});
       return input.size();
@@ -105,7 +104,7 @@ void WireConversation::HandleContent(const Establishment& establishment) {
     m_version = WireVersion::V1;
     std::string bytes = WriteResponse({.type = WireType::Establishment1, .version = m_version}, Fault::Kind::None, 0);
     if (fault != Fault::Kind::Speaks1) bytes.resize(4);
-    return m_connection.Send({.head = std::move(bytes), .body = nullptr, .outcome = "2.0: this server speaks 1.0"});
+    return m_connection.Send({.head = std::move(bytes), .outcome = "2.0: this server speaks 1.0"});
   }
   m_version = establishment.version;
   const Result result = Admit(establishment);
