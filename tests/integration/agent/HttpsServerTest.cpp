@@ -260,7 +260,7 @@ INSTANTIATE_TEST_SUITE_P(
                                "200"},
                     HttpsFault{"HtmlAsAPatch", {"--fault", "html"}, fetchPatch, 1, "0", "200"},
                     HttpsFault{"NoContent", {"--fault", "status:204"}, fetchPatch, 0, "0", "204"},
-        HttpsFault{"NotFound", {"--fault", "status:404"}, fetchPatch, 1, "0", "404"},
+                    HttpsFault{"NotFound", {"--fault", "status:404"}, fetchPatch, 1, "0", "404"},
                     HttpsFault{"ServerError", {"--fault", "status:500"}, fetchPatch, 1, "0", "500"},
                     HttpsFault{"ServerErrorToAStatus", {"--fault", "status:500"}, statusReport, 1, "0", "500"},
                     HttpsFault{"ServerErrorToAConfiguration",
