@@ -33,6 +33,7 @@ constexpr SocketParameter socketParameters[] = {
     {"Socket.KeepAlive.Interval", Kind::Number, false},
     {"MaxPayloadSize", Kind::Number, true},
     {"AppendLineFeed", Kind::Boolean, false},
+    {"Framing", Kind::Text, false, "--framing"},
     {"PayloadBuilderType", Kind::Text, true, "--builder"},
     {"Certificate", Kind::Text, false, "--certificate"},
 };

@@ -30,16 +30,20 @@ using VaroCommunicationAPI::SSLConfigServerConnection;
 constexpr const char* localFingerprint = "0123456789abcdef0123456789abcdef";
 constexpr const char* noFingerprint = "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF";
 constexpr const char* configuration = "<AgentConfig/>";
-/// In more than one read and one record.
-const std::string patch(20'000, 'p');
+const std::string patch(2000, 'p');
 
 /// Its raw TLS sockets give up a handshake sooner than the product's.
 class HastyFactory : public VaroCommunicationAPI::ConnectionFactory {
  public:
+  explicit HastyFactory(std::chrono::seconds handshakeLimit) : m_handshakeLimit(handshakeLimit) {}
+
   void CreateSSLSocket(std::uint8_t, const VaroCommunicationAPI::SSLProtocolList& protocols,
                        std::shared_ptr<WindowsAgentCommon::IRawSocket>& socket) override {
-    socket = std::make_shared<VaroCommunicationAPI::SSLTCPRawSocket>(protocols, 1s);
+    socket = std::make_shared<VaroCommunicationAPI::SSLTCPRawSocket>(protocols, m_handshakeLimit);
   }
+
+ private:
+  const std::chrono::seconds m_handshakeLimit;
 };
 
 /// What a host asks of a connection, up to the moment at which it would call `Disconnect`.
@@ -94,9 +98,11 @@ constexpr std::uint32_t connectionFailed = 0x80000007;
 struct FaultCase {
   const char* name;
   const char* fault;
-  std::uint32_t atTheStart;   ///< what the agent makes of it in the answer to the establishment; `none`: it succeeds
-  std::uint32_t inTheAnswer;  ///< what it makes of it in the answer to the operation's own request
-  bool isOfDataOnly = false;  ///< it does not show where nothing is delivered
+  std::uint32_t atTheStart =
+      none;  ///< what the agent makes of it in the answer to the establishment; `none`: it succeeds
+  std::uint32_t inTheAnswer = none;       ///< what it makes of it in the answer to the operation's own request
+  std::chrono::seconds limit = patience;  ///< of the agent, for a handshake and for an answer
+  bool isOfDataOnly = false;              ///< it does not show where nothing is delivered
   bool isOfTheStartOnly = false;
 };
 
@@ -108,7 +114,7 @@ class ServerFault : public testing::TestWithParam<FaultCase> {
     StoreInContainer(ApplicationKey::Of(1024), "");
     m_installation.Write("config/ConfigurationServer.PEM", ServerIdentity().CertificatePem());
     m_installation.Write("config/AgentConfig.md5", localFingerprint);
-    m_host.Offer("IConnectionFactory", [] { return new HastyFactory; });
+    m_host.Offer("IConnectionFactory", [] { return new HastyFactory(GetParam().limit); });
     m_host.LoadService("IConnectionFactory");
   }
 
@@ -123,7 +129,7 @@ class ServerFault : public testing::TestWithParam<FaultCase> {
     SSLConfigServerConnection connection;
     connection.Initialize({{"ConfigurationServer", "127.0.0.1"},
                            {"ConfigurationServerPort", std::to_string(server.Port())},
-                           {"ConfigurationServerReadTimeout", "1"},
+                           {"ConfigurationServerReadTimeout", std::to_string(GetParam().limit.count())},
                            {"ApplicationIdentifier", "agent"},
                            {"ApplicationToken", "token"}});
 
@@ -165,24 +171,28 @@ TEST_P(ServerFault, InTheAnswerLeavesEveryOperationWithItsCodeAndTheNextOneWorks
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ServerFault,
-                         testing::Values(
-                             // Ten times the read time-out.
-                             FaultCase{"Late", "late:10", noResponse, noResponse},
-                             FaultCase{"CutAtOnce", "cut:0", noResponse, noResponse},
-                             FaultCase{"CutInside", "cut:17", noResponse, noResponse},
-                             FaultCase{"ByteByByte", "byte-by-byte", none, none},
-                             // Of a response's type only the establishment's is looked at, deliberately.
-                             FaultCase{"WrongType", "wrong-type", noResponse, none},
-                             FaultCase{"OversizedString", "oversized-string", noResponse, noResponse},
-                             FaultCase{"OversizedBinary", "oversized-binary", none, noResponse, true},
-                             // The digest is handed to the caller as it came.
-                             FaultCase{"WrongDigest", "wrong-digest", none, none, true},
-                             FaultCase{"SilentHandshake", "silent-handshake", connectionFailed, none, false, true},
-                             FaultCase{"CloseAfterRequest", "close-after-request", noResponse, noResponse},
-                             FaultCase{"Speaks1", "speaks-1.0", none, none, false, true},
-                             FaultCase{"Speaks1TypeOnly", "speaks-1.0-type-only", none, none, false, true}),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, ServerFault,
+    testing::Values(
+        FaultCase{"Late", "late:20", noResponse, noResponse, 2s},
+        FaultCase{"CutAtOnce", "cut:0", noResponse, noResponse},
+        FaultCase{"CutInside", "cut:17", noResponse, noResponse}, FaultCase{"ByteByByte", "byte-by-byte", none, none},
+        // Of a response's type only the establishment's is looked at, deliberately.
+        FaultCase{"WrongType", "wrong-type", noResponse, none},
+        FaultCase{"OversizedString", "oversized-string", noResponse, noResponse},
+        FaultCase{
+            .name = "OversizedBinary", .fault = "oversized-binary", .inTheAnswer = noResponse, .isOfDataOnly = true},
+        // The digest is handed to the caller as it came.
+        FaultCase{.name = "WrongDigest", .fault = "wrong-digest", .isOfDataOnly = true},
+        FaultCase{.name = "SilentHandshake",
+                  .fault = "silent-handshake",
+                  .atTheStart = connectionFailed,
+                  .limit = 2s,
+                  .isOfTheStartOnly = true},
+        FaultCase{"CloseAfterRequest", "close-after-request", noResponse, noResponse},
+        FaultCase{.name = "Speaks1", .fault = "speaks-1.0", .isOfTheStartOnly = true},
+        FaultCase{.name = "Speaks1TypeOnly", .fault = "speaks-1.0-type-only", .isOfTheStartOnly = true}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
 }  // namespace sorvex::test
