@@ -3,6 +3,7 @@
 set(FUZZ_TARGETS
   auto_creation_file:AutoCreationFileFuzz.cpp
   base64:Base64Fuzz.cpp
+  configserver_https:ConfigServerHttpsFuzz.cpp:ConfigServerRequests
   configserver_request:ConfigServerRequestFuzz.cpp:ConfigServerRequests
   environment_block:EnvironmentBlockFuzz.cpp
   format_text:FormatTextFuzz.cpp
