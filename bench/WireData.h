@@ -43,4 +43,16 @@ std::string EncodeRecord(const Record& record) {
   return socket->Output();
 }
 
+/// Returns the bytes of the request that begins a connection of version 2.0.
+inline std::string EstablishmentBytes(const std::string& identifier, const std::string& token) {
+  SSLConfigServerProto::ConnectionEstablishmentRequest2 request;
+  SetWireString(request.wireProtocolVersion, "2.0");
+  SetWireString(request.applicationIdentifier, identifier);
+  SetWireString(request.applicationToken, token);
+  SetWireString(request.timeZone, "CET (UTC + 60) Daylight Savings is not in effect");
+  SetWireBinary(request.public_key, *MakeFilledBlock(162));
+  CompleteRecord(request, SSLConfigServerProto::WireProtocol::Version2);
+  return EncodeRecord(request);
+}
+
 }  // namespace sorvex::bench

@@ -7,6 +7,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# The name of the build folder stands in no binary.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
@@ -46,6 +48,10 @@ else()
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Werror
     # One tree gives one binary wherever it lies.
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  # The compiler cache hands sources to the compiler by their path from the build folder: what ships has the same names
+  # of files in it with and without the cache. (The cache does not look at the value: a change of it needs an empty one.)
+  file(RELATIVE_PATH path_to_sources "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
+  target_compile_options(sorvex_settings INTERFACE $<$<CONFIG:Release>:-fmacro-prefix-map=${path_to_sources}=./>)
   # After the flags of the build type, which these take back. Lines for a backtrace are all that is wanted of symbols.
   target_compile_options(sorvex_test_settings INTERFACE -O0 -g1)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

@@ -4,6 +4,7 @@ set(FUZZ_TARGETS
   agent_config:AgentConfigFuzz.cpp:SorvexSettings
   auto_creation_file:AutoCreationFileFuzz.cpp
   base64:Base64Fuzz.cpp
+  configserver_https:ConfigServerHttpsFuzz.cpp:ConfigServerRequests
   configserver_request:ConfigServerRequestFuzz.cpp:ConfigServerRequests
   environment_block:EnvironmentBlockFuzz.cpp
   format_text:FormatTextFuzz.cpp
@@ -11,6 +12,7 @@ set(FUZZ_TARGETS
   install_lines:InstallLinesFuzz.cpp
   mismatch_message:MismatchMessageFuzz.cpp
   positions:PositionsFuzz.cpp:SorvexCollect
+  response_headers:ResponseHeadersFuzz.cpp
   utf8:Utf8Fuzz.cpp
   wire_conversation_v1:WireConversationV1Fuzz.cpp
   wire_conversation_v2:WireConversationV2Fuzz.cpp

@@ -232,6 +232,12 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   forward->add_option("--max-tls", tls.maxVersion, "Highest version of TLS (default: TLSv1.2)")->type_name("VERSION");
   forward->add_flag("--queued", forwardCommand.queued, "Send through the queue instead of waiting for each event");
   forward->add_option("--builder", forwardCommand.builder, "Payload builder (default: SyslogPayloadBuilder)");
+  std::string framing;
+  forward
+      ->add_option("--framing", framing,
+                   "What parts payloads over TCP and TLS: LineFeed (default) or OctetCounting (RFC 6587)")
+      ->check(CLI::IsMember({"LineFeed", "OctetCounting"}))
+      ->type_name("NAME");
   AddRepeated(*forward, "--set", socketParameters, "Further parameter of the socket")->type_name("KEY=VALUE");
   CLI::Option* const giveUp = forward
                                   ->add_option("--give-up-after", giveUpAfter,
@@ -347,6 +353,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
       if (forwardCommand.files.empty()) forwardCommand.files.emplace_back("-");
       forwardCommand.destinations = ParseDestinations(targets);
       ApplySocketParameters(socketParameters, forwardCommand);
+      if (!framing.empty()) forwardCommand.parameters.emplace("Framing", framing);
       ApplyTlsOptions(tls, *forward, forwardCommand);
       options.command = forwardCommand;
     }

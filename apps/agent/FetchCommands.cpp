@@ -1,7 +1,9 @@
 #include <FetchCommands.h>
 
 #include <DeliveredFile.h>
+#include <HtmlPage.h>
 #include <Output.h>
+#include <ServerAnswer.h>
 #include <StatusLine.h>
 #include <platform/Platform.h>
 
@@ -13,10 +15,6 @@
 
 namespace sorvex::agent {
 namespace {
-
-// What the server answers when there is nothing to deliver.
-constexpr std::int32_t noUpdateNeeded = 5;
-constexpr std::int32_t updatesDisabled = 7;
 
 /// Shows how long it has taken and what has come.
 class FetchLine {
@@ -32,17 +30,18 @@ class FetchLine {
   StatusLine m_line;
 };
 
-/// Gives the file its name when all of it came, and, if the server has sent a digest with it, as the server meant it.
-/// Returns whether it has it; otherwise says why not.
-bool Keep(DeliveredFile& file, const std::string* digest) {
+/// Gives the file its name when it is whole and `findFault` has nothing to say against it. Returns whether it has it;
+/// otherwise says why not.
+template <class FindFault>
+bool Keep(DeliveredFile& file, FindFault findFault) {
   std::string reason;
   try {
     file.Finish();
-    if (digest == nullptr || AreSameDigest(*digest, file.GetDigest())) {
+    reason = findFault();
+    if (reason.empty()) {
       file.Keep();
       return true;
     }
-    reason = "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + *digest + "'";
   } catch (const std::system_error& error) {
     reason = error.what();
   }
@@ -50,21 +49,39 @@ bool Keep(DeliveredFile& file, const std::string* digest) {
   return false;
 }
 
-/// Data that came with an answer of nothing new are none that the server wants used.
-bool IsNothingNew(std::int32_t resultCode) { return resultCode == noUpdateNeeded || resultCode == updatesDisabled; }
+/// What speaks against a delivery: another digest than the server's, or, where its protocol has none, that it is
+/// obviously not what was asked for.
+std::string FindFault(const DeliveredFile& file, const std::string& digest, const ServerConnection& connection) {
+  if (connection.Mode() == ConnectionMode::Https) {
+    if (file.Size() == 0) return "the server has sent nothing";
+    return IsHtmlPage(file.Begin()) ? "the server has sent an HTML page: is the token right?" : "";
+  }
+  if (AreSameDigest(digest, file.GetDigest())) return "";
+  return "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'";
+}
 
 void PrintFile(const DeliveredFile& file) {
   PrintNumber("bytes", static_cast<std::int64_t>(file.Size()));
   PrintValue("md5", file.GetDigest());
 }
 
-/// Prints what became of a file that has a digest by the server.
-int PrintDelivery(bool isDelivered, const DeliveredFile& file, const ServerConnection& connection) {
-  const std::int32_t code = connection->GetLastResultCode();
-  const bool isNothingNew = IsNothingNew(code);
+/// Ends a command whose file the server has sent, if `isSent`, with this answer. Returns the exit status.
+int FinishDelivery(bool isSent, ServerAnswer answer, DeliveredFile& file, const std::string& digest,
+                   const ServerConnection& connection) {
+  const bool isHttps = connection.Mode() == ConnectionMode::Https;
+  const bool isNothingNew = answer == ServerAnswer::NoUpdate || answer == ServerAnswer::UpdatesDisabled;
+  // Data that came with another answer are none that the server wants used.
+  const bool isDelivered =
+      isSent && answer == ServerAnswer::Success && Keep(file, [&] { return FindFault(file, digest, connection); });
+  if (isHttps && connection->GetLastErrorCode() == 0 && answer != ServerAnswer::Success && !isNothingNew) {
+    PrintError("the server has answered with status " + std::to_string(connection->GetLastResultCode()) +
+               "; the file is left as it is");
+  }
   const int status = PrintResult(isDelivered || isNothingNew, connection);
-  if (isNothingNew) PrintValue("update", code == noUpdateNeeded ? "none" : "disabled");
+  if (isNothingNew) PrintValue("update", answer == ServerAnswer::NoUpdate ? "none" : "disabled");
   if (isDelivered) PrintFile(file);
+  if (isDelivered && isHttps) PrintValue("md5-compared", "no, the server sends none");
+  connection->Disconnect();
   return status;
 }
 
@@ -73,24 +90,26 @@ int PrintDelivery(bool isDelivered, const DeliveredFile& file, const ServerConne
 int RunCommand(const FetchConfigurationCommand& command, const ServerConnection& connection) {
   DeliveredFile file(ArgumentToPath(command.file));
   std::string digest;
-  bool isDelivered = false;
+  bool isSent = false;
+  ServerAnswer answer = ServerAnswer::Failure;
   if (connection->Connect()) {
     const FetchLine line(file);
     bool updateBlocked = false;
     connection->GetConfigurationFingerprint(updateBlocked);
-    const std::int32_t code = connection->GetLastResultCode();
-    isDelivered = code >= 0 && !IsNothingNew(code) && connection->RetrieveConfiguration(file.Stream(), digest);
+    answer = LastAnswer(connection);
+    if (answer == ServerAnswer::Success) {
+      isSent = connection->RetrieveConfiguration(file.Stream(), digest);
+      answer = LastAnswer(connection);
+    }
   }
-  isDelivered = isDelivered && Keep(file, &digest);
-  const int status = PrintDelivery(isDelivered, file, connection);
-  connection->Disconnect();
-  return status;
+  return FinishDelivery(isSent, answer, file, digest, connection);
 }
 
 int RunCommand(const FetchPatchCommand& command, const ServerConnection& connection) {
   auto file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
   std::string digest;
-  bool isDelivered = false;
+  bool isSent = false;
+  ServerAnswer answer = ServerAnswer::Failure;
   if (connection->Connect()) {
     for (const std::string& name : command.names) {
       if (file->Size() > 0) {
@@ -99,17 +118,19 @@ int RunCommand(const FetchPatchCommand& command, const ServerConnection& connect
         file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
       }
       const FetchLine line(*file);
-      isDelivered = connection->RetrieveSoftwarePatch({name}, file->Stream(), digest);
-      if (connection->GetLastResultCode() != noUpdateNeeded) break;
+      isSent = connection->RetrieveSoftwarePatch({name}, file->Stream(), digest);
+      answer = LastAnswer(connection);
+      if (answer != ServerAnswer::NoUpdate && answer != ServerAnswer::NotFound) break;
     }
   }
-  isDelivered = isDelivered && !IsNothingNew(connection->GetLastResultCode()) && Keep(*file, &digest);
-  const int status = PrintDelivery(isDelivered, *file, connection);
-  connection->Disconnect();
-  return status;
+  return FinishDelivery(isSent, answer, *file, digest, connection);
 }
 
 int RunCommand(const ServerKeyCommand& command, const ServerConnection& connection) {
+  if (connection.Mode() == ConnectionMode::Https) {
+    PrintError("there is no key over HTTPS");
+    return 1;
+  }
   DeliveredFile file(ArgumentToPath(command.file));
   bool isDelivered = false;
   if (connection->Connect()) {
@@ -123,7 +144,7 @@ int RunCommand(const ServerKeyCommand& command, const ServerConnection& connecti
       file.Stream().write(reinterpret_cast<const char*>(key.data()), static_cast<std::streamsize>(size));
     }
   }
-  isDelivered = isDelivered && Keep(file, nullptr);
+  isDelivered = isDelivered && Keep(file, [] { return std::string(); });
   const int status = PrintResult(isDelivered, connection);
   if (isDelivered) PrintFile(file);
   connection->Disconnect();

@@ -40,11 +40,14 @@ std::shared_ptr<ISocket> CreateSocket(const Destination& destination, const Forw
   return socket;
 }
 
-bool AppendsLineFeed(const Destination& destination, const ForwardCommand& command) {
-  if (destination.scheme == Scheme::Udp) return false;
-  bool appends = true;
-  EnvironmentBlockHelper(command.parameters).GetBooleanValue("AppendLineFeed", appends, true);
-  return appends;
+/// Whether an event without a byte has any on the wire.
+bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& command) {
+  const EnvironmentBlockHelper parameters(command.parameters);
+  std::string framing;
+  parameters.GetStringValue("Framing", framing, "LineFeed");
+  bool appendsLineFeed = true;
+  parameters.GetBooleanValue("AppendLineFeed", appendsLineFeed, true);
+  return destination.scheme != Scheme::Udp && framing == "LineFeed" && appendsLineFeed;
 }
 
 }  // namespace
@@ -71,7 +74,7 @@ Outlet::Outlet(const Destination& destination, const ForwardCommand& command, IC
       m_command(command),
       m_pSocket(CreateSocket(destination, command, factory)),
       m_pUdpSocket(dynamic_cast<const IUDPSocket*>(m_pSocket.get())),
-      m_bSendsEmptyPayloads(AppendsLineFeed(destination, command)) {}
+      m_bSendsEmptyPayloads(SendsEmptyPayloads(destination, command)) {}
 
 ParameterBlock Outlet::GetSocketParameters() const {
   ParameterBlock parameters = m_command.parameters;

@@ -104,7 +104,6 @@ void Collector::State::Taken(Mark mark) {
 void Collector::State::Rewind() {
   if (m_standardInput) m_standardInput->Rewind();
   m_follower.Rewind();
-  m_progress = Progress::More;
 }
 
 void Collector::State::Save() {

@@ -438,7 +438,9 @@ std::optional<Place> Follower::TakeSaved(const Seen& seen) {
 /// Finds files that were renamed while nobody followed them, to names that no input's pattern stands for.
 void Follower::AdoptRotated(Listing& listing) {
   std::vector<FileIdentity> found;
-  for (const auto& [identity, place] : m_saved) {
+  for (const auto& entry : m_saved) {
+    const FileIdentity& identity = entry.first;
+    const Place& place = entry.second;
     const auto input = std::find_if(m_inputs.begin(), m_inputs.end(),
                                     [&place](const auto& pInput) { return pInput->pattern.Matches(place.path); });
     // A number that was given to another file must not let that one be read.
@@ -549,8 +551,8 @@ void Follower::CloseUnused() {
     const bool isSurplus = m_open.size() > m_limits.maxOpenFiles;
     const bool isIdle = now - file.changeTime >= m_limits.idleCloseTime && file.IsDelivered();
     if (!isSurplus && now - file.changeTime < m_limits.idleCloseTime) return;
-    // What has no name could not be opened again.
-    if (file.hasName && file.isAtEnd && !file.isReady && !m_rotated.contains(&file) && (isSurplus || isIdle)) {
+    // Among the rotated ones are those without a name, which could not be opened again.
+    if (file.isAtEnd && !file.isReady && !m_rotated.contains(&file) && (isSurplus || isIdle)) {
       Close(file);
     } else {
       --attempts;

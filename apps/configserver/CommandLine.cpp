@@ -1,24 +1,14 @@
 #include <CommandLine.h>
 
+#include <Exchange.h>
 #include <Text.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <iostream>
-#include <map>
 
 namespace sorvex::configserver {
-namespace {
-
-const std::map<std::string, Exchange> exchanges{{"connect", Exchange::Establishment2},
-                                                {"register", Exchange::Registration},
-                                                {"status", Exchange::Status},
-                                                {"configuration", Exchange::Configuration},
-                                                {"patch", Exchange::Patch}};
-
-}  // namespace
-
 std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& status) {
   Options options;
   std::string data;
@@ -35,7 +25,9 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   // A file may be called /help; options begin with hyphens on every platform.
   app.allow_windows_style_options(false);
   app.add_option("--data", data, "Folder of tokens, configurations, agents and patches")->required()->type_name("DIR");
-  app.add_option("--wire-port", options.wirePort, "Port of the wire protocol (default: 8413; 0: any free one)");
+  app.add_option("--wire-port", options.wirePort,
+                 "Port of the wire protocol (default: 8413 when there is no --https-port; 0: any free one)");
+  app.add_option("--https-port", options.httpsPort, "Port of the commands over HTTPS (0: any free one)");
   app.add_option("--listen", options.listen, "Address to listen on (default: 0.0.0.0; :: for IPv6 as well)")
       ->type_name("ADDRESS");
   CLI::Option* const certificateOption =
@@ -48,6 +40,8 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   app.add_option("--wire-version", wireVersion, "Highest version to speak: 2.0 (default) or 1.0")
       ->check(CLI::IsMember({"1.0", "2.0"}));
   app.add_option("--max-agents", options.maxAgents, "Agents to serve at once; further ones are told to come later");
+  app.add_option("--max-connections", options.maxConnections,
+                 "Connections to hold at once, of both protocols; further ones are closed (default: 10000)");
   app.add_option("--idle-timeout", idleSeconds, "How long a connection may be silent (default: 60)")
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
@@ -57,8 +51,10 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   CLI::Option* const faultOption =
       app.add_option("--fault", fault, "Misbehave, for tests: " + Fault::Kinds())->type_name("KIND[:N]");
   CLI::Option* const onOption =
-      app.add_option("--fault-on", faultExchange, "Only then: connect, register, status, configuration or patch")
-          ->transform(CLI::CheckedTransformer(exchanges))
+      app.add_option("--fault-on", faultExchange,
+                     "Only then: connect, register, heartbeat, status, fingerprint, configuration or patch")
+          ->transform(CLI::CheckedTransformer(
+              std::vector<std::pair<std::string, Exchange>>(exchangeNames.begin(), exchangeNames.end())))
           ->type_name("EXCHANGE")
           ->needs(faultOption);
   CLI::Option* const timesOption =
@@ -81,6 +77,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     status = app.exit(error, std::cout, std::cerr) == 0 ? 0 : 2;
     return std::nullopt;
   }
+  if (!options.wirePort && !options.httpsPort) options.wirePort = 8413;
   options.data = Utf8ToPath(data);
   options.certificate = Utf8ToPath(certificate);
   options.key = Utf8ToPath(key);

@@ -17,11 +17,13 @@ namespace sorvex::configserver {
 struct Options {
   std::filesystem::path data;
   std::string listen = "0.0.0.0";
-  std::uint16_t wirePort = 8413;
+  std::optional<std::uint16_t> wirePort;  ///< one of the two at least
+  std::optional<std::uint16_t> httpsPort;
   std::filesystem::path certificate;  ///< empty, like `key`: the server's own in the data folder
   std::filesystem::path key;
   WireVersion wireVersion = WireVersion::V2;
   std::size_t maxAgents = std::numeric_limits<std::size_t>::max();
+  std::size_t maxConnections = 10000;
   std::chrono::seconds idleTimeout{60};
   std::chrono::seconds requestTimeout{30};
   Fault fault;

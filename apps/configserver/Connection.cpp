@@ -1,7 +1,6 @@
 #include <Connection.h>
 
 #include <Log.h>
-#include <Text.h>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
@@ -9,7 +8,6 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <utility>
 
@@ -21,32 +19,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t blockBytes = 65536;
 constexpr auto farewellTime = 2s;
-
-const char* NameOf(Exchange exchange) {
-  switch (exchange) {
-    case Exchange::Establishment1:
-    case Exchange::Establishment2: return "connect";
-    case Exchange::Registration: return "register";
-    case Exchange::Status: return "status";
-    case Exchange::Configuration: return "configuration";
-    case Exchange::Patch: return "patch";
-  }
-  return "unknown";
-}
-
-std::string TextOf(Result result) {
-  switch (result) {
-    case Result::Success: return "success";
-    case Result::NewAgent: return "new agent";
-    case Result::KnownAgent: return "existing agent";
-    case Result::NoUpdate: return "no update needed";
-    case Result::UpdatesDisabled: return "updates disabled";
-    case Result::TooBusy: return "too busy";
-    case Result::Refused: return "refused";
-    case Result::UnknownType: return "unknown type";
-  }
-  return "unknown";
-}
+constexpr const char* unknownExchange = "request";
 
 }  // namespace
 
@@ -55,19 +28,22 @@ Connection::Connection(boost::asio::ip::tcp::socket socket, Service& service)
       m_stream(std::move(socket), service.tls),
       m_deadline(m_stream.get_executor()),
       m_pause(m_stream.get_executor()) {
+  ++m_service.connections;
   error_code error;
   const auto peer = m_stream.next_layer().remote_endpoint(error);
   m_peer = error ? "?" : peer.address().to_string() + ":" + std::to_string(peer.port());
-  // Responses go out in several writes; none of them waits for the one before to be acknowledged.
+  // Answers go out in several writes; none of them waits for the one before to be acknowledged.
   m_stream.next_layer().set_option(boost::asio::ip::tcp::no_delay(true), error);
 }
 
 Connection::~Connection() {
+  --m_service.connections;
   if (m_agent) --m_service.agents;
   OPENSSL_cleanse(m_input.data(), m_input.size());
 }
 
-void Connection::Start() {
+void Connection::Start(std::unique_ptr<Conversation> conversation) {
+  m_pConversation = std::move(conversation);
   if (m_service.fault.TakeHandshake()) {
     Log("gets no handshake");
     return DiscardInput();
@@ -114,156 +90,51 @@ void Connection::HandleInput() {
     // For the whole request: bytes that come one by one do not put it off.
     ExpectWithin(m_service.requestTimeout, "the rest of a request");
   }
-  Request request;
-  const ReadResult read = ReadRequest(m_input, request);
-  switch (read.state) {
-    case ReadState::NeedsMore: return ReadMore();
-    case ReadState::TooLong: {
-      Log("ended: a length in a request of type " + std::to_string(request.type) + " is above its bound");
-      return Close();
-    }
-    case ReadState::UnknownType: {
-      m_outcome = "type " + std::to_string(request.type) + ": " + TextOf(Result::UnknownType);
-      m_isLast = true;
-      return SendBytes(WriteUnknownTypeResponse(request.type, m_version), nullptr);
-    }
-    case ReadState::Complete: break;
-  }
-  OPENSSL_cleanse(m_input.data(), read.size);
-  m_input.erase(0, read.size);
+  m_exchangeName = unknownExchange;
+  m_fault = Fault::Kind::None;
+  const std::size_t size = m_pConversation->HandleInput(m_input);
+  if (size == 0) return ReadMore();
+  OPENSSL_cleanse(m_input.data(), size);
+  m_input.erase(0, size);
   m_isRequestBegun = false;
-  Handle(request);
 }
 
-void Connection::Handle(const Request& request) {
-  m_exchange = Exchange{request.type};
-  m_fault = m_service.fault.TakeAnswer(m_exchange);
-  if (m_fault == Fault::Kind::CloseAfterRequest) {
-    LogExchange("closed instead of an answer");
-    return Close();
-  }
-  if (!m_agent && !std::holds_alternative<Establishment>(request.content)) {
-    if (request.recordVersion == VersionText(WireVersion::V1)) m_version = WireVersion::V1;
-    m_isLast = true;
-    return Respond(Result::Refused);
-  }
-  try {
-    std::visit([this](const auto& content) { HandleContent(content); }, request.content);
-  } catch (const std::exception& error) {
-    Log(std::string("failed: ") + error.what());
-    Respond(Result::TooBusy);
-  }
+bool Connection::Begin(Exchange exchange, Protocol protocol) {
+  m_exchangeName = NameOf(exchange);
+  m_fault = m_service.fault.TakeAnswer(exchange, protocol);
+  if (m_fault != Fault::Kind::CloseAfterRequest) return true;
+  LogExchange("closed instead of an answer");
+  Close();
+  return false;
 }
 
-void Connection::HandleContent(const Establishment& establishment) {
-  const bool isBelow2 = m_service.wireVersion == WireVersion::V1 || m_fault == Fault::Kind::Speaks1 ||
-                        m_fault == Fault::Kind::Speaks1TypeOnly;
-  if (establishment.version == WireVersion::V2 && isBelow2) {
-    // An agent of 2.0 reads the type alone and goes on with 1.0 on the same connection.
-    m_outcome = "2.0: this server speaks 1.0";
-    m_exchange = Exchange::Establishment1;
-    m_version = WireVersion::V1;
-    std::string bytes = WriteResponse({.exchange = m_exchange, .version = m_version}, Fault::Kind::None, 0);
-    if (m_fault != Fault::Kind::Speaks1) bytes.resize(4);
-    return SendBytes(std::move(bytes), nullptr);
+bool Connection::Admit(const AgentName& agent) {
+  if (!m_agent) {
+    if (m_service.agents >= m_service.maxAgents) return false;
+    ++m_service.agents;
   }
-  m_version = establishment.version;
-  const Result result = Admit(establishment);
-  m_isLast = IsFailure(result);
-  Respond(result);
-}
-
-Result Connection::Admit(const Establishment& establishment) {
-  const std::optional<AgentName> agent = m_service.folder.FindAgent(establishment.identifier);
-  if (!agent || !m_service.folder.AcceptsToken(establishment.token)) return Result::Refused;
-  if (!m_agent && m_service.agents >= m_service.maxAgents) return Result::TooBusy;
-  const std::string& key = establishment.publicKey;
-  if (!key.empty() && !establishment.isDiagnostic) {
-    if (AreSameDigest(establishment.publicKeyDigest, DigestOf(key))) {
-      m_service.folder.StoreKey(*agent, key);
-    } else {
-      Log("its key is not kept: the digest does not match");
-    }
-  }
-  if (!m_agent) ++m_service.agents;
   m_agent = agent;
-  return Result::Success;
+  return true;
 }
 
-void Connection::HandleContent(const Registration& registration) {
-  const bool isNew =
-      m_service.folder.Register(*m_agent, registration.osVersion, registration.agentVersion, registration.autoCreation);
-  Respond(isNew ? Result::NewAgent : Result::KnownAgent);
-}
-
-void Connection::HandleContent(const StatusReport& report) {
-  m_service.folder.StoreStatus(*m_agent, report.status, report.seconds);
-  Respond(Result::Success);
-}
-
-void Connection::HandleContent(const ConfigurationQuery& query) {
-  if (m_service.folder.AreUpdatesDisabled(*m_agent)) return Respond(Result::UpdatesDisabled);
-  m_query = query.digest;
-  std::shared_ptr<ServedFile> file = m_service.folder.OpenConfiguration(*m_agent);
-  if (!file) return Respond(Result::NoUpdate);
-  AfterDigest(std::move(file), &Connection::SendConfiguration);
-}
-
-void Connection::HandleContent(const PatchQuery& query) {
-  if (m_service.folder.AreUpdatesDisabled(*m_agent)) return Respond(Result::UpdatesDisabled);
-  m_query.clear();
-  std::shared_ptr<ServedFile> file = m_service.folder.OpenPatch(query.names, m_query);
-  // An empty patch is none, as an empty configuration is.
-  if (!file || file->Size() == 0) {
-    m_query = query.names.substr(0, 200);
-    return Respond(Result::NoUpdate);
-  }
-  if (m_version == WireVersion::V1) return SendPatch(std::move(file));
-  AfterDigest(std::move(file), &Connection::SendPatch);
-}
-
-void Connection::AfterDigest(std::shared_ptr<ServedFile> file,
-                             void (Connection::*next)(std::shared_ptr<ServedFile> file)) {
+void Connection::AfterDigest(std::shared_ptr<ServedFile> file, std::function<void(bool isThere)> next) {
+  bool isThere = false;
   try {
-    if (file->ComputeDigest()) return (this->*next)(std::move(file));
+    isThere = file->ComputeDigest();
   } catch (const std::exception& error) {
     Log(std::string("failed: ") + error.what());
-    return Respond(Result::TooBusy);
+    return next(false);
   }
-  boost::asio::post(m_stream.get_executor(),
-                    [self = shared_from_this(), file = std::move(file), next] { self->AfterDigest(file, next); });
+  if (isThere) return next(true);
+  boost::asio::post(m_stream.get_executor(), [self = shared_from_this(), file = std::move(file),
+                                              next = std::move(next)] { self->AfterDigest(file, next); });
 }
 
-void Connection::SendConfiguration(std::shared_ptr<ServedFile> file) {
-  // An empty configuration is none: an agent could not tell it from no answer.
-  const bool isNeeded = file->Size() > 0 && !AreSameDigest(file->GetDigest(), m_query);
-  if (isNeeded) return Respond(Result::Success, std::move(file));
-  Respond(Result::NoUpdate);
-}
-
-void Connection::SendPatch(std::shared_ptr<ServedFile> file) { Respond(Result::Success, std::move(file)); }
-
-void Connection::Respond(Result result, std::shared_ptr<ServedFile> data) {
-  std::array<char, 16> code{};
-  std::snprintf(code.data(), code.size(), "%u", static_cast<unsigned>(result) & 0x7FFFFFFF);
-  m_outcome = (IsFailure(result) ? "failure " : "") + std::string(code.data()) + " " + TextOf(result);
-  if (m_exchange == Exchange::Patch && !m_query.empty()) m_outcome += ", " + m_query;
-  if (data) m_outcome += ", " + std::to_string(data->Size()) + " bytes";
-
-  Answer answer{.exchange = m_exchange, .version = m_version, .result = result};
-  if (!IsFailure(result)) answer.serverKey = m_service.serverKey;
-  if (data) {
-    answer.dataSize = data->Size();
-    answer.dataDigest = data->GetDigest();
-  }
-  SendBytes(WriteResponse(answer, m_fault, m_service.fault.Number()), std::move(data));
-}
-
-void Connection::SendBytes(std::string head, std::shared_ptr<ServedFile> data) {
-  m_output = std::move(head);
+void Connection::Send(Outgoing answer) {
+  m_answer = std::move(answer);
+  m_output = std::move(m_answer.head);
   m_written = 0;
   m_total = 0;
-  m_pData = std::move(data);
   m_deadline.cancel();
   if (m_fault != Fault::Kind::Late) return WriteMore();
   m_pause.expires_after(std::chrono::seconds(m_service.fault.Number()));
@@ -273,24 +144,32 @@ void Connection::SendBytes(std::string head, std::shared_ptr<ServedFile> data) {
 }
 
 void Connection::WriteMore() {
-  if (m_written == m_output.size() && m_pData) {
+  if (m_written == m_output.size()) {
     try {
-      m_output.resize(blockBytes);
-      m_output.resize(m_pData->Read(m_output.data(), m_output.size()));
+      if (m_fault == Fault::Kind::EndlessBody) {
+        m_output.assign(blockBytes, 'x');
+        m_written = 0;
+      } else if (m_answer.body) {
+        m_output.resize(blockBytes);
+        m_output.resize(m_answer.body->Read(m_output.data(), m_output.size()));
+        m_written = 0;
+      }
     } catch (const std::exception& error) {
       LogExchange(std::string("cut off: ") + error.what());
       return Close();
     }
-    m_written = 0;
   }
   if (m_written == m_output.size()) return FinishExchange();
 
   std::uint64_t size = m_output.size() - m_written;
   if (m_fault == Fault::Kind::ByteByByte) size = 1;
-  if (m_fault == Fault::Kind::Cut) size = std::min(size, m_service.fault.Number() - m_total);
+  const bool isStalled = m_fault == Fault::Kind::Stall;
+  if (isStalled || m_fault == Fault::Kind::Cut) size = std::min(size, m_service.fault.Number() - m_total);
   if (size == 0) {
-    LogExchange("cut after " + std::to_string(m_total) + " bytes");
-    return Close();
+    LogExchange((isStalled ? "stalled after " : "cut after ") + std::to_string(m_total) + " bytes");
+    if (!isStalled) return Close();
+    m_deadline.cancel();
+    return DiscardInput();
   }
   ExpectWithin(m_service.idleTimeout, "the agent to take the response");
   m_stream.async_write_some(
@@ -311,16 +190,16 @@ void Connection::WriteMore() {
 }
 
 void Connection::FinishExchange() {
-  LogExchange(m_outcome);
-  m_pData = nullptr;
+  LogExchange(m_answer.outcome);
+  const bool isLast = m_answer.isLast;
+  m_answer = {};
   m_output = std::string();
-  m_query.clear();
-  if (m_isLast) return EndAfterResponse();
+  if (isLast) return EndAfterAnswer();
   ExpectWithin(m_service.idleTimeout, "request");
   HandleInput();
 }
 
-void Connection::EndAfterResponse() {
+void Connection::EndAfterAnswer() {
   ExpectWithin(farewellTime, "the agent's farewell");
   m_stream.async_shutdown([self = shared_from_this()](const error_code&) {
     error_code ignored;
@@ -348,8 +227,6 @@ void Connection::Log(const std::string& text) const {
   WriteLog(m_peer + " " + (m_agent ? m_agent->Text() : "-") + " " + text);
 }
 
-void Connection::LogExchange(const std::string& outcome) const {
-  Log(std::string(NameOf(m_exchange)) + ": " + outcome);
-}
+void Connection::LogExchange(const std::string& outcome) const { Log(std::string(m_exchangeName) + ": " + outcome); }
 
 }  // namespace sorvex::configserver

@@ -1,10 +1,11 @@
-// One agent's connection over the wire protocol.
+// One agent's connection: TLS, bounds of time, and what a fault does to the bytes of an answer. What the bytes mean is
+// the conversation's business.
 #pragma once
 
 #include <DataFolder.h>
+#include <Exchange.h>
 #include <Fault.h>
-#include <Request.h>
-#include <Response.h>
+#include <Protocol.h>
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl.hpp>
@@ -13,10 +14,11 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 namespace sorvex::configserver {
 
@@ -30,7 +32,26 @@ struct Service {
   std::chrono::seconds idleTimeout{};
   std::chrono::seconds requestTimeout{};
   Fault fault;
-  std::size_t agents = 0;  ///< that are connected now
+  std::size_t agents = 0;       ///< that are connected now
+  std::size_t connections = 0;  ///< that there are now
+};
+
+/// An answer on its way out.
+struct Outgoing {
+  std::string head;
+  std::shared_ptr<ServedFile> body{};  ///< follows the head; null when nothing does
+  std::string outcome;                 ///< for the log
+  bool isLast = false;                 ///< the connection ends behind it
+};
+
+/// What is spoken on a connection.
+class Conversation {
+ public:
+  virtual ~Conversation() = default;
+
+  /// Has the request that `input` begins with answered, at once or later, by one `Connection::Send` or `Close`. Returns
+  /// how many bytes of the input that takes away; 0 when the request is not complete.
+  virtual std::size_t HandleInput(std::string_view input) = 0;
 };
 
 /// Lives as long as something is under way on it. The server's thread only.
@@ -41,37 +62,39 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  void Start();
+  void Start(std::unique_ptr<Conversation> conversation);
+
+  // The rest is for the conversation.
+
+  /// Notes that a request of this kind came and decides what is to go wrong with the answer. Returns false when there
+  /// is to be none: the connection is closed.
+  bool Begin(Exchange exchange, Protocol protocol);
+  Fault::Kind GetFault() const { return m_fault; }
+
+  /// Makes it the connection of this agent. Returns false when there are too many.
+  bool Admit(const AgentName& agent);
+  const std::optional<AgentName>& Agent() const { return m_agent; }
+
+  /// Calls `next` when the file's digest is there, or with false when there can be none, which is logged. Other
+  /// connections are served meanwhile.
+  void AfterDigest(std::shared_ptr<ServedFile> file, std::function<void(bool isThere)> next);
+
+  void Send(Outgoing answer);
+  void Close();
+  void Log(const std::string& text) const;
 
  private:
   /// Ends the connection when it has not gone on before; each call puts off what the one before asked for.
   void ExpectWithin(std::chrono::steady_clock::duration time, const char* what);
   void ReadMore();
   void HandleInput();
-  void Handle(const Request& request);
-  void HandleContent(const Establishment& establishment);
-  void HandleContent(const Registration& registration);
-  void HandleContent(const StatusReport& report);
-  void HandleContent(const ConfigurationQuery& query);
-  void HandleContent(const PatchQuery& query);
-  Result Admit(const Establishment& establishment);
-
-  /// Calls `next` when the file's digest is there; other connections are served meanwhile.
-  void AfterDigest(std::shared_ptr<ServedFile> file, void (Connection::*next)(std::shared_ptr<ServedFile> file));
-  void SendConfiguration(std::shared_ptr<ServedFile> file);
-  void SendPatch(std::shared_ptr<ServedFile> file);
-
-  void Respond(Result result, std::shared_ptr<ServedFile> data = nullptr);
-  void SendBytes(std::string head, std::shared_ptr<ServedFile> data);
   void WriteMore();
   void FinishExchange();
 
   /// Says farewell, then waits until the agent has it: closed at once, what was not read would destroy what was sent.
-  void EndAfterResponse();
+  void EndAfterAnswer();
   void DiscardInput();
-  void Close();
 
-  void Log(const std::string& text) const;
   /// The result of the exchange, or what became of it.
   void LogExchange(const std::string& outcome) const;
 
@@ -81,24 +104,21 @@ class Connection : public std::enable_shared_from_this<Connection> {
   boost::asio::steady_timer m_pause;
   const char* m_awaited = "";
   std::string m_peer;
+  std::unique_ptr<Conversation> m_pConversation;
 
   std::array<char, 16384> m_readBuffer;
   std::string m_input;
   bool m_isRequestBegun = false;
 
   std::optional<AgentName> m_agent;  ///< once it was admitted
-  WireVersion m_version = WireVersion::V2;
 
   // The exchange in hand.
-  Exchange m_exchange = Exchange::Establishment2;
+  const char* m_exchangeName = "";
   Fault::Kind m_fault = Fault::Kind::None;
-  std::string m_query;  ///< digest or patch file, for the comparison and the log
-  std::string m_outcome;
-  bool m_isLast = false;  ///< the connection ends behind the response
+  Outgoing m_answer;
   std::string m_output;
   std::size_t m_written = 0;
-  std::uint64_t m_total = 0;  ///< written of the whole response
-  std::shared_ptr<ServedFile> m_pData;
+  std::uint64_t m_total = 0;  ///< written of the whole answer
 };
 
 }  // namespace sorvex::configserver

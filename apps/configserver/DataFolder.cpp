@@ -54,20 +54,6 @@ class Tokens {
   std::string m_content;
 };
 
-/// One line for each parameter. A new one begins at "&AutoCreation.": values may hold "&" and "=", nothing is escaped.
-std::string AutoCreationLines(std::string_view text) {
-  constexpr std::string_view separator = "&AutoCreation.";
-  std::string lines;
-  while (!text.empty()) {
-    const std::size_t next = text.find(separator, 1);
-    std::string_view parameter = text.substr(0, next);
-    text.remove_prefix(std::min(next, text.size()));
-    if (parameter.starts_with('&')) parameter.remove_prefix(1);
-    lines += "auto-creation: " + Escape(parameter) + "\n";
-  }
-  return lines;
-}
-
 }  // namespace
 
 DataFolder::DataFolder(const std::filesystem::path& root) : m_root(root) {
@@ -102,18 +88,18 @@ std::optional<AgentName> DataFolder::FindAgent(std::string_view identifier) cons
 }
 
 bool DataFolder::Register(const AgentName& agent, std::string_view osVersion, std::string_view agentVersion,
-                          std::string_view autoCreation) {
+                          const std::vector<std::string>& autoCreation) {
   const bool isNew = !std::filesystem::exists(FolderOf(agent) / registrationFile);
-  StoreReport(agent, registrationFile,
-              "registered: " + TimeText() + "\nos-version: " + Escape(osVersion) +
-                  "\nagent-version: " + Escape(agentVersion) + "\n" + AutoCreationLines(autoCreation));
+  std::string report = "registered: " + TimeText() + "\nos-version: " + Escape(osVersion) +
+                       "\nagent-version: " + Escape(agentVersion) + "\n";
+  for (const std::string& parameter : autoCreation) report += "auto-creation: " + Escape(parameter) + "\n";
+  StoreReport(agent, registrationFile, report);
   return isNew;
 }
 
-void DataFolder::StoreStatus(const AgentName& agent, std::uint32_t status, std::uint32_t seconds) {
-  StoreReport(
-      agent, "status.txt",
-      "reported: " + TimeText() + "\nstatus: " + std::to_string(status) + "\ntime: " + TimeText(seconds) + "\n");
+void DataFolder::StoreStatus(const AgentName& agent, std::int64_t status, std::string_view time) {
+  StoreReport(agent, "status.txt",
+              "reported: " + TimeText() + "\nstatus: " + std::to_string(status) + "\n" + std::string(time) + "\n");
 }
 
 void DataFolder::StoreKey(const AgentName& agent, std::string_view key) {

@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sorvex::configserver {
 
@@ -47,11 +48,12 @@ class DataFolder {
   /// Nothing for an identifier that cannot have a folder of its own.
   std::optional<AgentName> FindAgent(std::string_view identifier) const;
 
-  /// Keeps what the agent told; returns whether it is new. `autoCreation` is "&key=value" for each parameter.
+  /// Keeps what the agent told; returns whether it is new. `autoCreation` has "key=value" for each parameter.
   bool Register(const AgentName& agent, std::string_view osVersion, std::string_view agentVersion,
-                std::string_view autoCreation);
+                const std::vector<std::string>& autoCreation);
 
-  void StoreStatus(const AgentName& agent, std::uint32_t status, std::uint32_t seconds);
+  /// `time` is a line "key: value".
+  void StoreStatus(const AgentName& agent, std::int64_t status, std::string_view time);
 
   /// DER; does nothing when it is the one that is there.
   void StoreKey(const AgentName& agent, std::string_view key);

@@ -1,44 +1,60 @@
 #include <Fault.h>
 
-#include <array>
+#include <Protocol.h>
+
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 
 namespace sorvex::configserver {
 namespace {
+
+enum class Spoken { Either, Wire, Https };
 
 struct NamedKind {
   std::string_view name;
   Fault::Kind kind;
   std::uint32_t number;
+  Spoken spoken;  ///< what it can show in
 };
 
 using enum Fault::Kind;
 
-constexpr std::array<NamedKind, 11> kinds{{{"late", Late, 5},
-                                           {"cut", Cut, 10},
-                                           {"byte-by-byte", ByteByByte, 0},
-                                           {"wrong-type", WrongType, 99},
-                                           {"oversized-string", OversizedString, 0x100001},
-                                           {"oversized-binary", OversizedBinary, maxDataBytes + 1},
-                                           {"wrong-digest", WrongDigest, 0},
-                                           {"silent-handshake", SilentHandshake, 0},
-                                           {"close-after-request", CloseAfterRequest, 0},
-                                           {"speaks-1.0", Speaks1, 0},
-                                           {"speaks-1.0-type-only", Speaks1TypeOnly, 0}}};
+constexpr NamedKind kinds[] = {{"late", Late, 5, Spoken::Either},
+                               {"cut", Cut, 10, Spoken::Either},
+                               {"stall", Stall, 10, Spoken::Either},
+                               {"byte-by-byte", ByteByByte, 0, Spoken::Either},
+                               {"silent-handshake", SilentHandshake, 0, Spoken::Either},
+                               {"close-after-request", CloseAfterRequest, 0, Spoken::Either},
+                               {"wrong-type", WrongType, 99, Spoken::Wire},
+                               {"oversized-string", OversizedString, 0x100001, Spoken::Wire},
+                               {"oversized-binary", OversizedBinary, maxDataBytes + 1, Spoken::Wire},
+                               {"wrong-digest", WrongDigest, 0, Spoken::Wire},
+                               {"speaks-1.0", Speaks1, 0, Spoken::Wire},
+                               {"speaks-1.0-type-only", Speaks1TypeOnly, 0, Spoken::Wire},
+                               {"html", Html, 0, Spoken::Https},
+                               {"status", Status, 500, Spoken::Https},
+                               {"redirect", Redirect, 0, Spoken::Https},
+                               {"header-without-colon", HeaderWithoutColon, 0, Spoken::Https},
+                               {"huge-header", HugeHeader, 0x100000, Spoken::Https},
+                               {"endless-body", EndlessBody, 0, Spoken::Https}};
 
-Exchange OneEstablishment(Exchange exchange) {
-  return exchange == Exchange::Establishment1 ? Exchange::Establishment2 : exchange;
+Spoken SpokenOf(Fault::Kind kind) {
+  const auto found = std::ranges::find(kinds, kind, &NamedKind::kind);
+  return found == std::end(kinds) ? Spoken::Either : found->spoken;
 }
 
 /// Whether a kind can show in the answer to such a request. One that cannot does not count.
-bool Concerns(Fault::Kind kind, Exchange exchange) {
+bool Concerns(Fault::Kind kind, Exchange exchange, Protocol protocol) {
+  const Spoken spoken = SpokenOf(kind);
+  if (spoken != Spoken::Either && (spoken == Spoken::Https) != (protocol == Protocol::Https)) return false;
   switch (kind) {
     case None:
     case SilentHandshake: return false;
     case OversizedBinary:
     case WrongDigest: return exchange == Exchange::Configuration || exchange == Exchange::Patch;
     case Speaks1:
-    case Speaks1TypeOnly: return exchange == Exchange::Establishment2;
+    case Speaks1TypeOnly: return protocol == Protocol::Wire2 && exchange == Exchange::Establishment;
     default: return true;
   }
 }
@@ -69,9 +85,9 @@ std::string Fault::Kinds() {
 
 bool Fault::TakeHandshake() { return m_kind == Kind::SilentHandshake && Take(); }
 
-Fault::Kind Fault::TakeAnswer(Exchange exchange) {
-  if (!Concerns(m_kind, exchange)) return Kind::None;
-  if (m_exchange && OneEstablishment(*m_exchange) != OneEstablishment(exchange)) return Kind::None;
+Fault::Kind Fault::TakeAnswer(Exchange exchange, Protocol protocol) {
+  if (!Concerns(m_kind, exchange, protocol)) return Kind::None;
+  if (m_exchange && *m_exchange != exchange) return Kind::None;
   return Take() ? m_kind : Kind::None;
 }
 

@@ -10,7 +10,7 @@ enum class WireVersion { V1, V2 };
 constexpr const char* VersionText(WireVersion version) { return version == WireVersion::V1 ? "1.0" : "2.0"; }
 
 /// The type codes of requests and responses.
-enum class Exchange : std::uint32_t {
+enum class WireType : std::uint32_t {
   Establishment1 = 1,
   Registration = 2,
   Status = 3,

@@ -109,21 +109,21 @@ ReadResult ReadRequest(std::string_view bytes, Request& request) {
   FieldReader fields(bytes);
   request.type = fields.U32();
   if (!fields.IsComplete()) return {};
-  const Exchange exchange{request.type};
-  if (exchange < Exchange::Establishment1 || exchange > Exchange::Establishment2) return {ReadState::UnknownType};
+  const WireType type{request.type};
+  if (type < WireType::Establishment1 || type > WireType::Establishment2) return {ReadState::UnknownType};
 
   // The size that the agent tells is not used, as the protocol wants it.
   fields.U32();
   request.recordVersion = fields.Text(maxVersionBytes);
-  switch (exchange) {
-    case Exchange::Establishment1: ReadEstablishment(fields, WireVersion::V1, request); break;
-    case Exchange::Establishment2: ReadEstablishment(fields, WireVersion::V2, request); break;
-    case Exchange::Registration: ReadRegistration(fields, request); break;
-    case Exchange::Status: ReadStatus(fields, request); break;
-    case Exchange::Configuration:
+  switch (type) {
+    case WireType::Establishment1: ReadEstablishment(fields, WireVersion::V1, request); break;
+    case WireType::Establishment2: ReadEstablishment(fields, WireVersion::V2, request); break;
+    case WireType::Registration: ReadRegistration(fields, request); break;
+    case WireType::Status: ReadStatus(fields, request); break;
+    case WireType::Configuration:
       request.content = ConfigurationQuery{std::string(fields.Text(maxFingerprintBytes))};
       break;
-    case Exchange::Patch: request.content = PatchQuery{std::string(fields.Text(maxNamesBytes))}; break;
+    case WireType::Patch: request.content = PatchQuery{std::string(fields.Text(maxNamesBytes))}; break;
   }
   return {fields.State(), fields.IsComplete() ? bytes.size() - fields.Left() : 0};
 }

@@ -31,14 +31,14 @@ std::string WriteResponse(const Answer& answer, Fault::Kind fault, std::uint32_t
   const bool isVersion2 = answer.version == WireVersion::V2;
   std::string fields;
   AppendU32(fields, static_cast<std::uint32_t>(answer.result));
-  if (answer.exchange == Exchange::Establishment2) AppendText(fields, VersionText(WireVersion::V2));
-  if (answer.exchange == Exchange::Configuration && isVersion2) {
+  if (answer.type == WireType::Establishment2) AppendText(fields, VersionText(WireVersion::V2));
+  if (answer.type == WireType::Configuration && isVersion2) {
     AppendU32(fields, static_cast<std::uint32_t>(answer.serverKey.size()));
     // The agent reads a digest's length also of empty data.
     AppendText(fields, answer.serverKey.empty() ? std::string() : DigestOf(answer.serverKey));
     fields += answer.serverKey;
   }
-  if (answer.exchange == Exchange::Configuration || answer.exchange == Exchange::Patch) {
+  if (answer.type == WireType::Configuration || answer.type == WireType::Patch) {
     AppendU32(fields,
               fault == Fault::Kind::OversizedBinary ? faultNumber : static_cast<std::uint32_t>(answer.dataSize));
     if (isVersion2) {
@@ -47,8 +47,7 @@ std::string WriteResponse(const Answer& answer, Fault::Kind fault, std::uint32_t
       AppendText(fields, digest);
     }
   }
-  const std::uint32_t type =
-      fault == Fault::Kind::WrongType ? faultNumber : static_cast<std::uint32_t>(answer.exchange);
+  const std::uint32_t type = fault == Fault::Kind::WrongType ? faultNumber : static_cast<std::uint32_t>(answer.type);
   return WithHeader(type, answer.version, fields, answer.dataSize,
                     fault == Fault::Kind::OversizedString ? faultNumber : 3);
 }

@@ -12,7 +12,7 @@ namespace sorvex::configserver {
 
 /// What a response says, but for the bytes of a configuration or patch, which follow as its last field.
 struct Answer {
-  Exchange exchange = Exchange::Establishment2;
+  WireType type = WireType::Establishment2;
   WireVersion version = WireVersion::V2;
   Result result = Result::Success;
   std::string_view serverKey{};  ///< of a configuration in 2.0

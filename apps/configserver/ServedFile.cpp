@@ -1,6 +1,5 @@
 #include <ServedFile.h>
 
-#include <Protocol.h>
 #include <Text.h>
 
 #include <algorithm>
@@ -20,16 +19,18 @@ ServedFile::ServedFile(const std::filesystem::path& path, std::shared_ptr<KnownD
   m_file.seekg(0);
   if (!m_file || size < 0) throw std::runtime_error(PathToUtf8(path) + " cannot be read");
   m_size = static_cast<std::uint64_t>(size);
-  if (m_size > maxDataBytes) {
-    throw std::runtime_error(PathToUtf8(path) + " is longer than " + std::to_string(maxDataBytes) +
-                             " bytes, which no agent takes");
-  }
   if (!m_pKnown) return;
   if (m_pKnown->time == m_time && m_pKnown->size == m_size) m_digest = m_pKnown->digest;
   // A file that was replaced while it was opened, or that may still change within the tick of its clock, is not known.
   const bool isSettled = std::filesystem::last_write_time(path) == m_time &&
                          std::filesystem::file_time_type::clock::now() - m_time > std::chrono::seconds(2);
   if (!isSettled) m_pKnown = nullptr;
+}
+
+void ServedFile::RequireAtMost(std::uint64_t bytes) const {
+  if (m_size <= bytes) return;
+  throw std::runtime_error(PathToUtf8(m_path) + " is longer than " + std::to_string(bytes) +
+                           " bytes, which no agent takes");
 }
 
 bool ServedFile::ComputeDigest() {

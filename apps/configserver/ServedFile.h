@@ -29,6 +29,9 @@ class ServedFile {
 
   std::uint64_t Size() const { return m_size; }
 
+  /// Throws when the file is longer.
+  void RequireAtMost(std::uint64_t bytes) const;
+
   /// Works on the digest for a few milliseconds; returns whether it is there.
   bool ComputeDigest();
 

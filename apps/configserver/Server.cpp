@@ -1,8 +1,10 @@
 #include <Server.h>
 
+#include <HttpsConversation.h>
 #include <Identity.h>
 #include <Log.h>
 #include <Text.h>
+#include <WireConversation.h>
 #include <platform/Platform.h>
 
 #include <boost/asio/ip/v6_only.hpp>
@@ -67,17 +69,51 @@ std::string PublicKeyOf(boost::asio::ssl::context& context) {
   return key;
 }
 
-tcp::acceptor Listen(boost::asio::io_context& context, const Options& options) {
-  const tcp::endpoint endpoint(boost::asio::ip::make_address(options.listen), options.wirePort);
-  tcp::acceptor acceptor(context, endpoint.protocol());
-  if (endpoint.address().is_v6()) acceptor.set_option(boost::asio::ip::v6_only(false));
-  if (MayReuseAddress()) acceptor.set_option(tcp::acceptor::reuse_address(true));
-  acceptor.bind(endpoint);
-  acceptor.listen();
-  return acceptor;
+template <class Spoken>
+std::unique_ptr<Conversation> Make(Connection& connection, Service& service) {
+  return std::make_unique<Spoken>(connection, service);
 }
 
 }  // namespace
+
+Listener::Listener(boost::asio::io_context& context, const tcp::endpoint& endpoint, Service& service,
+                   std::size_t maxConnections, MakeConversation makeConversation)
+    : m_service(service),
+      m_maxConnections(maxConnections),
+      m_makeConversation(makeConversation),
+      m_acceptor(context, endpoint.protocol()),
+      m_pause(context) {
+  if (endpoint.address().is_v6()) m_acceptor.set_option(boost::asio::ip::v6_only(false));
+  if (MayReuseAddress()) m_acceptor.set_option(tcp::acceptor::reuse_address(true));
+  m_acceptor.bind(endpoint);
+  m_acceptor.listen();
+}
+
+std::string Listener::Place() const {
+  const tcp::endpoint endpoint = m_acceptor.local_endpoint();
+  return endpoint.address().to_string() + " port " + std::to_string(endpoint.port());
+}
+
+void Listener::Accept() {
+  m_acceptor.async_accept([this](const error_code& error, tcp::socket socket) {
+    // Without a descriptor for it a caller stays where he is, and the acceptor would say so again at once.
+    if (error) return AcceptLater();
+    if (m_service.connections < m_maxConnections) {
+      const auto connection = std::make_shared<Connection>(std::move(socket), m_service);
+      connection->Start(m_makeConversation(*connection, m_service));
+    } else {
+      WriteLog("closed a connection: there are " + std::to_string(m_service.connections));
+    }
+    Accept();
+  });
+}
+
+void Listener::AcceptLater() {
+  m_pause.expires_after(200ms);
+  m_pause.async_wait([this](const error_code& error) {
+    if (!error) Accept();
+  });
+}
 
 Server::Server(const Options& options)
     : m_folder(options.data),
@@ -91,9 +127,15 @@ Server::Server(const Options& options)
                 .requestTimeout = options.requestTimeout,
                 .fault = options.fault},
       m_context(1),
-      m_endSignals(m_context),
-      m_acceptor(Listen(m_context, options)),
-      m_acceptPause(m_context) {
+      m_endSignals(m_context) {
+  const auto listen = [&](std::optional<Listener>& listener, const std::optional<std::uint16_t>& port,
+                          Listener::MakeConversation make) {
+    if (!port) return;
+    const tcp::endpoint endpoint(boost::asio::ip::make_address(options.listen), *port);
+    listener.emplace(m_context, endpoint, m_service, options.maxConnections, make);
+  };
+  listen(m_wire, options.wirePort, &Make<WireConversation>);
+  listen(m_https, options.httpsPort, &Make<HttpsConversation>);
   RaiseDescriptorLimit();
   for (const int signal : EndSignals()) m_endSignals.add(signal);
 }
@@ -104,10 +146,11 @@ void Server::Run() {
     WriteLog("stopped");
     m_context.stop();
   });
-  const tcp::endpoint endpoint = m_acceptor.local_endpoint();
-  WriteLog("listening on " + endpoint.address().to_string() + " port " + std::to_string(endpoint.port()));
+  if (m_wire) WriteLog("listening on " + m_wire->Place());
+  if (m_https) WriteLog("listening for HTTPS on " + m_https->Place());
   if (!m_folder.HasTokens()) WriteLog("warning: tokens.txt has no token, so every agent is accepted");
-  Accept();
+  if (m_wire) m_wire->Accept();
+  if (m_https) m_https->Accept();
   while (!m_context.stopped()) {
     try {
       m_context.run();
@@ -115,22 +158,6 @@ void Server::Run() {
       WriteLog(std::string("error: ") + error.what());
     }
   }
-}
-
-void Server::Accept() {
-  m_acceptor.async_accept([this](const error_code& error, tcp::socket socket) {
-    // Without a descriptor for it a caller stays where he is, and the acceptor would say so again at once.
-    if (error) return AcceptLater();
-    std::make_shared<Connection>(std::move(socket), m_service)->Start();
-    Accept();
-  });
-}
-
-void Server::AcceptLater() {
-  m_acceptPause.expires_after(200ms);
-  m_acceptPause.async_wait([this](const error_code& error) {
-    if (!error) Accept();
-  });
 }
 
 }  // namespace sorvex::configserver

@@ -11,7 +11,35 @@
 #include <boost/asio/ssl.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
 namespace sorvex::configserver {
+
+/// Accepts connections for one of the protocols. It outlives whatever is under way on its context.
+class Listener {
+ public:
+  using MakeConversation = std::unique_ptr<Conversation> (*)(Connection& connection, Service& service);
+
+  /// Throws `std::exception` when it cannot listen there.
+  Listener(boost::asio::io_context& context, const boost::asio::ip::tcp::endpoint& endpoint, Service& service,
+           std::size_t maxConnections, MakeConversation makeConversation);
+
+  /// Address and port, for the log.
+  std::string Place() const;
+  void Accept();
+
+ private:
+  void AcceptLater();
+
+  Service& m_service;
+  const std::size_t m_maxConnections;
+  const MakeConversation m_makeConversation;
+  boost::asio::ip::tcp::acceptor m_acceptor;
+  boost::asio::steady_timer m_pause;
+};
 
 /// One per process. Everything happens on the thread of `Run`: what takes long is done in small pieces.
 class Server {
@@ -23,16 +51,13 @@ class Server {
   void Run();
 
  private:
-  void Accept();
-  void AcceptLater();
-
   DataFolder m_folder;
   boost::asio::ssl::context m_tls;
   Service m_service;
   boost::asio::io_context m_context;
   boost::asio::signal_set m_endSignals;
-  boost::asio::ip::tcp::acceptor m_acceptor;
-  boost::asio::steady_timer m_acceptPause;
+  std::optional<Listener> m_wire;
+  std::optional<Listener> m_https;
 };
 
 }  // namespace sorvex::configserver

@@ -28,10 +28,7 @@ bool IsPlain(char character) {
 
 /// Some systems take these for a device, whatever follows a full stop.
 bool IsDeviceName(std::string_view text) {
-  std::string stem(text.substr(0, text.find('.')));
-  std::ranges::transform(stem, stem.begin(), [](char character) {
-    return IsLetter(character) ? static_cast<char>(character | 32) : character;
-  });
+  const std::string stem = LowerCase(text.substr(0, text.find('.')));
   if (stem == "con" || stem == "prn" || stem == "aux" || stem == "nul") return true;
   return stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) && IsDigit(stem[3]);
 }
@@ -49,6 +46,14 @@ std::string Escape(std::string_view text) {
     }
   }
   return escaped;
+}
+
+std::string LowerCase(std::string_view text) {
+  std::string lower(text);
+  std::ranges::transform(lower, lower.begin(), [](char character) {
+    return IsLetter(character) ? static_cast<char>(character | 32) : character;
+  });
+  return lower;
 }
 
 std::optional<std::string> FolderName(std::string_view identifier) {

@@ -12,6 +12,9 @@ namespace sorvex::configserver {
 /// The text with control characters and backslashes as \xHH, for one line of a log or file.
 std::string Escape(std::string_view text);
 
+/// The text with small letters from A to Z.
+std::string LowerCase(std::string_view text);
+
 /// An agent's identifier as the name of its folder: letters, digits, ".", "_" and "-" stand for themselves, every other
 /// byte is %HH, and so is what a file system would take for something else: a full stop at either end, the first letter
 /// of a device's name. Different identifiers have different names. Nothing for an empty identifier and for one whose

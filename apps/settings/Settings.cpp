@@ -178,6 +178,8 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
       {{"SyslogPayloadBuilder", "SyslogPayloadBuilder"},
        {"SyslogBsdPayloadBuilder", "SyslogBsdPayloadBuilder"},
        {"RawPayloadBuilder", "RawPayloadBuilder"}}};
+  constexpr std::array<std::pair<std::string_view, std::string_view>, 2> framings{
+      {{"LineFeed", "LineFeed"}, {"OctetCounting", "OctetCounting"}}};
   Attributes attributes(element);
   DestinationSettings destination;
   destination.type = attributes.GetOneOf("Type", types, true);
@@ -211,6 +213,9 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
   destination.parameters.emplace("TargetPort",
                                  std::to_string(attributes.GetNumber<std::uint16_t>("Port", 1, highestPort, 514)));
   destination.parameters.emplace("PayloadBuilderType", attributes.GetOneOf("Builder", builders, false));
+  if (destination.type != DestinationType::Udp && attributes.Find("Framing")) {
+    destination.parameters.emplace("Framing", attributes.GetOneOf("Framing", framings, true));
+  }
   // Whoever sends to several may not wait for one.
   destination.parameters.emplace("Socket.BlockingSendStrategy", "false");
   if (destination.type == DestinationType::Tls) {

@@ -36,6 +36,7 @@ constexpr SocketParameter socketParameters[] = {
     {"Socket.KeepAlive.Interval", Kind::Number, false},
     {"MaxPayloadSize", Kind::Number, true},
     {"AppendLineFeed", Kind::Boolean, false},
+    {"Framing", Kind::Text, false, "--framing", "the attribute Framing"},
     {"PayloadBuilderType", Kind::Text, true, "--builder", "the attribute Builder"},
     {"Certificate", Kind::Text, false, "--certificate", "the element Certificate"},
 };

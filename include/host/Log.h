@@ -60,10 +60,11 @@ class LogArgument {
 /// a negative `char` is, %% a percent sign. Flags, width, precision (both at most 4096, a text's in bytes of UTF-8, no
 /// sequence split) and `*` are read as printf reads them; length modifiers (h hh l ll z j t L I64 I32) are skipped. An
 /// argument of another type than its conversion's is printed as what it is. A conversion without an argument prints
-/// itself; surplus arguments are ignored. With `escape`, in text and character arguments a backslash is printed as \\,
-/// and each byte of a control character (below U+0020, U+007F to U+009F, U+2028, U+2029), of a character that turns the
-/// direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069) and of invalid UTF-8 as \n, \r, \t
-/// or \xHH: a value can neither start a line, nor change how a line is shown, nor pretend to be escaped.
+/// itself; surplus arguments are ignored. With `escape`, in text and character arguments a backslash is printed as
+/// `\\`, and each byte of a control character (below U+0020, U+007F to U+009F, U+2028, U+2029), of a character that
+/// turns the direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069) and of invalid UTF-8 as
+/// `\n`, `\r`, `\t` or `\xHH`: a value can neither start a line, nor change how a line is shown, nor pretend to be
+/// escaped.
 SORVEXCOMMON_EXPORT std::string FormatText(const char* format, const LogArgument* arguments, std::size_t count,
                                            bool escape);
 

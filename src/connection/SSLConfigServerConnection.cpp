@@ -2,7 +2,7 @@
 
 #include "certificates/CertificateManager.h"
 #include "connection/LocalHeartbeat.h"
-#include "factory/ModuleVersion.h"
+#include "connection/RequestText.h"
 #include "install/ApplicationToken.h"
 #include "platform/Files.h"
 #include "platform/KeyContainer.h"
@@ -59,22 +59,9 @@ std::uint32_t ReadNumber(const EnvironmentBlockHelper& parameters, const char* k
   return bounded;
 }
 
-std::string BuildAutoCreationText(const EnvironmentBlockHelper& parameters) {
-  std::string text;
-  // It begins with "&", deliberately.
-  for (const auto& [name, value] : parameters.GetValuesForMatchingName("AutoCreation\\.(.*)")) {
-    text += '&' + name + '=' + value;
-  }
-  return text;
-}
-
-/// What the server is asked for: the components for this version of the agent.
+/// What the server is asked for.
 std::string BuildCodeIdentifier(const std::vector<std::string>& names) {
-  std::string text;
-  for (const std::string& name : names) {
-    if (!text.empty()) text += ',';
-    text += WindowsAgentCommon::Format("x64_%d%d_%s", versionMajor, versionMinor, name);
-  }
+  std::string text = ComponentList(names);
   // Whatever the process's locale is.
   for (char& character : text) {
     if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
@@ -106,7 +93,7 @@ bool SSLConfigServerConnection::Initialize(const WindowsAgentCommon::ParameterBl
   std::string maxProtocol;
   parameters.GetStringValue("ConfigurationServerMinSSLProtocol", minProtocol, "TLSv1");
   parameters.GetStringValue("ConfigurationServerMaxSSLProtocol", maxProtocol, "TLSv1.2");
-  m_strAutoCreationParameters = BuildAutoCreationText(parameters);
+  m_strAutoCreationParameters = AutoCreationText(parameters, [](const std::string& text) { return text; });
   m_log.Debug("Log source auto-creation parameters: %s", m_strAutoCreationParameters);
   m_log = LoggerFactory::GetLogger("Code.SSLConfigServerConnection." + m_strConfigurationServer);
   m_protocols.setRange(minProtocol, maxProtocol, m_log);

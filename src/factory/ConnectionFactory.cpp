@@ -1,8 +1,8 @@
 #include "factory/ConnectionFactory.h"
 
+#include "connection/ConfigServerConnection.h"
 #include "connection/NullConfigServerConnection.h"
 #include "connection/SSLConfigServerConnection.h"
-#include "connection/UnavailableConfigServerConnection.h"
 #include "factory/ModuleVersion.h"
 #include "install/ApplicationToken.h"
 #include "install/AutoCreationFile.h"
@@ -150,7 +150,7 @@ void ConnectionFactory::CreateConfigServerConnection(
     connection = standAlone;
   } else if (m_bForceHTTPS) {
     m_log.Debug("creating config server connection");
-    const auto https = std::make_shared<UnavailableConfigServerConnection>("HTTPS");
+    const auto https = std::make_shared<ConfigServerConnection>();
     https->Initialize(m_parameters);
     connection = https;
   } else {
@@ -164,7 +164,11 @@ void ConnectionFactory::CreateConfigServerConnection(
 void ConnectionFactory::ReleaseConfigServerConnection(
     std::shared_ptr<WindowsAgentCommon::IConfigurationServerConnection>& connection) {
   if (!connection) return;
-  if (!m_bStandAlone) connection->Disconnect();
+  if (auto* const https = dynamic_cast<ConfigServerConnection*>(connection.get())) {
+    https->Shutdown();
+  } else if (!m_bStandAlone) {
+    connection->Disconnect();
+  }
   connection.reset();
 }
 

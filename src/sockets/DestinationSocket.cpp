@@ -5,7 +5,6 @@
 #include <host/IPayloadFactory.h>
 #include <host/ITCPSocket.h>
 #include <host/IUDPSocket.h>
-#include <host/MessageBlock.h>
 #include <host/ServiceLookup.h>
 #include <host/SystemError.h>
 
@@ -14,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -29,14 +27,12 @@ constexpr std::uint32_t defaultHighWaterMark = 1'000'000;
 constexpr std::uint32_t defaultPort = 514;
 constexpr const char* defaultBuilder = "SyslogPayloadBuilder";
 
-const ACE_Time_Value oneSecond(1);
-const ACE_Time_Value producerPatience(5);
+/// How long the send thread waits for a payload before it looks around.
+constexpr auto idlePeriod = 1000ms;
+constexpr auto producerPatience = 5000ms;
 
 /// A stop does not wait out the pauses between attempts.
 constexpr auto stoppingPause = 20ms;
-
-/// More payloads than this do not go into one batch, however short they are.
-constexpr std::size_t maxBatchPayloads = 4096;
 
 /// ACE makes its thread manager when somebody first asks for it, and two threads that do so at once race. Here one asks
 /// for all.
@@ -164,21 +160,15 @@ std::int32_t DestinationSocket<Interface>::Submit(const void* buffer, std::uint3
     m_bytesTruncated += length - limited;
     ReportTruncation(length, limited);
   }
-  const bool isSent = IsQueued() ? Enqueue(buffer, limited) : SendPayload(buffer, BlockingLength(length, limited)) > 0;
-  return isSent ? static_cast<std::int32_t>(limited + FramingBytes()) : -1;
+  const bool isSent = IsQueued() ? m_queue.Put({static_cast<const char*>(buffer), limited}, producerPatience)
+                                 : SendPayload(buffer, BlockingLength(length, limited)) > 0;
+  return isSent ? static_cast<std::int32_t>(limited + m_framing.AddedBytes(limited)) : -1;
 }
 
 template <class Interface>
-bool DestinationSocket<Interface>::Enqueue(const void* buffer, std::uint32_t length) {
-  ACE_Message_Block* const block = WindowsAgentCommon::CreateDataMessageBlock(length);
-  if (!block) return false;
-  std::memcpy(block->wr_ptr(), buffer, length);
-  block->wr_ptr(length);
-  auto deadline = this->gettimeofday();
-  deadline += producerPatience;
-  if (putq(block, &deadline) != -1) return true;
-  block->release();
-  return false;
+void DestinationSocket<Interface>::SetFraming(const Framing& framing) {
+  m_framing = framing;
+  m_queue.SetFraming(framing);
 }
 
 template <class Interface>
@@ -186,77 +176,34 @@ int DestinationSocket<Interface>::svc() {
   // The thread writes to the network alone: the signal is off for its whole life.
   const Platform::BrokenPipeGuard noSignal;
   m_log.Info("Thread running...");
-  auto deadline = this->gettimeofday();
-  deadline += oneSecond;
   bool isAfterIdle = true;
   bool isEnding = false;
-  for (;;) {
-    ACE_Message_Block* block = std::exchange(m_pCarried, nullptr);
-    if (!block) {
-      isAfterIdle = isAfterIdle || m_queue.is_empty();
-      if (isEnding && m_queue.is_empty()) break;
-      if (getq(block, &deadline) == -1) {
-        if (m_queue.IsClosed()) break;
-        ReportIdle();
-        deadline = this->gettimeofday();
-        deadline += oneSecond;
-        continue;
+  bool isDone = false;
+  while (!isDone) {
+    FramedPayloads payloads;
+    isAfterIdle = isAfterIdle || m_queue.is_empty();
+    switch (m_queue.Await(isEnding ? 0ms : idlePeriod, payloads)) {
+      case PayloadQueue::Head::Payloads: {
+        const std::size_t sent = SendPayloads(payloads, std::exchange(isAfterIdle, false));
+        m_queue.Remove(sent);
+        isDone = sent < payloads.m_lengths.size() && m_life.IsStopping() && !CanDeliver();
+        break;
       }
-      if (!block) continue;
+      case PayloadQueue::Head::HangUp:
+        // Producers that were let in before a stop may stand behind it.
+        isEnding = m_life.IsStopping();
+        isDone = !isEnding;
+        break;
+      case PayloadQueue::Head::Nothing:
+        if (!isEnding) ReportIdle();
+        isDone = isEnding;
+        break;
+      case PayloadQueue::Head::Closed: isDone = true; break;
     }
-    // cppcheck-suppress nullPointerRedundantCheck ; the queue gave it, or the loop went on
-    if (block->msg_type() == ACE_Message_Block::MB_HANGUP) {
-      block->release();
-      // Producers that were let in before a stop may stand behind it.
-      isEnding = m_life.IsStopping();
-      if (isEnding) continue;
-      break;
-    }
-    CollectBatch(block);
-    const std::size_t sent = SendPayloads(m_batchPayloads, std::exchange(isAfterIdle, false));
-    const bool isComplete = sent == m_batch.size();
-    PutBackBatch(sent);
-    if (!isComplete && m_life.IsStopping() && !CanDeliver()) break;
   }
   m_life.EndService([this] { DropQueued(); });
   m_log.Info("Thread exiting");
   return 0;
-}
-
-template <class Interface>
-void DestinationSocket<Interface>::CollectBatch(ACE_Message_Block* first) {
-  m_batch.assign(1, first);
-  if (CanSendBatch()) {
-    std::size_t bytes = first->length() + FramingBytes();
-    // This thread alone takes from the queue: what is counted now can be taken without waiting.
-    std::size_t waiting = std::min(m_queue.message_count(), maxBatchPayloads - 1);
-    for (; waiting > 0 && bytes < maxBatchBytes; --waiting) {
-      ACE_Message_Block* block = nullptr;
-      if (getq(block) == -1) break;
-      if (!block) continue;
-      bytes += block->length() + FramingBytes();
-      if (block->msg_type() != ACE_Message_Block::MB_DATA || bytes > maxBatchBytes) {
-        m_pCarried = block;
-        break;
-      }
-      m_batch.push_back(block);
-    }
-  }
-  m_batchPayloads.clear();
-  for (const ACE_Message_Block* block : m_batch) m_batchPayloads.emplace_back(block->rd_ptr(), block->length());
-}
-
-template <class Interface>
-void DestinationSocket<Interface>::PutBackBatch(std::size_t sent) {
-  for (std::size_t i = 0; i < sent; ++i) m_batch[i]->release();
-  if (sent < m_batch.size() && m_pCarried) m_batch.push_back(std::exchange(m_pCarried, nullptr));
-  for (; m_batch.size() > sent; m_batch.pop_back()) {
-    ACE_Message_Block* const block = m_batch.back();
-    if (m_queue.PutBack(block) != -1) continue;
-    if (block->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, block->length());
-    block->release();
-  }
-  m_batch.clear();
 }
 
 template <class Interface>
@@ -286,21 +233,8 @@ void DestinationSocket<Interface>::EndLife() {
 
 template <class Interface>
 void DestinationSocket<Interface>::DropQueued() {
-  m_queue.deactivate();
-  if (m_pCarried) {
-    if (m_pCarried->msg_type() == ACE_Message_Block::MB_DATA) CountDropped(1, m_pCarried->length());
-    std::exchange(m_pCarried, nullptr)->release();
-  }
-  // Nobody can add to a deactivated queue. Blocks without data are hang-ups, and no messages.
-  std::size_t messages = 0;
-  for (ACE_Message_Queue_Iterator<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> iterator(m_queue); !iterator.done();
-       iterator.advance()) {
-    ACE_Message_Block* block = nullptr;
-    iterator.next(block);
-    if (block && block->msg_type() == ACE_Message_Block::MB_DATA) ++messages;
-  }
-  CountDropped(messages, m_queue.message_length());
-  m_queue.flush();
+  const PayloadQueue::Given given = m_queue.GiveUp();
+  CountDropped(given.m_payloads, given.m_bytes);
 }
 
 template <class Interface>

@@ -1,6 +1,7 @@
 // What every destination socket shares: parameters, counters, the payload limit, the queue and its send thread.
 #pragma once
 
+#include "sockets/Framing.h"
 #include "sockets/PayloadQueue.h"
 #include "sockets/SocketTime.h"
 
@@ -15,9 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
-#include <vector>
 
 namespace VaroCommunicationAPI {
 
@@ -80,9 +79,6 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   virtual std::int32_t SendPayload(const void* buffer, std::uint32_t length) = 0;
 
  protected:
-  /// A payload on its way to the network.
-  using Payload = std::span<const char>;
-
   /// Reads what the derived class has of its own; the shared parameters are read already.
   virtual void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) = 0;
 
@@ -103,17 +99,11 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// Names `m_log` for the host and the port that were just stored.
   virtual void NameLogger() = 0;
 
-  /// Bytes added to each payload on the wire.
-  virtual std::uint32_t FramingBytes() const = 0;
-
   /// How much of a payload of `length` bytes, limited to `limited`, the blocking strategy sends.
   virtual std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const = 0;
 
   /// Told of each payload that the limit cuts.
   virtual void ReportTruncation(std::uint32_t length, std::uint32_t limited) = 0;
-
-  /// Whether several payloads can be sent in one go now.
-  virtual bool CanSendBatch() const = 0;
 
   /// Whether a stop should still try to deliver what waits.
   virtual bool CanDeliver() = 0;
@@ -125,10 +115,9 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// Told while a stop waits, about ten times a second: calls `NoteProgress` when the destination has taken something.
   virtual void LookForProgress() = 0;
 
-  /// Sends payloads in order as `SendPayload` does, at least one, together at most `maxBatchBytes` with their framing
-  /// unless it is one alone. `isAfterIdle` says that the thread had nothing to do before. Returns how many, from the
-  /// first, are done with: accepted by the network whole, or counted as dropped.
-  virtual std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) = 0;
+  /// Sends payloads in order as `SendPayload` does, at least one. `isAfterIdle` says that the thread had nothing to do
+  /// before. Returns how many, from the first, are done with: accepted by the network whole, or counted as dropped.
+  virtual std::size_t SendPayloads(const FramedPayloads& payloads, bool isAfterIdle) = 0;
 
   /// Whether the queue and its send thread stand between `Send` and the network.
   bool IsQueued() const { return !m_bBlockingSendStrategy; }
@@ -156,7 +145,10 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   /// Waits as the sending thread, less when a stop begins.
   void Pause(std::chrono::milliseconds duration);
 
-  static constexpr std::size_t maxBatchBytes = 64 * 1024;
+  /// Sets what goes around each payload. Before the socket is open only.
+  void SetFraming(const Framing& framing);
+
+  const Framing& GetFraming() const { return m_framing; }
 
   std::shared_ptr<ISocketTime> m_pTime;
   SocketLife m_life;
@@ -172,8 +164,6 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   bool StartThread();
   std::int32_t Submit(const void* buffer, std::uint32_t length);
   bool Enqueue(const void* buffer, std::uint32_t length);
-  void CollectBatch(ACE_Message_Block* first);
-  void PutBackBatch(std::size_t sent);
   void DropQueued();
 
   const std::uint32_t m_defaultMaxPayloadSize;
@@ -192,13 +182,10 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Interface 
   RelaxedValue<std::uint32_t> m_bytesDropped{0};
   RelaxedValue<std::uint32_t> m_messagesDropped{0};
 
+  Framing m_framing;
+
   /// The task's queue.
   PayloadQueue m_queue;
-
-  // The send thread's own: the blocks in its hands, and one that did not fit beside them.
-  std::vector<ACE_Message_Block*> m_batch;
-  std::vector<Payload> m_batchPayloads;
-  ACE_Message_Block* m_pCarried = nullptr;
 
   /// Of whose turn it is.
   SteadyTime m_lastProgress;

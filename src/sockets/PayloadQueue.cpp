@@ -1,31 +1,159 @@
 #include "sockets/PayloadQueue.h"
 
-#include <ace/Guard_T.h>
-
 #include <algorithm>
+#include <numeric>
+#include <utility>
 
 namespace VaroCommunicationAPI {
+
+namespace {
+
+/// Looks at a lock that somebody holds so often before it sleeps: it is held for an instant only, and to sleep and be
+/// woken takes a hundred times as long.
+constexpr int looksAtLock = 100;
+
+/// Holds the queue's lock.
+class Guard {
+ public:
+  explicit Guard(ACE_SYNCH_MUTEX& mutex) : m_mutex(mutex) {
+    for (int looks = 0; looks < looksAtLock; ++looks) {
+      if (m_mutex.tryacquire() == 0) return;
+    }
+    m_mutex.acquire();
+  }
+  ~Guard() { m_mutex.release(); }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+ private:
+  ACE_SYNCH_MUTEX& m_mutex;
+};
+
+ACE_Time_Value_T<ACE_Monotonic_Time_Policy> DeadlineAfter(std::chrono::milliseconds duration) {
+  auto deadline = ACE_Monotonic_Time_Policy()();
+  deadline += ACE_Time_Value(std::chrono::duration_cast<std::chrono::microseconds>(duration));
+  return deadline;
+}
+
+}  // namespace
 
 bool PayloadQueue::is_full_i() {
   // A mark below the size of one payload bounds the bytes alone.
   return cur_bytes_ >= high_water_mark_ || cur_count_ >= std::max<std::size_t>(high_water_mark_ / bytesPerPayload, 1);
 }
 
-int PayloadQueue::PutBack(ACE_Message_Block* block) {
-  const ACE_Guard<ACE_SYNCH_MUTEX> guard(lock_);
-  return state_ == DEACTIVATED ? -1 : enqueue_head_i(block);
+bool PayloadQueue::is_empty_i() { return m_chunks.empty(); }
+
+bool PayloadQueue::Put(std::span<const char> payload, std::chrono::milliseconds patience) {
+  const Guard guard(lock_);
+  if (state_ == DEACTIVATED) return false;
+  if (is_full_i()) {
+    auto deadline = DeadlineAfter(patience);
+    if (wait_not_full_cond(&deadline) == -1) return false;
+  }
+  Append(payload);
+  return true;
+}
+
+int PayloadQueue::enqueue_tail_i(ACE_Message_Block* block) {
+  if (block->msg_type() == ACE_Message_Block::MB_HANGUP) {
+    m_chunks.emplace_back().m_bHangUp = true;
+    signal_dequeue_waiters();
+  } else {
+    Append({block->rd_ptr(), block->length()});
+  }
+  block->release();
+  return static_cast<int>(cur_count_);
 }
 
 bool PayloadQueue::PutHangUp() {
-  auto* const block = new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP);
-  {
-    const ACE_Guard<ACE_SYNCH_MUTEX> guard(lock_);
-    if (state_ != DEACTIVATED && enqueue_tail_i(block) != -1) return true;
-  }
-  block->release();
-  return false;
+  const Guard guard(lock_);
+  return state_ != DEACTIVATED && enqueue_tail_i(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)) != -1;
 }
 
-bool PayloadQueue::IsClosed() { return state() == DEACTIVATED; }
+void PayloadQueue::Append(std::span<const char> payload) {
+  const std::size_t framed = payload.size() + m_framing.AddedBytes(payload.size());
+  Chunk& chunk = ChunkWithRoom(framed);
+  m_framing.Write(payload, chunk.m_bytes.get() + chunk.m_end);
+  chunk.m_end += framed;
+  chunk.m_lengths.push_back(static_cast<std::uint32_t>(payload.size()));
+  ++cur_count_;
+  cur_bytes_ += payload.size();
+  cur_length_ += payload.size();
+  // A thread that is at work finds it by itself.
+  if (std::exchange(m_bAwaited, false)) signal_dequeue_waiters();
+}
+
+PayloadQueue::Chunk& PayloadQueue::ChunkWithRoom(std::size_t bytes) {
+  if (!m_chunks.empty()) {
+    Chunk& last = m_chunks.back();
+    if (!last.m_bHangUp && last.m_capacity - last.m_end >= bytes) return last;
+  }
+  Chunk& chunk = m_chunks.emplace_back(std::exchange(m_spare, {}));
+  if (chunk.m_capacity < bytes) {
+    chunk.m_capacity = std::max(bytes, chunkBytes);
+    chunk.m_bytes = std::make_unique_for_overwrite<char[]>(chunk.m_capacity);
+  }
+  return chunk;
+}
+
+PayloadQueue::Head PayloadQueue::Await(std::chrono::milliseconds patience, FramedPayloads& payloads) {
+  const Guard guard(lock_);
+  if (m_chunks.empty() && state_ != DEACTIVATED) {
+    auto deadline = DeadlineAfter(patience);
+    do {
+      m_bAwaited = true;
+    } while (not_empty_cond_.wait(&deadline) != -1 && m_chunks.empty() && state_ != DEACTIVATED);
+    m_bAwaited = false;
+  }
+  if (state_ == DEACTIVATED) return Head::Closed;
+  if (m_chunks.empty()) return Head::Nothing;
+  Chunk& chunk = m_chunks.front();
+  if (chunk.m_bHangUp) {
+    m_chunks.pop_front();
+    return Head::HangUp;
+  }
+  m_lengths.assign(chunk.m_lengths.begin() + static_cast<std::ptrdiff_t>(chunk.m_first), chunk.m_lengths.end());
+  payloads = {{chunk.m_bytes.get() + chunk.m_begin, chunk.m_end - chunk.m_begin}, m_lengths};
+  const std::size_t bytes = std::accumulate(m_lengths.begin(), m_lengths.end(), std::size_t{0});
+  cur_count_ -= m_lengths.size();
+  cur_bytes_ -= bytes;
+  cur_length_ -= bytes;
+  if (cur_bytes_ <= low_water_mark_) not_full_cond_.broadcast();
+  return Head::Payloads;
+}
+
+void PayloadQueue::Remove(std::size_t payloads) {
+  const Guard guard(lock_);
+  Chunk& chunk = m_chunks.front();
+  for (std::size_t i = 0; i < payloads; ++i) chunk.m_begin += m_lengths[i] + m_framing.AddedBytes(m_lengths[i]);
+  chunk.m_first += payloads;
+  const std::size_t bytesLeft =
+      std::accumulate(m_lengths.begin() + static_cast<std::ptrdiff_t>(payloads), m_lengths.end(), std::size_t{0});
+  cur_count_ += m_lengths.size() - payloads;
+  cur_bytes_ += bytesLeft;
+  cur_length_ += bytesLeft;
+  if (chunk.m_begin == chunk.m_end) DropHeadChunk();
+}
+
+void PayloadQueue::DropHeadChunk() {
+  Chunk chunk = std::move(m_chunks.front());
+  m_chunks.pop_front();
+  // One that was made for a long payload is not kept.
+  if (chunk.m_capacity != chunkBytes) return;
+  chunk.m_begin = chunk.m_end = chunk.m_first = 0;
+  chunk.m_lengths.clear();
+  m_spare = std::move(chunk);
+}
+
+PayloadQueue::Given PayloadQueue::GiveUp() {
+  const Guard guard(lock_);
+  deactivate_i();
+  const Given given{cur_count_, cur_bytes_};
+  m_chunks.clear();
+  m_spare = {};
+  cur_count_ = cur_bytes_ = cur_length_ = 0;
+  return given;
+}
 
 }  // namespace VaroCommunicationAPI

@@ -8,8 +8,10 @@
 
 #include <ace/SSL/SSL_Context.h>
 #include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
 
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 namespace VaroCommunicationAPI {
@@ -17,6 +19,25 @@ namespace VaroCommunicationAPI {
 namespace {
 
 constexpr std::size_t readBufferBytes = 128 * 1024;
+
+/// Verifies the server's chain against the trusted file, and only when that is not enough against the default locations
+/// as well: parsing a system's bundle costs many times a handshake. Returns 1 when the chain is trusted.
+int VerifyChain(X509_STORE_CTX* verification, void*) {
+  if (X509_verify_cert(verification) == 1) return 1;
+  X509_STORE* const store = X509_STORE_CTX_get0_store(verification);
+  X509_STORE_set_default_paths(store);
+  // One object verifies once.
+  const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> second(X509_STORE_CTX_new(),
+                                                                               &X509_STORE_CTX_free);
+  if (!second || X509_STORE_CTX_init(second.get(), store, X509_STORE_CTX_get0_cert(verification),
+                                     X509_STORE_CTX_get0_untrusted(verification)) != 1) {
+    return 0;
+  }
+  X509_VERIFY_PARAM_set1(X509_STORE_CTX_get0_param(second.get()), X509_STORE_CTX_get0_param(verification));
+  const int result = X509_verify_cert(second.get());
+  X509_STORE_CTX_set_error(verification, X509_STORE_CTX_get_error(second.get()));
+  return result == 1 ? 1 : 0;
+}
 
 }  // namespace
 
@@ -36,6 +57,9 @@ std::uint32_t SSLTCPRawSocket::GetBytesReceived() const { return m_bytesReceived
 
 void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
   context.set_mode(ACE_SSL_Context::SSLv23_client);
+  // Setting the mode has loaded what SSL_CERT_FILE names, which counts as a default location like the others.
+  SSL_CTX_set_cert_store(context.context(), X509_STORE_new());
+  SSL_CTX_set_cert_verify_callback(context.context(), &VerifyChain, nullptr);
   // Without the file nobody is trusted but whom the default locations name: the handshake then tells.
   // Opening a pipe would wait for its writer.
   const std::filesystem::path file =
@@ -43,7 +67,6 @@ void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
   if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
     context.load_trusted_ca(m_strCertificateFile.c_str(), nullptr, true);
   }
-  SSL_CTX_set_default_verify_paths(context.context());
   context.set_verify_peer(1, 1, 0);
   m_protocols.applyTo(context);
   SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);

@@ -15,8 +15,9 @@ class ACE_SSL_Context;
 namespace VaroCommunicationAPI {
 
 /// Trusts the certificates in one PEM file, "ConfigurationServer.PEM" in the configuration directory unless another is
-/// set, and the TLS library's default locations; no name is compared. A time-out of 0xFFFFFFFF means that `Receive`
-/// waits without limit, and 0 that it does not wait. One thread at a time. Destruction closes.
+/// set, and the TLS library's default locations, which are loaded for a server that the file does not vouch for; no
+/// name is compared. A time-out of 0xFFFFFFFF means that `Receive` waits without limit, and 0 that it does not wait.
+/// One thread at a time. Destruction closes.
 class SSLTCPRawSocket : public RawSocketBase<SSLTCPRawSocket> {
  public:
   explicit SSLTCPRawSocket(const SSLProtocolList& protocols,

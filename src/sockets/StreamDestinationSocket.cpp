@@ -40,13 +40,21 @@ SharedTimeValue::operator ACE_Time_Value() const {
 }
 
 StreamDestinationSocket::StreamDestinationSocket(std::shared_ptr<ISocketTime> time)
-    : DestinationSocket(defaultMaxPayloadSize, std::move(time)) {}
+    : DestinationSocket(defaultMaxPayloadSize, std::move(time)) {
+  SetFraming(Framing(Framing::Kind::LineFeed));
+}
 
 void StreamDestinationSocket::ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) {
   parameters.GetBooleanValue("Socket.KeepAlive.Enabled", m_bKeepAliveEnabled, false);
   parameters.GetUInt32Value("Socket.KeepAlive.Time", m_keepAliveTimeMs, 60000);
   parameters.GetUInt32Value("Socket.KeepAlive.Interval", m_keepAliveIntervalMs, 5000);
-  parameters.GetBooleanValue("AppendLineFeed", m_bAppendLineFeed, true);
+  bool appendsLineFeed = true;
+  parameters.GetBooleanValue("AppendLineFeed", appendsLineFeed, true);
+  std::string framing;
+  parameters.GetStringValue("Framing", framing, "LineFeed");
+  Framing::Kind kind = Framing::Parse(framing).value_or(Framing::Kind::LineFeed);
+  if (kind == Framing::Kind::LineFeed && !appendsLineFeed) kind = Framing::Kind::None;
+  SetFraming(Framing(kind));
 }
 
 void StreamDestinationSocket::Close() {
@@ -133,28 +141,41 @@ bool StreamDestinationSocket::PrepareStream() { return true; }
 std::string StreamDestinationSocket::ErrorText(int error) const { return Platform::SocketErrorText(error); }
 
 std::int32_t StreamDestinationSocket::SendPayload(const void* buffer, std::uint32_t length) {
-  const Payload payload(static_cast<const char*>(buffer), length);
-  const Outcome outcome = TrySend({&payload, 1}, false);
+  // A text of its own for each caller: another one may have its turn.
+  std::vector<char> framed(length + GetFraming().AddedBytes(length));
+  GetFraming().Write({static_cast<const char*>(buffer), length}, framed.data());
+  const Outcome outcome = TrySend({framed, {&length, 1}}, false);
   if (outcome.m_pause > 0ms) Pause(outcome.m_pause);
   if (!outcome.m_bConnected) return -2;
   return outcome.m_payloads == 1 ? static_cast<std::int32_t>(outcome.m_bytes) : -1;
 }
 
-std::size_t StreamDestinationSocket::SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) {
+std::size_t StreamDestinationSocket::SendPayloads(const FramedPayloads& payloads, bool isAfterIdle) {
   const Outcome outcome = TrySend(payloads, isAfterIdle);
   if (outcome.m_pause > 0ms) Pause(outcome.m_pause);
   return outcome.m_payloads;
 }
 
-StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(std::span<const Payload> payloads, bool isAfterIdle) {
+StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(const FramedPayloads& payloads, bool isAfterIdle) {
   const ConnectionTurn::Holder turn(m_turn);
   const SteadyTime now = m_pTime->Now();
   CloseIfPeerHasClosed(now, isAfterIdle);
-  if (!m_bConnected && !Reconnect(now)) return {.m_bConnected = false, .m_pause = disconnectedPause};
+  if (!m_bConnected) {
+    if (!Reconnect(now)) return {.m_bConnected = false, .m_pause = disconnectedPause};
+    // A receiver that accepts and closes at once costs one payload and not a batch.
+    return Write(FirstOf(payloads), now);
+  }
+  return Write(payloads, now);
+}
 
-  Frame(payloads);
-  const Platform::WriteOutcome written = WriteStream(m_sendBuffer.data(), m_sendBuffer.size());
-  Outcome outcome = CountAccepted(payloads, written.m_bytes);
+FramedPayloads StreamDestinationSocket::FirstOf(const FramedPayloads& payloads) const {
+  const std::uint32_t length = payloads.m_lengths.front();
+  return {payloads.m_bytes.first(length + GetFraming().AddedBytes(length)), payloads.m_lengths.first(1)};
+}
+
+StreamDestinationSocket::Outcome StreamDestinationSocket::Write(const FramedPayloads& payloads, SteadyTime now) {
+  const Platform::WriteOutcome written = WriteStream(payloads.m_bytes.data(), payloads.m_bytes.size());
+  Outcome outcome = CountAccepted(payloads.m_lengths, written.m_bytes);
   if (written.m_error == 0) {
     m_lastWrite = now;
     m_lastResultCode = 0;
@@ -190,24 +211,13 @@ bool StreamDestinationSocket::Reconnect(SteadyTime now) {
   return false;
 }
 
-void StreamDestinationSocket::Frame(std::span<const Payload> payloads) {
-  m_sendBuffer.clear();
-  for (const Payload& payload : payloads) {
-    m_sendBuffer.insert(m_sendBuffer.end(), payload.begin(), payload.end());
-    if (m_bAppendLineFeed) m_sendBuffer.push_back('\n');
-  }
-}
-
-StreamDestinationSocket::Outcome StreamDestinationSocket::CountAccepted(std::span<const Payload> payloads,
+StreamDestinationSocket::Outcome StreamDestinationSocket::CountAccepted(std::span<const std::uint32_t> lengths,
                                                                         std::size_t acceptedBytes) {
-  // A payload is sent when its own last byte is accepted: sent again for want of its line feed, it would arrive twice.
   Outcome outcome;
   std::size_t end = 0;
-  for (const Payload& payload : payloads) {
-    // An empty payload has only its line feed.
-    const std::size_t needed = payload.empty() ? FramingBytes() : payload.size();
-    if (end + needed > acceptedBytes) break;
-    end += payload.size() + FramingBytes();
+  for (const std::uint32_t length : lengths) {
+    if (end + GetFraming().NeededBytes(length) > acceptedBytes) break;
+    end += length + GetFraming().AddedBytes(length);
     ++outcome.m_payloads;
   }
   outcome.m_bytes = std::min(end, acceptedBytes);
@@ -257,16 +267,12 @@ void StreamDestinationSocket::ReportRefusal() {}
 
 void StreamDestinationSocket::ReportIdle() {}
 
-std::uint32_t StreamDestinationSocket::FramingBytes() const { return m_bAppendLineFeed ? 1 : 0; }
-
 std::uint32_t StreamDestinationSocket::BlockingLength(std::uint32_t length, std::uint32_t) const {
   // The whole payload, deliberately: this strategy counts what the limit would cut, and does not cut it.
   return length;
 }
 
 void StreamDestinationSocket::ReportTruncation(std::uint32_t, std::uint32_t) {}
-
-bool StreamDestinationSocket::CanSendBatch() const { return m_bConnected; }
 
 bool StreamDestinationSocket::CanDeliver() {
   const ConnectionTurn::Holder turn(m_turn);

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -88,14 +89,12 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
   bool IsOpenWithoutConnection() const override;
   void ReportRefusal() override;
   void ReportIdle() override;
-  std::uint32_t FramingBytes() const override;
   std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
   void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
-  bool CanSendBatch() const override;
   bool CanDeliver() override;
   void FinishConnection() override;
   void LookForProgress() override;
-  std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) override;
+  std::size_t SendPayloads(const FramedPayloads& payloads, bool isAfterIdle) override;
 
  private:
   /// What became of a batch.
@@ -109,22 +108,21 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
 
   bool ConnectInTurn();
   void CloseInTurn();
-  Outcome TrySend(std::span<const Payload> payloads, bool isAfterIdle);
+  Outcome TrySend(const FramedPayloads& payloads, bool isAfterIdle);
+  Outcome Write(const FramedPayloads& payloads, SteadyTime now);
+  FramedPayloads FirstOf(const FramedPayloads& payloads) const;
   void CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle);
   bool Reconnect(SteadyTime now);
-  void Frame(std::span<const Payload> payloads);
-  Outcome CountAccepted(std::span<const Payload> payloads, std::size_t acceptedBytes);
+  Outcome CountAccepted(std::span<const std::uint32_t> lengths, std::size_t acceptedBytes);
   bool FailConnect(int error, const ACE_Time_Value& attemptTime);
   std::chrono::milliseconds HandleWriteError(int error, bool isTorn, SteadyTime now);
   void ReportLostConnection(int error, SteadyTime now);
   void SetNextReconnect(SteadyTime when);
 
   RelaxedValue<bool> m_bConnected{false};
-  bool m_bAppendLineFeed = true;
   bool m_bKeepAliveEnabled = false;
   std::uint32_t m_keepAliveTimeMs = 0;
   std::uint32_t m_keepAliveIntervalMs = 0;
-  std::vector<char> m_sendBuffer;
 
   // Of whose turn it is.
   SteadyTime m_lastWrite;

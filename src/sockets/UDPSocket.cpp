@@ -165,14 +165,20 @@ std::int32_t UDPSocket::SendPayload(const void* buffer, std::uint32_t length) {
   return -2;
 }
 
-std::size_t UDPSocket::SendPayloads(std::span<const Payload> payloads, bool) {
-  const Platform::DatagramOutcome outcome = TrySend(payloads);
+std::size_t UDPSocket::SendPayloads(const FramedPayloads& payloads, bool) {
+  m_payloads.clear();
+  const char* begin = payloads.m_bytes.data();
+  for (const std::uint32_t length : payloads.m_lengths) {
+    m_payloads.emplace_back(begin, length);
+    begin += length;
+  }
+  const Platform::DatagramOutcome outcome = TrySend(m_payloads);
   std::size_t done = outcome.m_datagrams;
   if (outcome.m_error != 0) {
     Pause(failurePause);
     // What can never be sent would stand before all others for ever.
-    const bool isUndeliverable = outcome.m_error == Platform::ErrorMessageTooLong || payloads[done].empty();
-    if (isUndeliverable) CountDropped(1, payloads[done++].size());
+    const bool isUndeliverable = outcome.m_error == Platform::ErrorMessageTooLong || m_payloads[done].empty();
+    if (isUndeliverable) CountDropped(1, m_payloads[done++].size());
   }
   return done;
 }
@@ -224,15 +230,11 @@ bool UDPSocket::IsOpenWithoutConnection() const { return false; }
 
 void UDPSocket::NameLogger() {}
 
-std::uint32_t UDPSocket::FramingBytes() const { return 0; }
-
 std::uint32_t UDPSocket::BlockingLength(std::uint32_t, std::uint32_t limited) const { return limited; }
 
 void UDPSocket::ReportTruncation(std::uint32_t length, std::uint32_t limited) {
   m_log.Debug("Truncating payload from %d bytes to %d bytes.", length, limited);
 }
-
-bool UDPSocket::CanSendBatch() const { return true; }
 
 void UDPSocket::LookForProgress() {}
 

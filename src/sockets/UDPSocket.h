@@ -13,6 +13,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace VaroCommunicationAPI {
 
@@ -38,6 +39,9 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   /// Resolves the target's name. The system's resolver, but for tests.
   virtual Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family);
 
+  /// A payload on its way to the network.
+  using Payload = std::span<const char>;
+
   /// Sends what the system takes at once on the open socket. The system's, but for tests.
   virtual Platform::DatagramOutcome SendDatagrams(std::span<const Payload> payloads);
 
@@ -48,14 +52,12 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   void ReportRefusal() override;
   void ReportIdle() override;
   void NameLogger() override;
-  std::uint32_t FramingBytes() const override;
   std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
   void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
-  bool CanSendBatch() const override;
   bool CanDeliver() override;
   void FinishConnection() override;
   void LookForProgress() override;
-  std::size_t SendPayloads(std::span<const Payload> payloads, bool isAfterIdle) override;
+  std::size_t SendPayloads(const FramedPayloads& payloads, bool isAfterIdle) override;
 
  private:
   bool ConnectInTurn();
@@ -69,6 +71,7 @@ class UDPSocket : public DestinationSocket<WindowsAgentCommon::IUDPSocket> {
   /// The socket closes with its last owner.
   std::shared_ptr<ACE_SOCK_CODgram> m_pSocket;
   std::string m_strDestination;
+  std::vector<Payload> m_payloads;  ///< that the send thread has in hand
   RelaxedValue<std::uint32_t> m_consecutiveSendFailures{0};
 
   /// The owner wants the socket open: set by `Connect`, cleared by `Close`.

@@ -38,7 +38,7 @@ constexpr const char* receiveBuffer = "8388608";
 
 class Rsyslog : public Receiver {
  public:
-  Rsyslog(Transport transport, Writing writing) : Receiver(transport) {
+  Rsyslog(Transport transport, Writing writing, StreamFraming framing) : Receiver(transport) {
     const std::string directory = Directory().Path().string();
     // Without octet counting a line may begin with a digit; every byte is kept as it comes.
     const std::string format = writing == Writing::Raw ? "%rawmsg%" : "%hostname%|%app-name%|%msg%";
@@ -53,7 +53,7 @@ class Rsyslog : public Receiver {
                                           OutputFile().string() +
                                           "\" template=\"line\")\n"
                                           "}\n" +
-                                          Input(transport));
+                                          Input(transport, framing));
     Start(FindProgram(Daemon::Rsyslog),
           {"-n", "-f", (Directory().Path() / "rsyslog.conf").string(), "-i", (Directory().Path() / "pid").string()});
   }
@@ -75,26 +75,30 @@ class Rsyslog : public Receiver {
     return "module(load=\"imtcp\")\n";
   }
 
-  std::string Input(Transport transport) const {
+  std::string Input(Transport transport, StreamFraming framing) const {
     const std::string common = "address=\"127.0.0.1\" port=\"0\" ruleset=\"received\" ";
     if (transport == Transport::Udp) {
       return "input(type=\"imudp\" " + common + "rcvbufSize=\"" + receiveBuffer + "\")\n";
     }
     // Asked for port 0 without such a file, it does not listen when an ordinary user runs it.
-    return "input(type=\"imtcp\" " + common + "supportOctetCountedFraming=\"off\" listenPortFileName=\"" +
+    return "input(type=\"imtcp\" " + common + "supportOctetCountedFraming=\"" +
+           (framing == StreamFraming::OctetCounting ? "on" : "off") + "\" listenPortFileName=\"" +
            (Directory().Path() / "port").string() + "\")\n";
   }
 };
 
 class SyslogNg : public Receiver {
  public:
-  SyslogNg(Transport transport, Writing writing) : Receiver(transport) {
+  SyslogNg(Transport transport, Writing writing, StreamFraming framing) : Receiver(transport) {
     const bool raw = writing == Writing::Raw;
     Directory().Write("syslog-ng.conf",
                       std::string("@version: 3.38\n"
                                   "options { keep-hostname(yes); stats-freq(0); log-msg-size(65536); use-dns(no); };\n"
-                                  "source received { network(ip(\"127.0.0.1\") port(0) ") +
-                          TransportOptions(transport) + " flags(" + (raw ? "no-parse" : "syslog-protocol") +
+                                  "source received { ") +
+                          // This driver counts octets over streams.
+                          (framing == StreamFraming::OctetCounting ? "syslog" : "network") +
+                          "(ip(\"127.0.0.1\") port(0) " + TransportOptions(transport) + " flags(" +
+                          (raw ? "no-parse" : "syslog-protocol") +
                           ")); };\n"
                           "destination file { file(\"" +
                           OutputFile().string() + "\" template(\"" + (raw ? "$MSG" : "$HOST|$PROGRAM|$MSG") +
@@ -195,9 +199,9 @@ bool IsThere(Daemon daemon, Transport transport) {
   });
 }
 
-std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Transport transport, Writing writing) {
-  if (daemon == Daemon::Rsyslog) return std::make_unique<Rsyslog>(transport, writing);
-  return std::make_unique<SyslogNg>(transport, writing);
+std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Transport transport, Writing writing, StreamFraming framing) {
+  if (daemon == Daemon::Rsyslog) return std::make_unique<Rsyslog>(transport, writing, framing);
+  return std::make_unique<SyslogNg>(transport, writing, framing);
 }
 
 }  // namespace sorvex::test

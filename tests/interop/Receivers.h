@@ -19,6 +19,9 @@ enum class Writing {
   Parsed  ///< "host|application|text" of a message of RFC 5424
 };
 
+/// What parts messages that come over a stream.
+enum class StreamFraming { LineFeed, OctetCounting };
+
 /// How messages reach a receiver.
 enum class Transport { Tcp, Tls, Udp };
 
@@ -70,6 +73,7 @@ inline void PrintTo(Daemon daemon, std::ostream* out) { *out << (daemon == Daemo
 bool IsThere(Daemon daemon, Transport transport);
 
 /// Starts a receiver; its program has to be there.
-std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Transport transport, Writing writing);
+std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Transport transport, Writing writing,
+                                        StreamFraming framing = StreamFraming::LineFeed);
 
 }  // namespace sorvex::test

@@ -1,6 +1,9 @@
 // What syslog daemons make of what the agent sends.
 #include "Receivers.h"
+#include "sockets/SSLTCPSocket.h"
+#include "sockets/TCPSocket.h"
 #include "support/LoopbackTcpServer.h"
+#include "support/TlsIdentity.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -149,6 +152,47 @@ INSTANTIATE_TEST_SUITE_P(Daemons, StreamReception,
                          testing::Combine(testing::Values(Daemon::Rsyslog, Daemon::SyslogNg),
                                           testing::Values(Transport::Tcp, Transport::Tls), testing::Bool()),
                          NameOf);
+
+TEST_P(StreamReception, CountedMessagesArriveWithTheLineFeedsInThem) {
+  const std::unique_ptr<Receiver> receiver =
+      StartReceiver(TestedDaemon(), TestedTransport(), Writing::Parsed, StreamFraming::OctetCounting);
+  const bool queued = std::get<2>(GetParam());
+  std::unique_ptr<WindowsAgentCommon::ISocket> socket;
+  WindowsAgentCommon::ParameterBlock parameters{{"TargetPort", std::to_string(receiver->WaitForPort())},
+                                                {"Socket.BlockingSendStrategy", queued ? "false" : "true"},
+                                                {"Framing", "OctetCounting"}};
+  if (TestedTransport() == Transport::Tls) {
+    socket = std::make_unique<VaroCommunicationAPI::SSLTCPSocket>(VaroCommunicationAPI::SSLProtocolList());
+    parameters.emplace("Certificate", ToBase64(TemporaryDirectory::Read(receiver->CertificateFile())));
+  } else {
+    socket = std::make_unique<VaroCommunicationAPI::TCPSocket>();
+  }
+  socket->Initialize(parameters);
+  std::string expected;
+  // Lengths of one digit to four, on both sides of where one digit more is needed.
+  for (const std::size_t length : {1u, 2u, 43u, 44u, 45u, 46u, 943u, 944u, 945u, 946u, 8000u}) {
+    std::string text = "two\nlines ";
+    text.resize(length, 'x');
+    const std::string message = "<14>1 2026-01-02T03:04:05Z host app - - - " + text;
+    ASSERT_EQ(socket->Send(message.data(), static_cast<std::uint32_t>(message.size())),
+              static_cast<std::int32_t>(message.size() + std::to_string(message.size()).size() + 1));
+    expected += "host|app|" + text + "\n";
+  }
+  EXPECT_EQ(socket->Shutdown(), 0);
+  EXPECT_EQ(receiver->Collect(expected.size()), expected);
+}
+
+TEST_P(StreamReception, TheAgentCountsOctets) {
+  const std::string lines = MakeLines(0, 1000, longestLine);
+  const std::filesystem::path file = m_installation.Write("counted.log", lines);
+  const std::string expected = AsParsed(lines, "counted.log");
+  const std::unique_ptr<Receiver> receiver =
+      StartReceiver(TestedDaemon(), TestedTransport(), Writing::Parsed, StreamFraming::OctetCounting);
+  const ProcessResult result =
+      RunProcess(SORVEX_AGENT_PROGRAM, Arguments(*receiver, {"--framing", "OctetCounting", file.string()}));
+  EXPECT_EQ(result.status, 0) << result.output << result.errors;
+  EXPECT_TRUE(AreSame(receiver->Collect(expected.size()), expected));
+}
 
 class DatagramReception : public Reception {
  protected:

@@ -21,21 +21,35 @@ Handle ToHandle(std::intptr_t number) {
   }
 }
 
-/// The sockets, over IPv4, that the process has connected to `port`, however it keeps them.
-inline std::vector<ACE_HANDLE> HandlesConnectedTo(std::uint16_t port) {
+/// The handles of this process, among those with low numbers, that `isMeant`.
+template <class IsMeant>
+std::vector<ACE_HANDLE> HandlesThat(IsMeant isMeant) {
   // Where handles are pointers, they are multiples of four.
   constexpr std::intptr_t step = std::is_pointer_v<ACE_HANDLE> ? 4 : 1;
   std::vector<ACE_HANDLE> handles;
   for (std::intptr_t number = 0; number < 1024 * step; number += step) {
-    const ACE_HANDLE handle = ToHandle(number);
-    sockaddr_in peer{};
-    int size = sizeof peer;
-    if (ACE_OS::getpeername(handle, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
-        peer.sin_port == ACE_NTOHS(port)) {
-      handles.push_back(handle);
-    }
+    if (const ACE_HANDLE handle = ToHandle(number); isMeant(handle)) handles.push_back(handle);
   }
   return handles;
+}
+
+/// The sockets, over IPv4, that the process has connected to `port`, however it keeps them.
+inline std::vector<ACE_HANDLE> HandlesConnectedTo(std::uint16_t port) {
+  return HandlesThat([port](ACE_HANDLE handle) {
+    sockaddr_in peer{};
+    int size = sizeof peer;
+    return ACE_OS::getpeername(handle, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+           peer.sin_port == ACE_NTOHS(port);
+  });
+}
+
+/// The sockets over IPv4 that the process has open, also those whose peer has reset the connection.
+inline std::vector<ACE_HANDLE> InternetHandles() {
+  return HandlesThat([](ACE_HANDLE handle) {
+    sockaddr_in own{};
+    int size = sizeof own;
+    return ACE_OS::getsockname(handle, reinterpret_cast<sockaddr*>(&own), &size) == 0 && own.sin_family == AF_INET;
+  });
 }
 
 }  // namespace sorvex::test

@@ -91,9 +91,11 @@ bool ServerConnection::DiscardsNow() {
 
 void ServerConnection::RunOperation() {
   boost::system::error_code ignored;
-  if (m_bAborted) m_pState->socket.cancel(ignored);
   m_pState->context.restart();
-  m_pState->context.run();
+  do {
+    // Again after each step: where one part of a record has come, a read through TLS goes on to wait for the next.
+    if (m_bAborted) m_pState->socket.cancel(ignored);
+  } while (m_pState->context.run_one() > 0);
 }
 
 const boost::system::error_code& ServerConnection::EndError() const { return m_pState->endError; }

@@ -103,6 +103,7 @@ std::unique_ptr<boost::asio::ssl::context> LoopbackTlsServer::MakeContext(const 
   SSL_CTX_set_max_proto_version(native, options.maxVersion);
   SSL_CTX_use_certificate(native, options.identity->Certificate());
   SSL_CTX_use_PrivateKey(native, options.identity->Key());
+  if (options.issuer) SSL_CTX_add1_chain_cert(native, options.issuer->Certificate());
   if (options.requestsCertificate) SSL_CTX_set_verify(native, SSL_VERIFY_PEER, &TakeAny);
   if (options.requiresCertificate) {
     SSL_CTX_set_verify(native, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, &TakeAny);

@@ -22,6 +22,7 @@ namespace sorvex::test {
 
 struct TlsServerOptions {
   const TlsIdentity* identity = &ServerIdentity();
+  const TlsIdentity* issuer = nullptr;  ///< is shown as well
   int minVersion = TLS1_VERSION;
   int maxVersion = TLS1_3_VERSION;
   bool requestsCertificate = false;  ///< asks the client for a certificate and takes none as well

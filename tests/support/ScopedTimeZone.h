@@ -1,10 +1,10 @@
 // The process's time zone, set for the time of a test.
 #pragma once
 
-#include <ace/OS_NS_stdlib.h>
+#include "ScopedVariable.h"
+
 #include <ace/OS_NS_time.h>
 
-#include <list>
 #include <optional>
 #include <string>
 
@@ -15,27 +15,18 @@ class ScopedTimeZone {
   /// `zone` is a text that every system's TZ variable takes, such as "IST-5:30": a name and what is to be added to
   /// local time to give UTC.
   explicit ScopedTimeZone(const std::string& zone) {
-    if (const char* const previous = ACE_OS::getenv("TZ")) m_previous = previous;
-    Set(zone);
+    m_variable.emplace("TZ", zone);
+    ACE_OS::tzset();
   }
   ~ScopedTimeZone() {
-    // An empty value removes the variable on Windows, which knows no other way.
-    Set(m_previous.value_or(""));
-    if (!m_previous) ACE_OS::unsetenv("TZ");
+    m_variable.reset();
     ACE_OS::tzset();
   }
   ScopedTimeZone(const ScopedTimeZone&) = delete;
   ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
 
  private:
-  static void Set(const std::string& zone) {
-    // The environment of some systems keeps the text itself.
-    static std::list<std::string> settings;
-    ACE_OS::putenv(settings.emplace_back("TZ=" + zone).c_str());
-    ACE_OS::tzset();
-  }
-
-  std::optional<std::string> m_previous;
+  std::optional<ScopedVariable> m_variable;
 };
 
 }  // namespace sorvex::test

@@ -1,5 +1,7 @@
 #include "platform/Files.h"
 
+#include "platform/posix/ReadDescriptor.h"
+
 #include <host/Text.h>
 
 #include <fcntl.h>
@@ -30,20 +32,8 @@ int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& con
   const int file = open(WindowsAgentCommon::WideToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file == -1) return errno;
   int error = CheckRegular(file);
-  content.Resize(maxBytes);
-  std::size_t filled = 0;
-  while (error == 0 && filled < maxBytes) {
-    const ssize_t count = read(file, content.Data() + filled, maxBytes - filled);
-    if (count == 0) break;
-    if (count == -1) {
-      if (errno == EINTR) continue;
-      error = errno;
-      break;
-    }
-    filled += static_cast<std::size_t>(count);
-  }
+  if (error == 0) error = ReadDescriptor(file, maxBytes, content);
   close(file);
-  content.Resize(error == 0 ? filled : 0);
   return error;
 }
 

@@ -126,6 +126,8 @@ INSTANTIATE_TEST_SUITE_P(
                    "'Socket.BlockingSendStrategy' is set by --queued"},
         WrongUsage{"Builder", Forward("tcp://a:1", "--set", "PayloadBuilderType=RawPayloadBuilder"),
                    "'PayloadBuilderType' is set by --builder"},
+        WrongUsage{"Framing", Forward("tcp://a:1", "--set", "Framing=LineFeed"), "'Framing' is set by --framing"},
+        WrongUsage{"UnknownFraming", Forward("tcp://a:1", "--framing", "Lines"), "--framing: Lines not in"},
         WrongUsage{"NoBoolean", Forward("tcp://a:1", "--set", "AppendLineFeed=perhaps"),
                    "AppendLineFeed is 'perhaps'; it takes true, yes, on, 1, false, no, off or 0"},
         WrongUsage{"NoNumber", Forward("tcp://a:1", "--set", "MaxPayloadSize=many"),

@@ -152,7 +152,8 @@ struct FaultCase {
   const char* name;
   std::vector<std::string> server;
   std::vector<std::string> command;
-  bool isMet;  ///< the agent succeeds in spite of it
+  bool isMet;                   ///< the agent succeeds in spite of it
+  const char* laterCode = "0";  ///< the result code once the server is well
 };
 
 void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.name; }
@@ -182,11 +183,12 @@ TEST_P(AgentWithFault, FailsAsToldAndGoesOnWhenTheServerIsWell) {
   // The last error stays; the result is that of the second time.
   const std::string last = result.output.substr(second);
   EXPECT_EQ(Value(last, "result"), "true");
-  EXPECT_EQ(Value(last, "result-code"), "0");
+  EXPECT_EQ(Value(last, "result-code"), GetParam().laterCode);
 }
 
 const std::vector<std::string> fetchPatch{"fetch-patch", "core"};
 const std::vector<std::string> fetchConfiguration{"fetch-configuration"};
+const std::vector<std::string> testConnection{"test-connection"};
 
 INSTANTIATE_TEST_SUITE_P(
     Kinds, AgentWithFault,
@@ -195,6 +197,15 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"LateAtTheStart", {"--fault", "late:3", "--fault-on", "connect"}, statusReport, false},
         FaultCase{"Cut", {"--fault", "cut:17", "--fault-on", "status"}, statusReport, false},
         FaultCase{"CutAtTheStart", {"--fault", "cut:17", "--fault-on", "connect"}, statusReport, false},
+        FaultCase{"CutInARegistration", {"--fault", "cut:17", "--fault-on", "register"}, registration, false, "2"},
+        FaultCase{"CutInATest", {"--fault", "cut:17", "--fault-on", "connect"}, testConnection, false},
+        FaultCase{
+            "CutInAConfiguration", {"--fault", "cut:400", "--fault-on", "configuration"}, fetchConfiguration, false},
+        FaultCase{
+            "LateConfiguration", {"--fault", "late:10", "--fault-on", "configuration"}, fetchConfiguration, false},
+        FaultCase{"LatePatch", {"--fault", "late:10", "--fault-on", "patch"}, fetchPatch, false},
+        FaultCase{
+            "ClosedInsteadOfAPatch", {"--fault", "close-after-request", "--fault-on", "patch"}, fetchPatch, false},
         FaultCase{"CutInAPatch", {"--fault", "cut:50000", "--fault-on", "patch"}, fetchPatch, false},
         FaultCase{"ByteByByte", {"--fault", "byte-by-byte:1", "--fault-on", "configuration"}, fetchConfiguration, true},
         FaultCase{"WrongTypeAtTheStart", {"--fault", "wrong-type", "--fault-on", "connect"}, statusReport, false},
@@ -207,6 +218,18 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"Speaks1", {"--fault", "speaks-1.0"}, statusReport, true},
         FaultCase{"Speaks1TypeOnly", {"--fault", "speaks-1.0-type-only"}, statusReport, true}),
     [](const testing::TestParamInfo<FaultCase>& test) { return test.param.name; });
+
+TEST(AgentAndServer, FingerprintIsTheLocalOneWhenTheExchangeFails) {
+  ServedAgent agent({"--fault", "close-after-request", "--fault-on", "configuration", "--fault-times", "1"});
+  agent.Directory().Write("AgentConfig.md5", std::string(configurationDigest) + "\n");
+  const ProcessResult result = agent.Run({"fingerprint", "--repeat", "2"});
+  EXPECT_EQ(result.status, 1);
+  const std::size_t second = result.output.find("fingerprint: ", 1);
+  ASSERT_NE(second, std::string::npos) << result.output;
+  EXPECT_EQ(Value(result.output, "fingerprint"), configurationDigest);
+  EXPECT_EQ(Value(result.output, "error-code"), "-2147483644");
+  EXPECT_EQ(Value(result.output.substr(second), "result-code"), "5");
+}
 
 TEST(AgentAndServer, WrongDigestIsRefusedByTheAgent) {
   ServedAgent agent({"--fault", "wrong-digest", "--fault-times", "1"});

@@ -3,19 +3,25 @@
 //   Calls=FILE        appends a line for each operation
 //   Connect=false     lets Connect fail
 //   Codes=N,N...      result codes of the exchanges, one after the other; the last one stays
+//   ErrorCode=N       the error code; without it, a negative result code is one
 //   Data=TEXT         what is delivered; without it nothing is
 //   Digest=TEXT       its digest
 //   Key=TEXT          the server's key
 //   Endless=true      delivers until the stream takes no more
+//
+// It hands them out as the parameters of the installation. With ForceHTTPSConfigServerConnection=true its connection is
+// like the one over HTTPS: its operations succeed whatever the code, and the configuration is an exchange of its own.
 #include <host/IConnectionFactory.h>
 #include <host/ServiceComponentBase.h>
 
 #include <ace/Service_Object.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <ostream>
+#include <string>
 #include <thread>
 
 // The one macro of a module's entry point.
@@ -35,16 +41,22 @@ class ScriptedConnection : public IConfigurationServerConnection {
 
   bool RegisterInstance(const std::string&, const std::string&) override { return Exchange("RegisterInstance") >= 0; }
   bool TestConnection() override { return Exchange("TestConnection") >= 0; }
-  bool PostHeartbeat() override { return false; }
+  bool PostHeartbeat() override { return IsHttps() && Exchange("PostHeartbeat") >= 0; }
   bool UpdateStatus(AgentUpdateStatus, const ACE_Time_Value&) override { return Exchange("UpdateStatus") >= 0; }
 
   std::string GetConfigurationFingerprint(bool& updateBlocked) override {
-    updateBlocked = Exchange("GetConfigurationFingerprint") == 7;
-    return "fingerprint";
+    const std::int32_t code = Exchange("GetConfigurationFingerprint");
+    updateBlocked = code == (IsHttps() ? 204 : 7);
+    if (!IsHttps()) return "fingerprint";
+    return updateBlocked ? "" : Value("Data");
   }
 
   bool RetrieveConfiguration(std::ostream& output, std::string& md5) override {
-    Note("RetrieveConfiguration");
+    if (IsHttps()) {
+      Exchange("RetrieveConfiguration");
+    } else {
+      Note("RetrieveConfiguration");
+    }
     return Deliver(output, md5);
   }
 
@@ -63,7 +75,10 @@ class ScriptedConnection : public IConfigurationServerConnection {
     return isFit;
   }
 
-  std::int32_t GetLastErrorCode() const override { return m_code < 0 ? m_code : 0; }
+  std::int32_t GetLastErrorCode() const override {
+    const std::string code = Value("ErrorCode");
+    return code.empty() ? std::min(m_code, 0) : std::stoi(code);
+  }
   std::int32_t GetLastResultCode() const override { return m_code; }
   std::string GetLastErrorMessage() const override { return "as scripted"; }
 
@@ -78,6 +93,8 @@ class ScriptedConnection : public IConfigurationServerConnection {
     const auto found = m_script.find(name);
     return found == m_script.end() ? std::string() : found->second;
   }
+
+  bool IsHttps() const { return Value("ForceHTTPSConfigServerConnection") == "true"; }
 
   void Note(const std::string& call) const {
     std::ofstream(Value("Calls"), std::ios::app | std::ios::binary) << call << "\n";
@@ -102,7 +119,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
       Note("Endless");
       while (output << "x") std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return !data.empty();
+    return IsHttps() || !data.empty();
   }
 
   const ParameterBlock& m_script;
@@ -132,7 +149,11 @@ class ScriptedFactory : public ServiceComponentBase<IConnectionFactory, ACE_Serv
   void ReleaseConfigServerConnection(std::shared_ptr<IConfigurationServerConnection>& connection) override {
     connection = nullptr;
   }
-  bool GetParameter(const std::string&, std::string&) const override { return false; }
+  bool GetParameter(const std::string& name, std::string& value) const override {
+    const auto found = m_serviceConfig.m_parameters.find(name);
+    if (found != m_serviceConfig.m_parameters.end()) value = found->second;
+    return found != m_serviceConfig.m_parameters.end();
+  }
 };
 
 void Destroy(void* service) { delete static_cast<ACE_Service_Object*>(service); }

@@ -156,6 +156,24 @@ TEST(ConfigServerBounds, HalfSpokenConnectionsDoNotHinderOthers) {
   for (const auto& other : dribbling) EXPECT_FALSE(other->IsEnded());
 }
 
+TEST(ConfigServerBounds, ConnectionsThatDribbleDoNotHinderOthers) {
+  const ConfigServer server({"--request-timeout", "600"});
+  std::vector<std::unique_ptr<TlsClient>> dribbling;
+  for (int i = 0; i < 200; ++i) dribbling.push_back(std::make_unique<TlsClient>(server.Port()));
+  const std::string request = Establishment2();
+  constexpr std::size_t rounds = 10;
+  for (std::size_t round = 0; round < rounds; ++round) {
+    for (const auto& other : dribbling) other->Send(request.substr(round, 1));
+    AdmittedClient client(server);
+    EXPECT_TRUE(client.Ask(StatusRequest("2.0"), ResultResponse(3, "2.0", 0)));
+  }
+  // They are served as well, once they have said it all.
+  for (const auto& other : dribbling) {
+    other->Send(request.substr(rounds));
+    EXPECT_EQ(other->Receive(26), Establishment2Response());
+  }
+}
+
 TEST(ConfigServerBounds, FileThatNoAgentTakesIsNotSent) {
   const ConfigServer server;
   std::filesystem::resize_file(server.Write("patches/long.tar.gz", ""), 104857601);

@@ -34,13 +34,12 @@ class ConfigServer {
 
   /// Starts it again on the same folder.
   void Start(const std::vector<std::string>& arguments = {}) {
-    std::vector<std::string> all{"--data", Folder().string(), "--wire-port", "0", "--listen", "127.0.0.1"};
+    std::vector<std::string> all{"--data", Folder().string(), "--wire-port", "0", "--https-port",
+                                 "0",      "--listen",        "127.0.0.1"};
     all.insert(all.end(), arguments.begin(), arguments.end());
     m_pProcess = std::make_unique<ChildProcess>(SORVEX_CONFIGSERVER_PROGRAM, all);
-    const std::string line = "listening on 127.0.0.1 port ";
-    WaitForLog(line);
-    const std::string log = Log();
-    m_port = static_cast<std::uint16_t>(std::stoi(log.substr(log.find(line) + line.size())));
+    m_port = PortAfter("listening on 127.0.0.1 port ");
+    m_httpsPort = PortAfter("listening for HTTPS on 127.0.0.1 port ");
   }
 
   std::filesystem::path Folder() const { return m_directory.Path() / "data"; }
@@ -51,6 +50,7 @@ class ConfigServer {
   bool Has(const std::string& relative) const { return std::filesystem::exists(Folder() / relative); }
 
   std::uint16_t Port() const { return m_port; }
+  std::uint16_t HttpsPort() const { return m_httpsPort; }
   ChildProcess& Process() { return *m_pProcess; }
   std::string Log() const { return m_pProcess->Output(); }
 
@@ -66,9 +66,16 @@ class ConfigServer {
   }
 
  private:
+  std::uint16_t PortAfter(const std::string& line) const {
+    WaitForLog(line);
+    const std::string log = Log();
+    return static_cast<std::uint16_t>(std::stoi(log.substr(log.find(line) + line.size())));
+  }
+
   TemporaryDirectory m_directory{"configserver"};
   std::unique_ptr<ChildProcess> m_pProcess;
   std::uint16_t m_port = 0;
+  std::uint16_t m_httpsPort = 0;
 };
 
 }  // namespace sorvex::test

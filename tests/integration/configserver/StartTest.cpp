@@ -1,5 +1,6 @@
 // Command line, certificate, start and stop.
 #include "ConfigServerFixture.h"
+#include "support/WaitUntil.h"
 
 namespace sorvex::test {
 namespace {
@@ -38,6 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
     Wrong, ConfigServerUsage,
     testing::Values(WrongUsage{"NoData", {}, "--data"},
                     WrongUsage{"Port", {"--data", "d", "--wire-port", "65536"}, "--wire-port"},
+                    WrongUsage{"HttpsPort", {"--data", "d", "--https-port", "65536"}, "--https-port"},
                     WrongUsage{"CertificateWithoutKey", {"--data", "d", "--certificate", "c"}, "--key"},
                     WrongUsage{"KeyWithoutCertificate", {"--data", "d", "--key", "k"}, "--certificate"},
                     WrongUsage{"WireVersion", {"--data", "d", "--wire-version", "3.0"}, "--wire-version"},
@@ -93,6 +95,25 @@ TEST(ConfigServerStart, PortThatIsTakenIsAnError) {
       {"--data", server.Folder().string(), "--listen", "127.0.0.1", "--wire-port", std::to_string(server.Port())});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.errors, HasSubstr("sorvex-configserver: "));
+}
+
+/// What a server with only these ports writes when it has started.
+std::string LogOfPorts(const std::vector<std::string>& ports) {
+  const ConfigServer maker;
+  std::vector<std::string> arguments{"--data", maker.Folder().string(), "--listen", "127.0.0.1"};
+  arguments.insert(arguments.end(), ports.begin(), ports.end());
+  const ChildProcess server(SORVEX_CONFIGSERVER_PROGRAM, arguments);
+  EXPECT_TRUE(WaitUntil([&] { return server.Output().find("every agent is accepted") != std::string::npos; }));
+  return server.Output();
+}
+
+TEST(ConfigServerStart, ListensOnOnePortAlone) {
+  const std::string wire = LogOfPorts({"--wire-port", "0"});
+  EXPECT_THAT(wire, HasSubstr(" listening on 127.0.0.1 port "));
+  EXPECT_THAT(wire, Not(HasSubstr("HTTPS")));
+  const std::string https = LogOfPorts({"--https-port", "0"});
+  EXPECT_THAT(https, HasSubstr(" listening for HTTPS on 127.0.0.1 port "));
+  EXPECT_THAT(https, Not(HasSubstr(" listening on ")));
 }
 
 TEST(ConfigServerStart, WarnsWhenEveryTokenIsAccepted) {

@@ -6,6 +6,7 @@
 #include "support/RecordingLogger.h"
 #include "support/WireRequest.h"
 #include "unit/module/ApplicationKey.h"
+#include "unit/module/CertificateInStore.h"
 #include "unit/module/FakeComponentFactory.h"
 #include "unit/module/InstallationDirectory.h"
 
@@ -17,6 +18,7 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -164,6 +166,44 @@ TEST_F(DirectTlsConnection, TrustsOnFirstUse) {
   EXPECT_TRUE(server.AllEnded());
   EXPECT_THAT(Problems(), IsEmpty());
   EXPECT_THAT(m_log->Lines(), Each(Not(HasSubstr("to-ken"))));
+}
+
+TEST_F(DirectTlsConnection, TrustsOnFirstUseThroughTheSystemsStores) {
+  const TlsIdentity root("Sorvex fetched root");
+  const TlsIdentity intermediate("Sorvex fetched intermediate", &root, 3600, true);
+  const TlsIdentity leaf("leaf", &intermediate);
+  const auto stored = [](const TlsIdentity& identity) {
+    VaroCommunicationAPI::Platform::Certificate certificate;
+    EXPECT_EQ(VaroCommunicationAPI::Platform::Certificate::FromPem(identity.CertificatePem(), certificate), 0);
+    return certificate;
+  };
+  const CertificateInStore storedRoot(L"ROOT", stored(root));
+  const CertificateInStore storedIntermediate(L"CA", stored(intermediate));
+  // It shows its own certificate alone; what the file holds has to make up the chain.
+  WireServer server(
+      [](TlsServerSession& session, int index) {
+        if (index == 0) return;
+        ReadRequest(session);
+        session.Write(established2);
+      },
+      TlsServerOptions{.identity = &leaf});
+  Use(server.Port());
+  EXPECT_TRUE(m_connection->TestConnection());
+  EXPECT_EQ(TemporaryDirectory::Read(m_installation.ConfigDirectory() / "ConfigurationServer.PEM"),
+            root.CertificatePem() + intermediate.CertificatePem() + leaf.CertificatePem());
+  EXPECT_THAT(Problems(), IsEmpty());
+}
+
+TEST_F(DirectTlsConnection, RefusesOnFirstUseAServerWhoseIssuerIsUnknown) {
+  const TlsIdentity authority("Sorvex unheard-of authority");
+  const TlsIdentity leaf("leaf", &authority);
+  WireServer server([](TlsServerSession&, int) {}, TlsServerOptions{.identity = &leaf});
+  Use(server.Port());
+  EXPECT_FALSE(m_connection->TestConnection());
+  ExpectCodes(0x80000003);
+  EXPECT_EQ(server.Connections(), 1);
+  EXPECT_FALSE(std::filesystem::exists(m_installation.ConfigDirectory() / "ConfigurationServer.PEM"));
+  EXPECT_TRUE(server.AllEnded());
 }
 
 TEST_F(DirectTlsConnection, FetchesTheCertificateByTheNameThatItMeetsLater) {

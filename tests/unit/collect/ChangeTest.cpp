@@ -212,7 +212,7 @@ class CollectUnderRandomEvents : public CollectorFixture {
   std::vector<Waiting> waiting;
 };
 
-constexpr unsigned int seedCount = 12;
+constexpr unsigned int seedCount = 6;
 
 class EachSeed : public CollectUnderRandomEvents {};
 INSTANTIATE_TEST_SUITE_P(CollectUnderRandomEvents, EachSeed, testing::ValuesIn(GetModes()), ModeName);

@@ -65,12 +65,21 @@ TEST_P(CollectFiles, WaitsForAFolderThatIsMissing) {
 }
 
 TEST_P(CollectFiles, ReadsAFileOnceThatSeveralPatternsName) {
+  Start({Files("*.log"), Files("a.*"), Files("b.*")});
+  Gather();
   Append("a.log", "one\n");
   std::filesystem::create_hard_link(folder.Path() / "a.log", folder.Path() / "b.log");
-  Start({Files("*.log"), Files("a.*"), Files("b.*")});
   EXPECT_THAT(Gather(), ElementsAre("one"));
+  // It is written under either name.
   Append("a.log", "two\n");
   EXPECT_THAT(Gather(), ElementsAre("two"));
+  Append("b.log", "three\n");
+  EXPECT_THAT(Gather(), ElementsAre("three"));
+  Append("c.log", "four\n");
+  EXPECT_THAT(Gather(), ElementsAre("four"));
+  Append("a.log", "five\n");
+  Append("b.log", "six\n");
+  EXPECT_THAT(Gather(), ElementsAre("five", "six"));
 }
 
 TEST_P(CollectFiles, TakesAnyName) {
@@ -139,6 +148,37 @@ TEST_P(CollectFiles, HandsOutARefusedLineAgain) {
   sink.room = 10;
   EXPECT_EQ(collector->Collect(sink), Collector::Progress::Idle);
   EXPECT_THAT(sink.lines, ElementsAre("one", "two", "three"));
+}
+
+TEST_P(CollectFiles, HandsOutWhatWasWrittenAfterARefusal) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("*.log")});
+  sink.room = 1;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  Append("a.log", "three\n");
+  sink.room = 10;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Idle);
+  EXPECT_THAT(sink.lines, ElementsAre("one", "two", "three"));
+}
+
+TEST_P(CollectFiles, TakesTheFurthestMark) {
+  Append("a.log", "one\ntwo\nthree\n");
+  Start({Files("*.log")});
+  Gather();
+  collector->Taken(sink.marks[1]);
+  collector->Taken(sink.marks[0]);
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("three"));
+}
+
+TEST_P(CollectFiles, TakesNoMarkBehindWhatWasHandedOut) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Gather();
+  collector->Taken({sink.marks[0].source, 1000});
+  Append("a.log", "two\n");
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("two"));
 }
 
 TEST_P(CollectFiles, HandsOutAgainWhatWasNotTaken) {

@@ -100,6 +100,21 @@ TEST_P(CollectFilesPosix, ClosesFilesThatHaveNotChangedForLong) {
   EXPECT_LE(CountOpenFiles(), before + 5);
 }
 
+TEST_P(CollectFilesPosix, ClosesRotatedFilesThatHaveEnded) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  const std::size_t before = CountOpenFiles();
+  Rename("a.log", "a.log.1");
+  Gather();
+  now += limits.rotatedQuietTime;
+  Deliver();
+  EXPECT_EQ(CountOpenFiles(), before - 1);
+  Start({Files("a.log*")});
+  Gather();
+  EXPECT_EQ(CountOpenFiles(), before - 1);
+}
+
 TEST_P(CollectFilesPosix, KeepsPositionsForItsUserAlone) {
   Append("a.log", "one\n");
   Start({Files("*.log")});

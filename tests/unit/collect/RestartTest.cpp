@@ -93,6 +93,16 @@ TEST_P(CollectAfterRestart, FileWithAnotherHeadIsReadFromItsStart) {
   EXPECT_THAT(Gather(), ElementsAre("new", "longer than before"));
 }
 
+TEST_P(CollectAfterRestart, FileOfTheSameLengthWithAnotherHeadIsReadFromItsStart) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  folder.Write("a.log", "two\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
 TEST_P(CollectAfterRestart, FileIsTheSameOnAVolumeOfAnotherNumber) {
   Append("a.log", "one\n");
   Start({Files("a.log")});

@@ -28,6 +28,21 @@ TEST_P(CollectRotated, RestOfTheOldFileComesBeforeTheNewOne) {
   EXPECT_THAT(Gather(), ElementsAre("two", "three"));
 }
 
+TEST_P(CollectRotated, RestOfTheOldFileComesFirstHoweverLongItIs) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  constexpr std::size_t lineCount = 20'000;
+  std::string rest;
+  for (std::size_t count = 0; count < lineCount; ++count) rest += "a line of the rest, of forty bytes or so\n";
+  Append("a.log", rest);
+  Rename("a.log", "a.log.1");
+  Append("a.log", "new\n");
+  const Lines lines = Gather();
+  ASSERT_EQ(lines.size(), lineCount + 1);
+  EXPECT_EQ(lines.back(), "new");
+}
+
 TEST_P(CollectRotated, OldFileIsFollowedAsLongAsItIsWritten) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
@@ -50,6 +65,11 @@ TEST_P(CollectRotated, LastPieceOfTheOldFileIsALineOnceTheFileIsQuiet) {
   now += limits.pollInterval;
   EXPECT_THAT(GatherAfterQuiet(), ElementsAre("piece"));
   EXPECT_THAT(GatherAfterQuiet(), IsEmpty());
+  // Its writer was not done after all.
+  Append("a.log.1", "more");
+  now += limits.pollInterval;
+  EXPECT_THAT(Gather(), IsEmpty());
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("more"));
 }
 
 TEST_P(CollectRotated, FileThatKeepsMatchingIsReadOnce) {
@@ -105,6 +125,21 @@ TEST_P(CollectRotated, ClosedFileIsFoundUnderItsNewName) {
   EXPECT_THAT(Gather(), ElementsAre("two"));
 }
 
+TEST_P(CollectRotated, FileWithoutANameStaysOpen) {
+  limits.maxOpenFiles = 0;
+  const test::TemporaryDirectory elsewhere{"elsewhere"};
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  Rename("a.log", "a.log.1");
+  Append("a.log", "new\n");
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+  std::filesystem::rename(folder.Path() / "a.log.1", elsewhere.Path() / "a.log.1");
+  std::ofstream(elsewhere.Path() / "a.log.1", std::ios::binary | std::ios::app) << "late\n";
+  now += limits.pollInterval;
+  EXPECT_THAT(Gather(), ElementsAre("late"));
+}
+
 TEST_P(CollectRotated, ShorterFileIsReadFromItsStart) {
   Append("a.log", "one\ntwo\n");
   Start({Files("a.log")});
@@ -118,6 +153,14 @@ TEST_P(CollectRotated, ShorterFileIsReadFromItsStart) {
   collector->Taken(before);
   collector->Rewind();
   EXPECT_THAT(Gather(), ElementsAre("new"));
+}
+
+TEST_P(CollectRotated, ShorterFileOfTheSameHeadIsReadFromItsStart) {
+  Append("a.log", std::string(1999, 'x') + "\n" + std::string(1000, 'y') + "\n");
+  Start({Files("a.log")});
+  Gather();
+  std::filesystem::resize_file(folder.Path() / "a.log", 2000);
+  EXPECT_THAT(Gather(), ElementsAre(std::string(1999, 'x')));
 }
 
 TEST_P(CollectRotated, FileWithAnotherHeadIsReadFromItsStart) {
@@ -189,6 +232,15 @@ TEST_P(CollectRotated, CopyWhoseOriginalStaysIsAFileOfItsOwn) {
   EXPECT_THAT(Gather(), IsEmpty());
   now += limits.rotatedQuietTime;
   EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectRotated, FileWithALongerNameIsNoCopyAfterATruncation) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  folder.Write("a.log", "");
+  Append("a.log.err", "another file\n");
+  EXPECT_THAT(Gather(), ElementsAre("another file"));
 }
 
 TEST_P(CollectRotated, FileWithALongerNameIsNoCopy) {

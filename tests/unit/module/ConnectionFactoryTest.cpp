@@ -2,9 +2,9 @@
 #include "FakeComponentFactory.h"
 #include "InstallationDirectory.h"
 
+#include "connection/ConfigServerConnection.h"
 #include "connection/NullConfigServerConnection.h"
 #include "connection/SSLConfigServerConnection.h"
-#include "connection/UnavailableConfigServerConnection.h"
 #include "factory/ConnectionFactory.h"
 #include "support/RecordingLogger.h"
 
@@ -422,7 +422,7 @@ TEST_F(ConnectionFactoryTest, MakesHttpsConnection) {
   m_log->Clear();
   std::shared_ptr<IConfigurationServerConnection> connection;
   m_factory.CreateConfigServerConnection(connection);
-  EXPECT_NE(dynamic_cast<VaroCommunicationAPI::UnavailableConfigServerConnection*>(connection.get()), nullptr);
+  EXPECT_NE(dynamic_cast<VaroCommunicationAPI::ConfigServerConnection*>(connection.get()), nullptr);
   EXPECT_THAT(Lines(), ElementsAre("Debug creating config server connection"));
 }
 

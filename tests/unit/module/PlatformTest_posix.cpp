@@ -166,6 +166,23 @@ class KeyContainerFile : public testing::Test {
 
 TEST_F(KeyContainerFile, OfItsOwnerAloneIsUsed) { EXPECT_EQ(Decrypt(), 0); }
 
+/// Calls of the system in which this process has read so far; nothing where the system does not count them.
+std::optional<long> CallsOfRead() {
+  std::ifstream counters("/proc/self/io");
+  long count = 0;
+  for (std::string name; counters >> name >> count;) {
+    if (name == "syscr:") return count;
+  }
+  return std::nullopt;
+}
+
+TEST_F(KeyContainerFile, IsReadInFewCalls) {
+  const std::optional<long> before = CallsOfRead();
+  if (!before) GTEST_SKIP() << "the system does not count calls";
+  ASSERT_EQ(Decrypt(), 0);
+  EXPECT_LT(*CallsOfRead() - *before, 50);
+}
+
 TEST_F(KeyContainerFile, ThatOwnerMayOnlyReadIsUsed) {
   chmod(Path().c_str(), 0400);
   EXPECT_EQ(Decrypt(), 0);
@@ -237,6 +254,31 @@ TEST_F(KeyContainerFile, WithKeyOfAnotherKindIsRefused) {
   const long size = BIO_get_mem_data(bio.get(), &data);
   Replace({data, static_cast<std::size_t>(size)});
   EXPECT_EQ(Decrypt(), EKEYREJECTED);
+}
+
+TEST_F(KeyContainerFile, InTheTraditionalFormIsUsed) {
+  const std::string pem = m_key.Pem();
+  const std::unique_ptr<BIO, int (*)(BIO*)> input(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
+  const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(
+      PEM_read_bio_PrivateKey(input.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+  const std::unique_ptr<BIO, int (*)(BIO*)> bio(BIO_new(BIO_s_mem()), &BIO_free);
+  PEM_write_bio_PrivateKey_traditional(bio.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(bio.get(), &data);
+  Replace({data, static_cast<std::size_t>(size)});
+  EXPECT_EQ(Decrypt(), 0);
+}
+
+TEST_F(KeyContainerFile, WithAPublicKeyAloneIsRefused) {
+  const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(EVP_RSA_gen(1024), &EVP_PKEY_free);
+  const std::unique_ptr<BIO, int (*)(BIO*)> bio(BIO_new(BIO_s_mem()), &BIO_free);
+  PEM_write_bio_PUBKEY(bio.get(), key.get());
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(bio.get(), &data);
+  Replace({data, static_cast<std::size_t>(size)});
+  EXPECT_EQ(Decrypt(), EKEYREJECTED);
+  std::vector<std::uint8_t> exported;
+  EXPECT_EQ(Platform::ExportPublicKey(L"Test.Container", exported), EKEYREJECTED);
 }
 
 TEST_F(KeyContainerFile, WithPassphraseIsRefusedWithoutAskingForIt) {

@@ -605,6 +605,27 @@ TEST_F(DirectTls, AnswersThatAreCutAtAnyByteAreNoResponse) {
   EXPECT_TRUE(m_connection.RegisterInstance("os", "7.2.5"));
 }
 
+TEST_F(DirectTls, ARequestThatIsNotTakenWholeIsNoResponse) {
+  Initialize();
+  const std::string answers = established2 + Response2("00000002", "00000001");
+  m_server.m_next = {{answers}};
+  EXPECT_TRUE(m_connection.RegisterInstance("os", "7.2.5"));
+  const std::vector<std::string> requests = Requests(m_server.m_received[0]);
+  ASSERT_EQ(requests.size(), 2U);
+  // Inside either request, and one byte before its end.
+  for (const std::size_t room : {std::size_t{0}, requests[0].size() - 1, requests[0].size() + 9}) {
+    SSLConfigServerConnection connection;
+    connection.Initialize({{"ConfigurationServer", "server.example"},
+                           {"ApplicationIdentifier", "agent"},
+                           {"ApplicationToken", "token-1"}});
+    m_server.m_next = {{.m_says = answers, .m_takes = room}};
+    EXPECT_FALSE(connection.RegisterInstance("os", "7.2.5")) << room;
+    EXPECT_EQ(static_cast<std::uint32_t>(connection.GetLastErrorCode()), noResponse) << room;
+    EXPECT_EQ(static_cast<std::uint32_t>(connection.GetLastResultCode()), noResponse) << room;
+    EXPECT_EQ(m_server.m_open, 0) << room;
+  }
+}
+
 TEST_F(DirectTls, TestsWithTheDiagnosticFlagAndOnlyThen) {
   Initialize();
   m_server.m_next = {{established2}, {""}, {established2}};
@@ -707,6 +728,18 @@ TEST_F(DirectTls, ANewConfigurationIsAFingerprintThatNobodyHas) {
   EXPECT_EQ(m_output.str(), "abc");
   EXPECT_EQ(m_strMD5, "900150983cd24fb0d6963f7d28e17f72");
   EXPECT_EQ(m_server.m_open, 1);
+}
+
+TEST_F(DirectTls, AnyOtherSuccessIsAFingerprintThatNobodyHas) {
+  m_installation.Write("config/AgentConfig.md5", someFingerprint);
+  ConnectTo(NoConfiguration2("00000001") + NoConfiguration2("00000004") + NoConfiguration2("00000006") +
+            NoConfiguration2("7FFFFFFF"));
+  for (const std::uint32_t code : {1U, 4U, 6U, 0x7FFFFFFFU}) {
+    EXPECT_EQ(Fingerprint(), noFingerprint) << code;
+    EXPECT_FALSE(m_bBlocked) << code;
+    EXPECT_EQ(ResultCode(), code);
+    EXPECT_EQ(ErrorCode(), 0U);
+  }
 }
 
 TEST_F(DirectTls, BlockedUpdatesAreTold) {

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,7 @@ struct Conversation {
   std::string m_says;      ///< all of it, whatever it is asked
   int m_endError = 10101;  ///< what a read behind the end gives: closed by the peer, or 137 for a silent one
   bool m_bAccepts = true;
+  std::size_t m_takes = std::numeric_limits<std::size_t>::max();  ///< bytes, of all that it is sent
 };
 
 /// What the server's connections did, and how the next ones will go. Without a script it refuses.
@@ -63,6 +65,7 @@ class ScriptedRawSocket : public WindowsAgentCommon::IRawSocket {
     if (!conversation.m_bAccepts) return false;
     m_endError = conversation.m_endError;
     m_pipe.emplace(conversation.m_says);
+    m_pipe->SetRoom(conversation.m_takes);
     m_server.m_received.emplace_back();
     ++m_server.m_open;
     m_lastResultCode = 0;

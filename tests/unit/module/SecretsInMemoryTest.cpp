@@ -6,10 +6,13 @@
 #include "ScriptedConnectionFactory.h"
 #include "wire/TestBlock.h"
 
+#include "connection/ConfigServerConnection.h"
+#include "connection/CurlTrace.h"
 #include "connection/SSLConfigServerConnection.h"
 #include "factory/ConnectionFactory.h"
 #include "install/ApplicationToken.h"
 #include "install/InstallConfigFileProcessor.h"
+#include "support/ConnectProxy.h"
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
 #include "support/RecordingLogger.h"
@@ -216,6 +219,46 @@ TEST(TokenOfDirectTlsConnection, IsGoneAfterConversationsInBothVersions) {
   EXPECT_GT(freed.Blocks(), 0);
   EXPECT_EQ(freed.BlocksWithSecret(), 0);
   for (const std::string& line : log->Lines()) EXPECT_EQ(line.find(longToken), std::string::npos);
+}
+
+// What libcurl itself makes of the header, and gives back when it has sent it, is out of reach.
+
+TEST(TokenOfHttpsConnection, IsGoneAfterRequestsThatReachNobody) {
+  const InstallationDirectory installation;
+  const sorvex::test::RecordingLogger log;
+  installation.Write("config/Console.PEM", "trusted");
+  const sorvex::test::ScopedProxy nowhere(sorvex::test::UnusedPort());
+  for (const std::string& token : {std::string(longToken), std::string(shortToken), longToken + std::string("\n")}) {
+    ParameterBlock parameters{{"ConfigurationServer", "127.0.0.1"}, {"ApplicationToken", token}};
+    const FreedMemory freed(token);
+    {
+      VaroCommunicationAPI::ConfigServerConnection connection;
+      EXPECT_TRUE(connection.Initialize(parameters));
+      EXPECT_FALSE(connection.RegisterInstance("os", "1"));
+      connection.Shutdown();
+      EXPECT_TRUE(connection.Initialize(parameters));
+      EXPECT_FALSE(connection.PostHeartbeat());
+    }
+    EXPECT_GT(freed.Blocks(), 0);
+    EXPECT_EQ(freed.BlocksWithSecret(), 0);
+    VaroCommunicationAPI::WipeApplicationToken(parameters);
+  }
+  for (const std::string& line : log->Lines()) EXPECT_EQ(line.find(shortToken), std::string::npos);
+}
+
+TEST(TokenInTrace, IsGoneAfterEachLine) {
+  const sorvex::test::RecordingLogger log;
+  const std::string request = "GET / HTTP/1.1\r\nSEC: " + std::string(longToken) + "\r\nEcho: " + longToken +
+                              longToken + "\r\nSEC: " + longToken;
+  const FreedMemory freed(longToken);
+  {
+    const auto trace = std::make_unique<VaroCommunicationAPI::CurlTrace>(
+        WindowsAgentCommon::LoggerFactory::GetLogger("Trace"), VaroCommunicationAPI::Platform::SecretText(longToken));
+    for (const char& byte : request) trace->Add(VaroCommunicationAPI::CurlTrace::Kind::HeaderOut, {&byte, 1});
+  }
+  EXPECT_GT(freed.Blocks(), 0);
+  EXPECT_EQ(freed.BlocksWithSecret(), 0);
+  EXPECT_EQ(log->Lines().size(), 3U);
 }
 
 }  // namespace

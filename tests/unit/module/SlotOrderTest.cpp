@@ -1,5 +1,6 @@
 // The order of slots that other programs of the agent are compiled against. Reads the numbers from member-function
 // pointers as the Itanium C++ ABI makes them, the one of GCC and Clang on Linux and of mingw-w64.
+#include "connection/ConfigServerConnection.h"
 #include "sockets/SSLTCPRawSocket.h"
 #include "sockets/TCPRawSocket.h"
 #include "wire/ISSLConfigServerAPIClient.h"
@@ -84,14 +85,18 @@ TEST(SlotOrder, OfConnectionFactory) {
               &IConnectionFactory::GetParameter);
 }
 
-TEST(SlotOrder, OfConfigurationServerConnection) {
-  using Connection = IConfigurationServerConnection;
+template <class Connection>
+void ExpectConnectionSlots() {
   ExpectSlots(1, &Connection::RegisterInstance, &Connection::TestConnection, &Connection::PostHeartbeat,
               &Connection::UpdateStatus, &Connection::GetConfigurationFingerprint, &Connection::RetrieveConfiguration,
               &Connection::RetrieveSoftwarePatch, &Connection::GetServerPublicKey, &Connection::GetLastErrorCode,
               &Connection::GetLastResultCode, &Connection::GetLastErrorMessage, &Connection::Connect,
               &Connection::Disconnect);
 }
+
+TEST(SlotOrder, OfConfigurationServerConnection) { ExpectConnectionSlots<IConfigurationServerConnection>(); }
+
+TEST(SlotOrder, OfHttpsConnection) { ExpectConnectionSlots<VaroCommunicationAPI::ConfigServerConnection>(); }
 
 /// The slots that every socket has.
 template <class Socket>

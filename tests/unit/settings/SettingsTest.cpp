@@ -88,6 +88,12 @@ TEST(Settings, DestinationBecomesTheBlockOfItsSocket) {
               testing::Contains(Pair("PayloadBuilderType", "SyslogPayloadBuilder")));
 }
 
+TEST(Settings, FramingIsForTheSocket) {
+  const auto destinations =
+      Read(InDestinations("<Destination Type='tcp' Address='a' Framing='OctetCounting'/>")).destinations;
+  EXPECT_THAT(destinations.front().parameters, testing::Contains(Pair("Framing", "OctetCounting")));
+}
+
 TEST(Settings, DestinationsAreEqualWhenAllIsTheSame) {
   const std::string base = "<Destination Type=\"tls\" Address=\"a\"";
   const std::string end = "><Certificate>good</Certificate></Destination>";
@@ -168,6 +174,10 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"PortTooHigh", InDestinations(tcp + " Port='65536'/>"), "Port is '65536'"},
         ErrorCase{"UnknownBuilder", InDestinations(tcp + " Builder='Raw'/>"),
                   "Builder is 'Raw'; there are: SyslogPayloadBuilder, SyslogBsdPayloadBuilder, RawPayloadBuilder"},
+        ErrorCase{"UnknownFraming", InDestinations(tcp + " Framing='Lines'/>"),
+                  "Framing is 'Lines'; there are: LineFeed, OctetCounting"},
+        ErrorCase{"FramingOfUdp", InDestinations("<Destination Type='udp' Address='a' Framing='LineFeed'/>"),
+                  "Destination has no attribute 'Framing'"},
         ErrorCase{"TlsRangeOfTcp", InDestinations(tcp + " MinTls='TLSv1'/>"), "Destination has no attribute 'MinTls'"},
         ErrorCase{"UnknownTlsVersion",
                   InDestinations("<Destination Type='tls' Address='a' MinTls='TLSv9'><Certificate>good</Certificate>"

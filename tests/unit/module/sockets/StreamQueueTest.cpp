@@ -19,7 +19,10 @@ namespace {
 using namespace std::chrono_literals;
 using namespace VaroCommunicationAPI::Platform;
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
+using testing::Le;
+using testing::ResultOf;
 
 const WindowsAgentCommon::ParameterBlock queued = {{"Socket.BlockingSendStrategy", "false"}};
 
@@ -140,9 +143,8 @@ TEST_F(StreamQueue, OneWriteHoldsAtMost64KiB) {
   ASSERT_TRUE(WaitForSent(131));
   const std::vector<std::string> written = socket.Written();
   ASSERT_EQ(written.size(), 4u);
-  EXPECT_EQ(written[1].size(), 65536u);
-  EXPECT_EQ(written[2].size(), 65536u);
-  EXPECT_EQ(written[3].size(), 2048u);
+  EXPECT_THAT(written, Each(ResultOf([](const std::string& part) { return part.size(); }, Le(65536u))));
+  EXPECT_GE(written[2].size(), 65536u - payload.size());
 }
 
 TEST_F(StreamQueue, APayloadLargerThanABatchGoesAlone) {

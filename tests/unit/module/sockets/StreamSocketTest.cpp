@@ -324,7 +324,7 @@ TYPED_TEST(StreamSocket, CloseAndConnectDoNotWaitForAnAttemptIntoABlackHole) {
   ASSERT_TRUE(WaitUntil([&] { return this->log->Count("Debug Socket isn't connected; calling reconnect...") == 1; }));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(this->socket.Connect());
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
 TYPED_TEST(StreamSocket, ShutdownWaitsForASlowReceiverThatTakesData) {

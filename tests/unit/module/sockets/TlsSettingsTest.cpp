@@ -82,8 +82,55 @@ TEST_F(TlsSettings, ARawSocketVerifiesAndADestinationDoesNot) {
 TEST_F(TlsSettings, ADestinationLoadsNoTrustedCertificates) {
   const TlsIdentity other("other");
   const DefaultCertificateFile file(other.CertificatePem());
-  EXPECT_EQ(TrustedCertificates(ConnectRaw()), 2);  // its own file's as well
   EXPECT_EQ(TrustedCertificates(ConnectDestination()), 0);
+}
+
+TEST_F(TlsSettings, ARawSocketWhoseFileIsEnoughLoadsNoOtherCertificates) {
+  const TlsIdentity other("other");
+  const DefaultCertificateFile file(other.CertificatePem());
+  EXPECT_EQ(TrustedCertificates(ConnectRaw()), 1);
+}
+
+TEST_F(TlsSettings, ARawSocketWhoseFileIsNotEnoughLoadsTheDefaultLocationsAsWell) {
+  const TemporaryDirectory directory("stranger");
+  const TlsIdentity stranger("stranger");
+  raw.SetCertificateFile(WindowsAgentCommon::PathToWide(directory.Write("stranger.pem", stranger.CertificatePem())));
+  const DefaultCertificateFile file(ServerIdentity().CertificatePem());
+  EXPECT_EQ(TrustedCertificates(ConnectRaw()), 2);
+}
+
+TEST_F(TlsSettings, ARawSocketFollowsAChainThatTheServerShowsToTheDefaultLocations) {
+  const TlsIdentity root("root");
+  const TlsIdentity intermediate("intermediate", &root, 3600, true);
+  const TlsIdentity leaf("leaf", &intermediate);
+  LoopbackTlsServer chained(TlsServerOptions{.identity = &leaf, .issuer = &intermediate});
+  raw.Open(L"127.0.0.1", chained.Port());
+  EXPECT_FALSE(raw.IsConnected());
+  const DefaultCertificateFile file(root.CertificatePem());
+  EXPECT_TRUE(raw.Connect());
+}
+
+TEST_F(TlsSettings, ARawSocketVerifiesTheDefaultLocationsAsStrictlyAsItsFile) {
+  const TlsIdentity authority("authority");
+  const TlsIdentity expired("expired", &authority, -3600);
+  LoopbackTlsServer stale(TlsServerOptions{.identity = &expired});
+  const DefaultCertificateFile file(authority.CertificatePem());
+  raw.Open(L"127.0.0.1", stale.Port());
+  EXPECT_FALSE(raw.IsConnected());
+  EXPECT_EQ(log->Lines().back(), "Debug The TLS library's reason: certificate verify failed (certificate has expired)");
+}
+
+TEST_F(TlsSettings, ARawSocketAsksForAServersCertificateAlsoFromTheDefaultLocations) {
+  const TlsIdentity authority("authority");
+  const TlsIdentity client("client", &authority);
+  X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "clientAuth");
+  X509_add_ext(client.Certificate(), extension, -1);
+  X509_EXTENSION_free(extension);
+  ASSERT_NE(X509_sign(client.Certificate(), authority.Key(), EVP_sha256()), 0);
+  LoopbackTlsServer pretender(TlsServerOptions{.identity = &client});
+  const DefaultCertificateFile file(authority.CertificatePem());
+  raw.Open(L"127.0.0.1", pretender.Port());
+  EXPECT_FALSE(raw.IsConnected());
 }
 
 TEST_F(TlsSettings, OnlyARawSocketReadsAhead) {

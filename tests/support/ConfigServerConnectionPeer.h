@@ -1,0 +1,45 @@
+// What tests may do with an HTTPS connection beyond its operations.
+#pragma once
+
+#include "connection/ConfigServerConnection.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace VaroCommunicationAPI {
+
+struct ConfigServerConnectionPeer {
+  static const std::map<std::string, std::string>& Headers(const ConfigServerConnection& connection) {
+    return connection.m_responseHeaders.All();
+  }
+
+  static std::uint16_t Port(const ConfigServerConnection& connection) { return connection.m_port; }
+
+  static std::string_view Token(const ConfigServerConnection& connection) {
+    return connection.m_applicationToken.View();
+  }
+
+  static std::size_t OnResponseHeader(ConfigServerConnection& connection, std::string line, std::size_t size) {
+    return ConfigServerConnection::OnResponseHeader(line.data(), size, line.size() / size, &connection);
+  }
+
+  static std::size_t OnResponseBody(ConfigServerConnection& connection, std::string data, std::ostream* stream,
+                                    std::size_t size) {
+    connection.m_pResponseStream = stream;
+    const std::size_t taken =
+        ConfigServerConnection::OnResponseBody(data.data(), size, data.size() / size, &connection);
+    connection.m_pResponseStream = nullptr;
+    return taken;
+  }
+
+  static bool RunCommand(ConfigServerConnection& connection, std::uint32_t command, const std::string& extra,
+                         std::ostream* body) {
+    return connection.RunCommand(static_cast<ConfigServerConnection::CommandId>(command), extra, body);
+  }
+};
+
+}  // namespace VaroCommunicationAPI
