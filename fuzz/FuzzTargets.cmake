@@ -1,6 +1,7 @@
 # The fuzz targets: name, source, and the library that they look at if it is not the module. Each has its corpus in
 # corpus/<name>.
 set(FUZZ_TARGETS
+  agent_config:AgentConfigFuzz.cpp:SorvexSettings
   auto_creation_file:AutoCreationFileFuzz.cpp
   base64:Base64Fuzz.cpp
   configserver_https:ConfigServerHttpsFuzz.cpp:ConfigServerRequests

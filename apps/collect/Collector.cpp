@@ -29,6 +29,7 @@ class Collector::State {
   void Rewind();
   void Save();
   void Change(std::vector<InputSettings> inputs);
+  std::string GetName(std::uint64_t source) const;
   bool IsAtEnd() const;
 
  private:
@@ -122,6 +123,10 @@ void Collector::State::Change(std::vector<InputSettings> inputs) {
   m_progress = Progress::More;
 }
 
+std::string Collector::State::GetName(std::uint64_t source) const {
+  return m_standardInput && m_standardInput->Source() == source ? "stdin" : m_follower.GetName(source);
+}
+
 bool Collector::State::IsAtEnd() const { return !m_follower.HasInputs() && HasInput() && m_standardInput->HasEnded(); }
 
 Collector::Collector(std::vector<InputSettings> inputs, std::filesystem::path positionsFile, Log log, Limits limits)
@@ -143,6 +148,8 @@ void Collector::Rewind() { m_pState->Rewind(); }
 void Collector::Save() { m_pState->Save(); }
 
 void Collector::Change(std::vector<InputSettings> inputs) { m_pState->Change(std::move(inputs)); }
+
+std::string Collector::GetName(std::uint64_t source) const { return m_pState->GetName(source); }
 
 bool Collector::IsAtEnd() const { return m_pState->IsAtEnd(); }
 

@@ -108,6 +108,9 @@ class Collector {
   /// Replaces the inputs. One with the same pattern as before, and standard input, go on where they are.
   void Change(std::vector<InputSettings> inputs);
 
+  /// What people call a source: the path of its file in UTF-8, or "stdin". Empty for an unknown one.
+  std::string GetName(std::uint64_t source) const;
+
   /// Whether standard input has ended with everything handed out, and there are no files to follow.
   bool IsAtEnd() const;
 

@@ -754,6 +754,11 @@ void Follower::Taken(Mark mark) {
   m_bPositionsChanged = true;
 }
 
+std::string Follower::GetName(std::uint64_t source) const {
+  const auto found = m_bySource.find(source);
+  return found == m_bySource.end() ? std::string() : PathToText(found->second->place.path);
+}
+
 void Follower::Rewind() {
   m_block = {};
   for (const auto& [identity, pFile] : m_files) {

@@ -55,6 +55,8 @@ class Follower {
   void Taken(Mark mark);
   void Rewind();
 
+  std::string GetName(std::uint64_t source) const;
+
   /// Whether there is a file to be read.
   bool IsReady() const { return !m_ready.empty(); }
 

@@ -20,6 +20,7 @@ class StandardInputSource {
   /// `source` is its number in marks. `watch` and `log` outlive it.
   StandardInputSource(std::uint64_t source, ChangeWatch& watch, const Log& log);
 
+  std::uint64_t Source() const { return m_source; }
   void SetMaxLineBytes(std::size_t maxLineBytes) { m_maxLineBytes = maxLineBytes; }
 
   Turn HandOut(LineSink& sink);
