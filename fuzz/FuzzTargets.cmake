@@ -1,6 +1,7 @@
 # The fuzz targets: name, source, and the library that they look at if it is not the module. Each has its corpus in
 # corpus/<name>.
 set(FUZZ_TARGETS
+  agent_config:AgentConfigFuzz.cpp:SorvexSettings
   auto_creation_file:AutoCreationFileFuzz.cpp
   base64:Base64Fuzz.cpp
   configserver_request:ConfigServerRequestFuzz.cpp:ConfigServerRequests
@@ -9,6 +10,7 @@ set(FUZZ_TARGETS
   install_file:InstallFileFuzz.cpp
   install_lines:InstallLinesFuzz.cpp
   mismatch_message:MismatchMessageFuzz.cpp
+  positions:PositionsFuzz.cpp:SorvexCollect
   utf8:Utf8Fuzz.cpp
   wire_conversation_v1:WireConversationV1Fuzz.cpp
   wire_conversation_v2:WireConversationV2Fuzz.cpp

@@ -16,9 +16,6 @@ using namespace std::chrono_literals;
 constexpr int cutShortStatus = 130;
 constexpr auto cutShortPatience = 1500ms;
 
-/// How often an interrupt is looked for.
-constexpr auto lookInterval = 50ms;
-
 /// How long printing may take: whoever reads the output may have stopped.
 constexpr auto printPatience = 200ms;
 
@@ -28,22 +25,29 @@ LastWords::LastWords()
     : m_bound{cutShortPatience, cutShortStatus},
       m_print([] { PrintError("asked to end; the command was cut short"); }) {}
 
-void LastWords::Prepare(const Bound& bound, std::function<void()> print) {
+void LastWords::Prepare(const Bound& bound, std::function<void()> print, std::function<void()> interrupt) {
   const std::lock_guard lock(m_mutex);
   m_bound = bound;
   m_print = std::move(print);
+  m_interrupt = std::move(interrupt);
 }
 
 bool LastWords::Withdraw() {
   const std::lock_guard printLock(m_printMutex);
   const std::lock_guard lock(m_mutex);
   m_print = nullptr;
+  m_interrupt = nullptr;
   return !m_bPrinted;
 }
 
 LastWords::Bound LastWords::GetBound() const {
   const std::lock_guard lock(m_mutex);
   return m_bound;
+}
+
+void LastWords::Interrupt() {
+  const std::lock_guard lock(m_mutex);
+  if (m_interrupt) m_interrupt();
 }
 
 void LastWords::Print() {
@@ -61,9 +65,12 @@ int RunBounded(const std::function<int(LastWords&)>& command) {
   LastWords lastWords;
   std::packaged_task<int()> task([&] { return command(lastWords); });
   std::future<int> status = task.get_future();
-  std::thread thread(std::move(task));
-  while (status.wait_for(lookInterval) != std::future_status::ready && !IsInterrupted()) {
-  }
+  std::thread thread([&task] {
+    task();
+    EndWaitForInterrupt();
+  });
+  while (status.wait_for(0s) != std::future_status::ready && !IsInterrupted()) WaitForInterrupt();
+  if (IsInterrupted()) lastWords.Interrupt();
   const LastWords::Bound bound = lastWords.GetBound();
   if (status.wait_for(bound.patience) == std::future_status::ready) {
     thread.join();

@@ -19,13 +19,15 @@ class LastWords {
   /// Of a command that prepares none.
   LastWords();
 
-  /// `print` may be called in another thread while the command goes on. All that it uses must live until `Withdraw`.
-  void Prepare(const Bound& bound, std::function<void()> print);
+  /// `print` may be called in another thread while the command goes on. So may `interrupt`, if there is one, once the
+  /// program is asked to end: it makes the command look. All that they use must live until `Withdraw`.
+  void Prepare(const Bound& bound, std::function<void()> print, std::function<void()> interrupt = {});
 
   /// From now on nothing is printed; waits while it is. Returns false when it has been: the program is ending.
   bool Withdraw();
 
   Bound GetBound() const;
+  void Interrupt();
   void Print();
 
  private:
@@ -33,7 +35,20 @@ class LastWords {
   mutable std::mutex m_mutex;  ///< of what follows
   Bound m_bound;
   std::function<void()> m_print;
+  std::function<void()> m_interrupt;
   bool m_bPrinted = false;
+};
+
+/// Withdraws the last words, also when an exception ends what they are about.
+class Withdrawal {
+ public:
+  explicit Withdrawal(LastWords& lastWords) : m_lastWords(lastWords) {}
+  ~Withdrawal() { m_lastWords.Withdraw(); }
+  Withdrawal(const Withdrawal&) = delete;
+  Withdrawal& operator=(const Withdrawal&) = delete;
+
+ private:
+  LastWords& m_lastWords;
 };
 
 /// Runs the command in a thread of its own and returns its exit status; throws what it throws. When the program is

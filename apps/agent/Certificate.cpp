@@ -91,9 +91,11 @@ std::string ToPem(const std::vector<std::uint8_t>& der) {
 
 }  // namespace
 
+std::string EncodeCertificate(const std::string& content) { return EncodeBase64(ToPem(FindCertificate(content))); }
+
 std::string ReadCertificate(const std::filesystem::path& file) {
   try {
-    return EncodeBase64(ToPem(FindCertificate(ReadFile(file))));
+    return EncodeCertificate(ReadFile(file));
   } catch (const std::invalid_argument& error) {
     const std::u8string name = file.u8string();
     throw std::invalid_argument(std::string(name.begin(), name.end()) + ": " + error.what());

@@ -6,9 +6,13 @@
 
 namespace sorvex::agent {
 
-/// Reads the first certificate of a file in PEM, or the one of a file in DER, and returns it in PEM and that in Base64,
-/// one line with its padding, as sockets take it. Throws `std::system_error` naming the file when it cannot be read,
-/// and `std::invalid_argument` naming file and reason when it holds no certificate.
+/// Finds the first certificate of a text in PEM, or the one that a DER block is, and returns it in PEM and that in
+/// Base64, one line with its padding, as sockets take it. Throws `std::invalid_argument` with the reason when there is
+/// none.
+std::string EncodeCertificate(const std::string& content);
+
+/// Does the same with what a file holds. Throws `std::system_error` naming the file when it cannot be read, and
+/// `std::invalid_argument` naming file and reason when it holds no certificate.
 std::string ReadCertificate(const std::filesystem::path& file);
 
 }  // namespace sorvex::agent

@@ -1,10 +1,15 @@
 #include <CommandLine.h>
 
 #include <Certificate.h>
-#include <SocketParameters.h>
 #include <platform/Platform.h>
+#include <platform/Service.h>
+
+#include <settings/SocketParameters.h>
+#include <settings/TlsRange.h>
 
 #include <SorvexHost/LogSinks.h>
+#include <host/Text.h>
+#include <host/VersionText.h>
 
 #include <CLI/CLI.hpp>
 
@@ -61,19 +66,6 @@ Number ParseNumber(const std::string& option, const std::string& text, const cha
   return number;
 }
 
-/// Keeps what is wrong with a range, for the log is not open yet.
-class ReasonSink : public ILogSink {
- public:
-  bool IsEnabled(LogLevel) const override { return true; }
-  void Write(LogLevel, const std::string&, const std::string& message) override {
-    m_strReason += (m_strReason.empty() ? "" : " ") + message;
-  }
-  const std::string& Reason() const { return m_strReason; }
-
- private:
-  std::string m_strReason;
-};
-
 struct TlsOptions {
   std::string certificateFile;
   std::string minVersion = "TLSv1";
@@ -86,9 +78,10 @@ void ApplyTlsOptions(const TlsOptions& tls, const CLI::App& forward, ForwardComm
   for (const char* const option : {"--certificate", "--min-tls", "--max-tls"}) {
     if (!wanted && forward.count(option) > 0) throw CLI::ValidationError(option, "no destination is a tls:// one");
   }
-  const auto sink = std::make_shared<ReasonSink>();
-  if (!command.tlsVersions.setRange(tls.minVersion, tls.maxVersion, Log("", sink))) {
-    throw CLI::ValidationError("--min-tls, --max-tls", sink->Reason());
+  try {
+    command.tlsVersions = settings::MakeTlsRange(tls.minVersion, tls.maxVersion);
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError("--min-tls, --max-tls", error.what());
   }
   if (!wanted) return;
   if (tls.certificateFile.empty()) throw CLI::ValidationError("--certificate", "a tls:// destination needs one");
@@ -105,10 +98,72 @@ void ApplySocketParameters(const std::vector<std::string>& pairs, ForwardCommand
   const std::string option = "--set";
   command.parameters = ParsePairs(option, pairs);
   try {
-    CheckSocketParameters(command.parameters, command.destinations);
+    const bool hasStream = std::ranges::any_of(
+        command.destinations, [](const Destination& destination) { return destination.scheme != Scheme::Udp; });
+    settings::CheckSocketParameters(command.parameters, hasStream, settings::Place::CommandLine);
   } catch (const std::invalid_argument& error) {
     throw CLI::ValidationError(option, error.what());
   }
+}
+
+/// Beside a configuration directory of its own, or where the system keeps such things.
+std::filesystem::path GetStateDirectory(const Options& options) {
+  if (!options.stateDirectory.empty()) return ArgumentToPath(options.stateDirectory);
+  if (!options.configDirectory.empty()) return ArgumentToPath(options.configDirectory) / "state";
+  return GetDefaultStateDirectory();
+}
+
+/// The options of a running agent, for each of the commands that start one.
+struct LoopArguments {
+  std::string interval = "300";
+  std::string osVersion;
+  std::string agentVersion = SORVEX_AGENT_VERSION;
+
+  void AddTo(CLI::App& command) {
+    command.add_option("--interval", interval, "Between two rounds with the server (default: 300)")
+        ->type_name("SECONDS");
+    command.add_option("--os-version", osVersion, "Version of the system that is registered (default: its own)");
+    command.add_option("--agent-version", agentVersion, "Version of the agent that is registered (default: its own)");
+  }
+
+  RunLoopOptions Read(const Options& options) const {
+    RunLoopOptions loop;
+    loop.interval = std::chrono::seconds(
+        ParseNumber<std::int64_t>("--interval", interval, "a number of seconds from 1 to 86400", 1, 86400));
+    loop.osVersion = osVersion.empty() ? GetOperatingSystemVersion() : osVersion;
+    loop.agentVersion = agentVersion;
+    loop.stateDirectory = GetStateDirectory(options);
+    return loop;
+  }
+};
+
+/// The arguments that a service is started with: those that were given, with paths that hold wherever it is started.
+std::vector<std::string> MakeServiceArguments(const Options& options, const LoopArguments& loop,
+                                              const std::vector<std::string>& parameters, const std::string& logLevel) {
+  const auto absolute = [](const std::string& path) {
+    return WideToUtf8(PathToWide(std::filesystem::absolute(ArgumentToPath(path))));
+  };
+  std::vector<std::string> arguments;
+  const auto add = [&arguments](const char* option, const std::string& value) {
+    if (!value.empty()) arguments.insert(arguments.end(), {option, value});
+  };
+  const auto addPath = [&](const char* option, const std::string& path) {
+    add(option, path.empty() ? path : absolute(path));
+  };
+  addPath("--config-dir", options.configDirectory);
+  addPath("--patch-dir", options.patchDirectory);
+  addPath("--state-dir", options.stateDirectory);
+  addPath("--module", options.module);
+  for (const std::string& parameter : parameters) add("--parameter", parameter);
+  add("--log-level", logLevel);
+  // A service has no standard error.
+  add("--log-file", options.logFile.empty()
+                        ? WideToUtf8(PathToWide(std::filesystem::absolute(GetStateDirectory(options)) / "agent.log"))
+                        : absolute(options.logFile));
+  arguments.insert(arguments.end(), {"service", "run", "--interval", loop.interval});
+  add("--os-version", loop.osVersion);
+  add("--agent-version", loop.agentVersion);
+  return arguments;
 }
 
 /// An option that may be repeated and takes one value each time.
@@ -133,9 +188,13 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   app.require_subcommand(0, 1);
   app.add_option("--config-dir", options.configDirectory, "Configuration directory")->type_name("DIR");
   app.add_option("--patch-dir", options.patchDirectory, "Directory of waiting patches")->type_name("DIR");
+  app.add_option("--state-dir", options.stateDirectory, "Directory of positions, lock and status of a running agent")
+      ->type_name("DIR");
   app.add_option("--module", options.module, "Module to load (default: the one beside the program)")->type_name("FILE");
   AddRepeated(app, "--parameter", parameters, "Host parameter for the module's Initialize")->type_name("KEY=VALUE");
-  app.add_option("--log-level", logLevel, "debug, info, warn or error (default: warn)")->type_name("LEVEL");
+  CLI::Option* const logLevelOption =
+      app.add_option("--log-level", logLevel, "debug, info, warn or error (default: warn; of run: info)")
+          ->type_name("LEVEL");
   app.add_option("--log-file", options.logFile, "Append the log to a file instead of standard error")
       ->type_name("FILE");
 
@@ -216,6 +275,27 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   CLI::App* const tokenProtect = token->add_subcommand("protect", "Print the token as install_config.txt may hold it");
   tokenProtect->add_option("TOKEN", tokenProtectCommand.token, "The token; - reads it from standard input")->required();
 
+  LoopArguments loopArguments;
+  CLI::App* const run = app.add_subcommand("run", "Do what an agent does, until it is asked to end");
+  loopArguments.AddTo(*run);
+  CLI::App* const agentStatus = app.add_subcommand("status", "Say how the running agent gets on");
+  CLI::App* serviceInstall = nullptr;
+  CLI::App* serviceRemove = nullptr;
+  CLI::App* serviceRun = nullptr;
+  if (AreServicesSupported()) {
+    CLI::App* const service = app.add_subcommand("service", "The agent as a service of the system");
+    service->require_subcommand(1);
+    serviceInstall = service->add_subcommand("install", "Install it with these options, and start it with the system");
+    serviceRemove = service->add_subcommand("remove", "Stop and remove it");
+    serviceRun = service->add_subcommand("run", "What the system starts");
+    loopArguments.AddTo(*serviceInstall);
+    loopArguments.AddTo(*serviceRun);
+  }
+  CheckConfigurationCommand checkConfigurationCommand;
+  CLI::App* const checkConfiguration =
+      app.add_subcommand("check-configuration", "Say what is wrong with a configuration, if anything is");
+  checkConfiguration->add_option("FILE", checkConfigurationCommand.file, "The AgentConfig.xml to look at")->required();
+
   try {
     // CLI11 takes the arguments in reverse.
     std::reverse(arguments.begin(), arguments.end());
@@ -223,6 +303,10 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (app.get_subcommands().empty()) throw CLI::RequiredError("A command");
 
     options.parameters = ParsePairs("--parameter", parameters);
+    const auto isParsed = [](const CLI::App* command) { return command != nullptr && command->parsed(); };
+    const bool isLoop = run->parsed() || isParsed(serviceRun) || isParsed(serviceInstall);
+    // What an agent tells of its day is for its log.
+    if (isLoop && logLevelOption->count() == 0) logLevel = "info";
     if (!ParseLogLevel(logLevel, options.logLevel)) {
       throw CLI::ValidationError("--log-level", "'" + logLevel + "' is not debug, info, warn or error");
     }
@@ -243,6 +327,18 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     if (keyCreate->parsed()) options.localCommand = keyCreateCommand;
     if (keyShow->parsed()) options.localCommand = keyShowCommand;
     if (tokenProtect->parsed()) options.localCommand = tokenProtectCommand;
+    if (isLoop) {
+      RunLoopOptions loop = loopArguments.Read(options);
+      loop.isService = isParsed(serviceRun);
+      options.command = loop;
+    }
+    if (isParsed(serviceInstall)) {
+      options.localCommand = ServiceInstallCommand{MakeServiceArguments(options, loopArguments, parameters, logLevel),
+                                                   GetStateDirectory(options)};
+    }
+    if (isParsed(serviceRemove)) options.localCommand = ServiceRemoveCommand{};
+    if (agentStatus->parsed()) options.localCommand = StatusCommand{GetStateDirectory(options)};
+    if (checkConfiguration->parsed()) options.localCommand = checkConfigurationCommand;
     if (forward->parsed()) {
       if (giveUp->count() > 0) {
         forwardCommand.giveUpAfter =

@@ -7,7 +7,9 @@
 #include <host/Log.h>
 #include <host/ParameterBlock.h>
 
+#include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <variant>
@@ -61,6 +63,10 @@ struct TokenProtectCommand {
   std::string token;  ///< "-": standard input has it
 };
 
+struct CheckConfigurationCommand {
+  std::string file;
+};
+
 struct ForwardCommand {
   std::vector<Destination> destinations;  ///< at least one
   std::string certificate;                ///< of the TLS destinations, in Base64
@@ -72,17 +78,40 @@ struct ForwardCommand {
   std::vector<std::string> files;                 ///< at least one; "-" is standard input
 };
 
+/// Doing all day what an agent does.
+struct RunLoopOptions {
+  std::chrono::seconds interval{300};
+  std::string osVersion;
+  std::string agentVersion;
+  std::filesystem::path stateDirectory;
+  bool isService = false;  ///< started by the system's service manager
+};
+
+/// How a running agent gets on.
+struct StatusCommand {
+  std::filesystem::path stateDirectory;
+};
+
+struct ServiceInstallCommand {
+  std::vector<std::string> arguments;    ///< that the service is started with
+  std::filesystem::path stateDirectory;  ///< where it may write its log
+};
+
+struct ServiceRemoveCommand {};
+
 using Command = std::variant<InfoCommand, ParameterCommand, FingerprintCommand, HeartbeatCommand, TestConnectionCommand,
                              RegisterCommand, UpdateStatusCommand, ForwardCommand, FetchConfigurationCommand,
-                             FetchPatchCommand, ServerKeyCommand>;
+                             FetchPatchCommand, ServerKeyCommand, RunLoopOptions>;
 
 /// These need no module.
-using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand>;
+using LocalCommand = std::variant<KeyCreateCommand, KeyShowCommand, TokenProtectCommand, CheckConfigurationCommand,
+                                  StatusCommand, ServiceInstallCommand, ServiceRemoveCommand>;
 
 /// Texts are UTF-8; an empty path means the default.
 struct Options {
   std::string configDirectory;
   std::string patchDirectory;
+  std::string stateDirectory;
   std::string module;
   std::string logFile;
   WindowsAgentCommon::LogLevel logLevel = WindowsAgentCommon::LogLevel::Warn;

@@ -36,6 +36,7 @@ class DeliveredFile::Buffer : public std::streambuf {
 
   FileReplacement& File() { return m_file; }
   std::uint64_t Size() const { return m_size.load(std::memory_order_relaxed); }
+  const std::string& Begin() const { return m_begin; }
 
   /// Returns the digest; throws what a write has failed with.
   std::string Finish() {
@@ -57,6 +58,7 @@ class DeliveredFile::Buffer : public std::streambuf {
         m_error = error;
         break;
       }
+      m_begin += part.substr(0, maxBeginBytes - m_begin.size());
       m_digest.Add(part.data(), part.size());
       m_size.fetch_add(part.size(), std::memory_order_relaxed);
       rest.remove_prefix(part.size());
@@ -71,7 +73,10 @@ class DeliveredFile::Buffer : public std::streambuf {
   }
 
  private:
+  static constexpr std::size_t maxBeginBytes = 1024;
+
   FileReplacement m_file;
+  std::string m_begin;
   WindowsAgentCommon::MD5Digest m_digest;
   std::atomic<std::uint64_t> m_size{0};
   std::optional<std::system_error> m_error;
@@ -88,6 +93,8 @@ void DeliveredFile::Finish() {
   m_strDigest = m_pBuffer->Finish();
   if (!m_stream) throw std::system_error(std::make_error_code(std::errc::interrupted), "writing");
 }
+
+const std::string& DeliveredFile::Begin() const { return m_pBuffer->Begin(); }
 
 const std::string& DeliveredFile::GetDigest() const { return m_strDigest; }
 

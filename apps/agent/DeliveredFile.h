@@ -31,6 +31,9 @@ class DeliveredFile {
   void Finish();
   const std::string& GetDigest() const;
 
+  /// The first bytes that have come, at most 1024.
+  const std::string& Begin() const;
+
   /// Gives the file its name. Throws `std::system_error`.
   void Keep();
 

@@ -162,18 +162,6 @@ void PrintCounters(const Outlets& outlets, std::uint64_t eventsRead, double seco
   PrintTotals(eventsRead, seconds);
 }
 
-/// Withdraws the last words, also when an exception ends what they are about.
-class Withdrawal {
- public:
-  explicit Withdrawal(LastWords& lastWords) : m_lastWords(lastWords) {}
-  ~Withdrawal() { m_lastWords.Withdraw(); }
-  Withdrawal(const Withdrawal&) = delete;
-  Withdrawal& operator=(const Withdrawal&) = delete;
-
- private:
-  LastWords& m_lastWords;
-};
-
 /// Returns whether all that was to be read has been.
 bool ForwardInputs(const Outlets& outlets, const ForwardCommand& command, std::atomic<std::uint64_t>& eventsRead) {
   const Supervisor supervisor(outlets, command);

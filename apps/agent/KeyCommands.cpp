@@ -94,7 +94,9 @@ void ReadToken(Token& token) {
   token.RemoveLineEnd();
 }
 
-int Run(const KeyCreateCommand& command) {
+}  // namespace
+
+int RunCommand(const KeyCreateCommand& command) {
   const KeyStore store(command.container);
   try {
     store.Create(command.force ? KeyStore::Existing::Replace : KeyStore::Existing::Keep);
@@ -106,12 +108,12 @@ int Run(const KeyCreateCommand& command) {
   return 0;
 }
 
-int Run(const KeyShowCommand& command) {
+int RunCommand(const KeyShowCommand& command) {
   PrintPublicKey(KeyStore(command.container));
   return 0;
 }
 
-int Run(const TokenProtectCommand& command) {
+int RunCommand(const TokenProtectCommand& command) {
   Token token;
   if (command.token == "-") {
     ReadToken(token);
@@ -124,13 +126,6 @@ int Run(const TokenProtectCommand& command) {
   const std::vector<std::uint8_t> secured = store.Encrypt(token.Bytes());
   PrintValue("secured-token", EncodeBase64({reinterpret_cast<const char*>(secured.data()), secured.size()}));
   return 0;
-}
-
-}  // namespace
-
-int RunLocalCommand(const LocalCommand& command, const std::string& configDirectory) {
-  if (!configDirectory.empty()) WindowsAgentCommon::SetConfigPath(WindowsAgentCommon::Utf8ToWide(configDirectory));
-  return std::visit([](const auto& local) { return Run(local); }, command);
 }
 
 }  // namespace sorvex::agent

@@ -3,12 +3,12 @@
 
 #include <CommandLine.h>
 
-#include <string>
-
 namespace sorvex::agent {
 
-/// Runs the command on the key containers of a configuration directory (empty: the default one), prints its result and
-/// returns the program's exit status. Throws `std::exception` saying what failed.
-int RunLocalCommand(const LocalCommand& command, const std::string& configDirectory);
+/// Each works on the key containers below the configuration directory, prints its result and returns the program's exit
+/// status. Throws `std::exception` saying what failed.
+int RunCommand(const KeyCreateCommand& command);
+int RunCommand(const KeyShowCommand& command);
+int RunCommand(const TokenProtectCommand& command);
 
 }  // namespace sorvex::agent

@@ -1,17 +1,24 @@
 #include <Agent.h>
 #include <BoundedRun.h>
+#include <CheckConfiguration.h>
 #include <CommandLine.h>
 #include <FetchCommands.h>
 #include <Forward.h>
 #include <KeyCommands.h>
 #include <Output.h>
+#include <Run.h>
 #include <ServerCommands.h>
+#include <ServiceCommands.h>
+#include <StatusReport.h>
 #include <platform/Platform.h>
+#include <platform/Service.h>
+
+#include <SorvexHost/Directories.h>
+#include <host/Text.h>
 
 #include <ace/Init_ACE.h>
 
 #include <exception>
-#include <type_traits>
 
 namespace sorvex::agent {
 namespace {
@@ -58,7 +65,7 @@ int Run(const Options& options, LastWords& lastWords) {
       [&](const auto& command) {
         if constexpr (requires(const ServerConnection& connection) { RunCommand(command, connection); }) {
           return RunRepeatedly(command, options.repeat, agent.GetConnectionFactory());
-        } else if constexpr (std::is_same_v<decltype(command), const ForwardCommand&>) {
+        } else if constexpr (requires { RunCommand(command, agent.GetConnectionFactory(), lastWords); }) {
           return RunCommand(command, agent.GetConnectionFactory(), lastWords);
         } else {
           return RunCommand(command, agent.GetConnectionFactory());
@@ -67,6 +74,14 @@ int Run(const Options& options, LastWords& lastWords) {
       options.command);
   if (info) PrintNumber("initialize", result);
   return ready ? status : notInitialized;
+}
+
+/// Runs a command that needs no module.
+int RunLocal(const Options& options) {
+  if (!options.configDirectory.empty()) {
+    WindowsAgentCommon::SetConfigPath(WindowsAgentCommon::Utf8ToWide(options.configDirectory));
+  }
+  return std::visit([](const auto& command) { return RunCommand(command); }, *options.localCommand);
 }
 
 }  // namespace
@@ -78,10 +93,13 @@ int RunAgent(std::vector<std::string> arguments) {
     if (!options) return status;
     InstallInterruptHandler();
     const AceLibrary ace;
-    status = RunBounded([&options](LastWords& lastWords) {
-      return options->localCommand ? RunLocalCommand(*options->localCommand, options->configDirectory)
-                                   : Run(*options, lastWords);
-    });
+    const auto run = [&options] {
+      return RunBounded([&options](LastWords& lastWords) {
+        return options->localCommand ? RunLocal(*options) : Run(*options, lastWords);
+      });
+    };
+    const auto* const loop = std::get_if<RunLoopOptions>(&options->command);
+    status = loop != nullptr && loop->isService ? RunAsService(run) : run();
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;

@@ -1,37 +1,21 @@
 #include <ServerCommands.h>
 
+#include <ConnectionMode.h>
+#include <HtmlPage.h>
 #include <Output.h>
-
-#include <host/EnvironmentBlockHelper.h>
+#include <ServerAnswer.h>
 
 #include <ace/Time_Value.h>
 
 #include <string>
 
 namespace sorvex::agent {
-namespace {
-
 using namespace WindowsAgentCommon;
-
-std::string GetMode(const IConnectionFactory& factory) {
-  std::string server;
-  if (!factory.GetParameter("ConfigurationServer", server) || server.empty()) return "stand-alone";
-
-  ParameterBlock parameters;
-  std::string text;
-  const std::string name = "ForceHTTPSConfigServerConnection";
-  if (factory.GetParameter(name, text)) parameters.emplace(name, text);
-  bool https = false;
-  EnvironmentBlockHelper(parameters).GetBooleanValue(name, https, false);
-  return https ? "https" : "direct-tls";
-}
-
-}  // namespace
 
 int RunCommand(const InfoCommand&, IConnectionFactory& factory) {
   PrintValue("version", factory.GetVersion());
   if (factory.IsInitialized()) {
-    PrintValue("mode", GetMode(factory));
+    PrintValue("mode", NameOf(GetConnectionMode(factory)));
     PrintBoolean("stand-alone-mode", factory.IsStandAloneMode());
   }
   return 0;
@@ -59,9 +43,11 @@ int RunCommand(const FingerprintCommand&, const ServerConnection& connection) {
   PrintBoolean("update-blocked", updateBlocked);
   // Before Disconnect, whose own outcome would take the place of the one asked for.
   PrintLastError(connection);
-  const bool failed = fingerprint.empty() || connection->GetLastResultCode() < 0;
+  const ServerAnswer answer = LastAnswer(connection);
+  const bool answered = (answer == ServerAnswer::Success && !fingerprint.empty() && !IsHtmlPage(fingerprint)) ||
+                        answer == ServerAnswer::NoUpdate || answer == ServerAnswer::UpdatesDisabled;
   connection->Disconnect();
-  return failed ? 1 : 0;
+  return answered ? 0 : 1;
 }
 
 int RunCommand(const HeartbeatCommand&, const ServerConnection& connection) {

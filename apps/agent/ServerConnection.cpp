@@ -1,12 +1,14 @@
 #include <ServerConnection.h>
 
 #include <Output.h>
+#include <ServerAnswer.h>
 
 #include <stdexcept>
 
 namespace sorvex::agent {
 
-ServerConnection::ServerConnection(WindowsAgentCommon::IConnectionFactory& factory) : m_factory(factory) {
+ServerConnection::ServerConnection(WindowsAgentCommon::IConnectionFactory& factory)
+    : m_factory(factory), m_mode(GetConnectionMode(factory)) {
   m_factory.CreateConfigServerConnection(m_pConnection);
   if (!m_pConnection) throw std::runtime_error("the module made no connection to the configuration server");
 }
@@ -20,9 +22,13 @@ void PrintLastError(const ServerConnection& connection) {
 }
 
 int PrintResult(bool result, const ServerConnection& connection) {
-  PrintBoolean("result", result);
+  const ServerAnswer answer = LastAnswer(connection);
+  const bool isError = connection.Mode() == ConnectionMode::Https &&
+                       (answer == ServerAnswer::Failure || answer == ServerAnswer::NotFound);
+  const bool succeeded = result && !isError;
+  PrintBoolean("result", succeeded);
   PrintLastError(connection);
-  return result ? 0 : 1;
+  return succeeded ? 0 : 1;
 }
 
 }  // namespace sorvex::agent

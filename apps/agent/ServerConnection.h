@@ -1,6 +1,8 @@
 // The connection to the configuration server that the commands use, and what they print of it.
 #pragma once
 
+#include <ConnectionMode.h>
+
 #include <host/IConfigurationServerConnection.h>
 #include <host/IConnectionFactory.h>
 
@@ -17,17 +19,21 @@ class ServerConnection {
   ServerConnection(const ServerConnection&) = delete;
   ServerConnection& operator=(const ServerConnection&) = delete;
 
+  ConnectionMode Mode() const { return m_mode; }
+
   WindowsAgentCommon::IConfigurationServerConnection* operator->() const { return m_pConnection.get(); }
 
  private:
   WindowsAgentCommon::IConnectionFactory& m_factory;
+  const ConnectionMode m_mode;
   std::shared_ptr<WindowsAgentCommon::IConfigurationServerConnection> m_pConnection;
 };
 
 /// Prints error-code, result-code and error-message.
 void PrintLastError(const ServerConnection& connection);
 
-/// Prints result and the above; returns the command's exit status.
+/// Prints result and the above; returns the command's exit status. Over HTTPS an answer with the status of an error is
+/// none, although the module takes it for one.
 int PrintResult(bool result, const ServerConnection& connection);
 
 }  // namespace sorvex::agent

@@ -20,6 +20,12 @@ std::filesystem::path ArgumentToPath(const std::string& argument);
 /// Directory of the running program.
 std::filesystem::path GetProgramDirectory();
 
+/// Where the agent keeps its positions unless it is told otherwise.
+std::filesystem::path GetDefaultStateDirectory();
+
+/// The number of this process.
+long GetProcessNumber();
+
 /// This machine's own name.
 std::string GetHostName();
 
@@ -32,6 +38,15 @@ void InstallInterruptHandler();
 
 /// Whether the program was asked to end. Any thread.
 bool IsInterrupted();
+
+/// Asks the program to end, as an interrupt does. Any thread.
+void Interrupt();
+
+/// Waits until the program was asked to end, or until `EndWaitForInterrupt`. One thread.
+void WaitForInterrupt();
+
+/// Ends the wait that is under way, or else the next one. Any thread.
+void EndWaitForInterrupt();
 
 /// Ends every `InputFile::Read` for good, as an interrupt does. Any thread.
 void StopReading();

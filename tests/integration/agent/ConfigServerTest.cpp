@@ -1,8 +1,5 @@
 // The agent and the reference configuration server, two programs that share no code of the protocol.
-#include "AgentFixture.h"
-
-#include "integration/configserver/ConfigServerProcess.h"
-#include "unit/module/ApplicationKey.h"
+#include "ServedAgent.h"
 
 #include <algorithm>
 
@@ -12,42 +9,8 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* token = "8a2b4c6d-0e1f-4a3b-9c5d-7e8f9a0b1c2d";
 constexpr const char* configuration = "<AgentConfig/>";
 constexpr const char* configurationDigest = "dbdedaf012bb556acd82cb106d1a8a78";
-
-/// An agent that was installed for the server and has a key.
-class ServedAgent {
- public:
-  explicit ServedAgent(const std::vector<std::string>& serverArguments = {}, const std::string& installLines = {})
-      : m_server(serverArguments),
-        m_installation("ConfigurationServer=127.0.0.1\nConfigurationServerPort=" + std::to_string(m_server.Port()) +
-                       "\nApplicationIdentifier=agent-7\nApplicationToken=" + token + "\n" + installLines) {
-    ReserveContainers();
-    const ProcessResult made = m_installation.Run({"key", "create", "--force"});
-    EXPECT_EQ(made.status, 0) << made.errors;
-    m_key = Value(made.output, "public-key");
-  }
-
-  ProcessResult Run(const std::vector<std::string>& command) const { return m_installation.Run(command); }
-  ProcessResult Fetch(const std::vector<std::string>& command) const {
-    std::vector<std::string> all = command;
-    all.insert(all.begin() + 1, {"--out", File().string()});
-    return Run(all);
-  }
-
-  ConfigServer& Server() { return m_server; }
-  const TemporaryDirectory& Directory() const { return m_installation.Directory(); }
-  std::filesystem::path File() const { return Directory().Path() / "file"; }
-  std::string FileContent() const { return TemporaryDirectory::Read(File()); }
-  const std::string& Key() const { return m_key; }
-
- private:
-  ContainerRemoval m_removal{""};
-  ConfigServer m_server;
-  Installation m_installation;
-  std::string m_key;
-};
 
 const std::vector<std::string> registration{"register", "--os-version", "Debian 12", "--agent-version", "7.2.5"};
 const std::vector<std::string> statusReport{"update-status", "--status", "2", "--time", "1795209053"};

@@ -15,14 +15,15 @@ namespace {
 
 // A byte in this pipe, never taken out, says that nothing more is to be read; waiting for input waits for it as well.
 std::array<int, 2> endOfReadingPipe{-1, -1};
+// A byte in this one ends the wait for an interrupt, which takes it.
+std::array<int, 2> wakeUpPipe{-1, -1};
 std::atomic<bool> interrupted{false};
 std::atomic<bool> readingStopped{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "written by a signal handler");
 
 void NoteInterrupt(int) {
   const int savedErrno = errno;
-  interrupted.store(true);
-  StopReading();
+  Interrupt();
   errno = savedErrno;
 }
 
@@ -42,6 +43,10 @@ std::filesystem::path ArgumentToPath(const std::string& argument) { return argum
 
 std::filesystem::path GetProgramDirectory() { return std::filesystem::read_symlink("/proc/self/exe").parent_path(); }
 
+std::filesystem::path GetDefaultStateDirectory() { return "/var/lib/sorvex-agent"; }
+
+long GetProcessNumber() { return getpid(); }
+
 std::string GetHostName() {
   std::array<char, 256> name{};
   if (gethostname(name.data(), name.size() - 1) != 0) return "localhost";
@@ -51,7 +56,9 @@ std::string GetHostName() {
 bool IsErrorTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 void InstallInterruptHandler() {
-  if (pipe2(endOfReadingPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) ThrowErrno("pipe");
+  for (std::array<int, 2>* const ends : {&endOfReadingPipe, &wakeUpPipe}) {
+    if (pipe2(ends->data(), O_CLOEXEC | O_NONBLOCK) != 0) ThrowErrno("pipe");
+  }
   struct sigaction action {};
   action.sa_handler = NoteInterrupt;
   // The module's own system calls go on undisturbed. A second signal finds the default action.
@@ -63,6 +70,23 @@ void InstallInterruptHandler() {
 }
 
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
+
+// Called by the signal handler as well.
+void Interrupt() {
+  interrupted.store(true);
+  StopReading();
+  EndWaitForInterrupt();
+}
+
+void WaitForInterrupt() {
+  std::array<char, 16> taken{};
+  pollfd waiting{wakeUpPipe[0], POLLIN, 0};
+  while (!interrupted.load() && poll(&waiting, 1, -1) < 0 && errno == EINTR) {
+  }
+  [[maybe_unused]] const ssize_t count = read(wakeUpPipe[0], taken.data(), taken.size());
+}
+
+void EndWaitForInterrupt() { [[maybe_unused]] const ssize_t written = write(wakeUpPipe[1], "!", 1); }
 
 // Called by the signal handler as well.
 void StopReading() {

@@ -1,5 +1,7 @@
 #include <platform/Platform.h>
+#include <platform/Service.h>
 
+#include <host/Paths.h>
 #include <host/Text.h>
 
 #include <ace/Init_ACE.h>
@@ -25,6 +27,8 @@ std::atomic<bool> interrupted{false};
 std::atomic<bool> readingStopped{false};
 /// The thread inside a read; null when none is.
 std::atomic<HANDLE> readingThread{nullptr};
+/// Ends the wait for an interrupt; reset by it.
+HANDLE wakeUp = nullptr;
 
 [[noreturn]] void ThrowLastError(const std::string& what) {
   throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
@@ -32,8 +36,8 @@ std::atomic<HANDLE> readingThread{nullptr};
 
 BOOL WINAPI NoteInterrupt(DWORD kind) {
   if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT) return FALSE;
-  if (interrupted.exchange(true)) return FALSE;
-  StopReading();
+  if (IsInterrupted()) return FALSE;
+  Interrupt();
   return TRUE;
 }
 
@@ -61,6 +65,12 @@ std::filesystem::path GetProgramDirectory() {
   return std::filesystem::path(name).parent_path();
 }
 
+std::filesystem::path GetDefaultStateDirectory() {
+  return WindowsAgentCommon::WideToPath(WindowsAgentCommon::GetConfigPath()) / "state";
+}
+
+long GetProcessNumber() { return static_cast<long>(GetCurrentProcessId()); }
+
 std::string GetHostName() {
   std::array<wchar_t, 256> name{};
   DWORD length = static_cast<DWORD>(name.size());
@@ -74,10 +84,24 @@ bool IsErrorTerminal() {
 }
 
 void InstallInterruptHandler() {
+  wakeUp = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  if (wakeUp == nullptr) ThrowLastError("CreateEvent");
   if (!SetConsoleCtrlHandler(NoteInterrupt, TRUE)) ThrowLastError("SetConsoleCtrlHandler");
 }
 
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
+
+void Interrupt() {
+  interrupted.store(true);
+  EndWaitForInterrupt();
+  StopReading();
+}
+
+void WaitForInterrupt() {
+  if (!interrupted.load()) WaitForSingleObject(wakeUp, INFINITE);
+}
+
+void EndWaitForInterrupt() { SetEvent(wakeUp); }
 
 void StopReading() {
   readingStopped.store(true);
@@ -89,6 +113,7 @@ void StopReading() {
 }
 
 void EndProcess(int status) {
+  ReportServiceEnd(status);
   // ExitProcess would run the destructors of libraries whose threads it has just killed.
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
   std::abort();

@@ -1,4 +1,4 @@
-#include <SocketParameters.h>
+#include <settings/SocketParameters.h>
 
 #include <host/EnvironmentBlockHelper.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace sorvex::agent {
+namespace sorvex::settings {
 namespace {
 
 using namespace WindowsAgentCommon;
@@ -18,32 +18,29 @@ enum class Kind { Number, Boolean, Text };
 struct SocketParameter {
   std::string_view key;
   Kind kind;
-  bool isForUdp;                 ///< as well as for TCP and TLS
-  std::string_view option = {};  ///< what sets it instead
+  bool isForUdp;                    ///< as well as for TCP and TLS
+  std::string_view option = {};     ///< what sets it instead on the command line
+  std::string_view attribute = {};  ///< and in a configuration
+
+  std::string_view PlaceOfItsOwn(Place place) const { return place == Place::CommandLine ? option : attribute; }
 };
 
 constexpr SocketParameter socketParameters[] = {
     {"Socket.QueueLowWaterMark", Kind::Number, true},
     {"Socket.QueueHighWaterMark", Kind::Number, true},
-    {"Socket.BlockingSendStrategy", Kind::Boolean, true, "--queued"},
-    {"TargetAddress", Kind::Text, true, "--to"},
-    {"TargetPort", Kind::Number, true, "--to"},
+    {"Socket.BlockingSendStrategy", Kind::Boolean, true, "--queued", "the agent, which always queues"},
+    {"TargetAddress", Kind::Text, true, "--to", "the attribute Address"},
+    {"TargetPort", Kind::Number, true, "--to", "the attribute Port"},
     {"Socket.KeepAlive.Enabled", Kind::Boolean, false},
     {"Socket.KeepAlive.Time", Kind::Number, false},
     {"Socket.KeepAlive.Interval", Kind::Number, false},
     {"MaxPayloadSize", Kind::Number, true},
     {"AppendLineFeed", Kind::Boolean, false},
-    {"PayloadBuilderType", Kind::Text, true, "--builder"},
-    {"Certificate", Kind::Text, false, "--certificate"},
+    {"PayloadBuilderType", Kind::Text, true, "--builder", "the attribute Builder"},
+    {"Certificate", Kind::Text, false, "--certificate", "the element Certificate"},
 };
 
 std::string Quote(std::string_view text) { return "'" + std::string(text) + "'"; }
-
-bool IsForAny(const SocketParameter& parameter, const std::vector<Destination>& destinations) {
-  return std::ranges::any_of(destinations, [&](const Destination& destination) {
-    return parameter.isForUdp || destination.scheme != Scheme::Udp;
-  });
-}
 
 /// As the socket will read it.
 bool IsOfKind(const ParameterBlock& parameters, const std::string& key, Kind kind) {
@@ -58,15 +55,15 @@ bool IsOfKind(const ParameterBlock& parameters, const std::string& key, Kind kin
   return true;
 }
 
-const SocketParameter& Find(const std::string& key, const std::vector<Destination>& destinations) {
+const SocketParameter& Find(const std::string& key, bool hasStream, Place place) {
   const auto* const found = std::ranges::find(socketParameters, key, &SocketParameter::key);
-  if (found != std::end(socketParameters) && !found->option.empty()) {
-    throw std::invalid_argument(Quote(key) + " is set by " + std::string(found->option));
+  if (found != std::end(socketParameters) && !found->PlaceOfItsOwn(place).empty()) {
+    throw std::invalid_argument(Quote(key) + " is set by " + std::string(found->PlaceOfItsOwn(place)));
   }
-  if (found != std::end(socketParameters) && IsForAny(*found, destinations)) return *found;
+  if (found != std::end(socketParameters) && (found->isForUdp || hasStream)) return *found;
   std::string known;
   for (const SocketParameter& parameter : socketParameters) {
-    if (!parameter.option.empty() || !IsForAny(parameter, destinations)) continue;
+    if (!parameter.PlaceOfItsOwn(place).empty() || !(parameter.isForUdp || hasStream)) continue;
     known += (known.empty() ? "" : ", ") + std::string(parameter.key);
   }
   throw std::invalid_argument(Quote(key) + " is no parameter of these destinations; there are: " + known);
@@ -74,9 +71,9 @@ const SocketParameter& Find(const std::string& key, const std::vector<Destinatio
 
 }  // namespace
 
-void CheckSocketParameters(const ParameterBlock& parameters, const std::vector<Destination>& destinations) {
+void CheckSocketParameters(const ParameterBlock& parameters, bool hasStream, Place place) {
   for (const auto& [key, value] : parameters) {
-    const SocketParameter& parameter = Find(key, destinations);
+    const SocketParameter& parameter = Find(key, hasStream, place);
     if (parameters.count(key) > 1) throw std::invalid_argument(Quote(key) + " is given more than once");
     if (IsOfKind(parameters, key, parameter.kind)) continue;
     throw std::invalid_argument(
@@ -85,4 +82,4 @@ void CheckSocketParameters(const ParameterBlock& parameters, const std::vector<D
   }
 }
 
-}  // namespace sorvex::agent
+}  // namespace sorvex::settings

@@ -1,0 +1,37 @@
+// The configuration that the agent has: AgentConfig.xml and AgentConfig.md5.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sorvex::agent {
+
+/// Both files are written beside and renamed. Used by one thread at a time. Operations throw `std::system_error` naming
+/// the file.
+class ConfigurationStore {
+ public:
+  explicit ConfigurationStore(const std::filesystem::path& directory);
+
+  const std::filesystem::path& File() const { return m_file; }
+
+  /// Nothing when there is none. At most one byte more than a configuration may have.
+  std::optional<std::string> Read() const;
+
+  /// The fingerprint that the server knows the configuration by; empty when there is none.
+  std::string ReadDigest() const;
+
+  /// Replaces both. Whatever ends the program meanwhile, no digest is left beside a configuration that it is not of: it
+  /// goes first and comes last, and without one the server sends the configuration again.
+  void Store(std::string_view content, std::string_view digest) const;
+
+  /// Makes the server send its configuration again.
+  void ForgetDigest() const;
+
+ private:
+  std::filesystem::path m_file;
+  std::filesystem::path m_digestFile;
+};
+
+}  // namespace sorvex::agent

@@ -1,0 +1,102 @@
+// What an agent does with its configuration server, in a thread of its own.
+#pragma once
+
+#include <CommandLine.h>
+#include <ConfigurationStore.h>
+#include <ServerConnection.h>
+
+#include <schedule/Schedule.h>
+#include <settings/Settings.h>
+
+#include <host/IConnectionFactory.h>
+#include <host/Log.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace sorvex::agent {
+
+/// How the loop gets on.
+struct ServerReport {
+  bool isRegistered = false;
+  std::optional<std::chrono::system_clock::time_point> reached;    ///< the last time that all went well
+  std::optional<std::chrono::system_clock::time_point> awaySince;  ///< nothing while it goes well
+  std::int32_t errorCode = 0;                                      ///< of the last failure
+  std::string errorText;
+  std::string refused;  ///< why the server's last configuration was not taken; empty when it was
+};
+
+/// A configuration that is in force.
+struct Configuration {
+  settings::Settings settings;
+  std::string digest;  ///< MD5 of the file
+};
+
+/// Registers the agent; every interval reports its status, looks for another configuration and for patches. The first
+/// round comes after a random pause, and after failures pauses grow. Only a stop of the program ends what waits for the
+/// server; whoever destroys the loop waits for its thread.
+class ServerLoop {
+ public:
+  /// `apply` is called by the loop's thread with each new configuration, which has been stored by then.
+  using Apply = std::function<void(std::shared_ptr<const Configuration> configuration)>;
+
+  /// `current` is the configuration in force, or nothing; `isFailed` tells that the agent's own file is refused.
+  ServerLoop(const RunLoopOptions& options, WindowsAgentCommon::IConnectionFactory& factory, ConfigurationStore store,
+             std::shared_ptr<const Configuration> current, bool isFailed, Apply apply);
+  ~ServerLoop();
+  ServerLoop(const ServerLoop&) = delete;
+  ServerLoop& operator=(const ServerLoop&) = delete;
+
+  /// Makes the thread report that the agent stops, when the server is there, and end.
+  void RequestStop() { m_thread.request_stop(); }
+
+  /// Any thread.
+  ServerReport GetReport() const;
+
+ private:
+  void Run(const std::stop_token& stop);
+  bool RunRound();
+  bool Register();
+  bool ReportStatus(WindowsAgentCommon::AgentUpdateStatus status);
+  bool Update();
+  bool FetchConfiguration();
+  bool RetrieveConfiguration(const std::string& fingerprint);
+  bool TakeConfiguration(const std::string& content, const std::string& digest);
+  void Refuse(const std::string& digest, const std::string& reason);
+  bool FetchPatches();
+  bool FetchPatch(const settings::ComponentSettings& component);
+  bool IsHttps() const { return m_connection.Mode() == ConnectionMode::Https; }
+  bool Fail(const std::string& operation, const std::string& reason = {});
+  void NoteSuccess();
+  void SayOnce(const std::string& text);
+
+  const RunLoopOptions m_options;
+  WindowsAgentCommon::IConnectionFactory& m_factory;
+  const ConfigurationStore m_store;
+  const Apply m_apply;
+  const WindowsAgentCommon::Log m_log;
+  const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+
+  // The thread's own.
+  ServerConnection m_connection;
+  schedule::Schedule m_schedule;
+  std::shared_ptr<const Configuration> m_pCurrent;
+  bool m_bFailed;  ///< the last configuration that came, or the agent's own, was refused
+  std::string m_strRefusedDigest;
+  std::set<std::string> m_said;
+
+  mutable std::mutex m_mutex;
+  std::condition_variable_any m_wakeUp;
+  ServerReport m_report;  ///< under the mutex
+  std::jthread m_thread;  ///< last: it uses the others until it is joined
+};
+
+}  // namespace sorvex::agent

@@ -1,0 +1,186 @@
+// The files of all inputs: which there are, which have changed, and their lines.
+#pragma once
+
+#include <collect/Collector.h>
+#include <collect/FollowedFile.h>
+#include <collect/Pattern.h>
+#include <collect/Positions.h>
+#include <collect/Turn.h>
+#include <collect/platform/ChangeWatch.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+namespace sorvex::collect {
+
+/// An input that names files.
+struct FileInput {
+  InputSettings settings;
+  Pattern pattern;
+};
+
+struct IdentityHash {
+  std::size_t operator()(const FileIdentity& identity) const {
+    return static_cast<std::size_t>((identity.index ^ identity.volume << 40U) * 0x9E3779B97F4A7C15);
+  }
+};
+
+/// Used by one thread.
+class Follower {
+ public:
+  /// `nextSource` gives sources their numbers. All references outlive the follower.
+  Follower(ChangeWatch& watch, const Log& log, const Limits& limits, std::uint64_t& nextSource, Positions positions);
+  ~Follower();
+
+  /// Those of other kinds are left out.
+  void SetInputs(const std::vector<InputSettings>& inputs);
+  bool HasInputs() const { return !m_inputs.empty(); }
+
+  /// Learns what has changed: from the system, by listing folders, by looking at files. Returns true when the positions
+  /// have to be saved before anything else happens, since they say where an input was begun.
+  bool Update();
+
+  Turn HandOut(LineSink& sink);
+
+  void Taken(Mark mark);
+  void Rewind();
+
+  std::string GetName(std::uint64_t source) const;
+
+  /// Whether there is a file to be read.
+  bool IsReady() const { return !m_ready.empty(); }
+
+  /// When `Update` has something to do by itself.
+  std::chrono::steady_clock::time_point NextDue() const;
+
+  /// Whether the positions are others than those last marked as saved.
+  bool HasChangedPositions() const { return m_bPositionsChanged; }
+  Positions GetPositions() const;
+  void MarkSaved() { m_bPositionsChanged = false; }
+
+ private:
+  using Time = std::chrono::steady_clock::time_point;
+  using NativeString = std::filesystem::path::string_type;
+  template <class Value>
+  using ByIdentity = std::unordered_map<FileIdentity, Value, IdentityHash>;
+
+  /// A name that an input's pattern stands for, with what it names.
+  struct Seen {
+    std::filesystem::path path;
+    std::shared_ptr<const FileInput> pInput;
+    FileStatus status;
+    bool isPolled = false;
+  };
+
+  /// A file that looks like the copy of one that is followed, and whose original may be about to be truncated.
+  struct Held {
+    std::uint64_t size = 0;
+    Time changeTime;
+  };
+
+  /// What one listing finds out.
+  struct Listing {
+    std::vector<Seen> seen;
+    std::unordered_map<NativeString, std::string> troubles;
+    /// Names whose file has another name now, or none.
+    std::unordered_map<NativeString, const FollowedFile*> left;
+    /// What lies in folders that were searched.
+    std::unordered_map<NativeString, ByIdentity<std::filesystem::path>> folders;
+    std::unordered_map<NativeString, Held> held;
+    bool isIncomplete = false;  ///< something should be tried again before long
+  };
+
+  void TakeChanges();
+  FollowedFile* FindFile(const std::filesystem::path& path) const;
+  bool Concerns(const std::filesystem::path& path) const;
+  void ListFiles();
+  void FindNames(Listing& listing);
+  void WatchPaths(const std::vector<std::filesystem::path>& folders, Listing& listing);
+  bool WatchPath(const std::filesystem::path& path, Listing& listing,
+                 std::unordered_map<int, std::vector<std::filesystem::path>>& watches);
+  void FollowNames(Listing& listing);
+  void Leave(FollowedFile& file, Listing& listing);
+  void Adopt(const Seen& seen, Listing& listing);
+  std::optional<Place> TakeSaved(const Seen& seen);
+  FollowedFile* FindOriginal(const std::filesystem::path& path) const;
+  std::optional<Generation> TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const;
+  bool IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing);
+  void AdoptRotated(Listing& listing);
+  std::unique_ptr<OpenedFile> FindOpened(const std::filesystem::path& folder, const FileIdentity& identity,
+                                         Listing& listing) const;
+  void ForgetOld();
+  void AddTrouble(const std::filesystem::path& path, const std::string& text, Listing& listing);
+
+  FollowedFile& Add(const FileIdentity& identity, const std::filesystem::path& path,
+                    std::shared_ptr<const FileInput> pInput, std::unique_ptr<OpenedFile> pFile);
+  void Drop(FollowedFile& file);
+  void SetOpen(FollowedFile& file, std::unique_ptr<OpenedFile> pFile);
+  void Close(FollowedFile& file);
+  void CloseUnused();
+  bool EnsureOpen(FollowedFile& file);
+  bool Look(FollowedFile& file);
+  void Fail(FollowedFile& file, const std::error_code& error);
+  void Truncate(FollowedFile& file);
+  void MarkReady(FollowedFile& file);
+  void LookAtPolled();
+  void LookAtRotated();
+  bool HasToWait(FollowedFile& file) const;
+  Turn HandOut(FollowedFile& file, LineSink& sink);
+  bool ReadBlock(FollowedFile& file);
+
+  ChangeWatch& m_watch;
+  const Log& m_log;
+  const Limits& m_limits;
+  std::uint64_t& m_nextSource;
+
+  std::vector<std::shared_ptr<const FileInput>> m_inputs;
+  std::unordered_set<std::string> m_knownPatterns;  ///< inputs whose files were listed before
+  ByIdentity<Place> m_saved;                        ///< files that are not followed now
+  std::unordered_map<NativeString, FileIdentity> m_savedPaths;
+
+  ByIdentity<std::unique_ptr<FollowedFile>> m_files;
+  std::unordered_map<NativeString, FollowedFile*> m_byPath;     ///< those that have a name
+  std::unordered_map<NativeString, FileIdentity> m_otherNames;  ///< further names of files that have one
+  std::unordered_map<std::uint64_t, FollowedFile*> m_bySource;
+  std::unordered_set<FollowedFile*> m_rotated;  ///< looked at until they have ended
+  std::list<FollowedFile*> m_open;              ///< the one that changed last comes last
+  std::deque<FollowedFile*> m_ready;            ///< to be read
+
+  std::unordered_map<int, std::vector<std::filesystem::path>> m_watches;
+  std::vector<ChangeWatch::Change> m_changes;
+  std::unordered_map<NativeString, std::string> m_troubles;
+  std::unordered_map<NativeString, Held> m_held;
+  bool m_bWatchLimitLogged = false;
+
+  bool m_bListingWanted = false;
+  bool m_bRotatedSought = false;  ///< what was renamed while nobody followed it
+  bool m_bHasPolled = false;
+  std::uint64_t m_listing = 0;
+  Time m_nextListing;     ///< in any case
+  Time m_listingAllowed;  ///< not before
+  Time m_nextPoll;
+
+  std::vector<char> m_buffer;
+  /// What the buffer holds, as long as not all of its lines are handed out.
+  struct Block {
+    std::uint64_t source = 0;
+    std::uint64_t offset = 0;
+    std::size_t size = 0;
+    bool isLast = false;  ///< the file ended there
+  } m_block;
+
+  bool m_bPositionsChanged = false;
+  bool m_bSaveNow = false;
+};
+
+}  // namespace sorvex::collect

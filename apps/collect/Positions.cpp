@@ -1,0 +1,177 @@
+#include <collect/Positions.h>
+
+#include <collect/Fingerprint.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <limits>
+#include <optional>
+
+namespace sorvex::collect {
+namespace {
+
+constexpr std::string_view firstLine = "sorvex-positions 1";
+constexpr std::string_view lastLine = "end";
+constexpr std::string_view inputWord = "input";
+constexpr std::string_view fileWord = "file";
+constexpr std::string_view hexDigits = "0123456789abcdef";
+
+/// Blanks, control characters, `%` and what is not ASCII as `%` and two digits.
+std::string Escape(std::string_view text) {
+  std::string escaped;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte > 0x20 && byte < 0x7F && byte != '%') {
+      escaped += character;
+    } else {
+      escaped += {'%', hexDigits[byte >> 4U], hexDigits[byte & 0xFU]};
+    }
+  }
+  return escaped;
+}
+
+std::optional<std::string> Unescape(std::string_view text) {
+  std::string plain;
+  while (!text.empty()) {
+    if (text[0] != '%') {
+      plain += text[0];
+      text.remove_prefix(1);
+      continue;
+    }
+    if (text.size() < 3) return std::nullopt;
+    const std::size_t high = hexDigits.find(text[1]);
+    const std::size_t low = hexDigits.find(text[2]);
+    if (high == std::string_view::npos || low == std::string_view::npos) return std::nullopt;
+    plain += static_cast<char>(high << 4U | low);
+    text.remove_prefix(3);
+  }
+  return plain;
+}
+
+/// The fields of a line, one blank between two.
+class Fields {
+ public:
+  explicit Fields(std::string_view line) : m_rest(line) {}
+
+  /// The next field; an empty one when there is none, which no field is.
+  std::string_view Take() {
+    const std::size_t end = std::min(m_rest.find(' '), m_rest.size());
+    const std::string_view field = m_rest.substr(0, end);
+    m_rest.remove_prefix(std::min(end + 1, m_rest.size()));
+    return field;
+  }
+
+  template <class Number>
+  bool Take(Number& number) {
+    const std::string_view field = Take();
+    const char* const end = field.data() + field.size();
+    const auto [place, error] = std::from_chars(field.data(), end, number);
+    return error == std::errc() && place == end;
+  }
+
+  bool IsEmpty() const { return m_rest.empty(); }
+
+ private:
+  std::string_view m_rest;
+};
+
+void AddLine(std::string& text, const std::string& line) {
+  std::array<char, 16> check{};
+  const auto [end, error] =
+      std::to_chars(check.begin(), check.end(), Fingerprint::Extend(Fingerprint::ofNothing, line), 16);
+  text += line;
+  text += ' ';
+  text.append(check.data(), end);
+  text += '\n';
+}
+
+/// The line without its check, which has to fit.
+std::optional<std::string_view> CheckLine(std::string_view line) {
+  const std::size_t blank = line.rfind(' ');
+  if (blank == std::string_view::npos) return std::nullopt;
+  std::uint64_t check = 0;
+  const char* const end = line.data() + line.size();
+  const auto [place, error] = std::from_chars(line.data() + blank + 1, end, check, 16);
+  line = line.substr(0, blank);
+  if (error != std::errc() || place != end) return std::nullopt;
+  if (check != Fingerprint::Extend(Fingerprint::ofNothing, line)) return std::nullopt;
+  return line;
+}
+
+bool ReadPlace(Fields fields, Place& place) {
+  int rotated = 0;
+  if (!fields.Take(place.identity.volume) || !fields.Take(place.identity.index) || !fields.Take(place.identity.birth) ||
+      !fields.Take(place.position) || !fields.Take(place.head.length) || !fields.Take(place.head.hash) ||
+      !fields.Take(rotated) || !fields.Take(place.seenTime)) {
+    return false;
+  }
+  if (place.head.length > Head::maxLength || rotated < 0 || rotated > 1) return false;
+  // Room for what is added to it.
+  if (place.position > std::numeric_limits<std::int64_t>::max()) return false;
+  const std::optional<std::string> path = Unescape(fields.Take());
+  if (!path || path->empty() || !fields.IsEmpty()) return false;
+  place.isRotated = rotated == 1;
+  place.path = TextToPath(*path);
+  return true;
+}
+
+bool ReadLine(std::string_view line, Positions& positions) {
+  const std::optional<std::string_view> checked = CheckLine(line);
+  if (!checked) return false;
+  Fields fields(*checked);
+  const std::string_view word = fields.Take();
+  if (word == inputWord) {
+    const std::optional<std::string> pattern = Unescape(fields.Take());
+    if (!pattern || pattern->empty() || !fields.IsEmpty()) return false;
+    positions.patterns.push_back(*pattern);
+    return true;
+  }
+  Place place;
+  if (word != fileWord || !ReadPlace(fields, place)) return false;
+  positions.places.push_back(place);
+  return true;
+}
+
+}  // namespace
+
+std::string WritePositions(const Positions& positions) {
+  std::string text(firstLine);
+  text += '\n';
+  for (const std::string& pattern : positions.patterns) {
+    AddLine(text, std::string(inputWord) + ' ' + Escape(pattern));
+  }
+  for (const Place& place : positions.places) {
+    std::string line(fileWord);
+    for (const std::uint64_t number : {place.identity.volume, place.identity.index, place.identity.birth,
+                                       place.position, place.head.length, place.head.hash}) {
+      line += ' ' + std::to_string(number);
+    }
+    line += place.isRotated ? " 1 " : " 0 ";
+    line += std::to_string(place.seenTime) + ' ' + Escape(PathToText(place.path));
+    AddLine(text, line);
+  }
+  text += lastLine;
+  text += '\n';
+  return text;
+}
+
+bool ReadPositions(std::string_view text, Positions& positions) {
+  const auto takeLine = [&text]() -> std::string_view {
+    const std::size_t end = text.find('\n');
+    // What lacks its line feed was cut off.
+    if (end == std::string_view::npos) return {};
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end + 1);
+    return line;
+  };
+  if (takeLine() != firstLine) return false;
+  bool isWhole = true;
+  for (std::string_view line = takeLine(); !line.empty(); line = takeLine()) {
+    if (line == lastLine) return isWhole && text.empty();
+    if (!ReadLine(line, positions)) isWhole = false;
+  }
+  return false;
+}
+
+}  // namespace sorvex::collect

@@ -1,0 +1,22 @@
+// One source's share of a `Collect`.
+#pragma once
+
+#include <cstddef>
+
+namespace sorvex::collect {
+
+struct Turn {
+  enum class End {
+    Nothing,  ///< nothing is there
+    Done,     ///< something was handed out or looked at; there may be more
+    Refused,  ///< the sink refused a line
+  };
+
+  End end = End::Nothing;
+  std::size_t bytes = 0;  ///< handed out
+};
+
+/// About so much is handed out in one turn.
+constexpr std::size_t turnBytes = 256 * 1024;
+
+}  // namespace sorvex::collect

@@ -1,0 +1,314 @@
+// The agent as it runs all day, without a configuration server.
+#include "RunFixture.h"
+#include "support/LoopbackTlsServer.h"
+#include "support/LoopbackUdpServer.h"
+#include "support/TlsIdentity.h"
+
+#include <set>
+#include <sstream>
+
+namespace sorvex::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
+
+class RunTest : public testing::Test {
+ protected:
+  void Configure(const std::string& destinations) const {
+    m_installation.Directory().Write("AgentConfig.xml", MakeConfiguration(Logs() / "*.log", destinations));
+  }
+  std::filesystem::path Logs() const { return m_installation.Directory().Path() / "logs"; }
+  std::filesystem::path Log(const std::string& name = "a.log") const { return Logs() / name; }
+  void SetUp() override { std::filesystem::create_directory(Logs()); }
+
+  Installation m_installation;
+};
+
+TEST_F(RunTest, ForwardsWhatIsThereAndWhatIsAdded) {
+  LoopbackTcpServer tcp;
+  LoopbackTlsServer tls;
+  LoopbackUdpServer udp;
+  Configure(TcpDestination(tcp.Port()) + "<Destination Type=\"tls\" Address=\"127.0.0.1\" Port=\"" +
+            std::to_string(tls.Port()) + "\" Builder=\"RawPayloadBuilder\"><Certificate>" +
+            ServerIdentity().CertificatePem() + "</Certificate></Destination><Destination Type=\"udp\" " +
+            "Address=\"127.0.0.1\" Port=\"" + std::to_string(udp.Port()) + "\" Builder=\"RawPayloadBuilder\"/>");
+  Append(Log(), "one\n");
+  const RunningAgent agent(m_installation);
+  EXPECT_EQ(tcp.WaitForBytes(4), "one\n");
+  Append(Log(), "two\n");
+  EXPECT_EQ(tcp.WaitForBytes(8), "one\ntwo\n");
+  EXPECT_EQ(tls.WaitForBytes(8), "one\ntwo\n");
+  EXPECT_THAT(udp.WaitForDatagrams(2), testing::ElementsAre("one", "two"));
+}
+
+TEST_F(RunTest, EventNamesItsFile) {
+  LoopbackTcpServer server;
+  Configure("<Destination Type=\"tcp\" Address=\"127.0.0.1\" Port=\"" + std::to_string(server.Port()) + "\"/>");
+  Append(Log("web.log"), "text\n");
+  const RunningAgent agent(m_installation);
+  EXPECT_TRUE(WaitUntil([&] { return server.Received().ends_with("\n"); }));
+  EXPECT_THAT(server.Received(), HasSubstr(" web.log - - - text\n"));
+}
+
+TEST_F(RunTest, KilledAgentSkipsNothing) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  std::string lines;
+  for (int number = 0; number < 20'000; ++number) lines += "line " + std::to_string(number) + "\n";
+  Append(Log(), lines);
+  {
+    RunningAgent agent(m_installation);
+    server.WaitForBytes(1000);
+    agent.Kill();
+  }
+  const RunningAgent agent(m_installation);
+  EXPECT_TRUE(WaitUntil([&] { return server.Received().ends_with("line 19999\n"); }));
+  std::istringstream received(server.Received());
+  std::set<std::string> seen;
+  // A line that was cut by the kill came whole afterwards.
+  for (std::string line; std::getline(received, line);) seen.insert(line);
+  for (int number = 0; number < 20'000; ++number) {
+    ASSERT_TRUE(seen.contains("line " + std::to_string(number))) << number;
+  }
+}
+
+TEST_F(RunTest, LinesThatNobodyTookAreSentByTheNextAgent) {
+  const RefusingPort refusing;
+  Configure(TcpDestination(refusing.Port()));
+  Append(Log(), "one\ntwo\n");
+  {
+    const RunningAgent agent(m_installation);
+    ASSERT_TRUE(WaitUntil(
+        [&] { return m_installation.Run({"status"}).output.find(" 2     0       2 ") != std::string::npos; }));
+  }
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  const RunningAgent agent(m_installation);
+  EXPECT_EQ(server.WaitForBytes(8), "one\ntwo\n");
+}
+
+TEST_F(RunTest, TerminationSavesPositionsSoThatNothingComesTwice) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  Append(Log(), "one\n");
+  {
+    RunningAgent agent(m_installation);
+    EXPECT_EQ(server.WaitForBytes(4), "one\n");
+    EXPECT_EQ(agent.End(), 0);
+    EXPECT_THAT(agent.Log(), HasSubstr("The agent stops."));
+  }
+  EXPECT_FALSE(std::filesystem::exists(m_installation.Directory().Path() / "state" / "status"));
+  RunningAgent agent(m_installation);
+  Append(Log(), "two\n");
+  EXPECT_EQ(server.WaitForBytes(8), "one\ntwo\n");
+}
+
+TEST_F(RunTest, TerminationTakesNoLongerWhateverDestinationsDo) {
+  const RefusingPort refusing;
+  LoopbackTcpServer holding([](LoopbackTcpServer& server, ServerConnection&, int) { server.HoldUntilStopped(); }, 0,
+                            4096);
+  Configure(TcpDestination(refusing.Port()) + TcpDestination(holding.Port()));
+  Append(Log(), std::string(3'000'000, 'x') + "\n");
+  for (int number = 0; number < 3000; ++number) Append(Log(), std::string(999, 'x') + "\n");
+  RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog("Thread running"));
+  EXPECT_EQ(agent.End(), 0);
+}
+
+TEST_F(RunTest, ReceiverMayBeRestarted) {
+  // Started first: it would inherit the receiver's listening socket.
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog("The agent starts"));
+  auto server = std::make_unique<LoopbackTcpServer>();
+  const std::uint16_t port = server->Port();
+  Configure(TcpDestination(port));
+  Append(Log(), "one\n");
+  EXPECT_EQ(server->WaitForBytes(4), "one\n");
+  server->Kill();
+  server.reset();
+  server = std::make_unique<LoopbackTcpServer>(
+      [](LoopbackTcpServer& self, ServerConnection& connection, int) { self.KeepAllOf(connection); }, port);
+  Append(Log(), "two\n");
+  EXPECT_EQ(server->WaitForBytes(4), "two\n");
+}
+
+TEST_F(RunTest, ChangedFileIsApplied) {
+  LoopbackTcpServer first;
+  LoopbackTcpServer second;
+  Configure(TcpDestination(first.Port()));
+  Append(Log(), "one\n");
+  const RunningAgent agent(m_installation);
+  EXPECT_EQ(first.WaitForBytes(4), "one\n");
+  Configure(TcpDestination(second.Port()));
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 2; })) << agent.Log();
+  Append(Log(), "two\n");
+  EXPECT_EQ(second.WaitForBytes(4), "two\n");
+  EXPECT_EQ(first.Received(), "one\n");
+}
+
+TEST_F(RunTest, ChangeOfADeadDestinationLosesNothingAndDoublesNothingElsewhere) {
+  const RefusingPort refusing;
+  LoopbackTcpServer kept;
+  LoopbackTcpServer added;
+  Configure(TcpDestination(kept.Port()) + TcpDestination(refusing.Port()));
+  Append(Log(), "one\ntwo\n");
+  const RunningAgent agent(m_installation);
+  EXPECT_EQ(kept.WaitForBytes(8), "one\ntwo\n");
+  Configure(TcpDestination(kept.Port()) + TcpDestination(added.Port()));
+  EXPECT_EQ(added.WaitForBytes(8), "one\ntwo\n");
+  Append(Log(), "three\n");
+  EXPECT_EQ(added.WaitForBytes(14), "one\ntwo\nthree\n");
+  EXPECT_EQ(kept.WaitForBytes(14), "one\ntwo\nthree\n");
+}
+
+TEST_F(RunTest, FileWithAnErrorIsRefusedWhole) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
+  Configure(TcpDestination(0));
+  ASSERT_TRUE(agent.WaitForLog("AgentConfig.xml is refused, and what was in force stays: line 3: Port is '0'"));
+  EXPECT_TRUE(WaitUntil(
+      [&] { return StatusOf(m_installation, "refused") == "line 3: Port is '0'; it takes a number from 1 to 65535"; }));
+  Append(Log(), "one\n");
+  EXPECT_EQ(server.WaitForBytes(4), "one\n");
+  EXPECT_EQ(CountOf(agent.Log(), "is refused"), 1u);
+  Configure(TcpDestination(server.Port()) + "<!-- mended -->");
+  EXPECT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 2; }));
+}
+
+TEST_F(RunTest, SecondAgentOnTheSameDirectoryRefuses) {
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog("The agent starts"));
+  const ProcessResult second = m_installation.Run({"run"});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.errors, HasSubstr("another agent runs here"));
+}
+
+TEST_F(RunTest, LockIsFreeAfterAKill) {
+  {
+    RunningAgent agent(m_installation);
+    ASSERT_TRUE(agent.WaitForLog("The agent starts"));
+    agent.Kill();
+  }
+  const RunningAgent agent(m_installation);
+  EXPECT_TRUE(agent.WaitForLog("The agent starts"));
+}
+
+TEST_F(RunTest, StatisticsAreLoggedEveryInterval) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  Append(Log(), "one\ntwo\n");
+  const RunningAgent agent(m_installation);
+  const std::string line = "Info Statistics.Agent " + TcpUrl(server.Port()) +
+                           ": submitted 2, sent 2, queued 0, truncated 0, dropped 0, connected since 20";
+  EXPECT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), line) >= 2; })) << agent.Log();
+}
+
+TEST_F(RunTest, StatusIsATable) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  Append(Log(), "one\n");
+  RunningAgent agent(m_installation);
+  server.WaitForBytes(4);
+  EXPECT_TRUE(WaitUntil([&] {
+    return m_installation.Run({"status"}).output.find(" 1     1       0 ") != std::string::npos;
+  })) << m_installation.Run({"status"}).output;
+  const ProcessResult status = m_installation.Run({"status"});
+  EXPECT_EQ(status.status, 0);
+  EXPECT_THAT(status.output,
+              HasSubstr("agent           process " + std::to_string(agent.Process().Id()) + ", since 20"));
+  EXPECT_THAT(status.output, HasSubstr("\nmode            stand-alone\n"));
+  EXPECT_THAT(status.output, HasSubstr(" seconds ago\n"));
+  agent.Kill();
+  const ProcessResult without = m_installation.Run({"status"});
+  EXPECT_EQ(without.status, 1);
+  EXPECT_EQ(without.output, "");
+  EXPECT_THAT(without.errors, HasSubstr("no agent runs on "));
+}
+
+TEST_F(RunTest, OutdatedStatusIsSaidToBe) {
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).status == 0; }));
+  m_installation.Directory().Write("state/status", "1000\nagent           process 1\n");
+  const ProcessResult status = m_installation.Run({"status"});
+  EXPECT_EQ(status.status, 1);
+  EXPECT_THAT(status.errors, HasSubstr("out of date"));
+}
+
+TEST_F(RunTest, StandardInputIsForwarded) {
+  LoopbackTcpServer server;
+  m_installation.Directory().Write("AgentConfig.xml", "<AgentConfig><Inputs><StandardInput/></Inputs><Destinations>" +
+                                                          TcpDestination(server.Port()) +
+                                                          "</Destinations></AgentConfig>");
+  RunningAgent agent(m_installation);
+  agent.Process().WriteInput("one\n");
+  EXPECT_EQ(server.WaitForBytes(4), "one\n");
+}
+
+TEST_F(RunTest, WithoutAConfigurationItWaitsForOne) {
+  LoopbackTcpServer server;
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog("The agent starts"));
+  Configure(TcpDestination(server.Port()));
+  Append(Log(), "one\n");
+  EXPECT_EQ(server.WaitForBytes(4), "one\n");
+}
+
+TEST(RunCommandLine, IntervalIsBounded) {
+  const Installation installation;
+  for (const char* const interval : {"0", "86401", "1.5", "x", "-1"}) {
+    const ProcessResult result = installation.Run({"run", "--interval", interval});
+    EXPECT_EQ(result.status, 2) << interval;
+    EXPECT_THAT(result.errors, HasSubstr("is not a number of seconds from 1 to 86400")) << interval;
+  }
+}
+
+TEST(CheckConfiguration, SaysWhatIsInAFile) {
+  const Installation installation;
+  const std::string file =
+      installation.Directory()
+          .Write("x.xml", MakeConfiguration(installation.Directory().Path() / "a", TcpDestination(1),
+                                            "<Component Name=\"A\" BuildNumber=\"1\"/>"))
+          .string();
+  const ProcessResult result = installation.Run({"check-configuration", file});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(result.output, "inputs: 1\ndestinations: 1\ncomponents: 1\n");
+}
+
+TEST(CheckConfiguration, SaysWhatIsWrongAndWhere) {
+  const Installation installation;
+  const std::string file = installation.Directory().Write("x.xml", "<AgentConfig>\n<Typo/>\n</AgentConfig>").string();
+  const ProcessResult result = installation.Run({"check-configuration", file});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_THAT(result.errors, HasSubstr("x.xml: line 2: AgentConfig has no element 'Typo'"));
+}
+
+TEST(CheckConfiguration, ReadsCertificates) {
+  const Installation installation;
+  const auto check = [&](const std::string& certificate) {
+    const std::string destination =
+        "<Destination Type=\"tls\" Address=\"a\"><Certificate>" + certificate + "</Certificate></Destination>";
+    const std::string file = installation.Directory()
+                                 .Write("x.xml", MakeConfiguration(installation.Directory().Path() / "a", destination))
+                                 .string();
+    return installation.Run({"check-configuration", file});
+  };
+  EXPECT_EQ(check(ServerIdentity().CertificatePem()).status, 0);
+  const ProcessResult damaged = check("-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----");
+  EXPECT_EQ(damaged.status, 1);
+  EXPECT_THAT(damaged.errors, HasSubstr("line 3: the certificate in it is damaged"));
+}
+
+TEST(CheckConfiguration, WithoutTheFileFails) {
+  const Installation installation;
+  const ProcessResult result = installation.Run({"check-configuration", "no-such-file"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.errors, HasSubstr("no-such-file"));
+}
+
+}  // namespace
+}  // namespace sorvex::test

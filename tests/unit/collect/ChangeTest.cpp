@@ -1,0 +1,241 @@
+// Inputs that change while the collector runs, and lines under random events.
+#include "CollectorFixture.h"
+
+#include <map>
+#include <random>
+#include <set>
+
+namespace sorvex::collect {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CollectChanged : public CollectorFixture {};
+INSTANTIATE_TEST_SUITE_P(, CollectChanged, testing::Values(Mode::Watched, Mode::Polled), ModeName);
+
+TEST_P(CollectChanged, InputsThatStayKeepTheirPlaces) {
+  Append("a.log", "one\n");
+  Append("b.log", "one\n");
+  Start({Files("a.log"), Files("b.log")});
+  Deliver();
+  Append("a.log", "two\n");
+  Append("b.log", "two\n");
+  collector->Change({Files("a.log")});
+  EXPECT_THAT(Deliver(), ElementsAre("two"));
+  Append("a.log", "three\n");
+  collector->Change({Files("a.log"), Files("b.log")});
+  EXPECT_THAT(Deliver(), testing::UnorderedElementsAre("three", "two"));
+}
+
+TEST_P(CollectChanged, NewInputBeginsAsItIsTold) {
+  Append("a.log", "one\n");
+  Append("b.log", "one\n");
+  Append("c.log", "three\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector->Change({Files("a.log"), Files("b.log", false), Files("c.log")});
+  EXPECT_THAT(Deliver(), ElementsAre("three"));
+  Append("b.log", "two\n");
+  EXPECT_THAT(Deliver(), ElementsAre("two"));
+}
+
+TEST_P(CollectChanged, FileMovesFromOneInputToAnother) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  Append("a.log", "two\n");
+  collector->Change({Files("*.log", false)});
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectChanged, RefusedLineOfAnInputThatIsGoneDoesNotCome) {
+  Append("a.log", "one\n");
+  Append("b.log", "two\n");
+  Start({Files("a.log")});
+  sink.room = 0;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  collector->Change({Files("b.log")});
+  sink.room = 10;
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectChanged, WithoutInputsNothingComes) {
+  Append("a.log", "one\n");
+  Start({Files("a.log"), Files("")});
+  collector->Change({});
+  EXPECT_THAT(Gather(), IsEmpty());
+  EXPECT_FALSE(collector->IsAtEnd());
+}
+
+/// Random events, from a seed that a failure names.
+class CollectUnderRandomEvents : public CollectorFixture {
+ protected:
+  /// Lines of one file carry its name and a number that rises.
+  void Write(int logIndex) {
+    const std::string name = std::to_string(logIndex) + ".log";
+    std::string bytes;
+    for (int count = Random(5); count >= 0; --count) {
+      bytes += name + ":" + std::to_string(written[name]++) + std::string(Random(3) == 0 ? 200 : 0, 'x') + "\n";
+    }
+    // In two pieces, so that a look may find half a line.
+    const std::size_t half = bytes.size() / 2;
+    Append(name, bytes.substr(0, half));
+    if (Random(3) == 0) Look();
+    Append(name, bytes.substr(half));
+  }
+
+  void Rotate(int logIndex) {
+    const std::string name = std::to_string(logIndex) + ".log";
+    if (!std::filesystem::exists(folder.Path() / name)) return;
+    // The oldest one is replaced, so that nothing of it may be needed any more.
+    LookUntilRead();
+    TakeFirst(waiting.size());
+    Save();
+    for (int number = 3; number > 0; --number) {
+      const std::string from = number == 1 ? name : name + "." + std::to_string(number - 1);
+      if (std::filesystem::exists(folder.Path() / from)) Rename(from, name + "." + std::to_string(number));
+    }
+  }
+
+  /// Hands out some lines, of which some are delivered.
+  void Look() {
+    sink.room = static_cast<std::size_t>(Random(10));
+    Collect();
+  }
+
+  void LookUntilRead() {
+    sink.room = static_cast<std::size_t>(-1);
+    for (int round = 0; round < 3; ++round) Collect();
+  }
+
+  void Collect() {
+    sink.lines.clear();
+    sink.marks.clear();
+    if (!isWatching) now += limits.pollListInterval;
+    while (collector->Collect(sink) == Collector::Progress::More) continue;
+    for (std::size_t index = 0; index < sink.lines.size(); ++index) {
+      const std::string& line = sink.lines[index];
+      const std::size_t colon = line.find(':');
+      ASSERT_NE(colon, std::string::npos) << line;
+      const std::string name = line.substr(0, colon);
+      const int number = std::stoi(line.substr(colon + 1));
+      ++received[name][number];
+      // Within a file no line overtakes another one, but for what is handed out again.
+      const auto last = lastOfSource.find(sink.marks[index].source);
+      if (last != lastOfSource.end()) {
+        EXPECT_EQ(number, last->second + 1) << line;
+      }
+      lastOfSource[sink.marks[index].source] = number;
+      waiting.push_back({sink.marks[index], name, number});
+    }
+  }
+
+  void TakeFirst(std::size_t count) {
+    for (std::size_t index = 0; index < count; ++index) {
+      collector->Taken(waiting[index].mark);
+      taken[waiting[index].name].insert(waiting[index].number);
+    }
+    waiting.erase(waiting.begin(), waiting.begin() + static_cast<std::ptrdiff_t>(count));
+  }
+
+  void Save() {
+    collector->Save();
+    saved = taken;
+  }
+
+  void Restart() {
+    // What was handed out and not saved comes again.
+    for (auto& [name, numbers] : received) {
+      for (auto& [number, times] : numbers) {
+        if (!saved[name].contains(number)) times = 0;
+      }
+    }
+    taken = saved;
+    waiting.clear();
+    lastOfSource.clear();
+    Start({Files(pattern)});
+  }
+
+  void Rewind() {
+    for (const Waiting& line : waiting) received[line.name][line.number] = 0;
+    waiting.clear();
+    lastOfSource.clear();
+    collector->Rewind();
+  }
+
+  int Random(int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(engine); }
+
+  void Run(unsigned int seed, const char* ownPattern) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    engine.seed(seed);
+    pattern = ownPattern;
+    Start({Files(pattern)});
+    LookUntilRead();
+    for (int step = 0; step < 150 && !HasFailure(); ++step) {
+      switch (Random(8)) {
+        case 0:
+        case 1:
+        case 2: Write(Random(3)); break;
+        case 3: Rotate(Random(3)); break;
+        case 4: Look(); break;
+        case 5: TakeFirst(static_cast<std::size_t>(Random(static_cast<int>(waiting.size()) + 1))); break;
+        case 6: Save(); break;
+        default:
+          if (Random(4) == 0) Restart();
+          if (Random(4) == 0) Rewind();
+      }
+    }
+    LookUntilRead();
+    for (const auto& [name, count] : written) {
+      for (int number = 0; number < count; ++number) {
+        EXPECT_EQ(received[name][number], 1) << name << ":" << number;
+      }
+    }
+  }
+
+  struct Waiting {
+    Mark mark;
+    std::string name;
+    int number;
+  };
+
+  std::mt19937 engine;
+  std::string pattern;
+  std::map<std::string, int> written;
+  std::map<std::string, std::map<int, int>> received;
+  std::map<std::string, std::set<int>> taken;
+  std::map<std::string, std::set<int>> saved;
+  std::map<std::uint64_t, int> lastOfSource;
+  std::vector<Waiting> waiting;
+};
+
+class EachSeed : public CollectUnderRandomEvents {};
+INSTANTIATE_TEST_SUITE_P(CollectUnderRandomEvents, EachSeed, testing::Values(Mode::Watched, Mode::Polled), ModeName);
+
+/// A fixture of its own for each seed, so that each has its own folder.
+class OneRun : public CollectUnderRandomEvents {
+ public:
+  void TestBody() override {}
+  using CollectUnderRandomEvents::limits;
+  using CollectUnderRandomEvents::Run;
+};
+
+TEST_P(EachSeed, NoLineIsLostOrDoubledOrOvertaken) {
+  for (unsigned int seed = 1; seed <= 30 && !HasFailure(); ++seed) OneRun().Run(seed, "*.log*");
+}
+
+TEST_P(EachSeed, TheSameWithRotatedFilesOutsideThePattern) {
+  for (unsigned int seed = 1; seed <= 30 && !HasFailure(); ++seed) OneRun().Run(seed, "*.log");
+}
+
+TEST_P(EachSeed, TheSameWithFilesThatAreClosed) {
+  for (unsigned int seed = 1; seed <= 30 && !HasFailure(); ++seed) {
+    OneRun run;
+    run.limits.maxOpenFiles = 0;
+    run.Run(seed, "*.log*");
+  }
+}
+
+}  // namespace
+}  // namespace sorvex::collect

@@ -1,0 +1,189 @@
+// Which files are followed, and their lines.
+#include "CollectorFixture.h"
+
+#include <string_view>
+
+namespace sorvex::collect {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using namespace std::string_view_literals;
+
+class CollectFiles : public CollectorFixture {};
+INSTANTIATE_TEST_SUITE_P(, CollectFiles, testing::Values(Mode::Watched, Mode::Polled), ModeName);
+
+TEST_P(CollectFiles, HandsOutLinesAsTheyAreWritten) {
+  Append("a.log", "one\ntw");
+  Start({Files("*.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log", "o\nthree\n");
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+}
+
+TEST_P(CollectFiles, MarksWhereLinesEnd) {
+  Append("a.log", "one\r\ntwo\n");
+  Start({Files("*.log")});
+  Gather();
+  ASSERT_EQ(sink.marks.size(), 2U);
+  EXPECT_EQ(sink.marks[0].position, 5U);
+  EXPECT_EQ(sink.marks[1].position, 9U);
+  EXPECT_EQ(sink.marks[0].source, sink.marks[1].source);
+}
+
+TEST_P(CollectFiles, BeginsAtTheEndWhenToldSo) {
+  Append("a.log", "before\nha");
+  Start({Files("*.log", false)});
+  EXPECT_THAT(Gather(), IsEmpty());
+  // A line that is written halfway is one that comes.
+  Append("a.log", "lf\nafter\n");
+  Append("b.log", "new\n");
+  EXPECT_THAT(Gather(), UnorderedElementsAre("half", "after", "new"));
+}
+
+TEST_P(CollectFiles, FindsFilesThatAppear) {
+  Start({Files("logs*/*.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+  folder.Write("logs1/a.log", "one\n");
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  Append("logs1/b.log", "two\n");
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+  folder.Write("other/c.log", "three\n");
+  Append("logs1/d.txt", "four\n");
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectFiles, WaitsForAFolderThatIsMissing) {
+  Start({Files("later/*.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+  folder.Write("later/a.log", "one\n");
+  now += limits.pollListInterval;
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectFiles, ReadsAFileOnceThatSeveralPatternsName) {
+  Append("a.log", "one\n");
+  std::filesystem::create_hard_link(folder.Path() / "a.log", folder.Path() / "b.log");
+  Start({Files("*.log"), Files("a.*"), Files("b.*")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  Append("a.log", "two\n");
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectFiles, TakesAnyName) {
+  const std::filesystem::path name(u8"gr\u00F6\u00DFe \U0001F600.log");
+  Append(name, "one\n");
+  Start({Files(u8"gr\u00F6*.log")});
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  Append(name, "two\n");
+  Start({Files(u8"gr\u00F6*.log")});
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectFiles, RefusesWhatIsNotAFileOnce) {
+  std::filesystem::create_directory(folder.Path() / "d.log");
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  Append("b.log", "two\n");
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+  EXPECT_THAT(warnings, ElementsAre(HasSubstr("d.log: is not a regular file")));
+}
+
+TEST_P(CollectFiles, RefusesCompressedFilesOnce) {
+  Append("a.log.1.gz", "\x1F\x8B\x08\0\0\n\n"sv);
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log.1.gz", "more\n");
+  Append("a.log", "one\n");
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  EXPECT_THAT(warnings, ElementsAre(HasSubstr("is compressed")));
+  // It is none after a restart either.
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectFiles, SendsLongLinesInPieces) {
+  InputSettings settings = Files("*.log");
+  settings.maxLineBytes = 256;
+  const std::string line = std::string(255, 'x') + "\xC3\xA4" + std::string(300, 'y');
+  Append("a.log", line + "\nshort\n" + line);
+  Start({settings});
+  const std::string second = "\xC3\xA4" + std::string(254, 'y');
+  EXPECT_THAT(Gather(),
+              ElementsAre(std::string(255, 'x'), second, std::string(46, 'y'), "short", std::string(255, 'x'), second));
+  Append("a.log", "\n");
+  EXPECT_THAT(Gather(), ElementsAre(std::string(46, 'y')));
+  EXPECT_THAT(warnings, ElementsAre(HasSubstr("lines of more than 256 bytes")));
+}
+
+TEST_P(CollectFiles, BringsTheLengthOfALineIntoItsBounds) {
+  InputSettings settings = Files("*.log");
+  settings.maxLineBytes = 0;
+  Append("a.log", std::string(257, 'x') + "\n");
+  Start({settings});
+  EXPECT_THAT(Gather(), ElementsAre(std::string(256, 'x'), "x"));
+}
+
+TEST_P(CollectFiles, HandsOutARefusedLineAgain) {
+  Append("a.log", "one\ntwo\nthree\n");
+  Start({Files("*.log")});
+  sink.room = 1;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  sink.room = 1;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  sink.room = 10;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Idle);
+  EXPECT_THAT(sink.lines, ElementsAre("one", "two", "three"));
+}
+
+TEST_P(CollectFiles, HandsOutAgainWhatWasNotTaken) {
+  Append("a.log", "one\ntwo\nthree\n");
+  Append("b.log", "other\n");
+  Start({Files("*.log")});
+  Gather();
+  for (std::size_t index = 0; index < sink.lines.size(); ++index) {
+    if (sink.lines[index] != "two" && sink.lines[index] != "three") collector->Taken(sink.marks[index]);
+  }
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+}
+
+TEST_P(CollectFiles, TakesFilesInTurn) {
+  std::string much;
+  while (much.size() < 8 * 1024 * 1024) much += "a line of the large file\n";
+  Append("a.log", much);
+  Append("b.log", "small\n");
+  Start({Files("a.log"), Files("b.log")});
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::More);
+  EXPECT_LT(sink.lines.size(), much.size() / 25);
+  EXPECT_THAT(sink.lines, testing::Contains("small"));
+}
+
+TEST_P(CollectFiles, BoundsWhatOneCallHandsOut) {
+  limits.bytesPerCall = 1;
+  Append("a.log", std::string(1024 * 1024, '\n'));
+  Start({Files("*.log")});
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::More);
+  EXPECT_LE(sink.lines.size(), 256U * 1024);
+}
+
+TEST_P(CollectFiles, FollowsMoreFilesThanAreOpen) {
+  limits.maxOpenFiles = 4;
+  Start({Files("*.log")});
+  for (int number = 0; number < 20; ++number) Append(std::to_string(number) + ".log", "first\n");
+  EXPECT_EQ(Gather().size(), 20U);
+  for (int number = 0; number < 20; ++number) Append(std::to_string(number) + ".log", "second\n");
+  const Lines lines = Gather();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "second"), 20);
+  EXPECT_EQ(lines.size(), 20U);
+}
+
+}  // namespace
+}  // namespace sorvex::collect

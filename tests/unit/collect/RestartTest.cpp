@@ -1,0 +1,206 @@
+// What a collector finds that was started again.
+#include "CollectorFixture.h"
+
+#include <collect/Positions.h>
+
+namespace sorvex::collect {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class CollectAfterRestart : public CollectorFixture {
+ protected:
+  /// Replaces the positions file by a changed one.
+  template <class Change>
+  void ChangePositions(Change change) {
+    Positions positions;
+    ASSERT_TRUE(ReadPositions(ReadPositionsFile(), positions));
+    change(positions);
+    ownFolder.Write("positions", WritePositions(positions));
+  }
+};
+INSTANTIATE_TEST_SUITE_P(, CollectAfterRestart, testing::Values(Mode::Watched, Mode::Polled), ModeName);
+
+TEST_P(CollectAfterRestart, OnlyWhatWasTakenAndSavedIsBehind) {
+  Append("a.log", "one\ntwo\nthree\n");
+  Start({Files("a.log")});
+  Gather();
+  collector->Taken(sink.marks[0]);
+  collector->Save();
+  collector->Taken(sink.marks[1]);
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+}
+
+TEST_P(CollectAfterRestart, WhatWasWrittenMeanwhileIsNotSkipped) {
+  Append("a.log", "one\n");
+  Start({Files("*.log", false)});
+  // Killed before anything was saved but where the input begins.
+  Gather();
+  collector.reset();
+  Append("a.log", "two\n");
+  Append("b.log", "new\n");
+  Start({Files("*.log", false)});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "new"));
+}
+
+TEST_P(CollectAfterRestart, RestOfARenamedFileIsFound) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  Append("a.log", "two\npiece");
+  Rename("a.log", "a.log.1");
+  Append("a.log", "three\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+  now += limits.rotatedQuietTime;
+  EXPECT_THAT(Gather(), ElementsAre("piece"));
+}
+
+TEST_P(CollectAfterRestart, RestOfAFileThatWasRotatedBeforeIsFound) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  Append("a.log", "two\n");
+  Rename("a.log", "a.log.1");
+  Append("a.log", "three\n");
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+  collector->Save();
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+}
+
+TEST_P(CollectAfterRestart, TruncatedFileIsReadFromItsStart) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  folder.Write("a.log", "one\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, FileWithAnotherHeadIsReadFromItsStart) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  folder.Write("a.log", "new\nlonger than before\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("new", "longer than before"));
+}
+
+TEST_P(CollectAfterRestart, FileIsTheSameOnAVolumeOfAnotherNumber) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  ChangePositions([](Positions& positions) { positions.places.at(0).identity.volume += 1; });
+  Append("a.log", "two\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectAfterRestart, FileOfAnotherBirthIsAnotherFile) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  ChangePositions([](Positions& positions) { positions.places.at(0).identity.birth += 1; });
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, DamagedPositionsAreKeptAside) {
+  Append("a.log", "one\n");
+  Append("b.log", "one\n");
+  Start({Files("*.log", false)});
+  Deliver();
+  std::string text = ReadPositionsFile();
+  text[text.find("a.log")] = 'c';
+  ownFolder.Write("positions", text);
+  Append("b.log", "two\n");
+  Start({Files("*.log", false)});
+  // What is whole counts: the input is a known one, and so is the other file.
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("one", "two"));
+  EXPECT_THAT(warnings, ElementsAre(HasSubstr("positions.corrupt")));
+  EXPECT_EQ(test::TemporaryDirectory::Read(ownFolder.Path() / "positions.corrupt"), text);
+}
+
+TEST_P(CollectAfterRestart, PositionsThatAreNoneAreAFirstStart) {
+  ownFolder.Write("positions", std::string("\0\xFF\n\n", 4));
+  Append("a.log", "one\n");
+  Start({Files("*.log", false)});
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log", "two\n");
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+  EXPECT_EQ(warnings.size(), 1U);
+}
+
+TEST_P(CollectAfterRestart, PositionsThatCannotBeSavedAreLoggedOnce) {
+  std::filesystem::create_directory(positionsFile);
+  ownFolder.Write("positions/inside", "");
+  std::filesystem::create_directory(ownFolder.Path() / "positions.corrupt");
+  ownFolder.Write("positions.corrupt/inside", "");
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  warnings.clear();
+  Deliver();
+  collector->Save();
+  EXPECT_THAT(warnings, ElementsAre(HasSubstr("positions cannot be saved")));
+  std::filesystem::remove_all(positionsFile);
+  collector->Save();
+  Start({Files("*.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectAfterRestart, VanishedFileIsKnownForAWhile) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  Rename("a.log", "other");
+  for (int round = 0; round < 3; ++round) {
+    Deliver();
+    now += limits.rotatedQuietTime;
+  }
+  Rename("other", "a.log");
+  EXPECT_THAT(Deliver(), IsEmpty());
+  Rename("a.log", "other");
+  for (int round = 0; round < 3; ++round) {
+    Deliver();
+    now += limits.rotatedQuietTime;
+  }
+  collector.reset();
+  Rename("other", "a.log");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectAfterRestart, VanishedFileIsForgottenAfterAWhile) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  Rename("a.log", "other");
+  wallClock += limits.forgetTime + 1h;
+  Start({Files("a.log")});
+  Deliver();
+  EXPECT_EQ(ReadPositionsFile().find("file "), std::string::npos);
+  Rename("other", "a.log");
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, NumberOfVanishedFilesIsBounded) {
+  limits.maxVanished = 2;
+  for (const char* const name : {"a.log", "b.log", "c.log"}) Append(name, "one\n");
+  Start({Files("*.log")});
+  Deliver();
+  collector->Change({});
+  Deliver();
+  const std::string text = ReadPositionsFile();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4) << text;
+}
+
+}  // namespace
+}  // namespace sorvex::collect

@@ -1,0 +1,216 @@
+// Files that are renamed, deleted and truncated while they are followed.
+#include "CollectorFixture.h"
+
+namespace sorvex::collect {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CollectRotated : public CollectorFixture {
+ protected:
+  /// Lets a rotated file end.
+  Lines GatherAfterQuiet() {
+    Gather();
+    now += limits.rotatedQuietTime;
+    return Gather();
+  }
+};
+INSTANTIATE_TEST_SUITE_P(, CollectRotated, testing::Values(Mode::Watched, Mode::Polled), ModeName);
+
+TEST_P(CollectRotated, RestOfTheOldFileComesBeforeTheNewOne) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  Append("a.log", "two\n");
+  Rename("a.log", "a.log.1");
+  Append("a.log", "three\n");
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+}
+
+TEST_P(CollectRotated, OldFileIsFollowedAsLongAsItIsWritten) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  Rename("a.log", "a.log.1");
+  Append("a.log", "new\n");
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+  Append("a.log.1", "late\n");
+  now += limits.pollInterval;
+  EXPECT_THAT(Gather(), ElementsAre("late"));
+}
+
+TEST_P(CollectRotated, LastPieceOfTheOldFileIsALineOnceTheFileIsQuiet) {
+  Append("a.log", "one\npie");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  Rename("a.log", "a.log.1");
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log.1", "ce");
+  now += limits.pollInterval;
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("piece"));
+  EXPECT_THAT(GatherAfterQuiet(), IsEmpty());
+}
+
+TEST_P(CollectRotated, FileThatKeepsMatchingIsReadOnce) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  Append("a.log", "two\npie");
+  Rename("a.log", "a.log.1");
+  Append("a.log", "three\n");
+  EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+  Rename("a.log.1", "a.log.2");
+  Rename("a.log", "a.log.1");
+  Append("a.log", "four\n");
+  EXPECT_THAT(Gather(), ElementsAre("four"));
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("pie"));
+  Deliver();
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three", "four"));
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("pie"));
+}
+
+TEST_P(CollectRotated, DeletedFileIsReadToItsEnd) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  std::ofstream file(folder.Path() / "a.log", std::ios::binary | std::ios::app);
+  std::filesystem::remove(folder.Path() / "a.log");
+  file << "two\nthree" << std::flush;
+  now += limits.pollInterval;
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("three"));
+}
+
+TEST_P(CollectRotated, DeletedFileIsForgottenOnceDelivered) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  std::filesystem::remove(folder.Path() / "a.log");
+  GatherAfterQuiet();
+  // What was not delivered can still be handed out.
+  collector->Rewind();
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  now += limits.pollInterval;
+  Deliver();
+  EXPECT_EQ(ReadPositionsFile().find("file "), std::string::npos);
+}
+
+TEST_P(CollectRotated, ClosedFileIsFoundUnderItsNewName) {
+  limits.maxOpenFiles = 0;
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  Append("a.log", "two\n");
+  Rename("a.log", "elsewhere");
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectRotated, ShorterFileIsReadFromItsStart) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log")});
+  Gather();
+  const Mark before = sink.marks.back();
+  folder.Write("a.log", "new\n");
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+  EXPECT_NE(sink.marks[0].source, before.source);
+  EXPECT_EQ(sink.marks[0].position, 4U);
+  // Its lines are another file's.
+  collector->Taken(before);
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+}
+
+TEST_P(CollectRotated, FileWithAnotherHeadIsReadFromItsStart) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log")});
+  Gather();
+  folder.Write("a.log", "new\nlonger than before\n");
+  EXPECT_THAT(Gather(), ElementsAre("new", "longer than before"));
+}
+
+TEST_P(CollectRotated, EmptiedFileIsReadAgain) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  folder.Write("a.log", "");
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log", "one\n");
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectRotated, CopyIsReadOnFromWhereTheOriginalWas) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log*")});
+  Deliver();
+  Append("a.log", "three\n");
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.1");
+  folder.Write("a.log", "four\n");
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("three", "four"));
+}
+
+TEST_P(CollectRotated, CopyIsNotReadBeforeItsOriginalIsTruncated) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log*")});
+  Gather();
+  const Mark first = sink.marks[0];
+  // The copy grows while it is made.
+  for (const char* const piece : {"", "one\nt", "wo\n"}) {
+    Append("a.log.1", piece);
+    EXPECT_THAT(Gather(), IsEmpty());
+  }
+  folder.Write("a.log", "");
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log", "three\n");
+  EXPECT_THAT(Gather(), ElementsAre("three"));
+  // What was handed out of the original is handed out again from the copy.
+  collector->Taken(first);
+  collector->Rewind();
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
+TEST_P(CollectRotated, CopyIsKnownAfterARestart) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  collector.reset();
+  Append("a.log", "two\n");
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.1");
+  folder.Write("a.log", "");
+  Append("a.log", "three\n");
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
+TEST_P(CollectRotated, CopyWhoseOriginalStaysIsAFileOfItsOwn) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  Append("a.log.copy", "one\n");
+  EXPECT_THAT(Gather(), IsEmpty());
+  now += limits.rotatedQuietTime;
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectRotated, FileWithALongerNameIsNoCopy) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  Append("a.log.err", "");
+  Gather();
+  Append("a.log.err", "other\n");
+  EXPECT_THAT(Gather(), ElementsAre("other"));
+}
+
+TEST_P(CollectRotated, AnotherFileOfTheSameNameIsReadWhole) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  folder.Write("a.log.new", "one\ntwo\n");
+  Rename("a.log.new", "a.log");
+  EXPECT_THAT(Gather(), ElementsAre("one", "two"));
+}
+
+}  // namespace
+}  // namespace sorvex::collect

@@ -1,0 +1,141 @@
+#include <delivery/Channel.h>
+
+#include "FakeSocket.h"
+#include "support/WaitUntil.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <limits>
+#include <memory>
+
+namespace sorvex::test {
+namespace {
+
+using namespace std::chrono_literals;
+using delivery::Channel;
+
+settings::DestinationSettings Destination(const char* highWaterMark = "1000000") {
+  settings::DestinationSettings destination;
+  destination.parameters = {
+      {"TargetAddress", "host"}, {"TargetPort", "514"}, {"Socket.QueueHighWaterMark", highWaterMark}};
+  return destination;
+}
+
+WindowsAgentCommon::Event Line() {
+  WindowsAgentCommon::Event event;
+  event.m_strText = "line";
+  return event;
+}
+
+class ChannelTest : public testing::Test {
+ protected:
+  void Make(const char* highWaterMark = "1000000") {
+    m_pChannel = std::make_unique<Channel>(Destination(highWaterMark), m_pSocket, [this] { m_opened += 1; });
+  }
+  void MakeOpen(const char* highWaterMark = "1000000") {
+    Make(highWaterMark);
+    ASSERT_TRUE(WaitUntil([this] { return m_opened == 1; }));
+  }
+
+  std::shared_ptr<FakeSocket> m_pSocket = std::make_shared<FakeSocket>();
+  std::atomic<int> m_opened{0};
+  std::unique_ptr<Channel> m_pChannel;
+};
+
+TEST_F(ChannelTest, OpensWithItsParameters) {
+  MakeOpen();
+  EXPECT_EQ(m_pSocket->Parameters(), Destination().parameters);
+  EXPECT_TRUE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, TriesAgainUntilItIsOpen) {
+  m_pSocket->FailToOpen(1);
+  MakeOpen();
+  EXPECT_EQ(m_pSocket->OpenAttempts(), 2);
+  EXPECT_TRUE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, SurvivesASocketThatThrows) {
+  m_pSocket->FailToOpen(1, "no certificate");
+  Make();
+  EXPECT_FALSE(m_pChannel->HasRoom());
+  ASSERT_TRUE(WaitUntil([this] { return m_opened == 1; }));
+}
+
+TEST_F(ChannelTest, ClosesWhileItStillTriesToOpen) {
+  m_pSocket->FailToOpen(std::numeric_limits<int>::max());
+  Make();
+  ASSERT_TRUE(WaitUntil([this] { return m_pSocket->OpenAttempts() > 0; }));
+  m_pChannel.reset();
+  EXPECT_FALSE(m_pSocket->IsOpen());
+}
+
+TEST_F(ChannelTest, HasRoomForASixteenthOfTheMarkInEvents) {
+  MakeOpen("2000");
+  for (int i = 0; i < 125; ++i) ASSERT_TRUE(m_pChannel->HasRoom() && m_pChannel->Submit(Line())) << i;
+  EXPECT_FALSE(m_pChannel->HasRoom());
+  m_pSocket->Deliver(1);
+  EXPECT_TRUE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, HasRoomBelowTheMark) {
+  m_pSocket->SetLineSize(400);
+  MakeOpen("1600");
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(m_pChannel->HasRoom() && m_pChannel->Submit(Line())) << i;
+  EXPECT_FALSE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, DoneAreThoseSentAndThoseDroppedBeforeItCloses) {
+  MakeOpen();
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pChannel->Submit(Line()));
+  EXPECT_EQ(m_pChannel->Done(), 0u);
+  m_pSocket->Deliver(1);
+  m_pSocket->Drop(1);
+  EXPECT_EQ(m_pChannel->Done(), 2u);
+  m_pSocket->DeliverAtShutdown(1);
+  delivery::CloseChannels({m_pChannel.get()}, 20s);
+  EXPECT_EQ(m_pSocket->GetMessagesDropped(), 3u);
+  EXPECT_EQ(m_pChannel->Done(), 3u);
+  EXPECT_FALSE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, RefusedEventsAreNotSubmitted) {
+  MakeOpen();
+  m_pSocket->Refuse(true);
+  EXPECT_FALSE(m_pChannel->Submit(Line()));
+  EXPECT_EQ(m_pChannel->GetStatistics().submitted, 0u);
+}
+
+TEST_F(ChannelTest, ClosingEndsByForceAfterItsPatience) {
+  MakeOpen();
+  m_pSocket->HangInShutdown();
+  delivery::CloseChannels({m_pChannel.get()}, 0ms);
+  EXPECT_TRUE(m_pChannel->IsClosed());
+}
+
+TEST_F(ChannelTest, StatisticsAddUp) {
+  MakeOpen();
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(m_pChannel->Submit(Line()));
+  m_pSocket->Deliver(2);
+  m_pSocket->Drop(1);
+  const delivery::ChannelStatistics statistics = m_pChannel->GetStatistics();
+  EXPECT_EQ(statistics.url, "tcp://host:514");
+  EXPECT_EQ(statistics.submitted, 5u);
+  EXPECT_EQ(statistics.sent, 2u);
+  EXPECT_EQ(statistics.dropped, 1u);
+  EXPECT_EQ(statistics.queued, 2u);
+  EXPECT_EQ(statistics.truncated, 3u);
+  EXPECT_TRUE(statistics.isConnected);
+}
+
+TEST(WideCounter, GoesOnWhereTheCounterWraps) {
+  delivery::WideCounter counter;
+  EXPECT_EQ(counter.Follow(0xFFFFFFFF), 0xFFFFFFFFu);
+  EXPECT_EQ(counter.Follow(1), 0x100000001u);
+  EXPECT_EQ(counter.Follow(1), 0x100000001u);
+}
+
+}  // namespace
+}  // namespace sorvex::test

@@ -1,0 +1,173 @@
+// A queued destination socket that delivers when the test says so.
+#pragma once
+
+#include <host/ISocket.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace sorvex::test {
+
+class FakeSocket : public WindowsAgentCommon::ISocket {
+ public:
+  // What the test does.
+
+  /// Sends so many queued lines, or drops them.
+  void Deliver(std::size_t lines) {
+    const std::lock_guard lock(m_mutex);
+    for (; lines > 0 && !m_queue.empty(); --lines) SendFirst();
+  }
+  void Drop(std::size_t lines) {
+    const std::lock_guard lock(m_mutex);
+    for (; lines > 0 && !m_queue.empty(); --lines) DropFirst();
+  }
+  /// How often opening fails before it succeeds; with a message it throws.
+  void FailToOpen(int times, const std::string& message = {}) {
+    const std::lock_guard lock(m_mutex);
+    m_openFailures = times;
+    m_strOpenError = message;
+  }
+  void Refuse(bool refuses) {
+    const std::lock_guard lock(m_mutex);
+    m_bRefuses = refuses;
+  }
+  /// How many of the queued lines a shutdown still delivers.
+  void DeliverAtShutdown(std::size_t lines) {
+    const std::lock_guard lock(m_mutex);
+    m_deliveredAtShutdown = lines;
+  }
+  /// Makes a shutdown last until `Close`.
+  void HangInShutdown() {
+    const std::lock_guard lock(m_mutex);
+    m_bHangs = true;
+  }
+  std::vector<std::string> Sent() const {
+    const std::lock_guard lock(m_mutex);
+    return m_sentLines;
+  }
+  WindowsAgentCommon::Event LastEvent() const {
+    const std::lock_guard lock(m_mutex);
+    return m_event;
+  }
+  int OpenAttempts() const {
+    const std::lock_guard lock(m_mutex);
+    return m_openAttempts;
+  }
+  int Shutdowns() const {
+    const std::lock_guard lock(m_mutex);
+    return m_shutdowns;
+  }
+  WindowsAgentCommon::ParameterBlock Parameters() const {
+    const std::lock_guard lock(m_mutex);
+    return m_parameters;
+  }
+  /// What a line takes of the queue.
+  void SetLineSize(std::size_t bytes) { m_lineBytes = bytes; }
+
+  // What the socket does.
+
+  void Initialize(const WindowsAgentCommon::ParameterBlock& parameters) override {
+    const std::lock_guard lock(m_mutex);
+    m_parameters = parameters;
+    m_openAttempts += 1;
+    m_bOpen = m_openFailures == 0;
+    if (m_bOpen) return;
+    m_openFailures -= 1;
+    if (!m_strOpenError.empty()) throw std::runtime_error(m_strOpenError);
+  }
+  std::int32_t SendEvent(const WindowsAgentCommon::Event& event) override {
+    const std::lock_guard lock(m_mutex);
+    if (!m_bOpen || m_bRefuses) return -1;
+    m_event = event;
+    m_queue.push_back(event.m_strText);
+    return static_cast<std::int32_t>(event.m_strText.size());
+  }
+  int Shutdown() override {
+    {
+      const std::lock_guard lock(m_mutex);
+      m_shutdowns += 1;
+      m_bOpen = false;
+    }
+    for (;;) {
+      const std::lock_guard lock(m_mutex);
+      if (m_bHangs && !m_bClosed) continue;
+      for (; m_deliveredAtShutdown > 0 && !m_queue.empty(); --m_deliveredAtShutdown) SendFirst();
+      while (!m_queue.empty()) DropFirst();
+      return 0;
+    }
+  }
+  void Close() override {
+    const std::lock_guard lock(m_mutex);
+    m_bClosed = true;
+  }
+  bool IsOpen() const override {
+    const std::lock_guard lock(m_mutex);
+    return m_bOpen;
+  }
+  bool IsConnected() const override { return IsOpen(); }
+  std::uint32_t GetMessagesSent() const override {
+    const std::lock_guard lock(m_mutex);
+    return m_sent;
+  }
+  std::uint32_t GetMessagesDropped() const override {
+    const std::lock_guard lock(m_mutex);
+    return m_dropped;
+  }
+  std::uint32_t GetMessagesTruncated() const override { return 3; }
+  std::size_t GetQueueSize() const override {
+    const std::lock_guard lock(m_mutex);
+    return m_queue.size() * m_lineBytes;
+  }
+
+  // What nobody asks for.
+
+  void Open(const std::wstring&, std::uint32_t) override {}
+  bool Connect() override { return true; }
+  std::int32_t Send(const void*, std::uint32_t) override { return -1; }
+  std::int32_t Receive(void*, std::uint32_t, std::uint32_t) override { return -1; }
+  std::wstring GetHost() const override { return {}; }
+  std::uint32_t GetPort() const override { return 0; }
+  std::int32_t GetLastResultCode() const override { return 0; }
+  std::uint32_t GetBytesSent() const override { return 0; }
+  std::uint32_t GetBytesSubmitted() const override { return 0; }
+  std::uint32_t GetMessagesSubmitted() const override { return 0; }
+  std::uint32_t GetBytesTruncated() const override { return 0; }
+  std::uint32_t GetBytesDropped() const override { return 0; }
+
+ private:
+  void SendFirst() {
+    m_sentLines.push_back(m_queue.front());
+    m_queue.pop_front();
+    m_sent += 1;
+  }
+  void DropFirst() {
+    m_queue.pop_front();
+    m_dropped += 1;
+  }
+
+  mutable std::mutex m_mutex;
+  std::deque<std::string> m_queue;
+  std::vector<std::string> m_sentLines;
+  WindowsAgentCommon::Event m_event;
+  WindowsAgentCommon::ParameterBlock m_parameters;
+  std::atomic<std::size_t> m_lineBytes{10};
+  std::uint32_t m_sent = 0;
+  std::uint32_t m_dropped = 0;
+  std::size_t m_deliveredAtShutdown = 0;
+  std::string m_strOpenError;
+  int m_openFailures = 0;
+  int m_openAttempts = 0;
+  int m_shutdowns = 0;
+  bool m_bOpen = false;
+  bool m_bRefuses = false;
+  bool m_bHangs = false;
+  bool m_bClosed = false;
+};
+
+}  // namespace sorvex::test
