@@ -81,7 +81,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     RENAME changelog.gz)
 endforeach()
 install(FILES "${PROJECT_SOURCE_DIR}/apps/agent/systemd/sorvex-agent.service"
-  DESTINATION lib/systemd/system COMPONENT agent OPTIONAL)
+  DESTINATION lib/systemd/system COMPONENT agent)
 install(FILES "${PROJECT_SOURCE_DIR}/docs/administration.md" "${PROJECT_SOURCE_DIR}/docs/configuration.md"
   "${PROJECT_SOURCE_DIR}/docs/operations.md" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/sorvex-agent" COMPONENT agent)
 install(FILES "${PROJECT_SOURCE_DIR}/docs/embedding.md"
