@@ -53,8 +53,7 @@ struct Outcome {
 class Process {
  public:
   /// `act` returns the exit status.
-  Process(const std::function<int()>& act, int input, int output) {
-    m_process = fork();
+  Process(const std::function<int()>& act, int input, int output) : m_process(fork()) {
     if (m_process < 0) throw std::system_error(errno, std::system_category(), "fork");
     if (m_process > 0) return;
     dup2(input, STDIN_FILENO);

@@ -23,15 +23,17 @@ struct ConfigServerConnectionPeer {
     return connection.m_applicationToken.View();
   }
 
-  static std::size_t OnResponseHeader(ConfigServerConnection& connection, std::string line, std::size_t size) {
-    return ConfigServerConnection::OnResponseHeader(line.data(), size, line.size() / size, &connection);
+  static std::size_t OnResponseHeader(ConfigServerConnection& connection, std::string_view line, std::size_t size) {
+    std::string bytes(line);
+    return ConfigServerConnection::OnResponseHeader(bytes.data(), size, line.size() / size, &connection);
   }
 
-  static std::size_t OnResponseBody(ConfigServerConnection& connection, std::string data, std::ostream* stream,
+  static std::size_t OnResponseBody(ConfigServerConnection& connection, std::string_view data, std::ostream* stream,
                                     std::size_t size) {
     connection.m_pResponseStream = stream;
+    std::string bytes(data);
     const std::size_t taken =
-        ConfigServerConnection::OnResponseBody(data.data(), size, data.size() / size, &connection);
+        ConfigServerConnection::OnResponseBody(bytes.data(), size, data.size() / size, &connection);
     connection.m_pResponseStream = nullptr;
     return taken;
   }

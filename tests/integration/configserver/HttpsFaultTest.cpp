@@ -14,10 +14,11 @@ const std::string registration = "Name=RegisterInstance&Identifier=agent-7&OS+ve
 /// A server with this fault and a configuration.
 class FaultyServer : public ConfigServer {
  public:
-  explicit FaultyServer(const std::string& fault, std::vector<std::string> further = {})
+  explicit FaultyServer(const std::string& fault, const std::vector<std::string>& further = {})
       : ConfigServer([&] {
-          further.insert(further.begin(), {"--fault", fault});
-          return further;
+          std::vector<std::string> arguments{"--fault", fault};
+          arguments.insert(arguments.end(), further.begin(), further.end());
+          return arguments;
         }()) {
     Write("default/AgentConfig.xml", "<AgentConfig/>");
   }

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 class CollectChanged : public CollectorFixture {};
-INSTANTIATE_TEST_SUITE_P(, CollectChanged, testing::ValuesIn(GetModes()), ModeName);
+INSTANTIATE_TEST_SUITE_P(Modes, CollectChanged, testing::ValuesIn(GetModes()), ModeName);
 
 TEST_P(CollectChanged, InputsThatStayKeepTheirPlaces) {
   Append("a.log", "one\n");

@@ -13,7 +13,7 @@ using testing::UnorderedElementsAre;
 using namespace std::string_view_literals;
 
 class CollectFiles : public CollectorFixture {};
-INSTANTIATE_TEST_SUITE_P(, CollectFiles, testing::ValuesIn(GetModes()), ModeName);
+INSTANTIATE_TEST_SUITE_P(Modes, CollectFiles, testing::ValuesIn(GetModes()), ModeName);
 
 TEST_P(CollectFiles, HandsOutLinesAsTheyAreWritten) {
   Append("a.log", "one\ntw");

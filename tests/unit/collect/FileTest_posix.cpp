@@ -18,7 +18,7 @@ class CollectFilesPosix : public CollectorFixture {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
   }
 };
-INSTANTIATE_TEST_SUITE_P(, CollectFilesPosix, testing::ValuesIn(GetModes()), ModeName);
+INSTANTIATE_TEST_SUITE_P(Modes, CollectFilesPosix, testing::ValuesIn(GetModes()), ModeName);
 
 TEST_P(CollectFilesPosix, RefusesPipesOnce) {
   ASSERT_EQ(mkfifo((folder.Path() / "p.log").c_str(), 0600), 0);

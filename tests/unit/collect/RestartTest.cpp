@@ -21,7 +21,7 @@ class CollectAfterRestart : public CollectorFixture {
     ownFolder.Write("positions", WritePositions(positions));
   }
 };
-INSTANTIATE_TEST_SUITE_P(, CollectAfterRestart, testing::ValuesIn(GetModes()), ModeName);
+INSTANTIATE_TEST_SUITE_P(Modes, CollectAfterRestart, testing::ValuesIn(GetModes()), ModeName);
 
 TEST_P(CollectAfterRestart, OnlyWhatWasTakenAndSavedIsBehind) {
   Append("a.log", "one\ntwo\nthree\n");

@@ -16,7 +16,7 @@ class CollectRotated : public CollectorFixture {
     return Gather();
   }
 };
-INSTANTIATE_TEST_SUITE_P(, CollectRotated, testing::ValuesIn(GetModes()), ModeName);
+INSTANTIATE_TEST_SUITE_P(Modes, CollectRotated, testing::ValuesIn(GetModes()), ModeName);
 
 TEST_P(CollectRotated, RestOfTheOldFileComesBeforeTheNewOne) {
   Append("a.log", "one\n");

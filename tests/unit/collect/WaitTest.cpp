@@ -24,7 +24,7 @@ class CollectorWait : public CollectorFixture {
   }
 
   static bool EndsEarly(std::chrono::steady_clock::time_point start) {
-    return std::chrono::steady_clock::now() - start < 30min;
+    return std::chrono::steady_clock::now() - start < std::chrono::minutes(30);
   }
 };
 

@@ -22,7 +22,7 @@ class CollectorWaitPosix : public CollectorFixture {
   Lines WaitForLines() {
     sink.lines.clear();
     const auto start = std::chrono::steady_clock::now();
-    while (sink.lines.empty() && std::chrono::steady_clock::now() - start < 30min) {
+    while (sink.lines.empty() && std::chrono::steady_clock::now() - start < std::chrono::minutes(30)) {
       collector->Wait(1h);
       while (collector->Collect(sink) == Collector::Progress::More) continue;
     }
@@ -66,7 +66,7 @@ TEST_F(CollectorWaitPosix, EndsWithAWakeFromASignalHandler) {
   collector->Wait(1h);
   collector->Wait(1ms);
   thread.join();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 30min);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::minutes(30));
   sigaction(SIGUSR1, &before, nullptr);
 }
 
