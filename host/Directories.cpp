@@ -14,7 +14,7 @@ constexpr auto SEPARATOR = static_cast<wchar_t>(std::filesystem::path::preferred
 struct DirectoryState {
   std::mutex m_mutex;
   std::wstring m_strConfig = GetDefaultConfigPath();
-  std::wstring m_strPatch = m_strConfig + SEPARATOR + L"patch";
+  std::wstring m_strPatch;  ///< empty: below the configuration directory
 };
 
 DirectoryState& GetState() {
@@ -43,7 +43,10 @@ void Write(std::wstring DirectoryState::*member, const std::wstring& path) {
 
 std::wstring GetConfigPath() { return Read(&DirectoryState::m_strConfig); }
 
-std::wstring GetPatchPath() { return Read(&DirectoryState::m_strPatch); }
+std::wstring GetPatchPath() {
+  const std::wstring path = Read(&DirectoryState::m_strPatch);
+  return path.empty() ? GetConfigPath() + SEPARATOR + L"patch" : path;
+}
 
 void SetConfigPath(const std::wstring& path) { Write(&DirectoryState::m_strConfig, path); }
 

@@ -10,8 +10,8 @@ namespace WindowsAgentCommon {
 /// Sets what `GetConfigPath` returns; separators at its end are removed. Default: the platform's own directory.
 SORVEXCOMMON_EXPORT void SetConfigPath(const std::wstring& path);
 
-/// Sets what `GetPatchPath` returns; separators at its end are removed. Default: "patch" below the default
-/// configuration directory.
+/// Sets what `GetPatchPath` returns; separators at its end are removed. Empty, the default: "patch" below
+/// what `GetConfigPath` returns.
 SORVEXCOMMON_EXPORT void SetPatchPath(const std::wstring& path);
 
 }  // namespace WindowsAgentCommon

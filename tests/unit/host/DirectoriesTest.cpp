@@ -17,7 +17,7 @@ class Directories : public testing::Test {
  protected:
   ~Directories() override {
     SetConfigPath(m_strConfig);
-    SetPatchPath(m_strPatch);
+    SetPatchPath(L"");
   }
 
   const std::wstring m_strConfig = GetConfigPath();
@@ -41,9 +41,14 @@ TEST_F(Directories, ReturnWhatWasSet) {
   EXPECT_EQ(GetPatchPath(), L"/else where");
 }
 
-TEST_F(Directories, PatchDirectoryStaysWhenTheConfigurationMoves) {
+TEST_F(Directories, PatchDirectoryMovesWithTheConfigurationUntilItIsSet) {
   SetConfigPath(L"/moved");
-  EXPECT_EQ(GetPatchPath(), m_strPatch);
+  EXPECT_EQ(GetPatchPath(), std::wstring(L"/moved") + SEPARATOR + L"patch");
+  SetPatchPath(L"/patches");
+  SetConfigPath(L"/moved again");
+  EXPECT_EQ(GetPatchPath(), L"/patches");
+  SetPatchPath(L"");
+  EXPECT_EQ(GetPatchPath(), std::wstring(L"/moved again") + SEPARATOR + L"patch");
 }
 
 TEST_F(Directories, SeparatorsAtTheEndAreRemoved) {
