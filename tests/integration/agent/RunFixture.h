@@ -26,9 +26,10 @@ class RunningAgent {
   void Kill() { m_pProcess.reset(); }
 
   /// Asks it to end; returns its exit status, or nothing when it does not end within three seconds.
+  /// It takes three seconds at most; a busy machine may need some of its own.
   std::optional<int> End() {
     m_pProcess->RequestEnd();
-    return m_pProcess->Wait(std::chrono::seconds(3));
+    return m_pProcess->Wait(std::chrono::seconds(8));
   }
 
   ChildProcess& Process() { return *m_pProcess; }

@@ -16,8 +16,15 @@ using testing::Not;
 
 class RunTest : public testing::Test {
  protected:
+  /// An agent that is running sees the whole file or the one before.
   void Configure(const std::string& destinations) const {
-    m_installation.Directory().Write("AgentConfig.xml", MakeConfiguration(Logs() / "*.log", destinations));
+    const std::filesystem::path written =
+        m_installation.Directory().Write("AgentConfig.new", MakeConfiguration(Logs() / "*.log", destinations));
+    std::error_code inUse;
+    ASSERT_TRUE(WaitUntil([&] {
+      std::filesystem::rename(written, m_installation.Directory().Path() / "AgentConfig.xml", inUse);
+      return !inUse;
+    })) << inUse.message();
   }
   std::filesystem::path Logs() const { return m_installation.Directory().Path() / "logs"; }
   std::filesystem::path Log(const std::string& name = "a.log") const { return Logs() / name; }
