@@ -282,10 +282,36 @@ std::size_t ConfigServerConnection::OnResponseHeader(char* data, std::size_t siz
 }
 
 void ConfigServerConnection::WarnOfHtml(CommandId command) const {
-  m_log.Warn(
-      "%s returned no error code, but we received an unexpected response (HTML content). Please verify that the "
-      "ApplicationToken is correct and valid.",
-      command == CommandId::TestConnection ? "TestConnection" : CommandName(command));
+  switch (command) {
+    case CommandId::RegisterInstance:
+      m_log.Warn(
+          "RegisterInstance returned no error code, but we received an unexpected response (HTML content). Please "
+          "verify that the ApplicationToken is correct and valid.");
+      break;
+    case CommandId::TestConnection:
+      m_log.Warn(
+          "TestConnection returned no error code, but we received an unexpected response (HTML content). Please verify "
+          "that the ApplicationToken is correct and valid.");
+      break;
+    case CommandId::PostHeartbeat:
+      m_log.Warn(
+          "PostHeartbeat returned no error code, but we received an unexpected response (HTML content). Please verify "
+          "that the ApplicationToken is correct and valid.");
+      break;
+    case CommandId::UpdateStatus:
+      m_log.Warn(
+          "UpdateStatus returned no error code, but we received an unexpected response (HTML content). Please verify "
+          "that the ApplicationToken is correct and valid.");
+      break;
+    case CommandId::GetConfigurationFingerprint:
+      m_log.Warn(
+          "GetConfigurationFingerprint returned no error code, but we received an unexpected response (HTML content). "
+          "Please verify that the ApplicationToken is correct and valid.");
+      break;
+    case CommandId::None:
+    case CommandId::RetrieveConfiguration:
+    case CommandId::RetrieveSoftwarePatch: break;
+  }
 }
 
 /// Whether the body is not the page with which a server answers a token that it does not accept; warns of that.
