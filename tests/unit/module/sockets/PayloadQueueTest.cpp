@@ -167,6 +167,15 @@ TEST_F(QueueOfPayloads, AHangUpKeepsItsPlaceAndFindsRoom) {
   EXPECT_EQ(Await(), "two\n");
 }
 
+TEST_F(QueueOfPayloads, APayloadWithoutAByteKeepsItsPlaceBehindAHangUp) {
+  queue.SetFraming(Framing(Kind::None));
+  ASSERT_TRUE(queue.PutHangUp());
+  ASSERT_TRUE(Put(""));
+  EXPECT_EQ(Await(), "hang-up");
+  EXPECT_EQ(Await(), "");
+  EXPECT_THAT(lengths, ElementsAre(0));
+}
+
 TEST_F(QueueOfPayloads, IsFullAtItsMark) {
   queue.high_water_mark(160);
   ASSERT_TRUE(Put(std::string(159, 'x')));

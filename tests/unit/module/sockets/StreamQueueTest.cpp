@@ -120,6 +120,27 @@ TEST_F(StreamQueue, LogsTheStartAndTheEndOfItsThread) {
   EXPECT_THAT(log->Lines(), ElementsAre("Info Thread running...", "Info Thread exiting"));
 }
 
+TEST_F(StreamQueue, OctetsAreCountedWhateverIsSaidOfLineFeeds) {
+  socket.Initialize(Queued({{"Framing", "OctetCounting"}, {"AppendLineFeed", "false"}}));
+  EXPECT_EQ(Send("abc"), 5);
+  ASSERT_TRUE(WaitForSent(1));
+  EXPECT_EQ(socket.AllWritten(), "3 abc");
+}
+
+TEST_F(StreamQueue, AnUnknownFramingIsTheLineFeed) {
+  socket.Initialize(Queued({{"Framing", "Lines"}}));
+  EXPECT_EQ(Send("abc"), 4);
+  ASSERT_TRUE(WaitForSent(1));
+  EXPECT_EQ(socket.AllWritten(), "abc\n");
+}
+
+TEST_F(StreamQueue, TheThreadOutlivesAWaitInVain) {
+  socket.Initialize(queued);
+  std::this_thread::sleep_for(1200ms);  // longer than it waits for a payload at a time
+  Send("late");
+  EXPECT_TRUE(WaitForSent(1));
+}
+
 TEST_F(StreamQueue, PayloadsThatGatherGoOutInOneWrite) {
   gate.Attach(socket);
   socket.Initialize(queued);
