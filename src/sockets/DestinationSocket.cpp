@@ -12,7 +12,6 @@
 #include <ace/Thread_Manager.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <thread>
 #include <utility>
 
