@@ -1,5 +1,6 @@
 #include <Feeder.h>
 
+#include <LineReader.h>
 #include <platform/Platform.h>
 
 #include <algorithm>
@@ -87,12 +88,11 @@ std::shared_ptr<const Batch> Feeder::WaitForBatch() {
 void Feeder::Send(const Batch& batch) {
   m_event.m_strSource = batch.source;
   m_event.m_time = batch.readTime;
-  std::string_view rest = batch.lines;
-  while (!rest.empty()) {
-    const std::size_t length = std::min(rest.find('\n'), rest.size());
-    m_event.m_strText.assign(rest.substr(0, length));
+  const Outlet::Work work(m_outlet);
+  std::string_view lines = batch.lines;
+  while (!lines.empty()) {
+    m_event.m_strText.assign(TakeLine(lines));
     m_outlet.Send(m_event);
-    rest.remove_prefix(std::min(length + 1, rest.size()));
   }
 }
 

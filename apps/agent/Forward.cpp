@@ -13,7 +13,6 @@
 #include <host/Text.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -34,7 +33,7 @@ constexpr LastWords::Bound interruptBound{std::chrono::milliseconds(2700), 1};
 class Forwarder {
  public:
   /// Opens the outlets, which outlive the forwarder.
-  Forwarder(const Outlets& outlets, const ForwardCommand& command, std::atomic<std::uint64_t>& eventsRead)
+  Forwarder(const Outlets& outlets, const ForwardCommand& command, Counter& eventsRead)
       : m_outlets(outlets), m_eventsRead(eventsRead) {
     m_event.m_strHost = GetHostName();
     if (outlets.size() > 1) {
@@ -81,7 +80,7 @@ class Forwarder {
     LineReader reader(input);
     m_event.m_strSource = source;
     // What has been read from a pipe is nowhere else any more: after an interrupt its whole lines are still sent.
-    while (m_pDistributor ? DistributeLines(reader) : SendLine(reader)) {
+    while (m_pDistributor ? DistributeLines(reader) : SendLines(reader)) {
       if (HasGivenUp() && !IsInterrupted()) break;
     }
     if (reader.HasReachedEnd()) return true;
@@ -90,14 +89,18 @@ class Forwarder {
     return false;
   }
 
-  /// Returns false when there is none.
-  bool SendLine(LineReader& reader) {
-    std::string_view line;
-    if (!reader.GetLine(line)) return false;
+  /// Returns false when there are none.
+  bool SendLines(LineReader& reader) {
+    std::string_view lines;
+    if (!reader.GetLines(lines)) return false;
+    Outlet& outlet = *m_outlets.front();
+    const Outlet::Work work(outlet);
     m_event.m_time = reader.GetReadTime();
-    m_event.m_strText.assign(line);
-    CountRead(1);
-    m_outlets.front()->Send(m_event);
+    while (!lines.empty() && (!outlet.HasGivenUp() || IsInterrupted())) {
+      m_event.m_strText.assign(TakeLine(lines));
+      m_eventsRead += 1;
+      outlet.Send(m_event);
+    }
     return true;
   }
 
@@ -107,18 +110,13 @@ class Forwarder {
     if (!reader.GetLines(lines)) return false;
     Batch batch{std::string(lines), 0, m_event.m_strSource, reader.GetReadTime()};
     batch.events = static_cast<std::uint64_t>(std::ranges::count(lines, '\n')) + (lines.ends_with('\n') ? 0 : 1);
-    CountRead(batch.events);
+    m_eventsRead += batch.events;
     m_pDistributor->Distribute(std::make_shared<const Batch>(std::move(batch)));
     return true;
   }
 
-  /// This thread is the only writer.
-  void CountRead(std::uint64_t events) {
-    m_eventsRead.store(m_eventsRead.load(std::memory_order_relaxed) + events, std::memory_order_relaxed);
-  }
-
   const Outlets& m_outlets;
-  std::atomic<std::uint64_t>& m_eventsRead;
+  Counter& m_eventsRead;
   Event m_event;
   std::unique_ptr<Distributor> m_pDistributor;
 };
@@ -163,7 +161,7 @@ void PrintCounters(const Outlets& outlets, std::uint64_t eventsRead, double seco
 }
 
 /// Returns whether all that was to be read has been.
-bool ForwardInputs(const Outlets& outlets, const ForwardCommand& command, std::atomic<std::uint64_t>& eventsRead) {
+bool ForwardInputs(const Outlets& outlets, const ForwardCommand& command, Counter& eventsRead) {
   const Supervisor supervisor(outlets, command);
   Forwarder forwarder(outlets, command, eventsRead);
   const ProgressLine progressLine(outlets, eventsRead);
@@ -182,7 +180,7 @@ int RunCommand(const ForwardCommand& command, IConnectionFactory& factory, LastW
   for (const Destination& destination : command.destinations) {
     outlets.push_back(std::make_unique<Outlet>(destination, command, factory));
   }
-  std::atomic<std::uint64_t> eventsRead{0};
+  Counter eventsRead;
   const SteadyClock::time_point begin = SteadyClock::now();
   const auto print = [&] {
     for (const std::unique_ptr<Outlet>& outlet : outlets) outlet->ReportLoss();

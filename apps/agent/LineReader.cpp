@@ -17,29 +17,6 @@ LineReader::LineReader(InputFile& input)
 
 LineReader::~LineReader() = default;
 
-bool LineReader::GetLine(std::string_view& line) {
-  for (;;) {
-    const char* const begin = m_pBuffer.get() + m_begin;
-    const void* const found = std::memchr(m_pBuffer.get() + m_scanned, '\n', m_end - m_scanned);
-    if (found != nullptr) {
-      const std::size_t length = static_cast<std::size_t>(static_cast<const char*>(found) - begin);
-      line = {begin, length};
-      m_begin += length + 1;
-      m_scanned = m_begin;
-      return true;
-    }
-    m_scanned = m_end;
-    if (m_state == State::Reading) {
-      Fill();
-      continue;
-    }
-    if (m_state == State::Stopped || m_begin == m_end) return false;
-    line = {begin, m_end - m_begin};
-    m_begin = m_scanned = m_end;
-    return true;
-  }
-}
-
 bool LineReader::GetLines(std::string_view& lines) {
   for (;;) {
     const std::string_view rest(m_pBuffer.get() + m_begin, m_end - m_begin);

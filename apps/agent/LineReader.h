@@ -1,8 +1,9 @@
-// Splitting an input into lines, block by block.
+// Reading an input by whole lines, block by block.
 #pragma once
 
 #include <platform/Platform.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -20,18 +21,16 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  /// Stores the next line, valid until the next call, and returns true; false when the input has ended, or reading was
+  /// Stores the lines that come next, at least one and as many as there are, each with its line feed; the last one of
+  /// the input may lack it. They are valid until the next call. Returns false when the input has ended, or reading was
   /// stopped, and all whole lines are handed out. The piece of a line that a stop leaves is none. Throws
   /// `std::system_error` on a read error.
-  bool GetLine(std::string_view& line);
-
-  /// The same with all the lines that are there, each with its line feed; the last one of the input may lack it.
   bool GetLines(std::string_view& lines);
 
   /// Whether the input was read to its end; meaningful once there are no more lines.
   bool HasReachedEnd() const { return m_state == State::Ended; }
 
-  /// When the bytes of the last line were read. The clock is taken once per block: its lines came in one read.
+  /// When the bytes of the last lines were read. The clock is taken once per block: its lines came in one read.
   std::chrono::system_clock::time_point GetReadTime() const { return m_readTime; }
 
  private:
@@ -49,5 +48,13 @@ class LineReader {
   State m_state = State::Reading;
   std::chrono::system_clock::time_point m_readTime;
 };
+
+/// Takes the first line from `lines`, which are not empty, and returns it without its line feed.
+inline std::string_view TakeLine(std::string_view& lines) {
+  const std::size_t length = std::min(lines.find('\n'), lines.size());
+  const std::string_view line = lines.substr(0, length);
+  lines.remove_prefix(std::min(length + 1, lines.size()));
+  return line;
+}
 
 }  // namespace sorvex::agent

@@ -52,23 +52,6 @@ bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& co
 
 }  // namespace
 
-/// While one exists, the sending thread uses the socket. Whoever gives the outlet up sets the flag first and looks for
-/// work then, the sending thread the other way round: one of the two always sees the other.
-class Outlet::Work {
- public:
-  explicit Work(Outlet& outlet) : m_outlet(outlet) {
-    m_outlet.m_bRefused = false;
-    m_outlet.m_beganNumber += 1;
-    m_outlet.m_bWorking = true;
-  }
-  ~Work() { m_outlet.m_bWorking = false; }
-  Work(const Work&) = delete;
-  Work& operator=(const Work&) = delete;
-
- private:
-  Outlet& m_outlet;
-};
-
 Outlet::Outlet(const Destination& destination, const ForwardCommand& command, IConnectionFactory& factory)
     : m_destination(destination),
       m_command(command),
@@ -164,7 +147,8 @@ bool Outlet::IsUndeliverable(bool isEmpty) const {
 }
 
 void Outlet::Send(const Event& event) {
-  const Work work(*this);
+  m_bRefused.store(false, std::memory_order_relaxed);
+  m_beganNumber += 1;
   while (!HasGivenUp()) {
     switch (TrySend(event)) {
       case Attempt::Taken: return;
@@ -195,10 +179,11 @@ OutletActivity Outlet::GetActivity() const {
   OutletActivity activity;
   activity.moved = m_pSocket->GetMessagesSent() + m_pSocket->GetMessagesDropped();
   // What was sent between the two looks makes the difference negative.
-  const bool isQueued = m_command.queued && static_cast<std::int32_t>(m_accepted - activity.moved) > 0;
+  const auto accepted = static_cast<std::uint32_t>(m_accepted);
+  const bool isQueued = m_command.queued && static_cast<std::int32_t>(accepted - activity.moved) > 0;
   activity.isPending = isQueued || m_bWorking;
   activity.isRefused = m_bWorking && m_bRefused;
-  activity.beganNumber = isQueued ? 0 : m_beganNumber.load();
+  activity.beganNumber = isQueued ? 0 : std::uint64_t{m_beganNumber};
   if (m_pUdpSocket != nullptr) activity.failures = m_pUdpSocket->GetConsecutiveSendFailures();
   return activity;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CommandLine.h>
+#include <Counter.h>
 
 #include <host/Event.h>
 #include <host/IConnectionFactory.h>
@@ -39,10 +40,13 @@ class Outlet {
 
   // The sending thread's own.
 
+  class Work;
+
   /// An outlet whose socket cannot be opened at all is given up.
   void Open();
 
   /// Sends the event, again and again if need be. Once the outlet is given up, the event is only counted as unsent.
+  /// The sending thread is at `Work` as long as it has events to send.
   void Send(const WindowsAgentCommon::Event& event);
 
   /// Shuts the socket down; what is queued is written if it can be. To be called once, last.
@@ -89,7 +93,6 @@ class Outlet {
   bool HasSentAll(std::uint64_t events) const;
 
  private:
-  class Work;
   enum class Attempt { Taken, Refused, Undeliverable };
 
   WindowsAgentCommon::ParameterBlock GetSocketParameters() const;
@@ -112,8 +115,8 @@ class Outlet {
 
   std::atomic<bool> m_bWorking{false};  ///< the sending thread uses the socket
   std::atomic<bool> m_bRefused{false};
-  std::atomic<std::uint64_t> m_beganNumber{0};
-  std::atomic<std::uint32_t> m_accepted{0};
+  Counter m_beganNumber;
+  Counter m_accepted;
   std::atomic<bool> m_bInputEnded{false};
   std::atomic<bool> m_bStalled{false};
 
@@ -131,6 +134,19 @@ class Outlet {
   std::atomic<bool> m_bClosed{false};
   std::atomic<bool> m_bClosedInOrder{false};
   std::jthread m_stopper;  ///< last: it uses the others until it is joined
+};
+
+/// While one exists, the sending thread uses the socket. Whoever gives the outlet up sets the flag first and looks for
+/// work then, the sending thread the other way round: one of the two always sees the other.
+class Outlet::Work {
+ public:
+  explicit Work(Outlet& outlet) : m_outlet(outlet) { m_outlet.m_bWorking = true; }
+  ~Work() { m_outlet.m_bWorking = false; }
+  Work(const Work&) = delete;
+  Work& operator=(const Work&) = delete;
+
+ private:
+  Outlet& m_outlet;
 };
 
 }  // namespace sorvex::agent

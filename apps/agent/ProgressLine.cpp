@@ -5,8 +5,7 @@
 
 namespace sorvex::agent {
 
-ProgressLine::ProgressLine(const std::vector<std::unique_ptr<Outlet>>& outlets,
-                           const std::atomic<std::uint64_t>& eventsRead)
+ProgressLine::ProgressLine(const std::vector<std::unique_ptr<Outlet>>& outlets, const Counter& eventsRead)
     : m_outlets(outlets), m_eventsRead(eventsRead), m_line([this] { return Text(); }) {}
 
 /// Of several destinations it tells how far the last one is, and what waits and failed at all of them.
@@ -19,8 +18,8 @@ std::string ProgressLine::Text() const {
     queued += outlet->Socket().GetQueueSize();
     refused += outlet->Refused();
   }
-  return std::to_string(m_eventsRead.load()) + " events read, " + std::to_string(sent) + " sent, " +
-         std::to_string(queued) + " bytes queued, " + std::to_string(refused) + " refusals";
+  return std::to_string(m_eventsRead) + " events read, " + std::to_string(sent) + " sent, " + std::to_string(queued) +
+         " bytes queued, " + std::to_string(refused) + " refusals";
 }
 
 }  // namespace sorvex::agent

@@ -17,13 +17,13 @@ namespace sorvex::agent {
 class ProgressLine {
  public:
   /// Both outlive the line.
-  ProgressLine(const std::vector<std::unique_ptr<Outlet>>& outlets, const std::atomic<std::uint64_t>& eventsRead);
+  ProgressLine(const std::vector<std::unique_ptr<Outlet>>& outlets, const Counter& eventsRead);
 
  private:
   std::string Text() const;
 
   const std::vector<std::unique_ptr<Outlet>>& m_outlets;
-  const std::atomic<std::uint64_t>& m_eventsRead;
+  const Counter& m_eventsRead;
   StatusLine m_line;  ///< last: it uses the others
 };
 
