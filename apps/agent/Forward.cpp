@@ -96,7 +96,7 @@ class Forwarder {
     Outlet& outlet = *m_outlets.front();
     const Outlet::Work work(outlet);
     m_event.m_time = reader.GetReadTime();
-    while (!lines.empty() && (!outlet.HasGivenUp() || IsInterrupted())) {
+    while (!lines.empty()) {
       m_event.m_strText.assign(TakeLine(lines));
       m_eventsRead += 1;
       outlet.Send(m_event);
