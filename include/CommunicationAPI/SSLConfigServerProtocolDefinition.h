@@ -14,8 +14,8 @@
 
 namespace SSLConfigServerProto {
 
-/// Versions of the wire protocol, which are those of its records too. Code that depends on them uses a `switch`
-/// without a default, so that the compiler names every place that has to handle a further version.
+/// Versions of the wire protocol and of its records. Code that depends on them uses a `switch` without a default, so
+/// that the compiler names every place that has to handle a new version.
 enum class WireProtocol { Version1, Version2 };
 
 /// Returns "1.0" or "2.0".
@@ -35,57 +35,56 @@ enum ConnectionFlags : std::uint32_t {
   CONNECTION_FLAG_DIAGNOSTIC = 1,  ///< the connection only tests that it can reach the server
 };
 
-/// The bounds of what is read, in bytes. A length equal to its bound is accepted.
+/// Bounds on what is read, in bytes. A length equal to its bound is accepted.
 constexpr std::uint32_t maxWireStringBytes = 0x100000;
 constexpr std::uint32_t maxWireDigestBytes = 32;
 constexpr std::uint32_t maxWireDataBytes = 0x6400000;
 
-/// Returns the fixed description of a result code: of a response, or of a local failure.
+/// Returns the fixed description of a result code from a response or a local failure.
 const char* ResultText(std::uint32_t resultCode);
 
-/// Wipes an array before it gives it back: the application token travels as a wire string.
+/// Wipes an array before it frees it: the application token travels as a wire string.
 struct WipingArrayDelete {
   std::size_t sizeInBytes = 0;
 
   void operator()(char* array) const;
 };
 
-/// A text with its length in front.
+/// A text preceded by its length.
 struct WireString {
   std::uint32_t size_in_bytes = 0;
-  /// `size_in_bytes` bytes without a terminator; none when that is 0.
+  /// `size_in_bytes` bytes without a terminator; null when that is 0.
   std::unique_ptr<char[], WipingArrayDelete> data;
 
   std::string_view View() const { return {data.get(), size_in_bytes}; }
 };
 
-/// Data with their length in front and, in some records, the MD5 of the data between the two.
+/// Data preceded by their length and, in some records, by their MD5.
 struct WireBinary {
   std::uint32_t size_in_bytes = 0;
   WireString digest;
-  std::shared_ptr<ACE_Message_Block> data;  ///< its unread bytes, `size_in_bytes` of them; none when that is 0
+  std::shared_ptr<ACE_Message_Block> data;  ///< its unread bytes, `size_in_bytes` of them; null when that is 0
 };
 
-/// Reads a text. A length above `clampLength` is logged and thrown as `SocketException` before anything is allocated
-/// for it; the string is then empty. Returns the number of bytes moved, as the three operations below do.
+/// Reads a text. A length above `clampLength` is logged and thrown as `SocketException` before anything is allocated;
+/// the string is then empty. Like the three operations below, it returns the number of bytes moved.
 std::uint32_t SerializeWireStringFromWire(WindowsAgentCommon::ISerializer& serializer, WireString& string,
                                           std::uint32_t clampLength);
 
-/// Reads data, in the form with a digest when `bWithDigest`. The digest is read also when there are no data,
-/// deliberately: the writer below sends none then. A length above `clampLength` is logged and thrown as
-/// `SocketException`.
+/// Reads data, in the form with a digest when `bWithDigest`. The digest is read even without data, deliberately: the
+/// writer below then sends none. A length above `clampLength` is logged and thrown as `SocketException`.
 std::uint32_t SerializeWireBinaryFromWire(WindowsAgentCommon::ISerializer& serializer, WireBinary& binary,
                                           bool bWithDigest, std::uint32_t clampLength);
 
 std::uint32_t SerializeWireStringToWire(WindowsAgentCommon::ISerializer& serializer, const WireString& string);
 
-/// Writes data, in the form with a digest when `bWithDigest`: the stored one, or the MD5 of the data when none is
-/// stored. Of empty data only the length is written, deliberately without a digest. Throws `SocketException`, and
-/// writes nothing, when `size_in_bytes` is not the number of the data's unread bytes.
+/// Writes data, in the form with a digest when `bWithDigest`: the stored one, or else the MD5 of the data. For empty
+/// data only the length is written, deliberately without a digest. Throws `SocketException` and writes nothing when
+/// `size_in_bytes` differs from the number of unread bytes.
 std::uint32_t SerializeWireBinaryToWire(WindowsAgentCommon::ISerializer& serializer, const WireBinary& binary,
                                         bool bWithDigest);
 
-/// Copies `text`, at most 4 GiB - 1, which replaces what `string` held.
+/// Copies `text`, at most 4 GiB - 1, into `string`, replacing its content.
 void SetWireString(WireString& string, std::string_view text);
 
 /// Copies the unread bytes of `block`, at most 4 GiB - 1, and computes their MD5 as the digest.
@@ -93,21 +92,21 @@ void SetWireBinary(WireBinary& binary, const ACE_Message_Block& block);
 
 std::string GetText(const WireString& string);
 
-/// Returns the data in a block of the caller's own, empty when there are none. With `bRelease` the binary is empty
-/// afterwards, its digest included.
+/// Returns the data in a block that the caller owns, empty when there are none. With `bRelease` the binary and its
+/// digest are empty afterwards.
 std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRelease);
 
 /// The start of every request and response.
 ///
-/// Each record has `VisitFields(record, visit)`, which calls `visit` with each field in wire order: integers alone, a
-/// string with its bound, data with whether they carry a digest and their bound. Writing, reading and measuring are
+/// Each record has `VisitFields(record, visit)`, which calls `visit` with each field in wire order: integers alone,
+/// strings with their bound, data with their bound and whether they carry a digest. Writing, reading and measuring are
 /// such visits (src/wire/RecordIo.h).
 struct RecordHeader {
   RecordHeader() = default;
   virtual ~RecordHeader();
 
-  std::uint32_t requestType = 0;  ///< a response carries that of the request it answers
-  std::uint32_t recordSize = 0;   ///< number of bytes behind this field; receivers keep it and do not check it
+  std::uint32_t requestType = 0;  ///< a response carries that of its request
+  std::uint32_t recordSize = 0;   ///< number of bytes after this field; receivers store but do not check it
   WireString recordVersion;
 
   template <class Record, class Visitor>
@@ -118,7 +117,7 @@ struct RecordHeader {
   }
 };
 
-/// How an agent says who it is and what it speaks.
+/// Identifies the agent and its protocol version.
 struct IdentityRecord : RecordHeader {
   WireString wireProtocolVersion;
   WireString applicationIdentifier;
@@ -202,7 +201,7 @@ struct ConfigurationUpdateRequest : RecordHeader {
 struct CodeUpdateRequest : RecordHeader {
   static constexpr RequestType type = WIRE_REQ_TYPE_CODE_UPDATE;
 
-  WireString currentVersion;  ///< of the code that the agent runs
+  WireString currentVersion;  ///< of the agent's code
 
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
@@ -211,7 +210,7 @@ struct CodeUpdateRequest : RecordHeader {
   }
 };
 
-/// The start of every response, and the whole of several.
+/// The start of every response; some responses have nothing else.
 struct ResponseRecord : RecordHeader {
   std::uint32_t resultCode = 0;
 

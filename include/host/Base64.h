@@ -9,9 +9,9 @@
 
 namespace WindowsAgentCommon {
 
-/// Decodes `text`, one line with its padding; blanks and tabulators around it are skipped. Returns false and empties
-/// `bytes` when the text holds a character outside the alphabet, line breaks and blanks inside among them, or padding
-/// that is missing, in its midst or too much.
+/// Decodes `text`, one line with its padding; skips blanks and tabs around it. Returns false and empties `bytes` when
+/// the text contains a character outside the alphabet (including inner blanks and line breaks), or when padding is
+/// missing, misplaced or excessive.
 SORVEXCOMMON_EXPORT bool DecodeBase64(std::string_view text, std::vector<std::uint8_t>& bytes);
 
 }  // namespace WindowsAgentCommon

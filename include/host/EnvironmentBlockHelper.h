@@ -11,18 +11,18 @@
 
 namespace WindowsAgentCommon {
 
-/// Reads a parameter block that outlives it; takes no copy. Every look-up is const and may run in any thread while
-/// nobody writes the block. Of two entries with one key the first is read.
+/// Reads a parameter block, which must outlive it; makes no copy. Every look-up is const and may run in any thread
+/// while nobody writes the block. When a key occurs twice, the first entry counts.
 ///
-/// Each `Get...Value` stores the parameter in `value` and returns true; when the key is absent, or its text is not
-/// one of the type, it stores `defaultValue` and returns false. No operation throws for what a block contains.
+/// Each `Get...Value` stores the parameter in `value` and returns true; when the key is missing or its text is not of
+/// the type, it stores `defaultValue` and returns false. No operation throws because of a block's content.
 class SORVEXCOMMON_EXPORT EnvironmentBlockHelper {
  public:
   explicit EnvironmentBlockHelper(const ParameterBlock& parameters);
-  /// A temporary would be gone before the first look-up.
+  /// A temporary would be destroyed before the first look-up.
   explicit EnvironmentBlockHelper(const ParameterBlock&&) = delete;
 
-  /// The value as it stands, UTF-8.
+  /// The value unchanged, UTF-8.
   bool GetStringValue(const std::string& name, std::string& value, const std::string& defaultValue) const;
 
   /// The value converted from UTF-8.
@@ -38,8 +38,8 @@ class SORVEXCOMMON_EXPORT EnvironmentBlockHelper {
   bool GetUInt16Value(const std::string& name, std::uint16_t& value, std::uint16_t defaultValue) const;
 
   /// Returns the entries whose whole key matches the regular expression `pattern` (ECMAScript), as pairs of whole key
-  /// and value in the block's order. An expression that cannot be compiled matches nothing, and a key for
-  /// which matching would take unreasonably long does not match.
+  /// and value in the block's order. An invalid expression matches nothing, and a key that would take unreasonably long
+  /// to match does not match.
   std::vector<std::pair<std::string, std::string>> GetValuesForMatchingName(const std::string& pattern) const;
 
  private:

@@ -6,7 +6,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Texts are UTF-8 as far as the source of the event was; a builder must cope with any bytes.
+/// Texts are UTF-8 if their source was; a builder must cope with any bytes.
 struct Event {
   std::chrono::system_clock::time_point m_time;
   int m_level = 6;          ///< syslog severity, 0 (emergency) to 7 (debug)

@@ -8,7 +8,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Base of all. `what()` is "<message> (<function>, <file>:<line>)", without message when there is none.
+/// Base of all. `what()` is "<message> (<function>, <file>:<line>)"; an empty message is left out.
 class SORVEXCOMMON_EXPORT VaroException : public std::exception {
  public:
   VaroException(std::string file, std::string function, int line, std::string message = {});
@@ -28,7 +28,7 @@ class SORVEXCOMMON_EXPORT VaroException : public std::exception {
   std::string m_strWhat;
 };
 
-/// A socket delivered or took less than was asked for.
+/// A socket delivered or accepted less than requested.
 class SORVEXCOMMON_EXPORT SocketException : public VaroException {
  public:
   using VaroException::VaroException;
@@ -42,7 +42,7 @@ class SORVEXCOMMON_EXPORT OperationNotSupportedException : public VaroException 
   ~OperationNotSupportedException() override;
 };
 
-/// An object was given a configuration that it cannot work with.
+/// An object was given a configuration that it cannot use.
 class SORVEXCOMMON_EXPORT InitializationException : public VaroException {
  public:
   using VaroException::VaroException;

@@ -10,7 +10,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Takes the agent's own events and passes on those that are severe enough. Used by one thread.
+/// Takes the agent's own events and passes on those that are severe enough. One thread.
 class SORVEXCOMMON_EXPORT Heartbeat {
  public:
   Heartbeat();
@@ -18,11 +18,11 @@ class SORVEXCOMMON_EXPORT Heartbeat {
   Heartbeat(const Heartbeat&) = delete;
   Heartbeat& operator=(const Heartbeat&) = delete;
 
-  /// Reads "LogMonitor.Level" (default 2), the lowest level that is passed on. Always succeeds.
+  /// Reads "LogMonitor.Level" (default 2), the lowest level to pass on. Always succeeds.
   void Initialize(const ParameterBlock& parameters);
 
-  /// Passes an event on: to the log at Info, through the logger "Heartbeat.<source>", and to the statistics server
-  /// when there is one. Returns false when it is not initialised or `level` is below the limit.
+  /// Passes an event on: to the log at Info, through the logger "Heartbeat.<source>", and to the statistics server if
+  /// there is one. Returns false when not initialised or when `level` is below the limit.
   bool HandleEvent(int level, const std::string& source, const std::string& text);
 
   /// Refuses events from now on.

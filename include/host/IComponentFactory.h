@@ -1,4 +1,4 @@
-// The host's component factory: which services there are, how they are loaded and configured.
+// The host's component factory: which services exist, how they are loaded and configured.
 #pragma once
 
 #include <SorvexCommonExport.h>
@@ -16,17 +16,15 @@ class SORVEXCOMMON_EXPORT IComponentFactory {
   /// Whether a service of this name can be loaded.
   virtual bool IsServiceRegistered(const std::string& serviceName) const = 0;
 
-  /// Loads the service unless it is loaded. On success the service stands in the current `ACE_Service_Config` under
-  /// the name "<service name>_Dynamic_Service" until the host unloads it. Returns false, with the reason in the log,
-  /// when it cannot be loaded; an exception out of the service's code is such a reason, and so is a service that would
-  /// need itself to be loaded first. While another thread loads the same service, this one waits for it. A service may
-  /// ask the host for anything while it is loaded, from threads of its own as well; only for a thread that asks for the
-  /// very service it must not wait.
+  /// Loads the service unless it is loaded. After success the service is registered in the current `ACE_Service_Config`
+  /// as "<service name>_Dynamic_Service" until the host unloads it. On failure returns false and logs the reason, which
+  /// may be an exception from the service's code, or a service that needs itself to be loaded first. Waits while
+  /// another thread loads the same service. A service being loaded may call the host, also from its own threads; it
+  /// only must not wait for a thread that asks for this same service.
   virtual bool LoadService(const std::string& serviceName) = 0;
 
-  /// Returns the configuration object of a component, or null when the component is unknown. The object itself, not a
-  /// copy: what a caller changes stays changed. Owned by the factory. Callers that change it serialise among
-  /// themselves.
+  /// Returns a component's configuration object, or null for an unknown component. It is the object itself, not a copy:
+  /// a caller's changes persist. Owned by the factory. Callers that change it must serialise among themselves.
   virtual ServiceConfig* GetServiceConfig(const std::string& componentName) = 0;
 };
 

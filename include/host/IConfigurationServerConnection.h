@@ -1,4 +1,4 @@
-// A connection to the central configuration server, whichever way it goes.
+// A connection to the central configuration server, over any transport.
 #pragma once
 
 #include <SorvexCommonExport.h>
@@ -20,8 +20,8 @@ enum AgentUpdateStatus : std::int32_t {
   AGENT_UPDATE_STATUS_FAILED = 3,
 };
 
-/// Used by one thread at a time. No operation throws; each reports by its result, and `GetLastErrorCode`,
-/// `GetLastResultCode` and `GetLastErrorMessage` tell more. Operations are declared in slot order.
+/// One thread at a time. No operation throws; each reports success by its result, and `GetLastErrorCode`,
+/// `GetLastResultCode` and `GetLastErrorMessage` give details. Operations are declared in slot order.
 class SORVEXCOMMON_EXPORT IConfigurationServerConnection {
  public:
   IConfigurationServerConnection();
@@ -30,7 +30,7 @@ class SORVEXCOMMON_EXPORT IConfigurationServerConnection {
   /// Registers this agent instance with the server.
   virtual bool RegisterInstance(const std::string& osVersion, const std::string& agentVersion) = 0;  // 1
 
-  /// Looks whether the server can be reached and accepts this agent.
+  /// Checks whether the server can be reached and accepts this agent.
   virtual bool TestConnection() = 0;  // 2
 
   virtual bool PostHeartbeat() = 0;  // 3

@@ -1,4 +1,4 @@
-// The component through which everything of the agent that crosses the network passes.
+// The component through which all of the agent's network traffic goes.
 #pragma once
 
 #include <host/IConfigurationServerConnection.h>
@@ -28,27 +28,27 @@ class SORVEXCOMMON_EXPORT IConnectionFactory : public IServiceComponent {
  public:
   ~IConnectionFactory() override;
 
-  /// Tidies the patch directory and marks the component as not initialised.
+  /// Cleans up the patch directory and marks the component as not initialised.
   virtual void Shutdown() = 0;  // 10
 
   /// Whether the agent is to work without a configuration server for now.
   virtual bool IsStandAloneMode() const = 0;  // 11
 
-  /// Makes a socket without TLS. A destination socket can be cast to `ISocket`, `ITCPSocket` or `IUDPSocket`.
-  /// Throws `OperationNotSupportedException`, leaving `socket` as it was, for flags that name no socket.
+  /// Makes a socket without TLS. A destination socket can be cast to `ISocket`, `ITCPSocket` or `IUDPSocket`. For flags
+  /// that name no socket it throws `OperationNotSupportedException` and leaves `socket` unchanged.
   virtual void CreateSocket(std::uint8_t flags, std::shared_ptr<IRawSocket>& socket) = 0;  // 12
 
   /// The same with TLS, limited to the protocol versions of `protocols`, which is copied.
   virtual void CreateSSLSocket(std::uint8_t flags, const VaroCommunicationAPI::SSLProtocolList& protocols,
                                std::shared_ptr<IRawSocket>& socket) = 0;  // 13
 
-  /// Makes a connection to the configuration server; it replaces what `connection` held.
+  /// Makes a connection to the configuration server, replacing the content of `connection`.
   virtual void CreateConfigServerConnection(std::shared_ptr<IConfigurationServerConnection>& connection) = 0;  // 14
 
   /// Closes a connection that this factory made, and resets the pointer.
   virtual void ReleaseConfigServerConnection(std::shared_ptr<IConfigurationServerConnection>& connection) = 0;  // 15
 
-  /// Stores the parameter `name` of the installation in `value` (empty when there is none); returns whether it exists.
+  /// Stores the installation's parameter `name` in `value` (empty when there is none); returns whether it exists.
   virtual bool GetParameter(const std::string& name, std::string& value) const = 0;  // 16
 
   static const char* GetServiceName() { return "IConnectionFactory"; }

@@ -1,4 +1,4 @@
-// Turns an event into what is sent to a destination.
+// Turns an event into the payload sent to a destination.
 #pragma once
 
 #include <SorvexCommonExport.h>
@@ -12,8 +12,8 @@ class SORVEXCOMMON_EXPORT IPayloadBuilder {
  public:
   virtual ~IPayloadBuilder();
 
-  /// Replaces `payload` by the payload of `event`, reusing its capacity. Adds no line feed; those of the event's text
-  /// stay. Any thread, several at once.
+  /// Replaces `payload` with the payload of `event`, reusing its capacity. Adds no line feed; keeps those of the
+  /// event's text. Any thread, several at once.
   virtual void BuildPayload(const Event& event, std::string& payload) const = 0;
 };
 

@@ -14,7 +14,7 @@ class SORVEXCOMMON_EXPORT IPayloadFactory {
   virtual ~IPayloadFactory();
 
   /// Makes a builder of the named type: "SyslogPayloadBuilder" (RFC 5424), "SyslogBsdPayloadBuilder" (RFC 3164) or
-  /// "RawPayloadBuilder" (the event's text). Returns false, leaving `builder` as it was, for any other name.
+  /// "RawPayloadBuilder" (the event's text). For any other name returns false and leaves `builder` unchanged.
   virtual bool CreatePayloadBuilder(const std::string& typeName, std::shared_ptr<IPayloadBuilder>& builder) = 0;
 
   static const char* GetServiceName() { return "IPayloadFactory"; }

@@ -5,7 +5,7 @@
 
 namespace WindowsAgentCommon {
 
-/// A host that has one initialises the TLS library itself, before it loads other services.
+/// A host with such a service initialises the TLS library itself, before it loads other services.
 class SORVEXCOMMON_EXPORT ISecurityManager {
  public:
   virtual ~ISecurityManager();

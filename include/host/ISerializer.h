@@ -10,8 +10,8 @@
 
 namespace WindowsAgentCommon {
 
-/// Used by one thread at a time. Reads and writes return the number of bytes moved and throw `SocketException` when
-/// they could not move all. Operations are declared in slot order.
+/// One thread at a time. Reads and writes return the number of bytes moved and throw `SocketException` when they could
+/// not move all. Operations are declared in slot order.
 class SORVEXCOMMON_EXPORT ISerializer {
  public:
   ISerializer();
@@ -41,12 +41,12 @@ class SORVEXCOMMON_EXPORT ISerializer {
   virtual std::uint32_t ReadDouble(double& value) = 0;        // 21
   virtual std::uint32_t WriteDouble(double value) = 0;        // 22
 
-  /// Reads `count` bytes into a new block, which replaces what `block` held.
+  /// Reads `count` bytes into a new block, replacing the content of `block`.
   virtual std::uint32_t ReadBuffer(std::uint32_t count, std::shared_ptr<ACE_Message_Block>& block) = 0;  // 23
   virtual std::uint32_t ReadBuffer(std::shared_ptr<ACE_Message_Block>& block) = 0;                       // 24
   virtual std::uint32_t WriteBuffer(const void* buffer, std::uint32_t count) = 0;                        // 25
 
-  /// Writes the block's unread bytes; with a count, that many of them. The block stays as it is.
+  /// Writes the block's unread bytes, or `count` of them. The block is unchanged.
   virtual std::uint32_t WriteBuffer(const std::shared_ptr<ACE_Message_Block>& block) = 0;  // 26
   virtual std::uint32_t WriteBuffer(std::uint32_t count,
                                     const std::shared_ptr<ACE_Message_Block>& block) = 0;  // 27

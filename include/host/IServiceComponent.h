@@ -1,4 +1,4 @@
-// The contract of every service component with the host.
+// The contract between every service component and the host.
 #pragma once
 
 #include <SorvexCommonExport.h>
@@ -15,7 +15,7 @@ enum ServiceInitializeResult : int {
   SERVICE_INITIALIZE_FAILED = 3,              ///< it cannot be used; the log says why
 };
 
-/// Slots 0 to 9 of every component's own face. Operations are declared in slot order.
+/// Slots 0 to 9 of every component's interface. Operations are declared in slot order.
 class SORVEXCOMMON_EXPORT IServiceComponent {
  public:
   virtual ~IServiceComponent();                           // 0
@@ -25,8 +25,8 @@ class SORVEXCOMMON_EXPORT IServiceComponent {
   virtual std::string GetServiceConfigText4() const = 0;  // 4
   virtual std::string GetServiceConfigText5() const = 0;  // 5
 
-  /// Prepares the component; `config` is copied. Returns a `ServiceInitializeResult`. To be called by one thread,
-  /// before any other operation; a second call after a successful one returns ready at once.
+  /// Prepares the component; `config` is copied. Returns a `ServiceInitializeResult`. Call it from one thread, before
+  /// any other operation; a second call after a successful one returns ready at once.
   virtual int Initialize(const ServiceConfig& config) = 0;  // 6
 
   /// Version text "major.minor.patch".

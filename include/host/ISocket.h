@@ -11,7 +11,7 @@
 namespace WindowsAgentCommon {
 
 /// Slots 0 to 10 are those of `IRawSocket`. Counters are 32 bits wide, wrap silently, and may be read in any thread.
-/// With the queued strategy `Send` and `SendEvent` may be called from any thread; otherwise one thread at a time.
+/// With the queued strategy `Send` and `SendEvent` may be called from any thread, otherwise from one thread at a time.
 class SORVEXCOMMON_EXPORT ISocket : public IRawSocket {
  public:
   ~ISocket() override;
@@ -34,7 +34,7 @@ class SORVEXCOMMON_EXPORT ISocket : public IRawSocket {
   virtual std::uint32_t GetBytesDropped() const = 0;       // 20
   virtual std::uint32_t GetMessagesDropped() const = 0;    // 21
 
-  /// Bytes that wait in the send queue.
+  /// Bytes waiting in the send queue.
   virtual std::size_t GetQueueSize() const = 0;  // 22
 };
 

@@ -16,7 +16,7 @@ class SORVEXCOMMON_EXPORT IStatisticsServer {
   /// Adds `amount` to the counter `name`, which starts at 0.
   virtual void Add(const std::string& name, std::uint64_t amount) = 0;
 
-  /// Value of the counter, 0 when nothing was ever added.
+  /// Value of the counter, 0 if nothing was added.
   virtual std::uint64_t GetValue(const std::string& name) const = 0;
 
   static const char* GetServiceName() { return "IStatisticsServer"; }

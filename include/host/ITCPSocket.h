@@ -7,7 +7,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Slots 0 to 22 are those of `ISocket`. Times are wall-clock times since 1970-01-01 00:00 UTC, zero for never.
+/// Slots 0 to 22 are those of `ISocket`. Times are wall-clock times since 1970-01-01 00:00 UTC; zero means never.
 class SORVEXCOMMON_EXPORT ITCPSocket : public ISocket {
  public:
   ~ITCPSocket() override;

@@ -12,7 +12,7 @@ class SORVEXCOMMON_EXPORT IUDPSocket : public ISocket {
  public:
   ~IUDPSocket() override;
 
-  /// Sends that failed since the last successful `Connect`.
+  /// Failed sends since the last successful `Connect`.
   virtual std::uint32_t GetConsecutiveSendFailures() const = 0;  // 23
 };
 

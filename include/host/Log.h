@@ -14,19 +14,19 @@ namespace WindowsAgentCommon {
 
 enum class LogLevel { Debug, Info, Warn, Error };
 
-/// Where log records end. Implementations are called from any thread, several at once.
+/// The destination of log records. Implementations are called from any thread, several at once.
 class SORVEXCOMMON_EXPORT ILogSink {
  public:
   virtual ~ILogSink();
 
-  /// Whether a record of this level would be kept; false spares the caller the formatting.
+  /// Whether a record of this level would be kept; if not, the caller saves the formatting.
   virtual bool IsEnabled(LogLevel level) const = 0;
 
-  /// Takes one record. `message` is formatted text in which logged values are already escaped.
+  /// Takes one record. `message` is formatted text with logged values already escaped.
   virtual void Write(LogLevel level, const std::string& loggerName, const std::string& message) = 0;
 };
 
-/// One argument of a log format, captured by value or by view for the time of the call.
+/// One argument of a log format, captured by value, or by view for the duration of the call.
 class LogArgument {
  public:
   enum class Kind { Signed, Unsigned, Pointer, Narrow, Wide };
@@ -56,30 +56,29 @@ class LogArgument {
 
 /// Formats `format` with `arguments`, alike on every platform: %d and %i print a signed number, %u an unsigned one of
 /// the argument's own width (an unsigned argument narrower than an int is never negative), %x and %X hexadecimal, %p
-/// "0x" and hexadecimal, %s, %hs, %S and %ls a text, narrow or wide by its argument, %c a code point, or the byte that
-/// a negative `char` is, %% a percent sign. Flags, width, precision (both at most 4096, a text's in bytes of UTF-8, no
-/// sequence split) and `*` are read as printf reads them; length modifiers (h hh l ll z j t L I64 I32) are skipped. An
-/// argument of another type than its conversion's is printed as what it is. A conversion without an argument prints
-/// itself; surplus arguments are ignored. With `escape`, in text and character arguments a backslash is printed as
-/// `\\`, and each byte of a control character (below U+0020, U+007F to U+009F, U+2028, U+2029), of a character that
-/// turns the direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069) and of invalid UTF-8 as
+/// "0x" and hexadecimal, %s, %hs, %S and %ls a narrow or wide text depending on the argument, %c a code point, or the
+/// byte that a negative `char` is, %% a percent sign. Flags, width, precision (both at most 4096; a text's in bytes of
+/// UTF-8, splitting no sequence) and `*` work as in printf; length modifiers (h hh l ll z j t L I64 I32) are skipped.
+/// An argument whose type does not match its conversion is printed by its own type. A conversion without an argument
+/// prints itself; surplus arguments are ignored. With `escape`, in text and character arguments a backslash is printed
+/// as `\\`, and each byte of a control character (below U+0020, U+007F to U+009F, U+2028, U+2029), of a character that
+/// changes the writing direction (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069) and of invalid UTF-8 as
 /// `\n`, `\r`, `\t` or `\xHH`: a value can neither start a line, nor change how a line is shown, nor pretend to be
 /// escaped.
 SORVEXCOMMON_EXPORT std::string FormatText(const char* format, const LogArgument* arguments, std::size_t count,
                                            bool escape);
 
-/// `FormatText` over its arguments, without escaping.
+/// Calls `FormatText` with its arguments, without escaping.
 template <class... Arguments>
 std::string Format(const char* format, const Arguments&... arguments) {
   const LogArgument list[] = {LogArgument(arguments)..., LogArgument(0)};
   return FormatText(format, list, sizeof...(Arguments), false);
 }
 
-/// A handle on a logger; copies share it. A default-constructed one discards what it is given. Any thread may log
-/// through any copy; replacing a handle while another thread logs through that same handle is not allowed. Logging
-/// never throws: a record that cannot be written is lost. Of a message longer than 64 KiB the beginning is kept, and
-/// " [<number> more bytes]" follows. A record that the sink does not keep is not formatted; a caller that has to build
-/// a text for a record asks `IsEnabled` first.
+/// A handle on a logger; copies share it. A default-constructed one discards everything. Any thread may log through any
+/// copy, but must not replace a handle while another thread logs through it. Logging never throws: a record that cannot
+/// be written is lost. A message longer than 64 KiB is cut, and " [<number> more bytes]" follows. A record that the
+/// sink does not keep is not formatted; a caller that builds a text for a record first asks `IsEnabled`.
 class SORVEXCOMMON_EXPORT Log {
  public:
   Log();

@@ -9,7 +9,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Returns an empty block of type `MB_DATA` with room for `size` bytes, or null without memory. The caller releases
+/// Returns an empty block of type `MB_DATA` with room for `size` bytes, or null when out of memory. The caller releases
 /// it with `release()`.
 SORVEXCOMMON_EXPORT ACE_Message_Block* CreateDataMessageBlock(std::size_t size);
 

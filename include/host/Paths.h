@@ -7,10 +7,10 @@
 
 namespace WindowsAgentCommon {
 
-/// Directory of the agent's configuration, without a separator at its end.
+/// The agent's configuration directory, without a trailing separator.
 SORVEXCOMMON_EXPORT std::wstring GetConfigPath();
 
-/// Directory in which patch archives wait, without a separator at its end.
+/// The directory where patch archives wait, without a trailing separator.
 SORVEXCOMMON_EXPORT std::wstring GetPatchPath();
 
 }  // namespace WindowsAgentCommon

@@ -1,4 +1,4 @@
-// Base of every service component: the ACE faces, the stored configuration and the two state flags.
+// Base of every service component: the ACE interface, the stored configuration and the two state flags.
 #pragma once
 
 #include <host/IServiceComponent.h>
@@ -7,8 +7,8 @@
 
 namespace WindowsAgentCommon {
 
-/// Joins the ACE service face `AceBase` and the component face `Interface`. The ACE operations (`init`, `fini`,
-/// `info`, `suspend`, `resume`) stay as `AceBase` has them. Derived classes implement `Initialize` and `GetVersion`.
+/// Joins the ACE service `AceBase` and the component's `Interface`. The ACE operations (`init`, `fini`, `info`,
+/// `suspend`, `resume`) are those of `AceBase`. Derived classes implement `Initialize` and `GetVersion`.
 template <class Interface, class AceBase>
 class ServiceComponentBase : public AceBase, public Interface {
  public:

@@ -1,4 +1,4 @@
-// What the host tells a service component about itself.
+// The host's description of a service component.
 #pragma once
 
 #include <host/ParameterBlock.h>

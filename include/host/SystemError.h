@@ -1,4 +1,4 @@
-// The system's own words for its error numbers.
+// The system's texts for its error numbers.
 #pragma once
 
 #include <SorvexCommonExport.h>
@@ -7,7 +7,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Returns the system's text for an error number of its own, UTF-8, without a line end; "error <number>" when it has
+/// Returns the system's text for one of its error numbers, UTF-8, without a line end; "error <number>" when it has
 /// none. Any thread.
 SORVEXCOMMON_EXPORT std::string GetLastErrorText(int error);
 

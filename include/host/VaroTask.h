@@ -8,8 +8,8 @@
 
 namespace WindowsAgentCommon {
 
-/// An `ACE_Task<ACE_MT_SYNCH>` whose deadlines run on the monotonic clock, so that a clock that is set back keeps
-/// nobody waiting. Deadlines for its queue are therefore `gettimeofday()` of the task itself plus an interval.
+/// An `ACE_Task<ACE_MT_SYNCH>` whose deadlines run on the monotonic clock, so setting the clock back delays nobody.
+/// Deadlines for its queue are therefore the task's own `gettimeofday()` plus an interval.
 class SORVEXCOMMON_EXPORT VaroTask : public ACE_Task<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> {
  public:
   VaroTask();

@@ -13,7 +13,7 @@ SORVEXCOMMON_EXPORT std::string FormatVersion(int major, int minor, int patch);
 /// Version of the host framework.
 SORVEXCOMMON_EXPORT std::string GetHostVersion();
 
-/// Version of the operating system, as it names itself.
+/// The operating system's own version text.
 SORVEXCOMMON_EXPORT std::string GetOperatingSystemVersion();
 
 }  // namespace WindowsAgentCommon
