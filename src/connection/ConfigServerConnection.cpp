@@ -29,11 +29,11 @@ namespace {
 constexpr long noContent = 204;
 constexpr std::string_view htmlStart = "<html>";
 
-/// What a query may hold (RFC 3986, section 3.4), without the characters that mean something in one.
+/// Characters allowed in a query (RFC 3986, section 3.4), except those with a meaning in one.
 constexpr const char* harmlessInQuery =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*,;=:@/?";
 
-/// An answer that is held in memory, cut off at a limit: what goes beyond makes the stream bad.
+/// An answer held in memory, cut off at a limit: more data make the stream bad.
 class AnswerBuffer : private std::streambuf {
  public:
   std::ostream* Stream() { return &m_stream; }
@@ -52,7 +52,7 @@ class AnswerBuffer : private std::streambuf {
   std::ostream m_stream{this};
 };
 
-/// Whether the token can stand in a header: with a line break it would add headers of its own.
+/// Whether the token can be sent in a header: a line break in it would add headers.
 bool FitsIntoHeader(std::string_view token) {
   constexpr std::string_view breaks("\r\n\0", 3);
   return token.find_first_of(breaks) == std::string_view::npos;
@@ -69,7 +69,7 @@ int OnDebug(CURL*, curl_infotype type, char* data, std::size_t size, void* trace
       default: break;
     }
   } catch (...) {
-    // Nothing may cross libcurl; what cannot be logged is lost.
+    // No exception may cross libcurl; what cannot be logged is lost.
   }
   return 0;
 }
@@ -135,7 +135,7 @@ void ConfigServerConnection::Shutdown() {
   m_bInitialized = false;
 }
 
-/// Goes back to the state of a new connection.
+/// Returns to the state of a new connection.
 void ConfigServerConnection::Forget() {
   Shutdown();
   m_lastCurlCode = 0;
@@ -146,8 +146,8 @@ void ConfigServerConnection::Forget() {
   m_bWarnOnHtmlRegistration = true;
 }
 
-/// Returns false, leaving no handle, when libcurl refuses any of it: without an option it would trust others, or tell
-/// the token.
+/// Returns false and leaves no handle when libcurl refuses any option: without one it might trust other servers or
+/// reveal the token.
 bool ConfigServerConnection::MakeHandle(bool bVerbose) {
   m_hCurl.reset(curl_easy_init());
   if (!m_hCurl || !BuildHeaders()) return false;
@@ -169,7 +169,7 @@ bool ConfigServerConnection::MakeHandle(bool bVerbose) {
   set(CURLOPT_CERTINFO, 1L);
   set(CURLOPT_CAINFO, trustFile.c_str());
   set(CURLOPT_VERBOSE, bVerbose ? 1L : 0L);
-  // Some builds of libcurl trust a folder of the system's beside the file.
+  // Some builds of libcurl also trust a system folder.
   set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   // libcurl itself would show the token.
   set(CURLOPT_DEBUGFUNCTION, &OnDebug);
@@ -178,7 +178,7 @@ bool ConfigServerConnection::MakeHandle(bool bVerbose) {
   return bAllSet;
 }
 
-/// The one header with the token; none when the token cannot stand in it. Returns false for want of memory.
+/// The header with the token; none when it cannot be sent in one. Returns false when out of memory.
 bool ConfigServerConnection::BuildHeaders() {
   const std::string_view token = m_applicationToken.View();
   if (!FitsIntoHeader(token)) return true;
@@ -199,7 +199,7 @@ std::string ConfigServerConnection::Escape(const std::string& text) const {
 const char* ConfigServerConnection::CommandName(CommandId command) {
   switch (command) {
     case CommandId::RegisterInstance: return "RegisterInstance";
-    // A test of the connection is a heartbeat, deliberately.
+    // A connection test is a heartbeat, deliberately.
     case CommandId::TestConnection:
     case CommandId::PostHeartbeat: return "PostHeartbeat";
     case CommandId::UpdateStatus: return "UpdateStatus";
@@ -210,7 +210,7 @@ const char* ConfigServerConnection::CommandName(CommandId command) {
   }
 }
 
-/// Sends one request, with `extra` at the end of its query, and writes the body of the response to `body`.
+/// Sends one request, with `extra` appended to its query, and writes the response body to `body`.
 bool ConfigServerConnection::RunCommand(CommandId command, const std::string& extra, std::ostream* body) {
   if (m_currentCommand != CommandId::None) return false;
   if (!FitsIntoHeader(m_applicationToken.View())) {
@@ -229,7 +229,7 @@ bool ConfigServerConnection::RunCommand(CommandId command, const std::string& ex
   long httpCode = 0;
   m_szErrorBuffer.fill('\0');
   CURLcode curlCode = curl_easy_setopt(m_hCurl.get(), CURLOPT_URL, url.c_str());
-  // Otherwise the handle still has the URL of the request before.
+  // Otherwise the handle would keep the previous request's URL.
   if (curlCode == CURLE_OK) {
     const Platform::BrokenPipeGuard noSignal;
     m_currentCommand = command;
@@ -251,7 +251,7 @@ bool ConfigServerConnection::RunCommand(CommandId command, const std::string& ex
   return m_lastCurlCode == CURLE_OK;
 }
 
-/// Keeps what stands for a request that was not made. Returns false.
+/// Stores the codes for a request that was not made. Returns false.
 bool ConfigServerConnection::Refuse(std::int32_t curlCode, std::string_view text) {
   m_lastCurlCode = curlCode;
   m_lastHttpCode = 0;
@@ -267,7 +267,7 @@ std::size_t ConfigServerConnection::OnResponseBody(char* data, std::size_t size,
     stream->write(data, static_cast<std::streamsize>(size * count));
     return stream->fail() ? 0 : size * count;
   } catch (...) {
-    // Nothing may cross libcurl.
+    // No exception may cross libcurl.
     return 0;
   }
 }
@@ -276,7 +276,7 @@ std::size_t ConfigServerConnection::OnResponseHeader(char* data, std::size_t siz
   try {
     static_cast<ConfigServerConnection*>(self)->m_responseHeaders.AddLine({data, size * count});
   } catch (...) {
-    // Nothing may cross libcurl; the request does not need its headers.
+    // No exception may cross libcurl; the request does not need its headers.
   }
   return size * count;
 }
@@ -314,7 +314,7 @@ void ConfigServerConnection::WarnOfHtml(CommandId command) const {
   }
 }
 
-/// Whether the body is not the page with which a server answers a token that it does not accept; warns of that.
+/// Whether the body is not the page that a server sends when it rejects the token; logs a warning if it is.
 bool ConfigServerConnection::IsAnswer(CommandId command, const std::string& body) const {
   if (body.find(htmlStart) == std::string::npos) return true;
   WarnOfHtml(command);
@@ -338,7 +338,7 @@ bool ConfigServerConnection::TestConnection() {
   if (!m_bInitialized) return false;
   AnswerBuffer answer;
   RunCommand(CommandId::TestConnection, {}, answer.Stream());
-  // The result of the command, or, while another one is running, that of the one before it.
+  // The result of the command or, while another one is running, of the previous one.
   return m_lastCurlCode == CURLE_OK && IsAnswer(CommandId::TestConnection, answer.Text());
 }
 
@@ -363,7 +363,7 @@ std::string ConfigServerConnection::GetConfigurationFingerprint(bool& updateBloc
   RunCommand(CommandId::GetConfigurationFingerprint, {}, answer.Stream());
   updateBlocked = m_lastHttpCode == noContent;
   if (updateBlocked || answer.Text().empty()) return {};
-  // Another rule than elsewhere, deliberately: only a beginning of the tag itself counts as a page.
+  // A different rule from elsewhere, deliberately: only a prefix of the tag itself counts as a page.
   if (htmlStart.starts_with(answer.Text())) {
     WarnOfHtml(CommandId::GetConfigurationFingerprint);
     return {};

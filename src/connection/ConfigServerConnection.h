@@ -25,12 +25,12 @@ namespace VaroCommunicationAPI {
 class CertificateManager;
 class CurlTrace;
 
-/// Until `Initialize` every operation fails. One request at a time, by one thread at a time; an operation that is
-/// called from the stream of another one fails and changes nothing. A stream that fails or throws ends its request.
-/// Nothing is thrown but for want of memory.
+/// Until `Initialize` every operation fails. One request at a time, from one thread at a time; an operation called from
+/// inside another one's stream fails and changes nothing. A stream that fails or throws ends its request. Only running
+/// out of memory throws.
 ///
 /// The last error code is libcurl's, the last result code the HTTP status of the response, whatever it is: a page with
-/// an error status is a success. There is no limit of time but libcurl's own.
+/// an error status is a success. libcurl's own time limits are the only ones.
 class ConfigServerConnection : public WindowsAgentCommon::IConfigurationServerConnection {
  public:
   ConfigServerConnection();
@@ -38,22 +38,22 @@ class ConfigServerConnection : public WindowsAgentCommon::IConfigurationServerCo
   ConfigServerConnection(const ConfigServerConnection&) = delete;
   ConfigServerConnection& operator=(const ConfigServerConnection&) = delete;
 
-  /// Reads the parameters, which need not live longer. Returns whether the connection is ready. Once it is, true
-  /// without reading anything, until `Shutdown`.
+  /// Reads the parameters, which need not outlive the call. Returns whether the connection is ready. Once it is,
+  /// returns true without reading anything, until `Shutdown`.
   bool Initialize(const WindowsAgentCommon::ParameterBlock& parameters);
 
-  /// Ends the connection to the server and wipes the application token. Idempotent.
+  /// Closes the connection to the server and wipes the application token. Idempotent.
   void Shutdown();
 
-  /// Also sends the log-source auto-creation parameters. A run of HTML answers is warned of once.
+  /// Also sends the log-source auto-creation parameters. Logs one warning for consecutive HTML answers.
   bool RegisterInstance(const std::string& osVersion, const std::string& agentVersion) override;
-  /// A heartbeat, deliberately. Called from the stream of another operation, it tells how the one before that ended.
+  /// A heartbeat, deliberately. Called from inside another operation's stream, it returns the previous one's result.
   bool TestConnection() override;
   bool PostHeartbeat() override;
   bool UpdateStatus(WindowsAgentCommon::AgentUpdateStatus status, const ACE_Time_Value& uptime) override;
-  /// Returns the body as it came. Updates are blocked when the server has no content, and the text is empty then.
+  /// Returns the body unchanged. If the server has no content, updates are blocked and the text is empty.
   std::string GetConfigurationFingerprint(bool& updateBlocked) override;
-  /// Writes the body as it comes, whatever it is. `md5` is neither read nor written.
+  /// Writes the body as it arrives, whatever it is. `md5` is neither read nor written.
   bool RetrieveConfiguration(std::ostream& output, std::string& md5) override;
   /// As above.
   bool RetrieveSoftwarePatch(const std::vector<std::string>& outOfDate, std::ostream& output,
@@ -68,7 +68,7 @@ class ConfigServerConnection : public WindowsAgentCommon::IConfigurationServerCo
  private:
   friend struct ConfigServerConnectionPeer;
 
-  /// The slot of the operation.
+  /// The operation's slot.
   enum class CommandId : std::uint32_t {
     None = 0,
     RegisterInstance = 1,

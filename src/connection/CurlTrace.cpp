@@ -34,7 +34,7 @@ void CurlTrace::Add(Kind kind, std::string_view piece) {
 void CurlTrace::LogLine(Kind kind, std::string_view line) const {
   constexpr std::array<const char*, 3> marks{"*", "<", ">"};
   constexpr const char* omission = "***";
-  // Whatever the form of the header is, HTTP/1's or "[sec: ...]", the rest of its line is the value.
+  // In every form of the header, HTTP/1's or "[sec: ...]", the rest of its line is the value.
   const auto header = boost::algorithm::ifind_first(line, "sec:", std::locale::classic());
   std::string shown;
   // Piece by piece, so that no string ever holds the token.

@@ -1,4 +1,4 @@
-// What libcurl tells about its work when it is asked to.
+// libcurl's verbose output.
 #pragma once
 
 #include "platform/SecretText.h"
@@ -11,15 +11,15 @@
 
 namespace VaroCommunicationAPI {
 
-/// Writes libcurl's own account of a request to the log at Debug, line by line, without the application token: the
-/// value of the header that carries it, and the token wherever else it occurs, are left out. One thread at a time.
+/// Logs libcurl's account of a request at Debug, line by line, without the application token: omits the value of the
+/// token's header and every other occurrence of the token. One thread at a time.
 class CurlTrace {
  public:
   enum class Kind : std::size_t { Text, HeaderIn, HeaderOut };
 
   CurlTrace(const WindowsAgentCommon::Log& log, const Platform::SecretText& token) : m_log(log), m_token(token) {}
 
-  /// Takes the next piece of a kind, which may end inside a line: a line is logged when it is whole.
+  /// Takes the next piece of a kind, which may end inside a line: a line is logged when it is complete.
   void Add(Kind kind, std::string_view piece);
 
  private:
@@ -27,7 +27,7 @@ class CurlTrace {
 
   const WindowsAgentCommon::Log m_log;
   const Platform::SecretText m_token;
-  std::array<Platform::SecretText, 3> m_begun;  ///< of each kind, the line that is not whole yet
+  std::array<Platform::SecretText, 3> m_begun;  ///< of each kind, the incomplete line
 };
 
 }  // namespace VaroCommunicationAPI

@@ -11,7 +11,7 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// Leaves the block alone when it is as it should be: the host may be reading it.
+/// Does not write a block that is already right: the host may be reading it.
 void SetLogMonitorLevel(WindowsAgentCommon::ParameterBlock& parameters) {
   constexpr const char* key = "LogMonitor.Level";
   const auto [first, last] = parameters.equal_range(key);

@@ -1,4 +1,4 @@
-// The heartbeat that reaches no server: the agent's own monitor is told that the agent lives.
+// The heartbeat that reaches no server: it tells the agent's own monitor that the agent is alive.
 #pragma once
 
 #include <host/ServiceConfig.h>
@@ -8,8 +8,8 @@ namespace VaroCommunicationAPI {
 /// Returns the configuration object of "AgentCore", or null when the host has none.
 WindowsAgentCommon::ServiceConfig* FindAgentCoreConfig();
 
-/// Sets "LogMonitor.Level" to "2" in `agentCore`, the host's own object and not a copy, deliberately, and hands one
-/// event to a monitor made for it. Any thread; the block is written by one at a time, and only when it has to be.
+/// Sets "LogMonitor.Level" to "2" in `agentCore`, deliberately the host's own object and not a copy, and passes one
+/// event to a temporary monitor. Any thread; one at a time writes the block, and only if necessary.
 void PostLocalHeartbeat(WindowsAgentCommon::ServiceConfig& agentCore);
 
 }  // namespace VaroCommunicationAPI

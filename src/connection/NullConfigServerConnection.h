@@ -14,7 +14,7 @@ class NullConfigServerConnection : public WindowsAgentCommon::IConfigurationServ
 
   bool RegisterInstance(const std::string& osVersion, const std::string& agentVersion) override;
   bool TestConnection() override;
-  /// Gives the agent's own monitor a heartbeat. Returns false, always: no server was reached.
+  /// Sends a heartbeat to the agent's own monitor. Always returns false: no server was reached.
   bool PostHeartbeat() override;
   bool UpdateStatus(WindowsAgentCommon::AgentUpdateStatus status, const ACE_Time_Value& time) override;
   /// Returns the MD5 of "AgentConfig.xml" in the configuration directory.

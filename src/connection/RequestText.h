@@ -1,4 +1,4 @@
-// Texts that the connections to a configuration server have in common.
+// Texts that the connections to a configuration server share.
 #pragma once
 
 #include <host/EnvironmentBlockHelper.h>
@@ -10,11 +10,11 @@
 namespace VaroCommunicationAPI {
 
 /// Returns "&name=value" for each log-source auto-creation parameter, in the host's order. It begins with "&",
-/// deliberately. Names and values are sent as `encode` returns them.
+/// deliberately. Names and values are passed through `encode`.
 std::string AutoCreationText(const WindowsAgentCommon::EnvironmentBlockHelper& parameters,
                              const std::function<std::string(const std::string&)>& encode);
 
-/// Returns the components, each for this version of the agent, with "," between them.
+/// Returns the components, each for this version of the agent, separated by ",".
 std::string ComponentList(const std::vector<std::string>& names);
 
 }  // namespace VaroCommunicationAPI

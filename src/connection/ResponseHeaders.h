@@ -8,13 +8,13 @@
 
 namespace VaroCommunicationAPI {
 
-/// Takes a response's header lines as they come and keeps those of the last response, at most 1 MiB of text.
+/// Takes header lines as they arrive and keeps those of the last response, at most 1 MiB of text.
 class ResponseHeaders {
  public:
   static constexpr std::size_t maxBytes = 1048576;
 
-  /// A line that begins with "HTTP/" starts anew and is kept under "Version"; any other with a ":" is kept by its name,
-  /// in place of an earlier one of that name. Lines without ":", and those beyond the limit, are ignored.
+  /// A line that begins with "HTTP/" starts a new response and is stored under "Version"; any other line with a ":" is
+  /// stored by its name, replacing an earlier one. Lines without ":", and those beyond the limit, are ignored.
   void AddLine(std::string_view line);
 
   void Clear();
@@ -25,7 +25,7 @@ class ResponseHeaders {
   void Store(std::string_view name, std::string_view value);
 
   std::map<std::string, std::string> m_headers;
-  std::size_t m_bytes = 0;  ///< of all lines that were stored, those that were replaced among them
+  std::size_t m_bytes = 0;  ///< of all lines stored, including replaced ones
 };
 
 }  // namespace VaroCommunicationAPI

@@ -43,7 +43,7 @@ constexpr std::uint32_t certificateNotTrusted = 0x80000003;
 constexpr std::uint32_t noResponse = 0x80000004;
 constexpr std::uint32_t connectionFailed = 0x80000007;
 
-/// Stands for a configuration that the agent does not have.
+/// Represents a missing configuration.
 constexpr const char* noFingerprint = "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF";
 
 /// The reader of a socket counts microseconds in 32 bits.
@@ -62,7 +62,7 @@ std::uint32_t ReadNumber(const EnvironmentBlockHelper& parameters, const char* k
 /// What the server is asked for.
 std::string BuildCodeIdentifier(const std::vector<std::string>& names) {
   std::string text = ComponentList(names);
-  // Whatever the process's locale is.
+  // Independent of the process's locale.
   for (char& character : text) {
     if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
   }
@@ -256,7 +256,7 @@ bool SSLConfigServerConnection::OpenSocket() {
   return true;
 }
 
-/// Without a client returns false and leaves the codes alone.
+/// Without a client returns false and does not change the codes.
 bool SSLConfigServerConnection::EstablishConnection() {
   if (!m_pClient) CreateClient();
   if (!m_pClient) return false;
@@ -269,9 +269,8 @@ bool SSLConfigServerConnection::EstablishConnection() {
   return m_pClient && EstablishInOlderVersion();
 }
 
-/// The server has answered in its own version, and nobody knows in what state that left the connection: it may go on
-/// with it, have closed it, or have left the rest of its answer in it. What fails there but for a time-out is tried
-/// once more on a new connection.
+/// The server has answered in its own version and may now continue, have closed the connection, or have sent the rest
+/// of its answer. After any failure except a time-out, try once more on a new connection.
 bool SSLConfigServerConnection::EstablishInOlderVersion() {
   try {
     return Accept(m_pClient->ConnectionEstablishment(*m_pSerializer, m_connectionFlags));
@@ -311,7 +310,7 @@ void SSLConfigServerConnection::CreateClient() {
                                                                                   m_applicationToken.View(), *block);
 }
 
-/// Keeps the result code of an exchange. Returns whether it is a success.
+/// Stores the result code of an exchange. Returns whether it is a success.
 bool SSLConfigServerConnection::Accept(std::uint32_t resultCode) {
   m_lastResultCode = static_cast<std::int32_t>(resultCode);
   if (m_lastResultCode >= 0) return true;
@@ -319,10 +318,10 @@ bool SSLConfigServerConnection::Accept(std::uint32_t resultCode) {
   return false;
 }
 
-/// Keeps the code of a failure that the agent found by itself. Returns false.
+/// Stores the code of a failure that the agent itself detected. Returns false.
 bool SSLConfigServerConnection::Fail(std::uint32_t errorCode) { return Accept(errorCode); }
 
-/// Returns what `operation` does. When it throws, the stream is out of step and the connection is dropped.
+/// Returns the result of `operation`. If it throws, the stream is out of step and the connection is dropped.
 template <class Operation>
 bool SSLConfigServerConnection::Guard(Operation operation) {
   try {

@@ -25,29 +25,29 @@ class CertificateManager;
 class SocketSerializer;
 
 /// Until `Initialize` every operation returns false (or an empty text). `RegisterInstance`, `UpdateStatus` and
-/// `TestConnection` connect and disconnect by themselves; the others want `Connect` before and `Disconnect` after them.
-/// An exchange that fails, but for a result code, ends the connection. One thread at a time; nothing is thrown.
+/// `TestConnection` connect and disconnect by themselves; the others need `Connect` before and `Disconnect` after them.
+/// An exchange that fails other than by a result code ends the connection. One thread at a time; nothing is thrown.
 ///
-/// The last result code is that of the last exchange, or of the last failure that the agent itself found; the last
-/// error code is the last one of them that was negative.
+/// The last result code is that of the last exchange, or of the last failure that the agent itself detected; the last
+/// error code is the last negative result code.
 class SSLConfigServerConnection : public WindowsAgentCommon::IConfigurationServerConnection {
  public:
   SSLConfigServerConnection();
   ~SSLConfigServerConnection() override;
 
-  /// Reads the parameters, which need not live longer. Returns true.
+  /// Reads the parameters, which need not outlive the call. Returns true.
   bool Initialize(const WindowsAgentCommon::ParameterBlock& parameters);
 
-  /// Once it has succeeded, true without asking the server.
+  /// After one success, returns true without asking the server.
   bool RegisterInstance(const std::string& osVersion, const std::string& agentVersion) override;
   /// Connects with the diagnostic flag.
   bool TestConnection() override;
-  /// Gives the agent's own monitor a heartbeat. Returns false, always: no server was reached.
+  /// Sends a heartbeat to the agent's own monitor. Always returns false: no server was reached.
   bool PostHeartbeat() override;
   bool UpdateStatus(WindowsAgentCommon::AgentUpdateStatus status, const ACE_Time_Value& time) override;
-  /// Asks the server for a configuration, which it keeps for `RetrieveConfiguration`: 32 times "F" when one came, the
-  /// fingerprint of the agent's own when it is up to date, blocked, or when the exchange failed, an empty text when the
-  /// server refused or there is no connection.
+  /// Asks the server for a configuration and keeps it for `RetrieveConfiguration`. Returns 32 times "F" when one
+  /// arrived, the agent's own fingerprint when that is up to date, blocked, or the exchange failed, and an empty text
+  /// when the server refused or there is no connection.
   std::string GetConfigurationFingerprint(bool& updateBlocked) override;
   bool RetrieveConfiguration(std::ostream& output, std::string& md5) override;
   bool RetrieveSoftwarePatch(const std::vector<std::string>& outOfDate, std::ostream& output,
@@ -57,7 +57,7 @@ class SSLConfigServerConnection : public WindowsAgentCommon::IConfigurationServe
   std::int32_t GetLastErrorCode() const override;
   std::int32_t GetLastResultCode() const override;
   std::string GetLastErrorMessage() const override;
-  /// Returning false, it leaves no connection.
+  /// When it returns false, there is no connection.
   bool Connect() override;
   void Disconnect() override;
 
@@ -81,14 +81,14 @@ class SSLConfigServerConnection : public WindowsAgentCommon::IConfigurationServe
   std::string m_strApplicationIdentifier;
   Platform::SecretText m_applicationToken;
   std::string m_strConfigurationServer;
-  std::string m_strServerVersion;  ///< of the wire protocol; empty until a server turned out to speak another than ours
+  std::string m_strServerVersion;  ///< of the wire protocol; empty until a server turned out to use a different one
   SSLProtocolList m_protocols;
   std::uint32_t m_readTimeoutMs = 0;
   std::uint32_t m_connectionFlags = SSLConfigServerProto::CONNECTION_FLAG_NONE;
   std::string m_strAutoCreationParameters;
   std::shared_ptr<CertificateManager> m_pCertificateManager;
   std::shared_ptr<WindowsAgentCommon::IRawSocket> m_pSocket;
-  std::shared_ptr<SocketSerializer> m_pSerializer;                             ///< on the socket; there when that is
+  std::shared_ptr<SocketSerializer> m_pSerializer;                             ///< on the socket; exists when that does
   std::shared_ptr<SSLConfigServerProto::ISSLConfigServerAPIClient> m_pClient;  ///< outlives connections
   bool m_bInitialized = false;
   bool m_bRegistered = false;
