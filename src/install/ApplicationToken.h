@@ -9,10 +9,10 @@ namespace VaroCommunicationAPI {
 
 constexpr const char* applicationTokenKey = "ApplicationToken";
 
-/// Returns the token that look-ups read, empty when there is none.
+/// Returns the token that look-ups find, empty when there is none.
 Platform::SecretText ReadApplicationToken(const WindowsAgentCommon::ParameterBlock& parameters);
 
-/// Wipes every token of `parameters`, whose values are plain strings by the host's contract; they are empty afterwards.
+/// Empties and wipes every token in `parameters`, whose values are plain strings by the host's contract.
 void WipeApplicationToken(WindowsAgentCommon::ParameterBlock& parameters);
 
 }  // namespace VaroCommunicationAPI

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t maxAutoCreationFileBytes = 65536;
 
-/// The converted text goes into a buffer of this size; what does not fit is lost, as it would be in that buffer.
+/// The converted text goes into a buffer of this size; the rest is lost.
 constexpr std::size_t maxConvertedBytes = 65536;
 
 void AppendUtf8(std::string& text, std::uint32_t codePoint) {
@@ -35,8 +35,8 @@ void AppendUtf8(std::string& text, std::uint32_t codePoint) {
   }
 }
 
-/// Converts UTF-16 little-endian bytes up to their first zero character. A lone surrogate becomes U+FFFD. Behind an odd
-/// last byte a zero is thought, as in the zero-filled buffer that such a file was always read into.
+/// Converts UTF-16 little-endian bytes up to their first zero character. A lone surrogate becomes U+FFFD. An odd last
+/// byte is completed with a zero, as in the zero-filled buffer that the format assumes.
 std::string Utf16LittleEndianToUtf8(std::string_view bytes) {
   std::string text;
   std::uint32_t high = 0;
@@ -68,13 +68,13 @@ bool ProcessAutoCreationFile(const std::wstring& path, WindowsAgentCommon::Param
     log.Info("Couldn't find the log source auto-creation parameters (in file %s) - now assuming there are none.", path);
     return true;
   }
-  // The byte-order mark is skipped without being looked at.
+  // The byte-order mark is skipped unchecked.
   constexpr std::size_t byteOrderMarkBytes = 2;
   const std::string_view bytes = content.View();
   const std::string_view characters = bytes.substr(std::min(byteOrderMarkBytes, bytes.size()));
   std::string text = Utf16LittleEndianToUtf8(characters);
   if (text.size() > maxConvertedBytes) {
-    // No character is cut in two: the parameters stay UTF-8.
+    // No character is split: the parameters stay UTF-8.
     std::size_t end = maxConvertedBytes;
     while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
     text.resize(end);

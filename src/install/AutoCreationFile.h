@@ -9,7 +9,7 @@
 namespace VaroCommunicationAPI {
 
 /// Adds the lines that begin with "AutoCreation." of a UTF-16 little-endian file with a byte-order mark, as UTF-8. A
-/// file that cannot be read is told at Info. Returns true, always.
+/// file that cannot be read is logged at Info. Always returns true.
 bool ProcessAutoCreationFile(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters,
                              const WindowsAgentCommon::Log& log);
 

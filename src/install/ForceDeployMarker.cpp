@@ -12,7 +12,7 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// Two slashes, deliberately: this is the path that other programs of the agent form and look for.
+/// Two slashes, deliberately: this is the path that other programs of the agent use.
 std::filesystem::path MarkerPath() {
   return WindowsAgentCommon::WideToPath(WindowsAgentCommon::GetPatchPath() + L"//force.deploy");
 }

@@ -19,13 +19,13 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// What stands beyond is ignored, on purpose.
+/// Anything beyond is ignored, on purpose.
 constexpr std::size_t maxInstallFileBytes = 4096;
 
 /// The plain form is an identifier with dashes, at most this long.
 constexpr std::size_t maxPlainTokenLength = 40;
 
-/// What some editors put in front of UTF-8.
+/// Some editors put this in front of UTF-8.
 constexpr std::string_view utf8Mark = "\xEF\xBB\xBF";
 
 bool HasUtf16Mark(std::string_view text) { return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF"); }
@@ -61,11 +61,11 @@ int InstallConfigFileProcessor::Process(const std::wstring& path, WindowsAgentCo
 
 int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path,
                                                         WindowsAgentCommon::ParameterBlock& parameters) {
-  // The first of several entries is the one that look-ups read.
+  // Look-ups find the first of several entries.
   const auto [token, last] = parameters.equal_range(applicationTokenKey);
   if (token == last || !IsSecured(token->second)) return 0;
 
-  // When a plain token is taken for a secured one, these bytes give it away.
+  // These bytes reveal a plain token that was taken for a secured one.
   Platform::PlainSecret<std::vector<std::uint8_t>> cipherText;
   WindowsAgentCommon::DecodeBase64(token->second, *cipherText);
   Platform::SecretText plainText;

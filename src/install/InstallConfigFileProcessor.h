@@ -1,4 +1,4 @@
-// Reads what the installer left beside the agent's configuration.
+// Reads the installer's files next to the agent's configuration.
 #pragma once
 
 #include <host/ParameterBlock.h>
@@ -7,17 +7,17 @@
 
 namespace VaroCommunicationAPI {
 
-/// Reads the install configuration file: server, port, identity, TLS range. One thread; no exception leaves it for what
-/// a file contains.
+/// Reads the install configuration file: server, port, identity, TLS range. One thread; no exception leaves it because
+/// of a file's content.
 class InstallConfigFileProcessor {
  public:
   /// `keyContainerName` names the machine key container of secured application tokens.
   explicit InstallConfigFileProcessor(std::wstring keyContainerName = L"Sorvex.ConfigServerConnection");
 
   /// Adds an entry to `parameters` for every line "key=value" within the first 4096 bytes, and replaces a secured
-  /// application token by its plain text. A byte-order mark of UTF-8 is skipped. Returns 0, or a system error number
+  /// application token with its plain text. A UTF-8 byte-order mark is skipped. Returns 0, or a system error number
   /// with the reason in `GetMessageText`: the file could not be read or is UTF-16 (nothing added), or the token could
-  /// not be decrypted (left as it stands).
+  /// not be decrypted (left unchanged).
   int Process(const std::wstring& path, WindowsAgentCommon::ParameterBlock& parameters);
 
   /// Why the last `Process` failed.

@@ -8,7 +8,7 @@
 namespace VaroCommunicationAPI {
 
 /// Adds "BuildNumber_<component>" for every "<component>.manifest" in the directory of `installFilePath` whose first
-/// 4096 bytes hold "Build Number: " and digits. What cannot be read adds nothing. Throws nothing.
+/// 4096 bytes contain "Build Number: " and digits. Unreadable files add nothing. Throws nothing.
 void ReadVersionManifests(const std::wstring& installFilePath, WindowsAgentCommon::ParameterBlock& parameters);
 
 }  // namespace VaroCommunicationAPI
