@@ -75,7 +75,7 @@ bool CertificateManager::RetrieveServerCertificateText(std::string& text) {
   return !text.empty();
 }
 
-/// Returns 0 or the error. The server may be anybody: what it shows is looked at afterwards.
+/// Returns 0 or the error. The server is not verified here: the caller checks its certificate afterwards.
 int CertificateManager::ConnectToServer(TlsStream& stream) const {
   const auto goOn = [] { return false; };
   const std::wstring server = WindowsAgentCommon::Utf8ToWide(m_strServer);
@@ -125,10 +125,10 @@ std::size_t CertificateManager::RetrieveChainTextForContext(const CertificateHol
     CertificateHolder issuer = authorities.FindIssuer(top);
     std::wstring issuerName;
     GetSubjectDisplayName(issuer, issuerName);
-    // A certificate that repeats the name of the one before it is taken for the self-signed top, and not added.
+    // A certificate that repeats the previous one's name is taken for the self-signed top, and not added.
     if (issuer && issuerName == name) break;
     const bool bHasText = CertificateToText(issuer, text);
-    // Certificates that name each other as issuers lead in circles: they end like a chain without a next issuer.
+    // Certificates that name each other as issuers form a cycle; treat it like a chain without a next issuer.
     if (!issuer || std::find(chain.begin(), chain.end(), text) != chain.end()) {
       EndChain(top, chain);
       break;
@@ -148,7 +148,7 @@ std::size_t CertificateManager::RetrieveChainTextForContext(const CertificateHol
   return chain.size();
 }
 
-/// Decides about a chain whose topmost certificate has no issuer in the store "CA". Empties it when it is not trusted.
+/// Checks a chain whose topmost certificate has no issuer in the store "CA". Empties it when it is not trusted.
 void CertificateManager::EndChain(const CertificateHolder& top, std::vector<std::string>& chain) {
   const auto refuse = [&](const char* format) {
     std::wstring name;
@@ -158,7 +158,7 @@ void CertificateManager::EndChain(const CertificateHolder& top, std::vector<std:
     m_log.Error(format, name, top.IssuerName());
   };
   if (chain.size() == 1) {
-    // The store "ROOT" is not asked for the issuer of the server itself, on purpose.
+    // The store "ROOT" is not searched for the issuer of the server itself, on purpose.
     std::wstring subject;
     GetSubjectRDN(top, subject);
     if (subject == top.IssuerName()) return;
@@ -197,7 +197,7 @@ bool CertificateManager::WriteCertificateChainFile(const std::wstring& path, con
     m_lastError = Platform::WriteFileAtomically(path, content);
     if (m_lastError == 0) return true;
   }
-  // What another wrote there meanwhile has not been checked by anybody.
+  // Nobody has checked what another process wrote there meanwhile.
   const std::filesystem::path file = WindowsAgentCommon::WideToPath(path);
   std::error_code ignored;
   if (!std::filesystem::is_directory(file, ignored)) std::filesystem::remove(file, ignored);

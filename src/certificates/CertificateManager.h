@@ -1,4 +1,4 @@
-// The file that holds the certificate chain of the configuration server: trusted as it stands, or fetched and checked.
+// The file with the configuration server's certificate chain: trusted as it is, or fetched and checked.
 #pragma once
 
 #include "platform/Certificate.h"
@@ -17,10 +17,10 @@
 
 namespace VaroCommunicationAPI {
 
-/// A certificate on its way into a chain, or none.
+/// A certificate to add to a chain, or none.
 using CertificateHolder = Platform::Certificate;
 
-/// What the manager asks of the system. A text is empty when it cannot be made.
+/// What the manager needs from the system. A text is empty when it cannot be made.
 struct CertificateServices {
   /// Returns 0, or the system's error number with the store empty.
   std::function<int(const std::wstring& name, Platform::CertificateStore& store)> m_openStore =
@@ -29,10 +29,9 @@ struct CertificateServices {
   std::function<std::string(const TlsStream&)> m_peerCertificateText = &TlsStream::PeerCertificatePem;
 };
 
-/// Trusts on first use, with a check: when the file is missing, the certificate that the server shows is taken if its
-/// issuers lead to a self-signed certificate or to one of the store "ROOT". A file that exists is trusted whatever it
-/// holds. Every failure is a false (or 0) and a line in the log; nothing is thrown but for want of memory. One thread
-/// at a time.
+/// Trust on first use, with a check: when the file is missing, the server's certificate is accepted if its issuers lead
+/// to a self-signed certificate or to one in the store "ROOT". An existing file is trusted whatever it contains. Every
+/// failure returns false (or 0) and logs a line; only running out of memory throws. One thread at a time.
 class CertificateManager {
  public:
   explicit CertificateManager(std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit,
@@ -41,39 +40,39 @@ class CertificateManager {
   CertificateManager(const CertificateManager&) = delete;
   CertificateManager& operator=(const CertificateManager&) = delete;
 
-  // To be called in this order before anything else.
+  // Call these in this order before anything else.
 
-  /// A name, or an address; an IPv6 one may stand in brackets.
+  /// A name or an address; an IPv6 address may have brackets.
   void SetServer(const std::string& server);
   void SetPort(std::uint16_t port);
   void SetProtocolList(const SSLProtocolList& protocols);
 
-  /// Looks whether the file exists. From then on it is trusted, also when it goes or changes later.
+  /// Checks whether the file exists. If so, it is trusted from then on, even if it is deleted or changed later.
   void SetPEMFilePath(const std::wstring& path);
 
-  /// Returns whether the file can be relied on, after fetching and checking the chain when it does not exist. A failed
-  /// attempt is not remembered, and leaves no file. False without a message when there is no path.
+  /// Returns whether the file can be used, after fetching and checking the chain if it does not exist. A failed attempt
+  /// is not remembered and leaves no file. False without a message when there is no path.
   bool ValidateCertificate();
 
-  // The steps of the above.
+  // The steps of `ValidateCertificate`.
 
-  /// Connects to the server and stores the certificate that it shows, whatever that is, as PEM in `text`. A server that
-  /// does not finish the handshake within the limit is given up. False with `text` empty.
+  /// Connects to the server and stores its certificate, whatever that is, as PEM in `text`. Gives up on a server that
+  /// does not finish the handshake within the limit. Returns false with `text` empty.
   bool RetrieveServerCertificateText(std::string& text);
 
-  /// Reads a PEM text. False, with none in `holder`, when it is no certificate or one of more than 16384 bytes in DER.
+  /// Reads a PEM text. Returns false with `holder` empty when it is not a certificate or exceeds 16384 bytes in DER.
   bool GetContextFromCertificateText(const std::string& text, CertificateHolder& holder);
 
-  /// Fills `chain`, which is empty, with the PEM texts of the certificate and its issuers, each after what it issued.
-  /// Returns their number: 0 when the chain is not trusted. When the store "ROOT" cannot be opened, the texts gathered
-  /// so far stay.
+  /// Fills the empty `chain` with the PEM texts of the certificate and its issuers, each after what it issued. Returns
+  /// their number: 0 when the chain is not trusted. When the store "ROOT" cannot be opened, the texts gathered so far
+  /// stay.
   std::size_t RetrieveChainTextForContext(const CertificateHolder& holder, std::vector<std::string>& chain);
 
-  /// Writes the chain of the certificate in `text` to the file, the topmost issuer first. Nobody sees a part of it, and
-  /// only its owner can write it. On failure there is no file of this name.
+  /// Writes the chain of the certificate in `text` to the file atomically, the topmost issuer first. Only its owner can
+  /// write the file. On failure there is no file of this name.
   bool WriteCertificateChainFile(const std::wstring& path, const std::string& text);
 
-  // False, with the text empty, of no certificate and when there is no text.
+  // Returns false with the text empty when there is no certificate or it has no text.
 
   bool CertificateToText(const CertificateHolder& holder, std::string& text) const;
   static bool GetSubjectDisplayName(const CertificateHolder& holder, std::wstring& name);
@@ -89,7 +88,7 @@ class CertificateManager {
   SSLProtocolList m_protocols;
   std::wstring m_strPEMPath;
   bool m_bHaveCertificate = false;
-  int m_lastError = 0;  ///< the system's number of what failed last
+  int m_lastError = 0;  ///< the system's number of the last failure
   const std::chrono::milliseconds m_handshakeLimit;
   const CertificateServices m_services;
 };
