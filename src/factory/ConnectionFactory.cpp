@@ -62,7 +62,7 @@ void ConnectionFactory::ForgetInstallation() {
 int ConnectionFactory::Initialize(const WindowsAgentCommon::ServiceConfig& config) {
   if (m_bInitialized) return WindowsAgentCommon::SERVICE_INITIALIZE_READY;
   if (!WindowsAgentCommon::GetComponentFactory()) return WindowsAgentCommon::SERVICE_INITIALIZE_FAILED;
-  // A component that was shut down, or failed before, starts anew.
+  // A component that was shut down, or failed before, starts afresh.
   ForgetInstallation();
   if (!DependOn(WindowsAgentCommon::IStatisticsServer::GetServiceName()) ||
       !DependOn(WindowsAgentCommon::ISecurityManager::GetServiceName())) {
@@ -142,7 +142,7 @@ bool ConnectionFactory::IsStandAloneMode() const { return m_bStandAlone || m_bFo
 
 void ConnectionFactory::CreateConfigServerConnection(
     std::shared_ptr<WindowsAgentCommon::IConfigurationServerConnection>& connection) {
-  // The connection is handed out also when its initialisation failed: it then refuses its operations.
+  // The connection is returned even if its initialisation failed: it then refuses its operations.
   if (m_bStandAlone) {
     m_log.Debug("creating stand alone mode config server connection");
     const auto standAlone = std::make_shared<NullConfigServerConnection>();

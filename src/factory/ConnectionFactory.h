@@ -16,9 +16,9 @@ class ACE_Dynamic_Service_Dependency;
 
 namespace VaroCommunicationAPI {
 
-/// Reads the installation, decides how the agent talks to its configuration server, and makes connections and sockets.
-/// `Initialize` and `Shutdown` are called by one thread; between them any thread may ask for the rest. No threads of
-/// its own.
+/// Reads the installation, decides how the agent connects to its configuration server, and makes connections and
+/// sockets. `Initialize` and `Shutdown` are called from one thread; between them any thread may call the rest. No
+/// threads of its own.
 class ConnectionFactory
     : public WindowsAgentCommon::ServiceComponentBase<WindowsAgentCommon::IConnectionFactory, ACE_Service_Object> {
  public:
@@ -40,17 +40,17 @@ class ConnectionFactory
   bool GetParameter(const std::string& name, std::string& value) const override;
 
  private:
-  /// Makes the host service `serviceName` stay loaded as long as this component. Returns false when it is registered
-  /// but cannot be loaded.
+  /// Keeps the host service `serviceName` loaded as long as this component. Returns false when it is registered but
+  /// cannot be loaded.
   bool DependOn(const char* serviceName);
 
-  /// Goes back to the state of a new component; wipes the application token.
+  /// Returns to the state of a new component; wipes the application token.
   void ForgetInstallation();
 
-  /// Fills the parameters from the install file, the manifests and the marker. Returns whether there is any.
+  /// Fills the parameters from the install file, the manifests and the marker. Returns whether there are any.
   bool ReadInstallation(const std::wstring& installFilePath);
 
-  /// Settles the mode from the parameters.
+  /// Derives the mode from the parameters.
   void ChooseMode();
 
   WindowsAgentCommon::ParameterBlock m_parameters;

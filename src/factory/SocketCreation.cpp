@@ -1,4 +1,4 @@
-// The sockets that the factory hands out, by flags.
+// The sockets that the factory makes, by flags.
 #include "factory/ConnectionFactory.h"
 
 #include "sockets/SSLTCPRawSocket.h"
@@ -18,7 +18,7 @@ using namespace WindowsAgentCommon;
 
 bool HasAll(std::uint8_t flags, unsigned int wanted) { return (flags & wanted) == wanted; }
 
-/// The lines are part of the report that the host logs, and kept whatever stands where in this file.
+/// These lines are part of the report that the host logs, and stay fixed whatever their place in this file.
 [[noreturn]] void Refuse(const char* function, int line) {
   throw OperationNotSupportedException("ConnectionFactory", function, line);
 }
