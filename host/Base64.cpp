@@ -7,10 +7,10 @@
 namespace WindowsAgentCommon {
 namespace {
 
-/// What every character outside the alphabet is; no six bits have its top bit.
+/// Marks every character outside the alphabet; no six bits have its top bit.
 constexpr std::uint8_t OTHER = 0x80;
 
-/// The six bits that each character stands for.
+/// The six bits for each character.
 constexpr std::array<std::uint8_t, 256> MakeTable() {
   constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::array<std::uint8_t, 256> table{};
@@ -54,7 +54,7 @@ bool DecodeBase64(std::string_view text, std::vector<std::uint8_t>& bytes) {
   text = WithoutBlanksAround(text);
   if (text.size() % 4 != 0) return false;
   if (text.empty()) return true;
-  // The last group is decoded as if its padding were zero bits, and the bytes that it does not stand for cut off.
+  // Decodes the last group as if its padding were zero bits, then cuts off the surplus bytes.
   const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
   std::string last(text.substr(text.size() - 4));
   last.replace(4 - padding, padding, padding, 'A');

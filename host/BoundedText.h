@@ -1,4 +1,4 @@
-// A text that grows up to a limit and counts what it left out.
+// A text that grows up to a limit and counts what it leaves out.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace WindowsAgentCommon {
 
-/// For one thread. Once something was left out, everything that follows is.
+/// One thread. Once something was left out, everything that follows is too.
 class BoundedText {
  public:
   /// At most `limit` bytes are kept.
@@ -15,18 +15,18 @@ class BoundedText {
 
   void Reserve(std::size_t size);
 
-  /// Appends `text`, or as much of it as there is room for without splitting a UTF-8 sequence.
+  /// Appends as much of `text` as fits without splitting a UTF-8 sequence.
   void Append(std::string_view text);
 
-  /// Appends `piece` if there is room for all of it.
+  /// Appends `piece` if all of it fits.
   void AppendWhole(std::string_view piece);
 
-  /// Appends `count` times `character`, or as many as there is room for.
+  /// Appends `count` times `character`, or as many as fit.
   void Append(std::size_t count, char character);
 
   std::string_view View() const { return m_strText; }
 
-  /// Returns the text, with " [<number> more bytes]" at its end when something was left out. Called once, last.
+  /// Returns the text, followed by " [<number> more bytes]" if something was left out. Called once, last.
   std::string Take();
 
  private:

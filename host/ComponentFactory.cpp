@@ -28,7 +28,7 @@
 namespace WindowsAgentCommon {
 namespace {
 
-/// What `_make_<className>` is: it returns a new service and says who destroys it.
+/// The type of `_make_<className>`: it returns a new service and its deleter.
 using MakeService = ACE_Service_Object* (*)(ACE_Service_Object_Exterminator*);
 
 struct Registration {
@@ -50,8 +50,8 @@ ACE_Service_Repository* GetRepository() {
   return gestalt ? gestalt->current_service_repository() : nullptr;
 }
 
-/// Loads `file` into `library`, under its path as its name. ACE itself would take a path of the system's narrow
-/// character set only, try other names besides, and keep the system's reason to itself.
+/// Loads `file` into `library`, with its path as its name. ACE itself would accept only a path in the system's narrow
+/// character set, try other names too, and discard the system's reason.
 bool OpenLibrary(const std::filesystem::path& file, ACE_DLL& library, std::string& error) {
   const ACE_SHLIB_HANDLE handle = OpenSharedLibrary(file, error);
   if (handle == ACE_SHLIB_INVALID_HANDLE) return false;
@@ -64,7 +64,7 @@ bool OpenLibrary(const std::filesystem::path& file, ACE_DLL& library, std::strin
     error = "too many libraries";
     return false;
   }
-  // One that was there before keeps its own handle; this one has then served only to find the library.
+  // An existing record keeps its own handle; this one only served to find the library.
   if (known->refcount() > 1) ACE_OS::dlclose(handle);
   const bool opened = library.open(name.c_str()) == 0;
   if (!opened) error = "the library manager refuses it";
@@ -72,7 +72,7 @@ bool OpenLibrary(const std::filesystem::path& file, ACE_DLL& library, std::strin
   return opened;
 }
 
-/// The records of the repository that hold no library.
+/// The repository's records that hold no library.
 std::set<const ACE_Service_Type*> RecordsWithoutLibrary(ACE_Service_Repository& repository) {
   std::set<const ACE_Service_Type*> records;
   const ACE_Guard<ACE_SYNCH_RECURSIVE_MUTEX> guard(repository.lock());
@@ -83,10 +83,10 @@ std::set<const ACE_Service_Type*> RecordsWithoutLibrary(ACE_Service_Repository& 
   return records;
 }
 
-/// As `OpenLibrary`; whatever the library's start puts into the repository then holds the library.
+/// Like `OpenLibrary`; records that the library's start adds to the repository then hold the library.
 bool OpenLibraryForServices(const std::filesystem::path& file, ACE_DLL& library, ACE_Service_Repository& repository,
                             std::string& error) {
-  // The system's loader starts one library at a time, too. Recursive, because the start of a library may load others.
+  // The system's loader also starts one library at a time. Recursive, because the start of a library may load others.
   static std::recursive_mutex& oneAtATime = *new std::recursive_mutex;
   const std::lock_guard lock(oneAtATime);
   const std::set<const ACE_Service_Type*> before = RecordsWithoutLibrary(repository);
@@ -97,8 +97,8 @@ bool OpenLibraryForServices(const std::filesystem::path& file, ACE_DLL& library,
   return true;
 }
 
-/// Calls foreign code. Returns an empty text, or what exception came out of `name`. The exception is gone when this
-/// returns: its code may stand in a library that is about to be closed.
+/// Calls foreign code. Returns an empty text, or the text of an exception from `name`. The exception is destroyed
+/// before this returns: its code may be in a library that is about to be closed.
 template <class Function>
 std::string CallForeign(const std::string& name, Function function) {
   try {
@@ -111,8 +111,8 @@ std::string CallForeign(const std::string& name, Function function) {
   }
 }
 
-/// Makes the service of a registration and puts it into the repository. Returns an empty text, or why it failed.
-/// Foreign code runs; no lock is held meanwhile.
+/// Makes a registration's service and adds it to the repository. Returns an empty text, or why it failed. Runs foreign
+/// code; no lock is held meanwhile.
 std::string MakeAndInsert(const Registration& registration, const std::string& repositoryName,
                           ACE_Service_Repository& repository) {
   ACE_DLL library;
@@ -163,23 +163,23 @@ struct ComponentFactory::State {
   const Log m_log = LoggerFactory::GetLogger("Code.ComponentFactory");
 };
 
-/// Whether a thread that waits for `owner` would wait for itself in the end. With the mutex held.
+/// Whether a thread that waits for `owner` would end up waiting for itself. With the mutex held.
 bool ComponentFactory::State::IsWaitEndless(std::thread::id owner) const {
   while (owner != std::this_thread::get_id()) {
     const auto wait = m_waiting.find(owner);
     if (wait == m_waiting.end()) return false;
     const auto claim = m_claimed.find(wait->second);
-    // Released a moment ago: that thread is about to go on.
+    // Released a moment ago: that thread is about to continue.
     if (claim == m_claimed.end()) return false;
     owner = claim->second;
   }
   return true;
 }
 
-/// The right of one thread to load or unload a service, for the time of its life.
+/// A thread's right to load or unload a service, for the object's lifetime.
 class ComponentFactory::State::Claim {
  public:
-  /// Waits until no other thread has the right. Refused where that would wait without end.
+  /// Waits until no other thread has the right. Refused if that would never end.
   Claim(State& state, const std::string& serviceName) : m_state(state), m_strName(serviceName) {
     std::unique_lock lock(state.m_mutex);
     const std::thread::id self = std::this_thread::get_id();

@@ -24,7 +24,7 @@ std::string_view WithoutBlanks(std::string_view text) {
   return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-/// Compares with a lower-case ASCII word, whatever the process's locale is.
+/// Compares with a lower-case ASCII word, independent of the process's locale.
 bool EqualsWord(std::string_view text, std::string_view word) {
   return std::equal(text.begin(), text.end(), word.begin(), word.end(), [](char left, char right) {
     return (left >= 'A' && left <= 'Z' ? static_cast<char>(left - 'A' + 'a') : left) == right;

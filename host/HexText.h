@@ -6,7 +6,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Two lower-case digits a byte.
+/// Two lower-case digits per byte.
 inline std::string HexText(std::span<const unsigned char> bytes) {
   static constexpr char DIGITS[] = "0123456789abcdef";
   std::string text;

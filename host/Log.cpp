@@ -7,7 +7,7 @@
 namespace WindowsAgentCommon {
 namespace {
 
-/// What a peer makes us log ends here.
+/// Limits what a peer can make us log.
 constexpr std::size_t MAX_MESSAGE_BYTES = 64 * 1024;
 
 }  // namespace
@@ -53,7 +53,7 @@ void Log::WriteRecord(LogLevel level, const char* format, const LogArgument* arg
     TextFormatter formatter(format ? format : "(null)", arguments, count, true, MAX_MESSAGE_BYTES);
     m_pTarget->m_pSink->Write(level, m_pTarget->m_strName, formatter.Run());
   } catch (...) {
-    // A record that cannot be kept (memory, a full disk) must not end the work that it reports on.
+    // A record that cannot be kept (no memory, full disk) must not end the work that it reports.
   }
 }
 

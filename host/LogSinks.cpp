@@ -14,10 +14,10 @@
 namespace WindowsAgentCommon {
 namespace {
 
-/// How often the name of a log file is looked at.
+/// How often the name of a log file is checked.
 constexpr std::chrono::seconds FOLLOW_INTERVAL{1};
 
-/// Appends to a file by its name: after somebody else has renamed or deleted it, to a new one.
+/// Appends to a file by its name: after someone else renames or deletes it, to a new one.
 class FileSink : public spdlog::sinks::base_sink<std::mutex> {
  public:
   FileSink(const std::filesystem::path& file, MonotonicClock now)

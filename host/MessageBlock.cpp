@@ -8,8 +8,8 @@
 namespace WindowsAgentCommon {
 
 ACE_Message_Block* CreateDataMessageBlock(std::size_t size) {
-  // The buffer lies behind its data block, in one allocation: blocks are made once per event. The data block does not
-  // own the buffer (DONT_DELETE) and gives the whole back to this allocator when the last reference goes.
+  // The buffer follows its data block in one allocation, because blocks are made once per event. The data block does
+  // not own the buffer (DONT_DELETE); with the last reference this allocator frees both.
   ACE_Allocator* allocator = ACE_Allocator::instance();
   if (size > SIZE_MAX - sizeof(ACE_Data_Block)) return nullptr;
   void* const memory = allocator->malloc(sizeof(ACE_Data_Block) + size);

@@ -22,7 +22,7 @@ spdlog::level::level_enum ToSpdlog(LogLevel level) {
   return spdlog::level::err;
 }
 
-/// Prints the levels' names as the host calls them.
+/// Prints the levels' names as the host spells them.
 class LevelFlag : public spdlog::custom_flag_formatter {
  public:
   void format(const spdlog::details::log_msg& message, const std::tm&, spdlog::memory_buf_t& line) override {

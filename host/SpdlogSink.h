@@ -10,8 +10,8 @@
 
 namespace WindowsAgentCommon {
 
-/// Writes one line a record: time (UTC, microseconds), level, logger name, text. The name is escaped; line feeds that
-/// a format itself holds stay. Thread-safe when `sink` is.
+/// Writes one line per record: time (UTC, microseconds), level, logger name, text. The name is escaped; line feeds in a
+/// format itself stay. Thread-safe when `sink` is.
 class SpdlogSink : public ILogSink {
  public:
   SpdlogSink(std::unique_ptr<spdlog::sinks::sink> sink, LogLevel level);

@@ -22,7 +22,7 @@ class StatisticsServer : public ACE_Service_Object, public IStatisticsServer {
   std::uint64_t GetValue(const std::string& name) const override;
 
  private:
-  /// Not std::shared_mutex: that of mingw-w64 has been seen to leave all threads waiting under Wine.
+  /// Not std::shared_mutex: that of mingw-w64 has left all threads waiting under Wine.
   mutable std::mutex m_mutex;
   std::map<std::string, std::uint64_t> m_counters;
 };

@@ -5,7 +5,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Builds RFC 3164: local time, and the host's name without its domain.
+/// Builds RFC 3164 messages: local time, and the host's name without its domain.
 class SyslogBsdPayloadBuilder : public IPayloadBuilder {
  public:
   ~SyslogBsdPayloadBuilder() override;

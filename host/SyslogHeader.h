@@ -1,4 +1,4 @@
-// The head of a syslog message, put together without allocating.
+// The header of a syslog message, built without allocating.
 #pragma once
 
 #include <array>
@@ -8,11 +8,11 @@
 
 namespace WindowsAgentCommon {
 
-/// A point in time taken apart, UTC, in the proleptic Gregorian calendar.
+/// A point in time in parts, UTC, in the proleptic Gregorian calendar.
 struct UtcTime {
   explicit UtcTime(std::chrono::system_clock::time_point time);
 
-  unsigned m_year;  ///< 0 to 9999; the nearest of these when the time lies outside
+  unsigned m_year;  ///< 0 to 9999; times outside get the nearer limit
   unsigned m_month;
   unsigned m_day;
   unsigned m_hour;
@@ -21,10 +21,10 @@ struct UtcTime {
   unsigned m_microsecond;
 };
 
-/// Returns what follows the last separator ('/' or '\\') of a path; separators at its end do not count.
+/// Returns what follows the last separator ('/' or '\\') of a path; trailing separators do not count.
 std::string_view GetLastPathComponent(std::string_view path);
 
-/// A buffer on the stack, long enough for every head that the builders make.
+/// A buffer on the stack, large enough for every header that the builders make.
 class SyslogHeader {
  public:
   static constexpr std::size_t LONGEST_HOST = 255;
@@ -34,20 +34,20 @@ class SyslogHeader {
   void Append(char character);
   void Append(std::string_view text);
 
-  /// Appends `value`, which has at most `digits` digits, in exactly that many, with `fill` in front.
+  /// Appends `value`, which has at most `digits` digits, in exactly that many, padded with `fill` in front.
   void AppendNumber(unsigned value, unsigned digits, char fill = '0');
 
-  /// Appends "<PRI>" of the facility "user"; a level outside of 0 to 7 counts as the nearest one.
+  /// Appends "<PRI>" of the facility "user"; a level outside 0 to 7 counts as the nearer limit.
   void AppendPriority(int level);
 
   /// Appends "2026-11-20T21:10:53.123456Z".
   void AppendRfc3339(const UtcTime& time);
 
-  /// Appends "Nov  2 21:10:53", local time; UTC when the system knows no local time for it.
+  /// Appends "Nov  2 21:10:53", local time; UTC when the system has no local time for it.
   void AppendBsdTime(std::chrono::system_clock::time_point time);
 
-  /// Appends at most `longest` bytes of a name, those that are not printable ASCII or are blanks as '_'; "-" for an
-  /// empty name.
+  /// Appends at most `longest` bytes of a name, with '_' for blanks and for bytes that are not printable ASCII; "-" for
+  /// an empty name.
   void AppendName(std::string_view name, std::size_t longest);
 
   /// Appends a host's name without its domain, or its address, as `AppendName` does.

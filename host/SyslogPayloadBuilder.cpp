@@ -16,7 +16,7 @@ void SyslogPayloadBuilder::BuildPayload(const Event& event, std::string& payload
   header.Append(' ');
   header.AppendName(GetLastPathComponent(event.m_strSource), SyslogHeader::LONGEST_APPLICATION);
   header.Append(" - - -");
-  // A message without text ends behind its structured data.
+  // A message without text ends after its structured data.
   if (!event.m_strText.empty()) header.Append(' ');
   payload.assign(header.GetText());
   payload.append(event.m_strText);

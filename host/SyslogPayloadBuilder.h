@@ -5,8 +5,8 @@
 
 namespace WindowsAgentCommon {
 
-/// Builds RFC 5424, without structured data. The text is passed on byte for byte (MSG-ANY): an event does not say which
-/// encoding its text has, so no byte order mark claims UTF-8.
+/// Builds RFC 5424 messages without structured data. The text is passed on byte for byte (MSG-ANY): an event does not
+/// say which encoding its text has, so no byte-order mark claims UTF-8.
 class SyslogPayloadBuilder : public IPayloadBuilder {
  public:
   ~SyslogPayloadBuilder() override;

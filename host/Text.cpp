@@ -20,7 +20,7 @@ bool IsSurrogate(char32_t value) { return value >= 0xD800 && value <= 0xDFFF; }
 
 [[maybe_unused]] bool IsLowSurrogate(char32_t value) { return value >= 0xDC00 && value <= 0xDFFF; }
 
-/// What a byte that is no UTF-8 becomes in UTF-32, where no character stands.
+/// In UTF-32 a byte that is not UTF-8 becomes this code point, where there is no character.
 constexpr char32_t LONE_BYTE = 0xDC00;
 
 bool IsLoneByte(char32_t value) { return !WIDE_IS_UTF16 && value >= LONE_BYTE + 0x80 && value <= LONE_BYTE + 0xFF; }

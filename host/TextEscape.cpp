@@ -14,7 +14,7 @@ bool IsControl(char32_t codePoint) {
   return codePoint < 0x20 || (codePoint >= 0x7F && codePoint <= 0x9F) || codePoint == 0x2028 || codePoint == 0x2029;
 }
 
-/// Whether the character makes what follows, or itself, appear in another place than it stands.
+/// Whether the character makes itself or what follows appear in a different place.
 bool TurnsDirection(char32_t codePoint) {
   return codePoint == 0x061C || codePoint == 0x200E || codePoint == 0x200F ||
          (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);

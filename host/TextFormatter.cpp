@@ -14,7 +14,7 @@
 namespace WindowsAgentCommon {
 namespace {
 
-/// Bounds width and precision, so that a wrong argument of a '*' cannot ask for gigabytes.
+/// Limits width and precision, so that a wrong argument of a '*' cannot ask for gigabytes.
 constexpr std::size_t LONGEST_FIELD = 4096;
 
 bool IsInteger(const LogArgument& argument) {
@@ -67,7 +67,7 @@ std::string TextFormatter::Run() {
   return m_result.Take();
 }
 
-/// Reads what follows a percent sign; returns false when it is no conversion.
+/// Reads what follows a percent sign; returns false when it is not a conversion.
 bool TextFormatter::ReadDirective(std::size_t& position, Directive& directive) {
   ReadFlags(position, directive);
   ReadWidth(position, directive);
@@ -96,7 +96,7 @@ void TextFormatter::ReadWidth(std::size_t& position, Directive& directive) {
     ++position;
     std::int64_t width = 0;
     if (!TakeStar(width)) return;
-    // As printf has it, a negative width is the flag '-' and a width.
+    // As in printf, a negative width is the flag '-' and a width.
     if (width < 0) directive.m_bLeft = true;
     const std::uint64_t magnitude =
         width < 0 ? ~static_cast<std::uint64_t>(width) + 1 : static_cast<std::uint64_t>(width);
@@ -112,7 +112,7 @@ void TextFormatter::ReadPrecision(std::size_t& position, Directive& directive) {
   if (position < m_format.size() && m_format[position] == '*') {
     ++position;
     std::int64_t precision = -1;
-    // As printf has it, a negative precision counts as none.
+    // As in printf, a negative precision counts as none.
     if (!TakeStar(precision) || precision < 0) return;
     directive.m_precision = static_cast<std::size_t>(std::min<std::int64_t>(precision, LONGEST_FIELD));
   } else {
@@ -121,7 +121,7 @@ void TextFormatter::ReadPrecision(std::size_t& position, Directive& directive) {
   directive.m_bHasPrecision = true;
 }
 
-/// Skips the modifiers, which say nothing here: every argument knows its own type.
+/// Skips the modifiers, which are irrelevant here: every argument knows its own type.
 void TextFormatter::SkipLengthModifiers(std::size_t& position) const {
   while (position < m_format.size()) {
     const std::string_view rest = m_format.substr(position);
@@ -143,7 +143,7 @@ std::size_t TextFormatter::ReadNumber(std::size_t& position) const {
   return number;
 }
 
-/// Takes the argument of a '*'; one that is no integer is left for the conversion.
+/// Takes the argument of a '*'; one that is not an integer is left for the conversion.
 bool TextFormatter::TakeStar(std::int64_t& value) {
   if (m_next == m_count || !IsInteger(m_pArguments[m_next])) return false;
   value = AsSigned(m_pArguments[m_next++]);
@@ -195,7 +195,7 @@ void TextFormatter::AppendInteger(const Directive& directive, const LogArgument&
     std::transform(std::begin(digits), end, std::begin(digits),
                    [](char digit) { return digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit; });
   }
-  // As printf has it, zero with a precision of zero prints no digit.
+  // As in printf, zero with a precision of zero prints no digit.
   if (directive.m_bHasPrecision && directive.m_precision == 0 && magnitude == 0) end = digits;
   const std::string_view body(digits, static_cast<std::size_t>(end - digits));
 
@@ -205,12 +205,12 @@ void TextFormatter::AppendInteger(const Directive& directive, const LogArgument&
   } else if (directive.m_bZero && !directive.m_bLeft) {
     if (directive.m_width > prefix.size() + body.size()) zeros = directive.m_width - prefix.size() - body.size();
   }
-  // As printf has it, the alternate form of an octal number begins with a zero, whichever one that is.
+  // As in printf, the alternate form of an octal number begins with a zero.
   if (base == 8 && directive.m_bAlternate && zeros == 0 && !body.starts_with('0')) zeros = 1;
   AppendPadded(directive, prefix, zeros, body);
 }
 
-/// Prints the code point that the argument is; what a `char` beyond ASCII becomes when it is signed, as that byte.
+/// Prints the code point in the argument; a negative `char` beyond ASCII is printed as its byte.
 void TextFormatter::AppendCharacter(const Directive& directive, const LogArgument& argument) {
   const std::int64_t value = AsSigned(argument);
   std::string character;

@@ -18,11 +18,11 @@ class TextFormatter {
   TextFormatter(std::string_view format, const LogArgument* arguments, std::size_t count, bool escape,
                 std::size_t limit = std::string::npos);
 
-  /// Returns the formatted text; what exceeds the limit is left out, and the end of the text says how much that is.
+  /// Returns the formatted text; a text over the limit is cut, and its end says by how much.
   std::string Run();
 
  private:
-  /// One conversion as it stands in the format.
+  /// One conversion of the format.
   struct Directive {
     bool m_bLeft = false;
     bool m_bPlus = false;

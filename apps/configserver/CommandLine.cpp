@@ -73,7 +73,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
       if (timesOption->count() > 0) options.fault.LimitTimes(faultTimes);
     }
   } catch (const CLI::ParseError& error) {
-    // CLI11's own exit codes do not matter here: all are wrong usage, but for a request for help.
+    // CLI11's own exit codes do not matter here: everything except a request for help is wrong usage.
     status = app.exit(error, std::cout, std::cerr) == 0 ? 0 : 2;
     return std::nullopt;
   }

@@ -17,7 +17,7 @@ namespace sorvex::configserver {
 struct Options {
   std::filesystem::path data;
   std::string listen = "0.0.0.0";
-  std::optional<std::uint16_t> wirePort;  ///< one of the two at least
+  std::optional<std::uint16_t> wirePort;  ///< at least one of the two
   std::optional<std::uint16_t> httpsPort;
   std::filesystem::path certificate;  ///< empty, like `key`: the server's own in the data folder
   std::filesystem::path key;
@@ -29,8 +29,8 @@ struct Options {
   Fault fault;
 };
 
-/// Reads the arguments after the program's name. Returns nothing when there is nothing to run: help was printed and
-/// `status` is 0, or the usage error was printed to standard error and `status` is 2.
+/// Reads the arguments after the program's name. Returns nothing when there is nothing to run: either help was printed
+/// and `status` is 0, or the usage error was printed to standard error and `status` is 2.
 std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& status);
 
 }  // namespace sorvex::configserver

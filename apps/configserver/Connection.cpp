@@ -32,7 +32,7 @@ Connection::Connection(boost::asio::ip::tcp::socket socket, Service& service)
   error_code error;
   const auto peer = m_stream.next_layer().remote_endpoint(error);
   m_peer = error ? "?" : peer.address().to_string() + ":" + std::to_string(peer.port());
-  // Answers go out in several writes; none of them waits for the one before to be acknowledged.
+  // Answers go out in several writes; none of them waits for an acknowledgement of the previous one.
   m_stream.next_layer().set_option(boost::asio::ip::tcp::no_delay(true), error);
 }
 
@@ -64,7 +64,7 @@ void Connection::ExpectWithin(std::chrono::steady_clock::duration time, const ch
   m_deadline.expires_after(time);
   m_deadline.async_wait([weak = weak_from_this()](const error_code& error) {
     const std::shared_ptr<Connection> self = weak.lock();
-    // A wait that had ended when it was put off comes here without an error.
+    // A wait that had ended when it was postponed arrives here without an error.
     if (error || !self || self->m_deadline.expiry() > std::chrono::steady_clock::now()) return;
     self->Log(std::string("ended: waited too long for ") + self->m_awaited);
     self->Close();
@@ -87,7 +87,7 @@ void Connection::ReadMore() {
 void Connection::HandleInput() {
   if (!m_input.empty() && !m_isRequestBegun) {
     m_isRequestBegun = true;
-    // For the whole request: bytes that come one by one do not put it off.
+    // For the whole request: single bytes do not extend it.
     ExpectWithin(m_service.requestTimeout, "the rest of a request");
   }
   m_exchangeName = unknownExchange;

@@ -1,5 +1,5 @@
-// One agent's connection: TLS, bounds of time, and what a fault does to the bytes of an answer. What the bytes mean is
-// the conversation's business.
+// One agent's connection: TLS, time limits, and what a fault does to the bytes of an answer. The conversation
+// interprets the bytes.
 #pragma once
 
 #include <DataFolder.h>
@@ -32,29 +32,29 @@ struct Service {
   std::chrono::seconds idleTimeout{};
   std::chrono::seconds requestTimeout{};
   Fault fault;
-  std::size_t agents = 0;       ///< that are connected now
-  std::size_t connections = 0;  ///< that there are now
+  std::size_t agents = 0;       ///< connected now
+  std::size_t connections = 0;  ///< existing now
 };
 
-/// An answer on its way out.
+/// An answer being sent.
 struct Outgoing {
   std::string head;
   std::shared_ptr<ServedFile> body{};  ///< follows the head; null when nothing does
   std::string outcome;                 ///< for the log
-  bool isLast = false;                 ///< the connection ends behind it
+  bool isLast = false;                 ///< the connection ends after it
 };
 
-/// What is spoken on a connection.
+/// The protocol on a connection.
 class Conversation {
  public:
   virtual ~Conversation() = default;
 
-  /// Has the request that `input` begins with answered, at once or later, by one `Connection::Send` or `Close`. Returns
-  /// how many bytes of the input that takes away; 0 when the request is not complete.
+  /// Has the request at the start of `input` answered, at once or later, by one `Connection::Send` or `Close`. Returns
+  /// the number of bytes consumed; 0 when the request is not complete.
   virtual std::size_t HandleInput(std::string_view input) = 0;
 };
 
-/// Lives as long as something is under way on it. The server's thread only.
+/// Lives while an operation on it is pending. The server's thread only.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(boost::asio::ip::tcp::socket socket, Service& service);
@@ -66,16 +66,16 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // The rest is for the conversation.
 
-  /// Notes that a request of this kind came and decides what is to go wrong with the answer. Returns false when there
-  /// is to be none: the connection is closed.
+  /// Notes that a request of this kind arrived and decides how to spoil the answer. Returns false when there is to be
+  /// none: the connection is closed.
   bool Begin(Exchange exchange, Protocol protocol);
   Fault::Kind GetFault() const { return m_fault; }
 
-  /// Makes it the connection of this agent. Returns false when there are too many.
+  /// Assigns the connection to this agent. Returns false when there are too many.
   bool Admit(const AgentName& agent);
   const std::optional<AgentName>& Agent() const { return m_agent; }
 
-  /// Calls `next` when the file's digest is there, or with false when there can be none, which is logged. Other
+  /// Calls `next` when the file's digest is ready, or with false when there can be none, which is logged. Other
   /// connections are served meanwhile.
   void AfterDigest(std::shared_ptr<ServedFile> file, std::function<void(bool isThere)> next);
 
@@ -84,18 +84,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void Log(const std::string& text) const;
 
  private:
-  /// Ends the connection when it has not gone on before; each call puts off what the one before asked for.
+  /// Ends the connection unless it makes progress in time; each call replaces the previous limit.
   void ExpectWithin(std::chrono::steady_clock::duration time, const char* what);
   void ReadMore();
   void HandleInput();
   void WriteMore();
   void FinishExchange();
 
-  /// Says farewell, then waits until the agent has it: closed at once, what was not read would destroy what was sent.
+  /// Sends a TLS close and waits until the agent has it: closing at once with unread input would discard what was sent.
   void EndAfterAnswer();
   void DiscardInput();
 
-  /// The result of the exchange, or what became of it.
+  /// The result of the exchange, or how it ended.
   void LogExchange(const std::string& outcome) const;
 
   Service& m_service;
@@ -112,13 +112,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   std::optional<AgentName> m_agent;  ///< once it was admitted
 
-  // The exchange in hand.
+  // The current exchange.
   const char* m_exchangeName = "";
   Fault::Kind m_fault = Fault::Kind::None;
   Outgoing m_answer;
   std::string m_output;
   std::size_t m_written = 0;
-  std::uint64_t m_total = 0;  ///< written of the whole answer
+  std::uint64_t m_total = 0;  ///< bytes written of the whole answer
 };
 
 }  // namespace sorvex::configserver

@@ -25,7 +25,7 @@ std::string ReadFile(const std::filesystem::path& path) {
   return content;
 }
 
-/// The tokens of a folder, for a moment.
+/// The folder's tokens, wiped after use.
 class Tokens {
  public:
   explicit Tokens(const std::filesystem::path& path) {
@@ -74,7 +74,7 @@ bool DataFolder::AcceptsToken(std::string_view token) const {
   bool accepted = false;
   Tokens(m_root / "tokens.txt").ForEach([&](std::string_view line) {
     hasTokens = true;
-    // How long it takes does not tell how much of a token is right.
+    // The time that it takes does not reveal how much of a token is right.
     accepted = (line.size() == token.size() && CRYPTO_memcmp(line.data(), token.data(), line.size()) == 0) || accepted;
   });
   return accepted || !hasTokens;
@@ -82,7 +82,7 @@ bool DataFolder::AcceptsToken(std::string_view token) const {
 
 std::optional<AgentName> DataFolder::FindAgent(std::string_view identifier) const {
   std::optional<std::string> name = FolderName(identifier);
-  // Where "A" and "a" are one folder, it belongs to the first of them.
+  // Where "A" and "a" are one folder, it belongs to the agent that came first.
   if (!name || !IsStoredAs(m_root / "agents" / *name)) return std::nullopt;
   return AgentName(*std::move(name));
 }

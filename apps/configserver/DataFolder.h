@@ -1,9 +1,9 @@
-// What the server knows of agents and has for them: files in one folder, whichever protocol asks for them.
+// What the server knows about agents and has for them, in either protocol: files in one folder.
 //
-//   tokens.txt                          accepted tokens, one a line; none: every token is accepted
+//   tokens.txt                          accepted tokens, one per line; none: every token is accepted
 //   default/AgentConfig.xml             configuration of every agent without its own
 //   agents/<identifier>/AgentConfig.xml configuration of one agent
-//   agents/<identifier>/updates-disabled  when it is there, the agent gets neither configuration nor patch
+//   agents/<identifier>/updates-disabled  if it exists, the agent gets neither configuration nor patch
 //   agents/<identifier>/...             what the agent reported
 //   patches/<name>.tar.gz               patches
 #pragma once
@@ -32,39 +32,39 @@ class AgentName {
   std::string m_name;
 };
 
-/// Every request looks at the files anew, so that what an administrator changes holds from the next request on. Used by
-/// one thread. Operations throw `std::exception` when files cannot be read or written.
+/// Every request reads the files anew, so an administrator's changes apply from the next request on. One thread.
+/// Operations throw `std::exception` when files cannot be read or written.
 class DataFolder {
  public:
-  /// Makes the folder and those in it that are missing; only their owner may look into it then.
+  /// Makes the folder and the missing ones in it, which only their owner can access.
   explicit DataFolder(const std::filesystem::path& root);
 
   const std::filesystem::path& Root() const { return m_root; }
 
-  /// Whether there is any token in "tokens.txt"; without, every agent is accepted.
+  /// Whether "tokens.txt" has any token; if not, every agent is accepted.
   bool HasTokens() const;
   bool AcceptsToken(std::string_view token) const;
 
-  /// Nothing for an identifier that cannot have a folder of its own.
+  /// Returns nothing for an identifier that cannot have a folder.
   std::optional<AgentName> FindAgent(std::string_view identifier) const;
 
-  /// Keeps what the agent told; returns whether it is new. `autoCreation` has "key=value" for each parameter.
+  /// Stores the agent's report; returns whether the agent is new. `autoCreation` has "key=value" for each parameter.
   bool Register(const AgentName& agent, std::string_view osVersion, std::string_view agentVersion,
                 const std::vector<std::string>& autoCreation);
 
   /// `time` is a line "key: value".
   void StoreStatus(const AgentName& agent, std::int64_t status, std::string_view time);
 
-  /// DER; does nothing when it is the one that is there.
+  /// DER; does nothing when the stored key is the same.
   void StoreKey(const AgentName& agent, std::string_view key);
 
   bool AreUpdatesDisabled(const AgentName& agent) const;
 
-  /// The agent's own configuration, or the default one; null when there is neither.
+  /// The agent's own configuration, or the default one; null when neither exists.
   std::shared_ptr<ServedFile> OpenConfiguration(const AgentName& agent) const;
 
-  /// The first of the patches that there is; `names` has commas between them. `found` receives the name of its file. A
-  /// name stands for the file of that name, and "x64_72_agentcore" for "agentcore" as well. Null when there is none.
+  /// The first existing patch of `names`, which are separated by commas; null when there is none. `found` receives its
+  /// file name. A name stands for the file of that name, and "x64_72_agentcore" for "agentcore" as well.
   std::shared_ptr<ServedFile> OpenPatch(std::string_view names, std::string& found);
 
  private:

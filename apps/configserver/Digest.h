@@ -1,4 +1,4 @@
-// MD5, by which agents compare configurations and patches.
+// MD5, with which agents compare configurations and patches.
 #pragma once
 
 #include <memory>
@@ -9,7 +9,7 @@ struct evp_md_ctx_st;
 
 namespace sorvex::configserver {
 
-/// The digest of bytes that come in parts.
+/// The digest of bytes that arrive in parts.
 class Digest {
  public:
   Digest();
@@ -23,7 +23,7 @@ class Digest {
 
 std::string DigestOf(std::string_view bytes);
 
-/// Whether two texts are the same digest, whatever the case of their letters.
+/// Whether two texts are the same digest, ignoring case.
 bool AreSameDigest(std::string_view left, std::string_view right);
 
 }  // namespace sorvex::configserver

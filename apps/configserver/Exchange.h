@@ -1,4 +1,4 @@
-// What agents ask of the server, whichever protocol they speak.
+// The exchanges that agents ask for, in either protocol.
 #pragma once
 
 #include <array>

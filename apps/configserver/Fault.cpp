@@ -15,7 +15,7 @@ struct NamedKind {
   std::string_view name;
   Fault::Kind kind;
   std::uint32_t number;
-  Spoken spoken;  ///< what it can show in
+  Spoken spoken;  ///< where it can show
 };
 
 using enum Fault::Kind;

@@ -19,7 +19,7 @@ constexpr std::array<std::pair<std::string_view, Exchange>, 6> commands{
      {"RetrieveConfiguration", Exchange::Configuration},
      {"RetrieveSoftwarePatch", Exchange::Patch}}};
 
-/// Throws a `Refusal` for an escape that is none.
+/// Throws a `Refusal` for an invalid escape.
 std::string Decode(std::string_view text) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -38,7 +38,7 @@ std::string Decode(std::string_view text) {
   return decoded;
 }
 
-/// The fields of a query. Throws a `Refusal` for what is no such thing.
+/// The fields of a query. Throws a `Refusal` for an invalid one.
 class Query {
  public:
   explicit Query(std::string_view text) {
@@ -74,7 +74,7 @@ class Query {
     std::string key = Decode(field.substr(0, separator));
     std::string value = separator == std::string_view::npos ? std::string() : Decode(field.substr(separator + 1));
     if (key.starts_with(autoCreationPrefix)) {
-      // An agent may have several of one name.
+      // An agent may have several with the same name.
       m_autoCreation.push_back(key + "=" + value);
     } else if (!m_fields.emplace(std::move(key), std::move(value)).second) {
       throw Refusal{400, "a key comes twice"};

@@ -11,7 +11,7 @@
 
 namespace sorvex::configserver {
 
-/// Texts are decoded. Those that the command does not have are empty.
+/// Texts are decoded. Fields that the command does not have are empty.
 struct HttpsCommand {
   Exchange exchange = Exchange::Heartbeat;
   std::string identifier;
@@ -20,17 +20,17 @@ struct HttpsCommand {
   std::vector<std::string> autoCreation;  ///< "key=value" for each parameter
   std::int32_t status = 0;
   std::int32_t uptime = 0;
-  std::string outOfDate;  ///< names of patches, with commas between them
+  std::string outOfDate;  ///< names of patches, separated by commas
 };
 
-/// Why a request gets no answer but an error.
+/// Why a request is answered with an error.
 struct Refusal {
   unsigned status = 400;
-  std::string reason;  ///< for the log; holds nothing of the request
+  std::string reason;  ///< for the log; contains nothing from the request
 };
 
-/// Reads a target in origin form: path and query. Keys and values are decoded as those of forms: "+" is a blank, %HH a
-/// byte. A key that no command has is ignored.
+/// Reads a target in origin form: path and query. Keys and values are decoded as in forms: "+" is a blank, %HH a byte.
+/// Unknown keys are ignored.
 std::variant<HttpsCommand, Refusal> ReadHttpsCommand(std::string_view target);
 
 }  // namespace sorvex::configserver

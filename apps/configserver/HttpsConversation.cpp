@@ -20,14 +20,14 @@ constexpr unsigned tooManyAgents = 503;
 
 constexpr const char* plainText = "text/plain; charset=utf-8";
 
-/// What agents take for a refusal: "<html>" as it stands here, with a status of success.
+/// Agents take this for a refusal: exactly "<html>", with a success status.
 constexpr const char* refusedPage =
     "<!DOCTYPE html>\n<html>\n<head><title>Refused</title></head>\n"
     "<body>This server does not accept the agent's token or identifier.</body>\n</html>\n";
 
 constexpr bool HasBody(unsigned status) { return status >= ok && status != noContent && status != 304; }
 
-/// A line of a head.
+/// A header line.
 std::string Field(const char* name, const std::string& value) { return std::string(name) + ": " + value + "\r\n"; }
 
 }  // namespace
@@ -83,7 +83,7 @@ void HttpsConversation::HandleDelivery(const HttpsCommand& command) {
   const std::shared_ptr<ServedFile> file = command.exchange == Exchange::Patch
                                                ? m_service.folder.OpenPatch(LowerCase(command.outOfDate), name)
                                                : m_service.folder.OpenConfiguration(agent);
-  // An empty file is none.
+  // An empty file does not count.
   if (!file || file->Size() == 0) return Respond(notFound, "nothing to deliver");
   if (command.exchange == Exchange::Patch) return RespondWithFile(file, name, "application/gzip");
   if (command.exchange == Exchange::Configuration) return RespondWithFile(file, "success", "application/xml");
@@ -131,7 +131,7 @@ std::string HttpsConversation::Head(unsigned status, const char* contentType, st
   head += "\r\n";
   if (contentType != nullptr && HasBody(status)) head += Field("Content-Type", contentType);
   if (HasBody(status) && fault != Fault::Kind::EndlessBody) head += Field("Content-Length", std::to_string(bodyBytes));
-  // What is told to one agent is for no other.
+  // An answer for one agent must not be cached for another.
   head += Field("Cache-Control", "no-store");
   if (m_isLast) head += Field("Connection", "close");
   if (fault == Fault::Kind::Redirect) head += Field("Location", "/elsewhere");

@@ -23,22 +23,22 @@ class HttpsConversation : public Conversation {
   void HandleOfAgent(const HttpsCommand& command);
   void HandleDelivery(const HttpsCommand& command);
 
-  /// Answers as the fault wants it instead of as the command does. Returns false when there is no such fault.
+  /// Answers as the fault requires instead of executing the command. Returns false when there is no such fault.
   bool RespondWithFault();
 
-  /// `text` says what it is about, for the log.
+  /// `text` describes the answer for the log.
   void Respond(unsigned status, const std::string& text, const char* contentType = nullptr,
                const std::string& body = {});
   void RespondWithFile(std::shared_ptr<ServedFile> file, const std::string& text, const char* contentType);
   void RespondWithPage(const std::string& text);
 
-  /// The head of an answer with so many bytes behind it.
+  /// The header of an answer with so many bytes of body.
   std::string Head(unsigned status, const char* contentType, std::uint64_t bodyBytes) const;
 
   Connection& m_connection;
   Service& m_service;
   HttpsRequestReader m_reader;
-  bool m_isLast = false;  ///< the connection ends behind the answer in hand
+  bool m_isLast = false;  ///< the connection ends after the current answer
 };
 
 }  // namespace sorvex::configserver

@@ -47,7 +47,7 @@ std::unique_ptr<X509, Deleter> MakeCertificate(EVP_PKEY* key, const std::string&
   X509_NAME* const name = X509_get_subject_name(certificate.get());
   Require(X509_set_version(certificate.get(), X509_VERSION_3) == 1 &&
           ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate.get()), serialNumber) == 1 &&
-          // Agents whose clocks are a little behind shall take it as well.
+          // Agents whose clocks are slightly slow must accept it too.
           X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -24L * 60 * 60) &&
           X509_gmtime_adj(X509_getm_notAfter(certificate.get()), tenYears) &&
           X509_set_pubkey(certificate.get(), key) == 1 &&
@@ -61,7 +61,7 @@ std::unique_ptr<X509, Deleter> MakeCertificate(EVP_PKEY* key, const std::string&
   return certificate;
 }
 
-/// What `write` puts into a BIO. The memory is wiped: it may have been a key.
+/// What `write` puts into a BIO. The memory is wiped: it may have held a key.
 template <class Write>
 std::string PemOf(Write write) {
   const std::unique_ptr<BIO, Deleter> output(BIO_new(BIO_s_secmem()));

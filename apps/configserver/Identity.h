@@ -1,4 +1,4 @@
-// The certificate that the server shows, and its key.
+// The server's certificate and key.
 #pragma once
 
 #include <filesystem>
@@ -16,7 +16,7 @@ struct Identity {
 Identity ReadIdentity(const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile);
 
 /// Makes a self-signed certificate for this machine's name and the loopback addresses, valid for ten years, and writes
-/// both files; the key's is for its owner alone.
+/// both files; only the owner can read the key's.
 void MakeIdentity(const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile);
 
 }  // namespace sorvex::configserver

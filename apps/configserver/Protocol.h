@@ -1,4 +1,4 @@
-// The numbers of the wire protocol, as docs/protocol.md tells them.
+// The numbers of the wire protocol, from docs/protocol.md.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ enum class WireType : std::uint32_t {
   Establishment2 = 6,
 };
 
-/// The result codes that this server gives.
+/// The result codes that this server sends.
 enum class Result : std::uint32_t {
   Success = 0,
   NewAgent = 1,
@@ -33,7 +33,7 @@ enum class Result : std::uint32_t {
 
 constexpr bool IsFailure(Result result) { return static_cast<std::uint32_t>(result) >= 0x80000000; }
 
-/// What an agent accepts of one binary, in bytes.
+/// The longest binary that an agent accepts, in bytes.
 constexpr std::uint32_t maxDataBytes = 0x6400000;
 
 }  // namespace sorvex::configserver

@@ -13,7 +13,7 @@ constexpr std::uint32_t maxFingerprintBytes = 128;
 constexpr std::uint32_t maxNamesBytes = 65536;
 constexpr std::uint32_t maxAutoCreationBytes = 0x100000;
 
-/// Takes field after field. Once one is missing or too long, all further ones are empty.
+/// Takes field after field. Once one is missing or too long, all later ones are empty.
 class FieldReader {
  public:
   explicit FieldReader(std::string_view bytes) : m_rest(bytes) {}
@@ -112,7 +112,7 @@ ReadResult ReadRequest(std::string_view bytes, Request& request) {
   const WireType type{request.type};
   if (type < WireType::Establishment1 || type > WireType::Establishment2) return {ReadState::UnknownType};
 
-  // The size that the agent tells is not used, as the protocol wants it.
+  // The size that the agent sends is not used, as the protocol requires.
   fields.U32();
   request.recordVersion = fields.Text(maxVersionBytes);
   switch (type) {

@@ -34,11 +34,11 @@ struct StatusReport {
 };
 
 struct ConfigurationQuery {
-  std::string digest;  ///< MD5 of what the agent has
+  std::string digest;  ///< MD5 of the agent's configuration
 };
 
 struct PatchQuery {
-  std::string names;  ///< one or several, with commas between them
+  std::string names;  ///< one or several, separated by commas
 };
 
 struct Request {
@@ -50,8 +50,8 @@ struct Request {
 enum class ReadState {
   NeedsMore,    ///< the bytes end before the request does
   Complete,     ///< `request` holds it
-  UnknownType,  ///< only `request.type` is set: nobody knows where the request ends
-  TooLong,      ///< a length is above its bound: the stream is of no further use
+  UnknownType,  ///< only `request.type` is set: the end of the request is unknown
+  TooLong,      ///< a length is above its bound: the stream is unusable
 };
 
 struct ReadResult {
@@ -59,8 +59,8 @@ struct ReadResult {
   std::size_t size = 0;  ///< bytes of the complete request
 };
 
-/// Reads the request that `bytes` begin with; what follows it does not matter. A length above its bound is found as
-/// soon as it is there, so a caller that keeps what it has read never keeps more than `maxRequestBytes`.
+/// Reads the request at the start of `bytes`; what follows it does not matter. A length above its bound is detected as
+/// soon as it has arrived, so a caller that keeps what it has read never keeps more than `maxRequestBytes`.
 ReadResult ReadRequest(std::string_view bytes, Request& request);
 
 /// No request is longer.

@@ -14,7 +14,7 @@ void AppendText(std::string& bytes, std::string_view text) {
   bytes += text;
 }
 
-/// A header and the fields behind it, of which `dataSize` more bytes are to come.
+/// A header and the fields after it; `dataSize` more bytes follow.
 std::string WithHeader(std::uint32_t type, WireVersion version, std::string_view fields, std::uint64_t dataSize,
                        std::uint32_t versionLength = 3) {
   const std::string_view text = VersionText(version);
@@ -34,7 +34,7 @@ std::string WriteResponse(const Answer& answer, Fault::Kind fault, std::uint32_t
   if (answer.type == WireType::Establishment2) AppendText(fields, VersionText(WireVersion::V2));
   if (answer.type == WireType::Configuration && isVersion2) {
     AppendU32(fields, static_cast<std::uint32_t>(answer.serverKey.size()));
-    // The agent reads a digest's length also of empty data.
+    // The agent reads a digest's length even for empty data.
     AppendText(fields, answer.serverKey.empty() ? std::string() : DigestOf(answer.serverKey));
     fields += answer.serverKey;
   }

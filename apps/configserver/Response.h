@@ -10,7 +10,7 @@
 
 namespace sorvex::configserver {
 
-/// What a response says, but for the bytes of a configuration or patch, which follow as its last field.
+/// The content of a response, except the bytes of a configuration or patch, which follow as its last field.
 struct Answer {
   WireType type = WireType::Establishment2;
   WireVersion version = WireVersion::V2;
@@ -20,10 +20,10 @@ struct Answer {
   std::string_view dataDigest{};
 };
 
-/// Returns the response up to the bytes of its configuration or patch, with what `fault` wants wrong in it.
+/// Returns the response up to the bytes of its configuration or patch, spoiled as `fault` requires.
 std::string WriteResponse(const Answer& answer, Fault::Kind fault, std::uint32_t faultNumber);
 
-/// A response to a type that is not known: a header and the result.
+/// A response to an unknown type: a header and the result.
 std::string WriteUnknownTypeResponse(std::uint32_t type, WireVersion version);
 
 }  // namespace sorvex::configserver

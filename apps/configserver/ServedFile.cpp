@@ -21,7 +21,8 @@ ServedFile::ServedFile(const std::filesystem::path& path, std::shared_ptr<KnownD
   m_size = static_cast<std::uint64_t>(size);
   if (!m_pKnown) return;
   if (m_pKnown->time == m_time && m_pKnown->size == m_size) m_digest = m_pKnown->digest;
-  // A file that was replaced while it was opened, or that may still change within the tick of its clock, is not known.
+  // The digest is not reused for a file that was replaced while it was opened, or that may still change within its
+  // clock's tick.
   const bool isSettled = std::filesystem::last_write_time(path) == m_time &&
                          std::filesystem::file_time_type::clock::now() - m_time > std::chrono::seconds(2);
   if (!isSettled) m_pKnown = nullptr;

@@ -1,4 +1,4 @@
-// A file on its way to an agent.
+// A file being sent to an agent.
 #pragma once
 
 #include <Digest.h>
@@ -12,19 +12,19 @@
 
 namespace sorvex::configserver {
 
-/// The digest of a file as it was at some time, kept for the next agent that asks for it.
+/// The digest of a file at some time, kept for the next agent that asks for it.
 struct KnownDigest {
   std::filesystem::file_time_type time;
   std::uint64_t size = 0;
   std::string digest;
 };
 
-/// Used by one thread. Every operation throws `std::runtime_error` or `std::system_error` naming the file when it
-/// cannot be read, or is not what it was any more.
+/// One thread. Every operation throws `std::runtime_error` or `std::system_error` naming the file when it cannot be
+/// read or has changed.
 class ServedFile {
  public:
-  /// Opens the file. Uses what is in `known` when the file is still the same, and notes there what it finds; null for
-  /// a file that is to be read each time.
+  /// Opens the file. Uses `known` if the file is still the same, and stores there what it finds; null for a file that
+  /// must be read each time.
   explicit ServedFile(const std::filesystem::path& path, std::shared_ptr<KnownDigest> known = nullptr);
 
   std::uint64_t Size() const { return m_size; }
@@ -32,10 +32,10 @@ class ServedFile {
   /// Throws when the file is longer.
   void RequireAtMost(std::uint64_t bytes) const;
 
-  /// Works on the digest for a few milliseconds; returns whether it is there.
+  /// Works on the digest for a few milliseconds; returns whether it is ready.
   bool ComputeDigest();
 
-  /// The digest, once it is there.
+  /// The digest, once it is ready.
   const std::string& GetDigest() const { return m_digest; }
 
   /// Stores the next bytes, at most `size`, and returns their number; 0 after `Size` bytes.

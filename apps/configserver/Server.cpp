@@ -25,12 +25,12 @@ using boost::asio::ip::tcp;
 using boost::system::error_code;
 using namespace std::chrono_literals;
 
-/// The files of the command line, or the folder's own, made on the first start.
+/// The files from the command line, or the folder's own, made on the first start.
 Identity FindIdentity(const Options& options) {
   if (!options.certificate.empty()) return ReadIdentity(options.certificate, options.key);
   const std::filesystem::path certificate = options.data / "certificate.pem";
   const std::filesystem::path key = options.data / "key.pem";
-  // With one of them missing, agents that trust the old certificate would have to be told of a new one.
+  // If one is missing, a new certificate would be refused by agents that trust the old one.
   if (!std::filesystem::exists(certificate) && !std::filesystem::exists(key)) {
     MakeIdentity(certificate, key);
     WriteLog("made the certificate " + PathToUtf8(certificate));
@@ -96,7 +96,7 @@ std::string Listener::Place() const {
 
 void Listener::Accept() {
   m_acceptor.async_accept([this](const error_code& error, tcp::socket socket) {
-    // Without a descriptor for it a caller stays where he is, and the acceptor would say so again at once.
+    // Without a free descriptor the connection stays pending, and the acceptor would report it again at once.
     if (error) return AcceptLater();
     if (m_service.connections < m_maxConnections) {
       const auto connection = std::make_shared<Connection>(std::move(socket), m_service);

@@ -1,4 +1,4 @@
-// The listening side: makes a connection of everyone who calls.
+// The listening side: makes a connection for every client.
 #pragma once
 
 #include <CommandLine.h>
@@ -18,7 +18,7 @@
 
 namespace sorvex::configserver {
 
-/// Accepts connections for one of the protocols. It outlives whatever is under way on its context.
+/// Accepts connections for one of the protocols. Outlives everything pending on its context.
 class Listener {
  public:
   using MakeConversation = std::unique_ptr<Conversation> (*)(Connection& connection, Service& service);
@@ -41,13 +41,13 @@ class Listener {
   boost::asio::steady_timer m_pause;
 };
 
-/// One per process. Everything happens on the thread of `Run`: what takes long is done in small pieces.
+/// One per process. Everything happens on the thread of `Run`; long work is done in small pieces.
 class Server {
  public:
   /// Listens. Throws `std::exception` when the folder, the certificate or the address cannot be used.
   explicit Server(const Options& options);
 
-  /// Serves until the process is asked to end; connections end with it.
+  /// Serves until the process is asked to end; then closes all connections.
   void Run();
 
  private:

@@ -76,7 +76,7 @@ bool IsFileName(std::string_view text) { return FolderName(text) == text; }
 
 std::string TimeText(std::int64_t seconds) {
   using namespace std::chrono;
-  // Whatever an agent says: beyond these there is no calendar.
+  // Whatever an agent sends: there is no calendar beyond these.
   const sys_seconds time{std::chrono::seconds(std::clamp<std::int64_t>(seconds, 0, 253402300799))};
   const sys_days day = floor<days>(time);
   const year_month_day date(day);

@@ -1,4 +1,4 @@
-// Texts for people and names for the file system, made of what agents send.
+// Texts for people and file names, made from what agents send.
 #pragma once
 
 #include <cstdint>
@@ -12,16 +12,16 @@ namespace sorvex::configserver {
 /// The text with control characters and backslashes as \xHH, for one line of a log or file.
 std::string Escape(std::string_view text);
 
-/// The text with small letters from A to Z.
+/// The text with A to Z in lower case.
 std::string LowerCase(std::string_view text);
 
-/// An agent's identifier as the name of its folder: letters, digits, ".", "_" and "-" stand for themselves, every other
-/// byte is %HH, and so is what a file system would take for something else: a full stop at either end, the first letter
-/// of a device's name. Different identifiers have different names. Nothing for an empty identifier and for one whose
-/// name would be too long.
+/// An agent's identifier as the name of its folder: letters, digits, ".", "_" and "-" stay, every other byte becomes
+/// %HH. So does what a file system would interpret: a full stop at either end and the first letter of a device name.
+/// Different identifiers have different names. Returns nothing for an empty identifier and for one whose name would be
+/// too long.
 std::optional<std::string> FolderName(std::string_view identifier);
 
-/// Whether a text is a file name as it stands, by the rules above.
+/// Whether a text is already a file name by the rules above.
 bool IsFileName(std::string_view text);
 
 /// Now, or the given seconds since 1970, as 2026-11-20T21:10:53Z.

@@ -38,7 +38,7 @@ std::string TextOf(Result result) {
   return "unknown";
 }
 
-/// "key=value" for each parameter. A new one begins at "&AutoCreation.": values may hold "&" and "=", nothing is
+/// "key=value" for each parameter. "&AutoCreation." starts a new one: values may contain "&" and "=", nothing is
 /// escaped.
 std::vector<std::string> AutoCreationParameters(std::string_view text) {
   constexpr std::string_view separator = "&AutoCreation.";
@@ -100,7 +100,7 @@ void WireConversation::HandleContent(const Establishment& establishment) {
   const bool isBelow2 = m_service.wireVersion == WireVersion::V1 || fault == Fault::Kind::Speaks1 ||
                         fault == Fault::Kind::Speaks1TypeOnly;
   if (establishment.version == WireVersion::V2 && isBelow2) {
-    // An agent of 2.0 reads the type alone and goes on with 1.0 on the same connection.
+    // A 2.0 agent reads only the type and continues in 1.0 on the same connection.
     m_version = WireVersion::V1;
     std::string bytes = WriteResponse({.type = WireType::Establishment1, .version = m_version}, Fault::Kind::None, 0);
     if (fault != Fault::Kind::Speaks1) bytes.resize(4);
@@ -141,7 +141,7 @@ void WireConversation::HandleContent(const StatusReport& report) {
 void WireConversation::HandleContent(const ConfigurationQuery& query) {
   if (m_service.folder.AreUpdatesDisabled(*m_connection.Agent())) return Respond(Result::UpdatesDisabled);
   const std::shared_ptr<ServedFile> file = m_service.folder.OpenConfiguration(*m_connection.Agent());
-  // An empty configuration is none: an agent could not tell it from no answer.
+  // An empty configuration counts as none: an agent could not tell it from no answer.
   if (!file || file->Size() == 0) return Respond(Result::NoUpdate);
   file->RequireAtMost(maxDataBytes);
   m_connection.AfterDigest(file, [this, file, digest = query.digest](bool isThere) {
@@ -155,7 +155,7 @@ void WireConversation::HandleContent(const PatchQuery& query) {
   if (m_service.folder.AreUpdatesDisabled(*m_connection.Agent())) return Respond(Result::UpdatesDisabled);
   std::string found;
   const std::shared_ptr<ServedFile> file = m_service.folder.OpenPatch(query.names, found);
-  // An empty patch is none, as an empty configuration is.
+  // An empty patch counts as none, like an empty configuration.
   if (!file || file->Size() == 0) return Respond(Result::NoUpdate, nullptr, query.names.substr(0, 200));
   file->RequireAtMost(maxDataBytes);
   if (m_version == WireVersion::V1) return Respond(Result::Success, file, found);

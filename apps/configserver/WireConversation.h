@@ -27,16 +27,16 @@ class WireConversation : public Conversation {
   void HandleContent(const PatchQuery& query);
   Result Admit(const Establishment& establishment);
 
-  /// `text` says what it is about, for the log.
+  /// `text` describes the answer for the log.
   void Respond(Result result, std::shared_ptr<ServedFile> data = nullptr, const std::string& text = {});
 
   Connection& m_connection;
   Service& m_service;
   WireVersion m_version = WireVersion::V2;
 
-  // The exchange in hand.
+  // The current exchange.
   WireType m_type = WireType::Establishment2;
-  bool m_isLast = false;  ///< the connection ends behind the response
+  bool m_isLast = false;  ///< the connection ends after the response
 };
 
 }  // namespace sorvex::configserver

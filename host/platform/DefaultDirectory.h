@@ -1,11 +1,11 @@
-// Where the agent lives when nobody says otherwise.
+// The agent's default directory.
 #pragma once
 
 #include <string>
 
 namespace WindowsAgentCommon {
 
-/// Returns the platform's directory for the agent's configuration, without a separator at its end.
+/// Returns the platform's directory for the agent's configuration, without a trailing separator.
 std::wstring GetDefaultConfigPath();
 
 }  // namespace WindowsAgentCommon

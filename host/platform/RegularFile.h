@@ -8,10 +8,10 @@
 
 namespace WindowsAgentCommon {
 
-/// For one thread. Others may write, rename and delete the file meanwhile.
+/// One thread. Others may write, rename and delete the file meanwhile.
 class RegularFile {
  public:
-  /// Opens the file. What cannot be opened, or is no regular file (a pipe, a device, a directory), is not open
+  /// Opens the file. A file that cannot be opened or is not regular (a pipe, a device, a directory) is not open
   /// afterwards; nothing waits for the other end of a pipe.
   explicit RegularFile(const std::filesystem::path& path);
   ~RegularFile();

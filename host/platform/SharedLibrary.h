@@ -8,8 +8,8 @@
 
 namespace WindowsAgentCommon {
 
-/// Loads the library with everything that it needs. Returns the system's handle, to be given back by
-/// `ACE_OS::dlclose`, or `ACE_SHLIB_INVALID_HANDLE` with the system's reason in `error`.
+/// Loads the library with all its dependencies. Returns the system's handle, to be closed with `ACE_OS::dlclose`, or
+/// `ACE_SHLIB_INVALID_HANDLE` with the system's reason in `error`.
 ACE_SHLIB_HANDLE OpenSharedLibrary(const std::filesystem::path& file, std::string& error);
 
 }  // namespace WindowsAgentCommon

@@ -1,4 +1,4 @@
-// What the server needs of the operating system and the libraries do not offer.
+// What the server needs from the operating system and the libraries do not offer.
 #pragma once
 
 #include <filesystem>
@@ -13,18 +13,17 @@ int RunServer(std::vector<std::string> arguments);
 /// The signals that ask the program to end.
 std::vector<int> EndSignals();
 
-/// Allows as many open connections as the system lets this process have.
+/// Raises the limit on open connections to the system's maximum for this process.
 void RaiseDescriptorLimit();
 
-/// Whether a listening socket may take an address whose last connections the system still remembers, without taking it
-/// from another program.
+/// Whether a listening socket may take an address that still has old connections in the system, without taking it from
+/// another program.
 bool MayReuseAddress();
 
 /// This machine's own name.
 std::string GetHostName();
 
-/// Whether a path, if there is something, is there by exactly these letters: a system that takes "A" for "a" may have
-/// found another.
+/// Whether an existing path has exactly these letters: a system that takes "A" for "a" may have found another one.
 bool IsStoredAs(const std::filesystem::path& path);
 
 }  // namespace sorvex::configserver

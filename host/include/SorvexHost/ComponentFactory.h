@@ -21,17 +21,17 @@ class SORVEXCOMMON_EXPORT ComponentFactory : public IComponentFactory {
   /// Makes this the factory that `GetComponentFactory` returns.
   void Install();
 
-  /// Registers a service that stands in the shared library `module`, made by its function `_make_<className>`.
+  /// Registers a service of the shared library `module`, made by its function `_make_<className>`.
   void RegisterService(const std::string& serviceName, const std::filesystem::path& module,
                        const std::string& className);
 
-  /// Registers the services that this library holds itself: `IPayloadFactory` and `IStatisticsServer`.
+  /// Registers this library's own services: `IPayloadFactory` and `IStatisticsServer`.
   void RegisterBuiltInServices();
 
   /// Adds or replaces the configuration of the component `config.m_strName`.
   void SetServiceConfig(const ServiceConfig& config);
 
-  /// Removes a loaded service from the repository, which destroys it. Harmless when it is not loaded.
+  /// Removes a loaded service from the repository, which destroys it. Does nothing when it is not loaded.
   void UnloadService(const std::string& serviceName);
 
   bool IsServiceRegistered(const std::string& serviceName) const override;

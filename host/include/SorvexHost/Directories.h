@@ -7,11 +7,11 @@
 
 namespace WindowsAgentCommon {
 
-/// Sets what `GetConfigPath` returns; separators at its end are removed. Default: the platform's own directory.
+/// Sets what `GetConfigPath` returns, without trailing separators. Default: the platform's own directory.
 SORVEXCOMMON_EXPORT void SetConfigPath(const std::wstring& path);
 
-/// Sets what `GetPatchPath` returns; separators at its end are removed. Empty, the default: "patch" below
-/// what `GetConfigPath` returns.
+/// Sets what `GetPatchPath` returns, without trailing separators. Empty, the default: "patch" below what
+/// `GetConfigPath` returns.
 SORVEXCOMMON_EXPORT void SetPatchPath(const std::wstring& path);
 
 }  // namespace WindowsAgentCommon

@@ -1,4 +1,4 @@
-// MD5 by the system's own means.
+// MD5 from the system.
 #pragma once
 
 #include <SorvexCommonExport.h>
@@ -9,7 +9,7 @@
 
 namespace WindowsAgentCommon {
 
-/// An MD5 in the making, for one thread. A system that does not offer MD5 gives an empty text.
+/// An MD5 computed in parts, for one thread. A system without MD5 gives an empty text.
 class SORVEXCOMMON_EXPORT MD5Digest {
  public:
   MD5Digest();
@@ -19,7 +19,7 @@ class SORVEXCOMMON_EXPORT MD5Digest {
 
   void Add(const void* data, std::size_t size);
 
-  /// Returns the digest of all that was added, 32 lower-case hexadecimal digits, or an empty text. Called once, last.
+  /// Returns the digest of everything added, 32 lower-case hexadecimal digits, or an empty text. Called once, last.
   std::string Finish();
 
  private:

@@ -18,7 +18,7 @@ struct RegularFile::Handle {
 };
 
 RegularFile::RegularFile(const std::filesystem::path& path) {
-  // Without O_NONBLOCK a pipe of that name would hold the caller until somebody writes to it.
+  // Without O_NONBLOCK a pipe of that name would block the caller until someone writes to it.
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor == -1) return;
   auto handle = std::make_unique<Handle>(descriptor);

@@ -5,7 +5,7 @@
 namespace WindowsAgentCommon {
 
 std::string GetLastErrorText(int error) {
-  // Unlike strerror it is the same in every locale, needs no buffer, and tells an unknown number.
+  // Unlike strerror it is the same in every locale, needs no buffer, and recognises unknown numbers.
   const char* text = ::strerrordesc_np(error);
   return text ? text : "error " + std::to_string(error);
 }

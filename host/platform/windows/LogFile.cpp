@@ -27,7 +27,7 @@ bool IsBeingDeleted(HANDLE file) {
   return ::GetFileInformationByHandleEx(file, FileStandardInfo, &state, sizeof state) && state.DeletePending;
 }
 
-/// Whether `path` stands for the open file.
+/// Whether `path` names the open file.
 bool IsNameOf(const std::filesystem::path& path, HANDLE file) {
   const HANDLE named = ::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr);

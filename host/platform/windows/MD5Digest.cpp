@@ -1,5 +1,4 @@
-// The TLS library is linked statically here and belongs to the module alone: a second copy would have a state of its
-// own.
+// The TLS library is linked statically and belongs to the module alone: a second copy would have its own state.
 #include <SorvexHost/MD5Digest.h>
 
 #include "HexText.h"
@@ -33,7 +32,7 @@ MD5Digest::MD5Digest() : m_pState(std::make_unique<State>()) {}
 MD5Digest::~MD5Digest() = default;
 
 void MD5Digest::Add(const void* data, std::size_t size) {
-  // The system does not change the bytes, whatever its declaration says.
+  // The system does not change the bytes, despite its declaration.
   auto* bytes = static_cast<UCHAR*>(const_cast<void*>(data));
   while (m_pState->valid && size > 0) {
     const ULONG part = static_cast<ULONG>(std::min<std::size_t>(size, std::numeric_limits<ULONG>::max()));

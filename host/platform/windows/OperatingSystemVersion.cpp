@@ -7,7 +7,7 @@
 namespace WindowsAgentCommon {
 
 std::string GetOperatingSystemVersion() {
-  // GetVersionEx answers what the program's manifest allows; only this call tells the truth.
+  // GetVersionEx returns what the program's manifest allows; only this call returns the real version.
   using RtlGetVersionFunction = LONG(WINAPI*)(OSVERSIONINFOW*);
   const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
   const auto rtlGetVersion =

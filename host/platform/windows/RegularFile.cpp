@@ -20,7 +20,7 @@ RegularFile::RegularFile(const std::filesystem::path& path) {
                                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return;
   auto handle = std::make_unique<Handle>(file);
-  // Pipes and devices have names of their own here.
+  // Pipes and devices have their own kinds of names here.
   if (::GetFileType(file) == FILE_TYPE_DISK) m_pHandle = std::move(handle);
 }
 

@@ -7,7 +7,7 @@
 namespace WindowsAgentCommon {
 
 ACE_SHLIB_HANDLE OpenSharedLibrary(const std::filesystem::path& file, std::string& error) {
-  // No dialogue box in a service; libraries beside the module are found when its path is absolute.
+  // No dialogue box in a service; libraries next to the module are found when its path is absolute.
   DWORD previousMode = 0;
   ::SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &previousMode);
   const HMODULE module =

@@ -25,13 +25,13 @@ std::string GetHostName() {
   return name.data();
 }
 
-/// Names that differ in case are different ones here.
+/// Names that differ in case are different here.
 bool IsStoredAs(const std::filesystem::path&) { return true; }
 
 }  // namespace sorvex::configserver
 
 int main(int argc, char** argv) {
-  // A peer or a reader of our output that goes away is an error of that operation, not the end of the program.
+  // When a peer or a reader of our output goes away, that operation fails; the program does not end.
   signal(SIGPIPE, SIG_IGN);
   return sorvex::configserver::RunServer(argc > 0 ? std::vector<std::string>(argv + 1, argv + argc)
                                                   : std::vector<std::string>());

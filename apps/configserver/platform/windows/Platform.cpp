@@ -19,7 +19,7 @@ std::vector<int> EndSignals() { return {SIGINT, SIGTERM, SIGBREAK}; }
 /// The system has no such limit for sockets.
 void RaiseDescriptorLimit() {}
 
-/// Here that would let two programs listen on one port. Connections of before do not hinder a listener.
+/// Here that would let two programs listen on one port. Old connections do not block a listener.
 bool MayReuseAddress() { return false; }
 
 std::string GetHostName() {
