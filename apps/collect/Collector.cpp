@@ -42,10 +42,10 @@ class Collector::State {
   ChangeWatch m_watch;
   PositionsFile m_positionsFile;
   Follower m_follower;
-  /// Once it was an input it stays, with what was read and cannot be read again.
+  /// Once it was an input it stays, with data that cannot be read again.
   std::optional<StandardInputSource> m_standardInput;
   bool m_hasInput = false;     ///< standard input is one of the inputs
-  bool m_isInputTurn = false;  ///< it is the turn of standard input, and not of the files
+  bool m_isInputTurn = false;  ///< it is standard input's turn, not the files'
   Progress m_progress = Progress::More;
   std::chrono::steady_clock::time_point m_changeTime;  ///< the last wake-up for a change
 };
@@ -54,7 +54,7 @@ Collector::Progress Collector::State::Collect(LineSink& sink) {
   if (m_follower.Update()) Save();
   std::size_t bytes = 0;
   while (bytes < m_limits.bytesPerCall) {
-    // Whoever was refused is the first one next time.
+    // A source that was refused goes first next time.
     Turn turn = TakeTurn(sink);
     if (turn.end == Turn::End::Nothing) {
       m_isInputTurn = !m_isInputTurn;
@@ -63,7 +63,7 @@ Collector::Progress Collector::State::Collect(LineSink& sink) {
     if (turn.end == Turn::End::Refused) return m_progress = Progress::Refused;
     if (turn.end == Turn::End::Nothing) return m_progress = Progress::Idle;
     m_isInputTurn = !m_isInputTurn;
-    // What was only looked at counts as well, so that a call ends.
+    // Bytes that were only looked at count too, so that a call ends.
     bytes += std::max<std::size_t>(turn.bytes, 1);
   }
   return m_progress = Progress::More;
@@ -86,7 +86,7 @@ void Collector::State::Wait(std::chrono::milliseconds limit) {
   const auto start = m_limits.now();
   const auto due = round(m_follower.NextDue() - start);
   limit = std::clamp(due, std::chrono::milliseconds(0), std::max(limit, std::chrono::milliseconds(0)));
-  // A file that is written line by line would wake us for each of them.
+  // A file that is written line by line would wake us for each line.
   const auto settled = round(m_changeTime + m_limits.settleTime - start);
   if (settled > std::chrono::milliseconds(0) && settled <= m_limits.settleTime) {
     const auto pause = std::min(settled, limit);

@@ -1,5 +1,5 @@
-// The inputs of an agent: files that are followed through rotation and truncation, and standard input. What has been
-// delivered is remembered across restarts.
+// The inputs of an agent: files that are followed through rotation and truncation, and standard input. Delivered
+// positions survive restarts.
 #pragma once
 
 #include <chrono>
@@ -25,7 +25,7 @@ class LineSink {
   virtual ~LineSink() = default;
 
   /// Takes a line without its line end; `line` is valid during the call. Returns false when there is no room now: the
-  /// same line comes again with the next `Collect`.
+  /// next `Collect` passes the same line again.
   virtual bool Take(std::string_view line, Mark mark) = 0;
 };
 
@@ -37,81 +37,80 @@ struct InputSettings {
   static constexpr std::size_t maxMaxLineBytes = 16 * 1024 * 1024;
 
   Kind kind = Kind::Files;
-  /// UTF-8 path; `*`, `?` and `[...]` stand for parts of file and folder names. Files only.
+  /// UTF-8 path; file and folder names may contain `*`, `?` and `[...]`. Files only.
   std::string pattern;
-  /// Whether files that are there when this input is used for the first time are read whole, or only what is added.
+  /// Whether files that exist when this input is first used are read whole, or only what is added.
   bool fromBeginning = false;
-  /// A longer line is handed out in pieces. Brought into the bounds above.
+  /// A longer line is passed on in pieces. Clamped to the bounds above.
   std::size_t maxLineBytes = defaultMaxLineBytes;
 };
 
 enum class Severity { Debug, Info, Warning };
-/// Called by the thread that calls the collector, with one line of text.
+/// Called with one line of text, by the thread that calls the collector.
 using Log = std::function<void(Severity severity, const std::string& text)>;
 
-/// How long and how much; the defaults are those of an agent.
+/// Times and amounts; the defaults are an agent's.
 struct Limits {
-  std::chrono::milliseconds pollInterval{1000};        ///< between looks at files whose changes nobody reports
+  std::chrono::milliseconds pollInterval{1000};        ///< between checks of files whose changes nobody reports
   std::chrono::milliseconds pollListInterval{5000};    ///< between listings of folders whose changes nobody reports
   std::chrono::milliseconds listInterval{60'000};      ///< between listings of the other folders
-  std::chrono::milliseconds settleTime{10};            ///< at least this lies between two wake-ups for changed files
-  std::chrono::milliseconds rotatedQuietTime{30'000};  ///< a rotated file that does not change for so long has ended
-  std::chrono::milliseconds idleCloseTime{300'000};    ///< a file that does not change for so long is closed
+  std::chrono::milliseconds settleTime{10};            ///< minimum between two wake-ups for changed files
+  std::chrono::milliseconds rotatedQuietTime{30'000};  ///< a rotated file has ended after this time without a change
+  std::chrono::milliseconds idleCloseTime{300'000};    ///< a file is closed after this time without a change
   std::chrono::hours forgetTime{7 * 24};               ///< how long the position of a vanished file is kept
   std::size_t maxOpenFiles = 256;                      ///< unchanged files above this number are closed
   std::size_t maxVanished = 10'000;                    ///< positions of vanished files that are kept
-  std::size_t bytesPerCall = 4 * 1024 * 1024;          ///< about so much is handed out by one `Collect`
+  std::size_t bytesPerCall = 4 * 1024 * 1024;          ///< the approximate amount passed on by one `Collect`
   bool watchFolders = true;                            ///< false: poll, as on a file system that reports no changes
 
   std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
   std::function<std::chrono::system_clock::time_point()> wallClock = std::chrono::system_clock::now;
 };
 
-/// Follows inputs and hands out their lines. Used by one thread, but for `Wake`.
+/// Follows inputs and passes their lines on. One thread, except `Wake`.
 class Collector {
  public:
   enum class Progress {
-    Idle,     ///< all that is there was handed out
+    Idle,     ///< everything there was passed on
     More,     ///< there is more
     Refused,  ///< the sink refused a line
   };
 
-  /// Reads `positionsFile`, if there is one. One that cannot be read is logged and kept beside, with `.corrupt` added
-  /// to its name. An empty path keeps no positions. Throws `std::system_error` when the system has no means to wait.
+  /// Reads `positionsFile`, if it exists. An unreadable one is logged and renamed by adding `.corrupt`. An empty path
+  /// keeps no positions. Throws `std::system_error` when the system has no means to wait.
   Collector(std::vector<InputSettings> inputs, std::filesystem::path positionsFile, Log log, Limits limits = {});
   ~Collector();
   Collector(const Collector&) = delete;
   Collector& operator=(const Collector&) = delete;
 
-  /// Hands out lines that are there: a bounded number of bytes, file by file in turn.
+  /// Passes on available lines: a bounded number of bytes, file by file in turn.
   Progress Collect(LineSink& sink);
 
   /// Returns when there may be something to collect, after `Wake`, and after `limit` at the latest. After a `Refused`
-  /// it waits for `Wake` and `limit` alone.
+  /// it waits only for `Wake` and `limit`.
   void Wait(std::chrono::milliseconds limit);
 
-  /// Ends the `Wait` that is under way, or else the next one. Any thread, also from inside a signal handler.
+  /// Ends the current `Wait`, or else the next one. Any thread, also from inside a signal handler.
   void Wake();
 
-  /// This line and all before it of its source have been delivered everywhere. An unknown source is ignored.
-  /// Standard input is read no further than 4 MiB past what was taken, files no less than before.
+  /// This line and all earlier ones of its source have been delivered everywhere. An unknown source is ignored.
+  /// Standard input is read at most 4 MiB beyond the lines taken; files have no such limit.
   void Taken(Mark mark);
 
-  /// Hands out again, from the next `Collect` on, what was not taken. What a truncation removed from a file meanwhile
-  /// is not there any more.
+  /// Passes on again, from the next `Collect` on, what was not taken, except what a truncation has removed meanwhile.
   void Rewind();
 
-  /// Writes the positions of what was taken, if they changed: beside the file, synced and renamed. A failure is logged,
-  /// and the next call tries again.
+  /// Writes the positions of the lines taken, if they changed, to a new file that is synced and renamed. A failure is
+  /// logged, and the next call tries again.
   void Save();
 
-  /// Replaces the inputs. One with the same pattern as before, and standard input, go on where they are.
+  /// Replaces the inputs. Standard input, and inputs with the same pattern as before, continue where they are.
   void Change(std::vector<InputSettings> inputs);
 
-  /// What people call a source: the path of its file in UTF-8, or "stdin". Empty for an unknown one.
+  /// The display name of a source: the path of its file in UTF-8, or "stdin". Empty for an unknown one.
   std::string GetName(std::uint64_t source) const;
 
-  /// Whether standard input has ended with everything handed out, and there are no files to follow.
+  /// Whether standard input has ended with everything passed on, and there are no files to follow.
   bool IsAtEnd() const;
 
  private:

@@ -1,4 +1,4 @@
-// What tells whether bytes are still the same.
+// Tells whether bytes have changed.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace sorvex::collect {
 
-/// FNV-1a of 64 bits. It tells chance differences, not forgery. The hash of a text goes on from that of its head.
+/// FNV-1a, 64 bits. Detects accidental differences, not forgery. The hash of a text continues from that of its head.
 class Fingerprint {
  public:
   static constexpr std::uint64_t ofNothing = 0xCBF29CE484222325;

@@ -10,7 +10,7 @@
 namespace sorvex::collect {
 namespace {
 
-/// A listing that took long is not repeated before this many times as long has passed.
+/// A listing is repeated only after this many times its duration.
 constexpr int listingPause = 10;
 
 /// A path for the log: one line, whatever its bytes.
@@ -93,7 +93,7 @@ void Follower::TakeChanges() {
       const std::filesystem::path path = change.name.empty() ? base : base / change.name;
       FollowedFile* const pFile = FindFile(path);
       if (pFile != nullptr) MarkReady(*pFile);
-      // A file that was written and is not followed may be one now.
+      // A file that was written and is not followed may match now.
       const bool isListing = change.isListing || pFile == nullptr;
       if (isListing && (change.name.empty() || pFile != nullptr || Concerns(path))) m_bListingWanted = true;
     }
@@ -160,12 +160,12 @@ void Follower::FindNames(Listing& listing) {
   listing.isIncomplete = found.lacksFolder || !found.failures.empty();
   WatchPaths(found.folders, listing);
 
-  // After they are watched, so that no change is missed between the two.
+  // After they are watched, so that no change between the two is missed.
   std::erase_if(listing.seen, [this, &listing](Seen& seen) {
     std::error_code error;
     seen.status = GetFileStatus(seen.path, error);
     if (error) {
-      // A link whose file is to come, or a file that has just gone.
+      // A link to a file yet to come, or a file that has just gone.
       if (!IsMissing(error)) AddTrouble(seen.path, "cannot be read: " + error.message(), listing);
       listing.isIncomplete = true;
     } else if (!seen.status.isRegular) {
@@ -173,7 +173,7 @@ void Follower::FindNames(Listing& listing) {
     }
     return error || !seen.status.isRegular;
   });
-  // What was written first is read first.
+  // Files written first are read first.
   std::stable_sort(listing.seen.begin(), listing.seen.end(),
                    [](const Seen& left, const Seen& right) { return left.status.modified < right.status.modified; });
 }
@@ -190,7 +190,7 @@ void Follower::WatchPaths(const std::vector<std::filesystem::path>& folders, Lis
   for (Seen& seen : listing.seen) {
     seen.isPolled = polledFolders.contains(seen.path.parent_path().native());
     std::error_code ignored;
-    // What is written to the file that a link names does not show where the link is.
+    // Writes to a link's target do not show where the link is.
     if (!seen.isPolled && std::filesystem::is_symlink(seen.path, ignored)) {
       seen.isPolled = !WatchPath(seen.path, listing, watches);
       m_bHasPolled = m_bHasPolled || seen.isPolled;
@@ -275,7 +275,7 @@ void Follower::FollowNames(Listing& listing) {
     if (pFile->hasName && pFile->listing != m_listing) without.push_back(pFile.get());
   }
   for (FollowedFile* const pFile : without) Leave(*pFile, listing);
-  // Files come before what may be their copies.
+  // Files come before their possible copies.
   std::stable_sort(unknown.begin(), unknown.end(), [](const Seen* left, const Seen* right) {
     return right->path.native().size() > left->path.native().size() &&
            right->path.native().starts_with(left->path.native());
@@ -283,7 +283,7 @@ void Follower::FollowNames(Listing& listing) {
   for (const Seen* const pSeen : unknown) Adopt(*pSeen, listing);
 }
 
-/// No input's pattern stands for the file any more.
+/// No input's pattern matches the file any more.
 void Follower::Leave(FollowedFile& file, Listing& listing) {
   const auto named = m_byPath.find(file.place.path.native());
   if (named != m_byPath.end() && named->second == &file) m_byPath.erase(named);
@@ -304,9 +304,9 @@ void Follower::Leave(FollowedFile& file, Listing& listing) {
   MarkReady(file);
 }
 
-/// Begins to follow a file that was not followed yet.
+/// Starts to follow a new file.
 void Follower::Adopt(const Seen& seen, Listing& listing) {
-  // Under another of its names it has just been.
+  // It was just followed under another of its names.
   if (m_files.contains(seen.status.identity)) {
     m_otherNames.insert_or_assign(seen.path.native(), seen.status.identity);
     return;
@@ -356,7 +356,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   file.place.isRotated = place.isRotated;
   file.before = before;
   if (rest) {
-    // Lines that are on their way were those of this file.
+    // Lines in transit belonged to this file.
     m_bySource.erase(file.source);
     file.source = rest->source;
     m_bySource.emplace(file.source, &file);
@@ -380,7 +380,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   CloseUnused();
 }
 
-/// The followed file of whose name `path` is an extension, as a copy of it would have.
+/// The followed file whose name `path` extends, as a copy's name would.
 FollowedFile* Follower::FindOriginal(const std::filesystem::path& path) const {
   const NativeString& name = path.native();
   const std::size_t folderSize = path.parent_path().native().size() + 1;
@@ -391,7 +391,7 @@ FollowedFile* Follower::FindOriginal(const std::filesystem::path& path) const {
   return nullptr;
 }
 
-/// Takes what a file was before it was truncated, when `copy` begins like that.
+/// Takes over a file's state before it was truncated, when `copy` begins like that.
 std::optional<Generation> Follower::TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const {
   std::error_code error;
   if (!original.before || m_limits.now() - original.before->endTime > m_limits.rotatedQuietTime) return std::nullopt;
@@ -400,8 +400,8 @@ std::optional<Generation> Follower::TakeRest(FollowedFile& original, const Opene
   return std::exchange(original.before, std::nullopt);
 }
 
-/// Whether a file may be a copy that is being made, whose original is truncated next. It is not read before that,
-/// unless nothing happens for a while.
+/// Whether a file may be an unfinished copy whose original is truncated next. It is not read before that, unless
+/// nothing happens for a while.
 bool Follower::IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing) {
   std::error_code error;
   const std::uint64_t size = std::min(seen.status.size, original.read);
@@ -416,7 +416,7 @@ bool Follower::IsToBeHeld(FollowedFile& original, const Seen& seen, const Opened
   return true;
 }
 
-/// Takes what was saved of a file, if anything.
+/// Takes over the saved state of a file, if any.
 std::optional<Place> Follower::TakeSaved(const Seen& seen) {
   auto found = m_saved.find(seen.status.identity);
   if (found == m_saved.end()) {
@@ -435,7 +435,7 @@ std::optional<Place> Follower::TakeSaved(const Seen& seen) {
   return place;
 }
 
-/// Finds files that were renamed while nobody followed them, to names that no input's pattern stands for.
+/// Finds files that were renamed while nobody followed them, to names that no input's pattern matches.
 void Follower::AdoptRotated(Listing& listing) {
   std::vector<FileIdentity> found;
   for (const auto& entry : m_saved) {
@@ -443,7 +443,7 @@ void Follower::AdoptRotated(Listing& listing) {
     const Place& place = entry.second;
     const auto input = std::find_if(m_inputs.begin(), m_inputs.end(),
                                     [&place](const auto& pInput) { return pInput->pattern.Matches(place.path); });
-    // A number that was given to another file must not let that one be read.
+    // A number reused for another file must not make that one be read.
     if (input == m_inputs.end() || (place.head.length == 0 && identity.birth == 0)) continue;
     std::unique_ptr<OpenedFile> pFile = FindOpened(place.path.parent_path(), identity, listing);
     if (!pFile) continue;
@@ -512,7 +512,7 @@ FollowedFile& Follower::Add(const FileIdentity& identity, const std::filesystem:
   return file;
 }
 
-/// Follows a file no longer. Its position is kept for the case that it comes back.
+/// Stops following a file. Its position is kept in case it comes back.
 void Follower::Drop(FollowedFile& file) {
   std::error_code error;
   const bool isDeleted = file.pFile && !file.pFile->GetStatus(error).hasName && !error;
@@ -544,14 +544,14 @@ void Follower::Close(FollowedFile& file) {
 /// Closes files that have not changed for long, and more of them when too many are open.
 void Follower::CloseUnused() {
   const Time now = m_limits.now();
-  // Those that cannot be closed stand before others; looking at all of them each time would take too long.
+  // Those that cannot be closed come before others; checking all of them each time would take too long.
   int attempts = 16;
   for (auto next = m_open.begin(); next != m_open.end() && attempts > 0;) {
     FollowedFile& file = **next++;
     const bool isSurplus = m_open.size() > m_limits.maxOpenFiles;
     const bool isIdle = now - file.changeTime >= m_limits.idleCloseTime && file.IsDelivered();
     if (!isSurplus && now - file.changeTime < m_limits.idleCloseTime) return;
-    // Among the rotated ones are those without a name, which could not be opened again.
+    // Rotated files include those without a name, which could not be opened again.
     if (file.isAtEnd && !file.isReady && !m_rotated.contains(&file) && (isSurplus || isIdle)) {
       Close(file);
     } else {
@@ -607,7 +607,7 @@ bool Follower::Look(FollowedFile& file) {
   return true;
 }
 
-/// Begins again at the start of the file.
+/// Starts again at the beginning of the file.
 void Follower::Truncate(FollowedFile& file) {
   m_log(Severity::Info, Printable(file.place.path) + " was truncated; read from its start");
   file.before = Generation{file.place, file.read, file.source, m_limits.now()};
@@ -615,7 +615,7 @@ void Follower::Truncate(FollowedFile& file) {
   file.source = m_nextSource++;
   m_bySource.emplace(file.source, &file);
   file.place.position = file.read = 0;
-  // There may be a copy that was waited with.
+  // There may be a copy whose reading was postponed.
   m_bListingWanted = true;
   file.place.head = {};
   m_bPositionsChanged = true;
@@ -654,7 +654,7 @@ void Follower::LookAtRotated() {
       MarkReady(file);
     } else if (file.hasName) {
       m_rotated.erase(&file);
-      // Not every system lets the next rotation replace a file that is open.
+      // On some systems the next rotation cannot replace an open file.
       Close(file);
     } else if (file.IsDelivered()) {
       Drop(file);
@@ -690,7 +690,7 @@ Turn Follower::HandOut(LineSink& sink) {
   return {};
 }
 
-/// Reads on in the file. Returns false when it cannot be read, or is none to be read.
+/// Continues reading the file. Returns false when it cannot be read, or should not be.
 bool Follower::ReadBlock(FollowedFile& file) {
   m_block = {};
   if (!Look(file)) return false;
@@ -713,14 +713,14 @@ bool Follower::ReadBlock(FollowedFile& file) {
 /// `Done` says that the file has more.
 Turn Follower::HandOut(FollowedFile& file, LineSink& sink) {
   Turn turn;
-  // After a refusal its lines are still there; what was written to the file since is not.
+  // After a refusal its lines are still in the buffer; what was written to the file since is not.
   const bool isFresh = m_block.source != file.source;
   if (isFresh && !ReadBlock(file)) {
     m_block = {};
     return turn;
   }
   const std::string_view block(m_buffer.data(), m_block.size);
-  // A file that has lost its name keeps its input, whereas the buffer fits those there are now.
+  // A file that has lost its name keeps its input, whereas the buffer fits the current inputs.
   const std::size_t maxLineBytes = std::min(file.pInput->settings.maxLineBytes, m_buffer.size() - BytesToTell(0));
   for (;;) {
     const std::string_view rest = block.substr(file.read - m_block.offset);

@@ -1,4 +1,4 @@
-// The files of all inputs: which there are, which have changed, and their lines.
+// The files of all inputs: which exist, which have changed, and their lines.
 #pragma once
 
 #include <collect/Collector.h>
@@ -35,19 +35,19 @@ struct IdentityHash {
   }
 };
 
-/// Used by one thread.
+/// One thread.
 class Follower {
  public:
-  /// `nextSource` gives sources their numbers. All references outlive the follower.
+  /// `nextSource` numbers the sources. All references outlive the follower.
   Follower(ChangeWatch& watch, const Log& log, const Limits& limits, std::uint64_t& nextSource, Positions positions);
   ~Follower();
 
-  /// Those of other kinds are left out.
+  /// Inputs of other kinds are left out.
   void SetInputs(const std::vector<InputSettings>& inputs);
   bool HasInputs() const { return !m_inputs.empty(); }
 
-  /// Learns what has changed: from the system, by listing folders, by looking at files. Returns true when the positions
-  /// have to be saved before anything else happens, since they say where an input was begun.
+  /// Learns what has changed, from the system, by listing folders and by checking files. Returns true when the
+  /// positions must be saved before anything else, since they record where a new input begins.
   bool Update();
 
   Turn HandOut(LineSink& sink);
@@ -60,10 +60,10 @@ class Follower {
   /// Whether there is a file to be read.
   bool IsReady() const { return !m_ready.empty(); }
 
-  /// When `Update` has something to do by itself.
+  /// When `Update` has something to do on its own.
   std::chrono::steady_clock::time_point NextDue() const;
 
-  /// Whether the positions are others than those last marked as saved.
+  /// Whether the positions differ from those last marked as saved.
   bool HasChangedPositions() const { return m_bPositionsChanged; }
   Positions GetPositions() const;
   void MarkSaved() { m_bPositionsChanged = false; }
@@ -74,7 +74,7 @@ class Follower {
   template <class Value>
   using ByIdentity = std::unordered_map<FileIdentity, Value, IdentityHash>;
 
-  /// A name that an input's pattern stands for, with what it names.
+  /// A name that an input's pattern matches, with its target.
   struct Seen {
     std::filesystem::path path;
     std::shared_ptr<const FileInput> pInput;
@@ -82,22 +82,22 @@ class Follower {
     bool isPolled = false;
   };
 
-  /// A file that looks like the copy of one that is followed, and whose original may be about to be truncated.
+  /// A file that looks like a copy of a followed one whose original may be about to be truncated.
   struct Held {
     std::uint64_t size = 0;
     Time changeTime;
   };
 
-  /// What one listing finds out.
+  /// The results of one listing.
   struct Listing {
     std::vector<Seen> seen;
     std::unordered_map<NativeString, std::string> troubles;
     /// Names whose file has another name now, or none.
     std::unordered_map<NativeString, const FollowedFile*> left;
-    /// What lies in folders that were searched.
+    /// The content of the folders that were searched.
     std::unordered_map<NativeString, ByIdentity<std::filesystem::path>> folders;
     std::unordered_map<NativeString, Held> held;
-    bool isIncomplete = false;  ///< something should be tried again before long
+    bool isIncomplete = false;  ///< something should be tried again soon
   };
 
   void TakeChanges();
@@ -152,7 +152,7 @@ class Follower {
   std::unordered_map<NativeString, FollowedFile*> m_byPath;     ///< those that have a name
   std::unordered_map<NativeString, FileIdentity> m_otherNames;  ///< further names of files that have one
   std::unordered_map<std::uint64_t, FollowedFile*> m_bySource;
-  std::unordered_set<FollowedFile*> m_rotated;  ///< looked at until they have ended
+  std::unordered_set<FollowedFile*> m_rotated;  ///< checked until they have ended
   std::list<FollowedFile*> m_open;              ///< the one that changed last comes last
   std::deque<FollowedFile*> m_ready;            ///< to be read
 
@@ -163,7 +163,7 @@ class Follower {
   bool m_bWatchLimitLogged = false;
 
   bool m_bListingWanted = false;
-  bool m_bRotatedSought = false;  ///< what was renamed while nobody followed it
+  bool m_bRotatedSought = false;  ///< renamed while nobody followed it
   bool m_bHasPolled = false;
   std::uint64_t m_listing = 0;
   Time m_nextListing;     ///< in any case
@@ -171,7 +171,7 @@ class Follower {
   Time m_nextPoll;
 
   std::vector<char> m_buffer;
-  /// What the buffer holds, as long as not all of its lines are handed out.
+  /// The buffer's content, until all of its lines are passed on.
   struct Block {
     std::uint64_t source = 0;
     std::uint64_t offset = 0;

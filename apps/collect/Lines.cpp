@@ -10,7 +10,7 @@ std::string_view WithoutCarriageReturn(std::string_view text) {
   return text;
 }
 
-/// `maxBytes`, or a few less when a character of UTF-8 would be cut there.
+/// `maxBytes`, or slightly less so that no UTF-8 character is cut.
 std::size_t PlaceToCut(std::string_view bytes, std::size_t maxBytes) {
   const auto continues = [bytes](std::size_t place) {
     return (static_cast<unsigned char>(bytes[place]) & 0xC0) == 0x80;

@@ -11,8 +11,8 @@ namespace {
 using NativeString = std::filesystem::path::string_type;
 using NativeView = std::basic_string_view<NativeString::value_type>;
 
-/// Takes the first character off a name that is not empty: UTF-8 or UTF-16. A unit that is part of none counts as a
-/// character of its own that is equal to itself alone.
+/// Removes the first character from a non-empty name: UTF-8 or UTF-16. A unit outside any character counts as a
+/// character that matches only itself.
 char32_t TakeCharacter(NativeView& text) {
   constexpr std::size_t unitBits = sizeof(NativeString::value_type) * 8;
   const auto unit = [&text](std::size_t index) {
@@ -45,8 +45,8 @@ char32_t TakeCharacter(NativeView& text) {
 
 char32_t TakeFolded(NativeView& text) { return FoldCase(TakeCharacter(text)); }
 
-/// Takes a bracket expression, whose first character is taken already, off the pattern and returns whether it stands
-/// for `character`; nothing when it has no end.
+/// Removes a bracket expression, without its already removed first character, from the pattern and returns whether it
+/// matches `character`; nothing when it has no end.
 std::optional<bool> TakeBracket(NativeView& pattern, char32_t character) {
   NativeView rest = pattern;
   bool isNegated = false;
@@ -72,7 +72,7 @@ std::optional<bool> TakeBracket(NativeView& pattern, char32_t character) {
   return std::nullopt;
 }
 
-/// Takes what stands for one character off the pattern, which is not empty, and returns whether it does for this one.
+/// Removes one element from the non-empty pattern and returns whether it matches this character.
 bool TakeOne(NativeView& pattern, char32_t character) {
   const char32_t wanted = TakeFolded(pattern);
   if (wanted == '?') return true;
@@ -95,7 +95,7 @@ bool MatchesName(const NativeString& pattern, const NativeString& name) {
   NativeView wanted = pattern;
   NativeView rest = name;
   if (name.starts_with('.') && !pattern.starts_with('.')) return false;
-  // Where to go on when the last `*` has to stand for one character more.
+  // Where to continue when the last `*` must match one more character.
   std::optional<NativeView> wantedAfterStar;
   NativeView restAfterStar;
   for (;;) {

@@ -17,7 +17,7 @@ constexpr std::string_view inputWord = "input";
 constexpr std::string_view fileWord = "file";
 constexpr std::string_view hexDigits = "0123456789abcdef";
 
-/// Blanks, control characters, `%` and what is not ASCII as `%` and two digits.
+/// Blanks, control characters, `%` and non-ASCII as `%` and two digits.
 std::string Escape(std::string_view text) {
   std::string escaped;
   for (const char character : text) {
@@ -49,12 +49,12 @@ std::optional<std::string> Unescape(std::string_view text) {
   return plain;
 }
 
-/// The fields of a line, one blank between two.
+/// The fields of a line, separated by one blank.
 class Fields {
  public:
   explicit Fields(std::string_view line) : m_rest(line) {}
 
-  /// The next field; an empty one when there is none, which no field is.
+  /// The next field; empty when there is none, since no field is empty.
   std::string_view Take() {
     const std::size_t end = std::min(m_rest.find(' '), m_rest.size());
     const std::string_view field = m_rest.substr(0, end);
@@ -86,7 +86,7 @@ void AddLine(std::string& text, const std::string& line) {
   text += '\n';
 }
 
-/// The line without its check, which has to fit.
+/// The line without its checksum, which must match.
 std::optional<std::string_view> CheckLine(std::string_view line) {
   const std::size_t blank = line.rfind(' ');
   if (blank == std::string_view::npos) return std::nullopt;
@@ -107,7 +107,7 @@ bool ReadPlace(Fields fields, Place& place) {
     return false;
   }
   if (place.head.length > Head::maxLength || rotated < 0 || rotated > 1) return false;
-  // Room for what is added to it.
+  // Room for additions.
   if (place.position > std::numeric_limits<std::int64_t>::max()) return false;
   const std::optional<std::string> path = Unescape(fields.Take());
   if (!path || path->empty() || !fields.IsEmpty()) return false;
@@ -159,7 +159,7 @@ std::string WritePositions(const Positions& positions) {
 bool ReadPositions(std::string_view text, Positions& positions) {
   const auto takeLine = [&text]() -> std::string_view {
     const std::size_t end = text.find('\n');
-    // What lacks its line feed was cut off.
+    // A line without its line feed was cut off.
     if (end == std::string_view::npos) return {};
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(end + 1);

@@ -1,4 +1,4 @@
-// The text in which positions are kept.
+// The text format of positions.
 #pragma once
 
 #include <collect/platform/File.h>
@@ -11,7 +11,7 @@
 
 namespace sorvex::collect {
 
-/// The start of a file, to see whether it is still the same.
+/// The start of a file, to check whether it is still the same.
 struct Head {
   static constexpr std::size_t maxLength = 1024;
 
@@ -26,19 +26,18 @@ struct Place {
   std::uint64_t position = 0;
   Head head;
   bool isRotated = false;     ///< had another name before
-  std::int64_t seenTime = 0;  ///< when the file was there last, in seconds since 1970
+  std::int64_t seenTime = 0;  ///< when the file was last there, in seconds since 1970
 };
 
 struct Positions {
-  std::vector<std::string> patterns;  ///< inputs whose files are known: what is new there is read whole
+  std::vector<std::string> patterns;  ///< inputs whose files are known: new ones are read whole
   std::vector<Place> places;
 };
 
-/// One line each, with a check of its own, between a line that names the version and one that says that all is there.
+/// One line each, with its own checksum, between a line with the version and one that marks the end.
 std::string WritePositions(const Positions& positions);
 
-/// Adds what `text` holds. Returns false when a line is not what it should be, or missing; the
-/// others are taken.
+/// Adds the content of `text`. Returns false when a line is damaged or missing; the others are used.
 bool ReadPositions(std::string_view text, Positions& positions);
 
 }  // namespace sorvex::collect

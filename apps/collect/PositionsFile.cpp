@@ -11,7 +11,7 @@
 namespace sorvex::collect {
 namespace {
 
-/// More than any number of files that is followed takes.
+/// More than any number of followed files needs.
 constexpr std::uint64_t maxFileBytes = 256 * 1024 * 1024;
 
 }  // namespace

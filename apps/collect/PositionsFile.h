@@ -13,10 +13,10 @@ class PositionsFile {
   /// An empty path keeps nothing. `log` outlives it.
   PositionsFile(std::filesystem::path path, const Log& log);
 
-  /// Returns what is kept. A file that is not what was written is put aside; what can be read of it counts.
+  /// Returns the stored positions. A damaged file is renamed; its readable lines count.
   Positions Load();
 
-  /// Replaces the file as a whole. Returns whether that was done; a failure is logged once until it succeeds again.
+  /// Replaces the whole file. Returns whether that succeeded; a failure is logged once until it succeeds again.
   bool Save(const Positions& positions);
 
  private:

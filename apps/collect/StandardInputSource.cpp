@@ -14,7 +14,7 @@ StandardInputSource::StandardInputSource(std::uint64_t source, ChangeWatch& watc
 
 bool StandardInputSource::WantsMore() const {
   if (m_hasEnded) return false;
-  // A single line may be longer than what is kept of several.
+  // A single line may be longer than the limit for several.
   const bool isWithinLine = m_handedOut == m_taken && m_kept.size() - m_taken < BytesToTell(m_maxLineBytes);
   return isWithinLine || m_kept.size() - m_taken < maxKeptBytes;
 }

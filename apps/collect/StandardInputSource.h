@@ -11,10 +11,10 @@
 
 namespace sorvex::collect {
 
-/// Keeps what was read until it is taken, since it cannot be read again.
+/// Keeps data until they are taken, since they cannot be read again.
 class StandardInputSource {
  public:
-  /// What it keeps at most; a single line may be longer.
+  /// The most that it keeps; a single line may be longer.
   static constexpr std::size_t maxKeptBytes = 4 * 1024 * 1024;
 
   /// `source` is its number in marks. `watch` and `log` outlive it.
@@ -29,7 +29,7 @@ class StandardInputSource {
   void Rewind();
 
   bool HasEnded() const { return m_hasEnded && m_handedOut == m_kept.size(); }
-  /// Whether there is something that a turn would take up now.
+  /// Whether a turn would find something now.
   bool IsReady() const { return m_hasLine || (m_mayHaveMore && WantsMore()); }
   bool WantsMore() const;
 
@@ -40,7 +40,7 @@ class StandardInputSource {
   const Log& m_log;
   StandardInput m_input;
   std::size_t m_maxLineBytes = InputSettings::defaultMaxLineBytes;
-  std::string m_kept;           ///< what was read, from somewhere before the first byte that is not taken
+  std::string m_kept;           ///< data read, from somewhere before the first byte not taken
   std::uint64_t m_before = 0;   ///< bytes before it
   std::size_t m_taken = 0;      ///< bytes of it
   std::size_t m_handedOut = 0;  ///< bytes of it, no less than taken

@@ -16,14 +16,14 @@ namespace {
 using namespace WindowsAgentCommon;
 using namespace std::chrono_literals;
 
-/// A socket's queue is also full when it holds a sixteenth of its high water mark in payloads.
+/// A socket's queue is also full when its number of payloads reaches a sixteenth of its high water mark.
 constexpr std::size_t bytesPerQueuedEvent = 16;
 
-/// Between attempts to open a socket that cannot be opened, for a name that is unknown for instance.
+/// Between attempts to open a socket that cannot be opened, for example because its name is unknown.
 constexpr auto firstOpenPause = 1s;
 constexpr auto longestOpenPause = 60s;
 
-/// Between two looks at what closes.
+/// Between two checks of closing channels.
 constexpr auto lookInterval = 5ms;
 
 }  // namespace
@@ -73,7 +73,7 @@ bool Channel::Submit(const Event& event) {
 }
 
 std::uint64_t Channel::Done() {
-  // In this order: what is dropped between the two looks is found by the next one.
+  // In this order: what is dropped between the two reads is found by the next call.
   const std::uint64_t dropped =
       m_droppedBeforeClose ? *m_droppedBeforeClose : m_dropped.Follow(m_pSocket->GetMessagesDropped());
   return dropped + m_sent.Follow(m_pSocket->GetMessagesSent());
@@ -86,7 +86,7 @@ void Channel::BeginClose() {
   m_closer = std::jthread([this] { Close(); });
 }
 
-/// An opener that had not come to its socket opens it after the first shutdown.
+/// An opener that had not reached its socket opens it after the first shutdown.
 void Channel::Close() {
   for (;;) {
     const bool hasOpenerEnded = m_bOpenerEnded;

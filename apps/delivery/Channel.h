@@ -1,4 +1,4 @@
-// One destination of an agent: its socket, and how far that has come.
+// One destination of an agent: its socket and its progress.
 #pragma once
 
 #include <settings/Settings.h>
@@ -20,19 +20,19 @@
 
 namespace sorvex::delivery {
 
-/// What is told of a destination.
+/// What is reported about a destination.
 struct ChannelStatistics {
   std::string url;
-  std::uint64_t submitted = 0;  ///< lines that the socket took
+  std::uint64_t submitted = 0;  ///< lines that the socket accepted
   std::uint64_t sent = 0;
   std::uint64_t queued = 0;
   std::uint64_t truncated = 0;
   std::uint64_t dropped = 0;
   bool isConnected = false;
-  std::optional<std::chrono::system_clock::time_point> connectedSince;  ///< where the socket tells
+  std::optional<std::chrono::system_clock::time_point> connectedSince;  ///< where the socket reports it
 };
 
-/// Follows a counter of 32 bits that wraps, looked at often enough.
+/// Follows a wrapping 32-bit counter that is read often enough.
 class WideCounter {
  public:
   std::uint64_t Follow(std::uint32_t counter) {
@@ -46,10 +46,10 @@ class WideCounter {
   std::uint64_t m_total = 0;
 };
 
-/// Used by one thread. Opening and closing, which may take their time, go on in threads of the channel's own.
+/// One thread. Opening and closing, which may take time, run in the channel's own threads.
 class Channel {
  public:
-  /// Begins to open the queued `socket`, and tries again until that succeeds; calls `opened` from another thread then.
+  /// Starts to open the queued `socket` and retries until that succeeds; then calls `opened` from another thread.
   Channel(settings::DestinationSettings settings, std::shared_ptr<WindowsAgentCommon::ISocket> socket,
           std::function<void()> opened);
   /// Closes as `Abandon` does.
@@ -62,18 +62,18 @@ class Channel {
   /// Whether `Submit` would not have to wait.
   bool HasRoom();
 
-  /// Queues the event; returns whether the socket took it. Events are delivered in this order.
+  /// Queues the event; returns whether the socket accepted it. Events are delivered in this order.
   bool Submit(const WindowsAgentCommon::Event& event);
 
-  /// Events that the socket is done with, from the first one on: sent, or dropped because no datagram holds them. What
-  /// is dropped from `BeginClose` on does not count.
+  /// The number of events, from the first on, that the socket is done with: sent, or dropped because they fit no
+  /// datagram. What is dropped from `BeginClose` on does not count.
   std::uint64_t Done();
 
-  /// Begins to deliver what is queued, as far as the destination takes it, and to close.
+  /// Starts to deliver the queue, as far as the destination accepts it, and to close.
   void BeginClose();
   bool IsClosed() const { return m_bClosed; }
 
-  /// Makes a closing that is under way give up what is still queued. To be called again until it is closed.
+  /// Makes a pending close give up the rest of the queue. Call it again until the channel is closed.
   void Abandon();
 
   ChannelStatistics GetStatistics();
@@ -104,7 +104,7 @@ class Channel {
   std::jthread m_closer;
 };
 
-/// Closes the channels side by side. What they cannot deliver within `patience` is given up.
+/// Closes the channels in parallel. What they cannot deliver within `patience` is given up.
 void CloseChannels(const std::vector<Channel*>& channels, std::chrono::milliseconds patience);
 
 }  // namespace sorvex::delivery

@@ -44,7 +44,7 @@ bool Delivery::Take(std::string_view line, collect::Mark mark) {
   return true;
 }
 
-/// The number of the first line that one of the targets is not done with.
+/// The number of the first line that some target is not done with.
 std::uint64_t Delivery::FirstUndone(std::vector<Target>& targets) const {
   std::uint64_t first = NextNumber();
   for (Target& target : targets) {
@@ -65,7 +65,7 @@ bool Delivery::Settle() {
     const collect::Mark mark = m_inFlight.front();
     m_inFlight.pop_front();
     m_firstNumber += 1;
-    // One word for all lines of a source that follow each other.
+    // One call for all consecutive lines of a source.
     const bool isLast = m_firstNumber == firstUndone || m_inFlight.empty();
     if (isLast || m_inFlight.front().source != mark.source) m_ports.taken(mark);
   }
@@ -87,7 +87,7 @@ bool Delivery::Change(const std::vector<settings::DestinationSettings>& destinat
     return std::ranges::any_of(
         m_targets, [&destination](const Target& target) { return target.channel->Settings() == destination; });
   };
-  // Before anything is closed: a socket that cannot be made leaves all as it was.
+  // Before anything is closed: a socket that cannot be made leaves everything unchanged.
   std::vector<Target> added;
   for (const settings::DestinationSettings& destination : destinations) {
     if (!isThere(destination)) added.push_back(MakeTarget(destination));
@@ -113,7 +113,7 @@ bool Delivery::Change(const std::vector<settings::DestinationSettings>& destinat
   return isRepeated;
 }
 
-/// Notes for each target which of the lines that come again it is not to get, and forgets them as lines in flight.
+/// Notes for each target which repeated lines it is not to get, and forgets them as lines in flight.
 void Delivery::PrepareRepetition(std::vector<Target>& closed, std::size_t keptTargets) {
   const std::uint64_t firstUndone = FirstUndone(closed);
   std::uint64_t number = m_firstNumber;
@@ -123,7 +123,7 @@ void Delivery::PrepareRepetition(std::vector<Target>& closed, std::size_t keptTa
     for (std::size_t index = 0; index < end; ++index) m_targets[index].NoteGot(mark);
     number += 1;
   }
-  // What kept targets have in flight keeps its numbers, so that nothing that comes again counts as taken before.
+  // Lines in flight at the kept targets keep their numbers, so no repeated line counts as taken too early.
   m_firstNumber = NextNumber();
   m_inFlight.clear();
 }

@@ -1,4 +1,4 @@
-// When an agent turns to its server, so that ten thousand of them do not come at once.
+// When an agent contacts its server, so that ten thousand agents do not come at once.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@ namespace sorvex::schedule {
 
 using Duration = std::chrono::milliseconds;
 
-/// Gives numbers from 0 to below 1.
+/// Returns numbers from 0 to below 1.
 using Random = std::function<double()>;
 
 /// Seeded by the system.
@@ -32,13 +32,14 @@ class Schedule {
  public:
   Schedule(Duration interval, Random random);
 
-  /// Anything below the interval and a minute: agents that start together spread over it.
+  /// At most the interval and a minute: agents that start together spread over it.
   Duration First();
 
-  /// The interval, give or take a fifth of it.
+  /// The interval, varied by up to a fifth.
   Duration AfterSuccess();
 
-  /// Grows from `firstRetry` to a minute or the interval, whichever is longer, and is cut by up to a half at random.
+  /// Grows from `firstRetry` to a minute or the interval, whichever is longer, and is shortened at random by up to a
+  /// half.
   Duration AfterFailure();
 
   static constexpr Duration longestFirst{60'000};

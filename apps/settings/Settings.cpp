@@ -21,7 +21,7 @@ using collect::InputSettings;
 
 std::string Quote(std::string_view text) { return "'" + std::string(text) + "'"; }
 
-/// Gives out the attributes of an element and finds out which ones nobody asked for.
+/// Returns an element's attributes and finds those that were not asked for.
 class Attributes {
  public:
   explicit Attributes(const XmlElement& element) : m_element(element) {}
@@ -50,7 +50,7 @@ class Attributes {
     return value ? ParseNumber(name, *value, lowest, highest) : defaultValue;
   }
 
-  /// One of the values of a table, or the first one when the attribute is absent.
+  /// One of the values of a table, or the first one when the attribute is missing.
   template <class Value, std::size_t size>
   Value GetOneOf(const std::string& name, const std::array<std::pair<std::string_view, Value>, size>& values,
                  bool isRequired) {
@@ -64,7 +64,7 @@ class Attributes {
     Fail(name + " is " + Quote(*text) + "; there are: " + known);
   }
 
-  /// Refuses attributes that were not asked for, and, where only attributes belong, text and elements.
+  /// Refuses attributes that were not asked for and, where only attributes belong, text and elements.
   void Finish() const {
     for (const auto& [name, value] : m_element.attributes) {
       if (!m_asked.contains(name)) Fail(m_element.name + " has no attribute " + Quote(name));
@@ -96,7 +96,7 @@ class Attributes {
   std::set<std::string> m_asked;
 };
 
-/// Hands the elements of a list to the reader that its name has. Lists have neither attributes nor text.
+/// Passes the elements of a list to the reader for their name. Lists have neither attributes nor text.
 template <class... Readers>
 void ReadElements(const XmlElement& list, const Readers&... readers) {
   if (!list.text.empty()) throw SettingsError(list.line, list.name + " holds no text");
@@ -185,7 +185,7 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
   destination.type = attributes.GetOneOf("Type", types, true);
   if (!element.text.empty()) attributes.Fail(element.name + " holds no text");
 
-  // First, so that they are looked at alone: what follows has places of its own.
+  // First, so that they are checked alone: the others have attributes of their own.
   std::optional<std::string> certificate;
   ReadElements(
       element,
@@ -216,7 +216,7 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
   if (destination.type != DestinationType::Udp && attributes.Find("Framing")) {
     destination.parameters.emplace("Framing", attributes.GetOneOf("Framing", framings, true));
   }
-  // Whoever sends to several may not wait for one.
+  // An agent that sends to several destinations must not wait for one.
   destination.parameters.emplace("Socket.BlockingSendStrategy", "false");
   if (destination.type == DestinationType::Tls) {
     ReadTlsRange(attributes, destination);

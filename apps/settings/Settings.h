@@ -17,12 +17,12 @@ namespace sorvex::settings {
 
 enum class DestinationType { Tcp, Tls, Udp };
 
-/// A destination and all that its socket is told. Two that are equal are the same destination.
+/// A destination and all settings of its socket. Equal values are the same destination.
 struct DestinationSettings {
   DestinationType type = DestinationType::Tcp;
   std::string minTls = "TLSv1";  ///< TLS only
   std::string maxTls = "TLSv1.2";
-  WindowsAgentCommon::ParameterBlock parameters;  ///< the socket's parameter block, whole
+  WindowsAgentCommon::ParameterBlock parameters;  ///< the socket's complete parameter block
 
   bool operator==(const DestinationSettings&) const = default;
 
@@ -45,12 +45,12 @@ struct Settings {
 /// Larger ones are refused.
 constexpr std::size_t maxSettingsBytes = 1024 * 1024;
 
-/// Turns the text of a certificate into what the parameter "Certificate" takes. Throws `std::invalid_argument` with the
-/// reason when it is none.
+/// Converts a certificate's text to the value of the parameter "Certificate". Throws `std::invalid_argument` with the
+/// reason when it is not a certificate.
 using CertificateReader = std::function<std::string(const std::string& text)>;
 
-/// Reads a configuration. Throws `SettingsError` for the first thing in it that is unknown, missing, given twice or not
-/// what it should be; so a configuration is either taken whole or not at all.
+/// Reads a configuration. Throws `SettingsError` for the first thing in it that is unknown, missing, duplicate or
+/// wrong, so a configuration is used whole or not at all.
 Settings ReadSettings(std::string_view text, const CertificateReader& readCertificate);
 
 }  // namespace sorvex::settings

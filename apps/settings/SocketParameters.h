@@ -5,12 +5,12 @@
 
 namespace sorvex::settings {
 
-/// Where parameters are written. Some have a place of their own there: an option, or an attribute.
+/// Where parameters are written. Some have their own option or attribute there.
 enum class Place { CommandLine, Configuration };
 
-/// `hasStream` tells that a destination is a TCP or TLS one; UDP sockets know fewer keys. Throws
-/// `std::invalid_argument` when the block holds a key that no socket of the destinations' kinds knows (naming those
-/// that are known), a value that its key does not take, a key twice, or one that has a place of its own.
+/// `hasStream` says that one destination is TCP or TLS; UDP sockets know fewer keys. Throws `std::invalid_argument`
+/// when the block has a key that no socket of these kinds knows (listing the known ones), a value that its key does not
+/// take, a duplicate key, or one with its own option or attribute.
 void CheckSocketParameters(const WindowsAgentCommon::ParameterBlock& parameters, bool hasStream, Place place);
 
 }  // namespace sorvex::settings

@@ -10,7 +10,7 @@ namespace {
 
 using namespace WindowsAgentCommon;
 
-/// Keeps what is wrong with a range.
+/// Stores what is wrong with a range.
 class ReasonSink : public ILogSink {
  public:
   bool IsEnabled(LogLevel) const override { return true; }

@@ -7,7 +7,7 @@
 
 namespace sorvex::settings {
 
-/// Throws `std::invalid_argument` with the reason when the two name no range.
+/// Throws `std::invalid_argument` with the reason when the two do not form a range.
 VaroCommunicationAPI::SSLProtocolList MakeTlsRange(const std::string& minVersion, const std::string& maxVersion);
 
 }  // namespace sorvex::settings

@@ -37,8 +37,8 @@ void CheckCharacters(std::string_view text) {
   }
 }
 
-/// Holds the document against what the parser must not be given, since it calls itself for each level: elements nested
-/// too deep. Where this reading of a tag could differ from the parser's, the tag is refused.
+/// Rejects elements nested too deep for the parser, which calls itself for each level. Where this reading of a tag
+/// could differ from the parser's, the tag is refused.
 class NestingCheck {
  public:
   explicit NestingCheck(std::string_view text) : m_text(text) {}
@@ -139,7 +139,7 @@ class Conversion {
     return LineAt(m_original, static_cast<std::size_t>(position - m_parsed));
   }
 
-  /// A character reference can name any.
+  /// A character reference can name any character.
   static bool HasControlCharacter(std::string_view value) {
     return std::ranges::any_of(
         value, [](char character) { return static_cast<unsigned char>(character) < ' ' || character == 0x7F; });
@@ -180,7 +180,7 @@ SettingsError::SettingsError(std::size_t line, const std::string& reason)
 XmlElement ParseXml(std::string_view text) {
   CheckCharacters(text);
   NestingCheck(text).Run();
-  // The parser writes into the text, which has to end in a zero.
+  // The parser writes into the text, which must end with a zero.
   std::string parsed(text);
   const auto document = std::make_unique<xml::xml_document<char>>();
   try {

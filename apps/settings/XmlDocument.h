@@ -29,9 +29,9 @@ struct XmlElement {
   std::vector<XmlElement> children;
 };
 
-/// Reads a whole document in UTF-8 and returns its one root element. Comments and processing instructions are skipped.
-/// Only the five entities that XML itself has and character references are known; there is no document type. Throws
-/// `SettingsError` for everything else, for elements nested more than `maxXmlDepth` deep, and for control characters.
+/// Reads a whole document in UTF-8 and returns its root element. Comments and processing instructions are skipped. Only
+/// XML's own five entities and character references are known; a document type is not. Throws `SettingsError` for
+/// everything else, for elements nested more than `maxXmlDepth` deep, and for control characters.
 XmlElement ParseXml(std::string_view text);
 
 constexpr std::size_t maxXmlDepth = 16;

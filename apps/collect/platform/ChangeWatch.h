@@ -1,4 +1,4 @@
-// Waiting until files have changed, without looking at each of them.
+// Waits until files have changed, without checking each of them.
 #pragma once
 
 #include <chrono>
@@ -11,20 +11,20 @@
 
 namespace sorvex::collect {
 
-/// Used by one thread, but for `Wake`.
+/// One thread, except `Wake`.
 class ChangeWatch {
  public:
   enum class Answer {
     Watched,
     Unsupported,   ///< nobody reports changes there; so everywhere on Windows
-    LimitReached,  ///< the system watches no more for this user
-    Failed,        ///< it is not there, or not to be read
+    LimitReached,  ///< the system allows no more watches for this user
+    Failed,        ///< it does not exist, or cannot be read
   };
 
   struct Change {
     int number = 0;                           ///< of the watch
     std::filesystem::path::string_type name;  ///< of the file in that folder; empty for the watched path itself
-    bool isListing = false;                   ///< a name came, went or may be read now; otherwise a file was written
+    bool isListing = false;                   ///< a name came, went or became readable; otherwise a file was written
   };
 
   /// Throws `std::system_error`.
@@ -33,7 +33,7 @@ class ChangeWatch {
   ChangeWatch(const ChangeWatch&) = delete;
   ChangeWatch& operator=(const ChangeWatch&) = delete;
 
-  /// Watches a folder or a single file. What is watched already keeps its number, also under another path.
+  /// Watches a folder or a single file. A watch that exists keeps its number, even under another path.
   Answer Add(const std::filesystem::path& path, int& number);
   void Remove(int number);
 
@@ -44,7 +44,7 @@ class ChangeWatch {
   /// was a `Wake`.
   bool Wait(std::chrono::milliseconds limit, bool forChanges, bool forInput);
 
-  /// Ends the `Wait` that is under way, or else the next one. Any thread, also from inside a signal handler.
+  /// Ends the current `Wait`, or else the next one. Any thread, also from inside a signal handler.
   void Wake() noexcept;
 
  private:
@@ -61,8 +61,8 @@ class StandardInput {
   StandardInput(const StandardInput&) = delete;
   StandardInput& operator=(const StandardInput&) = delete;
 
-  /// Stores up to `size` bytes that are there and returns their number; nothing at the end. An error ends the input as
-  /// well, and is in `error`.
+  /// Stores up to `size` available bytes and returns their number; nothing at the end. An error, stored in `error`,
+  /// ends the input too.
   std::optional<std::size_t> Read(char* buffer, std::size_t size, std::error_code& error);
 
  private:

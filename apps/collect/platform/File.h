@@ -11,11 +11,11 @@
 
 namespace sorvex::collect {
 
-/// Tells a file from every other one on this machine, whatever its name.
+/// Identifies a file on this machine, whatever its name.
 struct FileIdentity {
-  std::uint64_t volume = 0;  ///< on POSIX it may be another one after the machine's next start
+  std::uint64_t volume = 0;  ///< on POSIX it may change at the machine's next start
   std::uint64_t index = 0;
-  std::uint64_t birth = 0;  ///< when the file was made, where that tells files apart whose index is the same; else 0
+  std::uint64_t birth = 0;  ///< creation time, where it tells files with the same index apart; else 0
 
   bool operator==(const FileIdentity&) const = default;
 };
@@ -26,17 +26,17 @@ struct FileStatus {
   bool isFolder = false;
   bool hasName = true;  ///< false once it was deleted
   std::uint64_t size = 0;
-  std::int64_t modified = 0;  ///< changes with the file; of no unit
+  std::int64_t modified = 0;  ///< changes with the file; has no unit
 };
 
-/// Returns the status of what `path` names in the end, through links. A failure is in `error`, which is cleared
+/// Returns the status of the target of `path`, following links. Stores a failure in `error`, which is cleared
 /// otherwise.
 FileStatus GetFileStatus(const std::filesystem::path& path, std::error_code& error);
 
-/// A file to be read. Others may do with it what they like. For one thread.
+/// A file to be read. Others may change it freely. One thread.
 class OpenedFile {
  public:
-  /// Returns the file, or null with the reason in `error`. What is not a regular file is not opened
+  /// Returns the file, or null with the reason in `error`. A file that is not regular is not opened
   /// (`std::errc::not_supported`).
   static std::unique_ptr<OpenedFile> Open(const std::filesystem::path& path, std::error_code& error);
   ~OpenedFile();
@@ -54,11 +54,11 @@ class OpenedFile {
   std::unique_ptr<Handle> m_pHandle;
 };
 
-/// The text of a path: UTF-8 on Windows, the bytes that it is elsewhere.
+/// The text of a path: UTF-8 on Windows, its bytes elsewhere.
 std::string PathToText(const std::filesystem::path& path);
 std::filesystem::path TextToPath(std::string_view text);
 
-/// The same for two characters that are one in a file's name on this system.
+/// The same for two characters that are equal in file names on this system.
 char32_t FoldCase(char32_t character);
 
 }  // namespace sorvex::collect

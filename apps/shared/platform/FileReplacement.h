@@ -1,4 +1,4 @@
-// Writing a file so that nobody ever finds half of it under its name.
+// Writes a file so that nobody ever finds half of it under its name.
 #pragma once
 
 #include <filesystem>
@@ -7,13 +7,13 @@
 
 namespace sorvex {
 
-/// A new file beside the one it is to become. Until `Commit` the old one, if any, stays; without it the new one goes
-/// with the object. Used by one thread. Every operation throws `std::system_error` naming the file.
+/// A new file next to the one it replaces. The old file stays until `Commit`; without it the new file disappears with
+/// the object. One thread. Every operation throws `std::system_error` naming the file.
 class FileReplacement {
  public:
   enum class Readers {
     Owner,  ///< the owner alone (on Windows also the system and administrators): for secrets
-    Usual,  ///< whoever the system usually lets read a new file
+    Usual,  ///< whoever may read a new file by the system's default
   };
   enum class Existing { Replace, Keep };
 
@@ -24,7 +24,8 @@ class FileReplacement {
 
   void Write(std::string_view bytes);
 
-  /// Waits until what was written is on the disk, so that a machine that stops finds the old file or the whole new one.
+  /// Waits until the data are on the disk, so that after a crash of the machine the old file or the whole new one is
+  /// found.
   void Flush();
 
   /// Gives the file its name. With `Existing::Keep` it fails with `std::errc::file_exists` when the name is taken.

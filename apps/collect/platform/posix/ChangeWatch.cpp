@@ -21,7 +21,7 @@ constexpr std::uint32_t listingEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | 
 constexpr std::uint32_t wantedEvents =
     IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
 
-/// Whether other machines, or programs, may change files there without this system's knowledge. Numbers from statfs(2).
+/// Whether other machines or programs may change files there without this system's knowledge. Numbers from statfs(2).
 bool IsRemote(const std::filesystem::path& path) {
   struct statfs status {};
   if (statfs(path.c_str(), &status) != 0) return false;
@@ -95,7 +95,7 @@ bool ChangeWatch::Take(std::vector<Change>& changes) {
 }
 
 bool ChangeWatch::Wait(std::chrono::milliseconds limit, bool forChanges, bool forInput) {
-  // Those that are not waited for are left out by a negative number.
+  // A negative number excludes those that are not waited for.
   std::array<pollfd, 3> waiting{pollfd{m_pState->wakeDescriptor, POLLIN, 0},
                                 pollfd{forChanges ? m_pState->changeDescriptor : -1, POLLIN, 0},
                                 pollfd{forInput ? STDIN_FILENO : -1, POLLIN, 0}};
@@ -121,7 +121,7 @@ StandardInput::~StandardInput() = default;
 
 std::optional<std::size_t> StandardInput::Read(char* buffer, std::size_t size, std::error_code& error) {
   error.clear();
-  // The descriptor may be shared with other programs, so that it cannot be made one that never waits.
+  // Other programs may share the descriptor, so it must not be made non-blocking.
   pollfd waiting{STDIN_FILENO, POLLIN, 0};
   if (poll(&waiting, 1, 0) <= 0 || waiting.revents == 0) return 0;
   const ssize_t count = read(STDIN_FILENO, buffer, size);

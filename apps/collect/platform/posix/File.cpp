@@ -56,7 +56,7 @@ OpenedFile::OpenedFile(std::unique_ptr<Handle> pHandle) : m_pHandle(std::move(pH
 OpenedFile::~OpenedFile() = default;
 
 std::unique_ptr<OpenedFile> OpenedFile::Open(const std::filesystem::path& path, std::error_code& error) {
-  // Without O_NONBLOCK a pipe of that name would hold the caller until somebody writes to it.
+  // Without O_NONBLOCK a pipe of that name would block the caller until someone writes to it.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) {
     error.assign(errno, std::generic_category());

@@ -41,8 +41,8 @@ ChangeWatch::ChangeWatch() : m_pState(std::make_unique<State>()) {}
 
 ChangeWatch::~ChangeWatch() = default;
 
-// What this system reports of a folder is what was written to it: the new size of a file comes when its writer closes
-// it, which may be never. Looking at the files is the only way to know.
+// For a folder this system reports changes as they are recorded there: a file's new size only when its writer closes
+// it, which may be never. Only checking the files helps.
 ChangeWatch::Answer ChangeWatch::Add(const std::filesystem::path&, int&) { return Answer::Unsupported; }
 
 void ChangeWatch::Remove(int) {}
@@ -58,7 +58,7 @@ bool ChangeWatch::Wait(std::chrono::milliseconds limit, bool, bool forInput) {
 
 void ChangeWatch::Wake() noexcept { SetEvent(m_pState->wake.Get()); }
 
-/// Shared with the thread that reads, which may be held in its call when nobody listens any more.
+/// Shared with the reading thread, which may still be inside its call when nobody listens any more.
 struct StandardInput::State {
   std::shared_ptr<Event> arrived;
   std::mutex mutex;

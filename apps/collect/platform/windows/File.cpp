@@ -14,8 +14,8 @@ void SetLastError(std::error_code& error) { error.assign(static_cast<int>(GetLas
 
 std::uint64_t Join(DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32U | low; }
 
-/// The time at which a file was made says nothing here: a file that takes the name of a deleted one takes that as well.
-/// The index of a file is not used again.
+/// The creation time is useless here: a file that takes the name of a deleted one inherits it. A file's index is not
+/// reused.
 FileStatus ReadStatus(HANDLE file, std::error_code& error) {
   BY_HANDLE_FILE_INFORMATION native{};
   if (!GetFileInformationByHandle(file, &native)) {

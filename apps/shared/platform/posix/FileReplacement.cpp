@@ -24,7 +24,7 @@ struct FileReplacement::State {
 
   [[noreturn]] void ThrowErrno() const { throw std::system_error(errno, std::generic_category(), path.string()); }
 
-  /// A file without a name goes with the process, however that ends.
+  /// A file without a name disappears with the process, however that ends.
   bool OpenNameless(mode_t mode) {
     const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
     descriptor = open(folder.c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, mode);
@@ -51,7 +51,7 @@ FileReplacement::FileReplacement(const std::filesystem::path& path, Readers read
   m_pState->partPath += "." + std::to_string(getpid()) + ".part";
   const mode_t mode = readers == Readers::Owner ? 0600 : 0644;
   if (m_pState->OpenNameless(mode)) return;
-  // Not every file system has files without a name. A process of the same number may have died here before.
+  // Some file systems do not support files without a name. A process with the same number may have died here before.
   unlink(m_pState->partPath.c_str());
   m_pState->descriptor = open(m_pState->partPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
   if (m_pState->descriptor < 0) m_pState->ThrowErrno();
@@ -78,7 +78,7 @@ void FileReplacement::Commit(Existing existing) {
   if (close(std::exchange(m_pState->descriptor, -1)) != 0) m_pState->ThrowErrno();
   const char* const path = m_pState->path.c_str();
   const char* const partPath = m_pState->partPath.c_str();
-  // Unlike a renaming, a link never takes the place of a file. The part's own name goes with the object.
+  // Unlike a rename, a link never replaces a file. The part's own name goes with the object.
   if (existing == Existing::Keep && link(partPath, path) != 0) m_pState->ThrowErrno();
   if (existing == Existing::Keep) return;
   if (std::rename(partPath, path) != 0) m_pState->ThrowErrno();

@@ -28,7 +28,7 @@ struct FileReplacement::State {
     throw std::system_error(static_cast<int>(error), std::system_category(), std::string(name.begin(), name.end()));
   }
 
-  /// A file that goes with its last handle goes with the process as well, however that ends.
+  /// A file deleted with its last handle disappears with the process, however that ends.
   void GoWithHandle(bool goes) const {
     FILE_DISPOSITION_INFO disposition{};
     disposition.DeleteFile = goes;
