@@ -1,4 +1,4 @@
-// The host's side of the module: sets up the framework, loads the module and takes it down again.
+// The host's side of the module: sets up the framework, loads and unloads the module.
 #pragma once
 
 #include <CommandLine.h>
@@ -10,11 +10,11 @@
 
 namespace sorvex::agent {
 
-/// Sets where the log goes; before there is an agent, because loggers keep the sink that they were fetched with. Throws
-/// `std::system_error` for a log file that cannot be opened.
+/// Sets where the log goes. Call it before an agent exists, because loggers keep the sink that they were fetched with.
+/// Throws `std::system_error` for a log file that cannot be opened.
 void OpenLog(const Options& options);
 
-/// One per process. Used by one thread. What the module made must be gone before this object is.
+/// One per process. One thread. Release what the module made before this object is destroyed.
 class Agent {
  public:
   /// Sets the directories and installs the component factory.
@@ -24,7 +24,7 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
-  /// Loads the module and what it expects to find loaded. Throws `std::runtime_error` naming the file when it cannot be
+  /// Loads the module and the services that it expects. Throws `std::runtime_error` naming the file when it cannot be
   /// loaded or is something else.
   void Load();
 

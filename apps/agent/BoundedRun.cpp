@@ -12,11 +12,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Of a command that was cut short: 128 and the number of the interrupt signal, as a shell says it.
+/// Exit status of an aborted command: 128 plus the number of the interrupt signal, as in a shell.
 constexpr int cutShortStatus = 130;
 constexpr auto cutShortPatience = 1500ms;
 
-/// How long printing may take: whoever reads the output may have stopped.
+/// Time limit for printing: whoever reads the output may have stopped.
 constexpr auto printPatience = 200ms;
 
 }  // namespace
@@ -83,7 +83,7 @@ int RunBounded(const std::function<int(LastWords&)>& command) {
   const std::future<void> printed = print.get_future();
   std::thread(std::move(print)).detach();
   printed.wait_for(printPatience);
-  // Both threads may be at work still, on what stands in this frame: it is never left.
+  // Both threads may still use this frame, so it is never left.
   EndProcess(bound.status);
 }
 

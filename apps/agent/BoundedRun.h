@@ -1,4 +1,4 @@
-// Running a command that may be waiting for the network when the program is asked to end.
+// Runs a command that may be waiting for the network when the program is asked to end.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,7 @@
 
 namespace sorvex::agent {
 
-/// What is printed for a command that has not ended in time after the program was asked to end. The command prepares
+/// The text printed for a command that has not ended in time after the program was asked to end. The command prepares
 /// and withdraws it; the thread that waits for the command prints it.
 class LastWords {
  public:
@@ -16,14 +16,14 @@ class LastWords {
     int status;                          ///< the program's exit status after them
   };
 
-  /// Of a command that prepares none.
+  /// For a command that prepares none.
   LastWords();
 
-  /// `print` may be called in another thread while the command goes on. So may `interrupt`, if there is one, once the
-  /// program is asked to end: it makes the command look. All that they use must live until `Withdraw`.
+  /// Another thread may call `print` while the command continues, and `interrupt`, if given, once the program is asked
+  /// to end: it wakes the command. All that they use must live until `Withdraw`.
   void Prepare(const Bound& bound, std::function<void()> print, std::function<void()> interrupt = {});
 
-  /// From now on nothing is printed; waits while it is. Returns false when it has been: the program is ending.
+  /// Stops printing; waits for printing that is in progress. Returns false when it was printed: the program is ending.
   bool Withdraw();
 
   Bound GetBound() const;
@@ -39,7 +39,7 @@ class LastWords {
   bool m_bPrinted = false;
 };
 
-/// Withdraws the last words, also when an exception ends what they are about.
+/// Withdraws the last words, also when an exception ends their subject.
 class Withdrawal {
  public:
   explicit Withdrawal(LastWords& lastWords) : m_lastWords(lastWords) {}
@@ -51,8 +51,8 @@ class Withdrawal {
   LastWords& m_lastWords;
 };
 
-/// Runs the command in a thread of its own and returns its exit status; throws what it throws. When the program is
-/// asked to end and the command does not within its patience, prints its last words and ends the process.
+/// Runs the command in its own thread and returns its exit status; rethrows its exception. When the program is asked to
+/// end and the command does not within its patience, prints its last words and ends the process.
 int RunBounded(const std::function<int(LastWords&)>& command);
 
 }  // namespace sorvex::agent

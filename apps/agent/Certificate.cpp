@@ -17,7 +17,7 @@
 namespace sorvex::agent {
 namespace {
 
-/// Far more than a chain of certificates needs, and few enough bytes to hold.
+/// Far more than a certificate chain needs, and small enough to hold.
 constexpr std::size_t maxFileSize = 1024 * 1024;
 
 std::string ReadFile(const std::filesystem::path& file) {
@@ -32,7 +32,7 @@ std::string ReadFile(const std::filesystem::path& file) {
   throw std::invalid_argument("it has more than " + std::to_string(maxFileSize) + " bytes");
 }
 
-/// Returns what stands between the lines of the first certificate, without line breaks; empty when there is none.
+/// Returns the text between the lines of the first certificate, without line breaks; empty when there is none.
 std::string FindPemBody(std::string_view text) {
   for (const std::string_view label : {"CERTIFICATE", "X509 CERTIFICATE"}) {
     const std::string begin = "-----BEGIN " + std::string(label) + "-----";
@@ -49,8 +49,8 @@ std::string FindPemBody(std::string_view text) {
   return {};
 }
 
-/// Whether `der` is one DER element of the length that it tells, and nothing after it. Not every system's reader of
-/// certificates minds what follows.
+/// Whether `der` is one DER element of its stated length, and nothing after it. Not every system's certificate reader
+/// rejects trailing bytes.
 bool IsOneElement(const std::vector<std::uint8_t>& der) {
   constexpr std::uint8_t sequence = 0x30;
   constexpr std::uint8_t longForm = 0x80;

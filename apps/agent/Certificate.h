@@ -1,4 +1,4 @@
-// The certificate that TLS destinations get.
+// The certificate of TLS destinations.
 #pragma once
 
 #include <filesystem>
@@ -6,12 +6,11 @@
 
 namespace sorvex::agent {
 
-/// Finds the first certificate of a text in PEM, or the one that a DER block is, and returns it in PEM and that in
-/// Base64, one line with its padding, as sockets take it. Throws `std::invalid_argument` with the reason when there is
-/// none.
+/// Finds the first certificate of a PEM text, or takes a DER block, and returns it as PEM in Base64, one line with its
+/// padding, as sockets take it. Throws `std::invalid_argument` with the reason when there is none.
 std::string EncodeCertificate(const std::string& content);
 
-/// Does the same with what a file holds. Throws `std::system_error` naming the file when it cannot be read, and
+/// Does the same with a file's content. Throws `std::system_error` naming the file when it cannot be read, and
 /// `std::invalid_argument` naming file and reason when it holds no certificate.
 std::string ReadCertificate(const std::filesystem::path& file);
 

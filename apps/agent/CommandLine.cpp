@@ -50,7 +50,7 @@ std::vector<Destination> ParseDestinations(const std::vector<std::string>& targe
   return destinations;
 }
 
-/// Reads a decimal number without blanks. Throws `CLI::ValidationError` when the text is none, or one outside of the
+/// Reads a decimal number without blanks. Throws `CLI::ValidationError` when the text is not a number or is out of
 /// bounds; `what` says what it should be.
 template <class Number>
 Number ParseNumber(const std::string& option, const std::string& text, const char* what,
@@ -58,7 +58,7 @@ Number ParseNumber(const std::string& option, const std::string& text, const cha
                    Number highest = std::numeric_limits<Number>::max()) {
   Number number{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  // Not a number is neither within the bounds nor outside of them.
+  // NaN is neither within the bounds nor outside of them.
   const bool isWithin = number >= lowest && number <= highest;
   if (error != std::errc() || end != text.data() + text.size() || !isWithin) {
     throw CLI::ValidationError(option, "'" + text + "' is not " + what);
@@ -106,14 +106,14 @@ void ApplySocketParameters(const std::vector<std::string>& pairs, ForwardCommand
   }
 }
 
-/// Beside a configuration directory of its own, or where the system keeps such things.
+/// In an explicit configuration directory, or where the system keeps state.
 std::filesystem::path GetStateDirectory(const Options& options) {
   if (!options.stateDirectory.empty()) return ArgumentToPath(options.stateDirectory);
   if (!options.configDirectory.empty()) return ArgumentToPath(options.configDirectory) / "state";
   return GetDefaultStateDirectory();
 }
 
-/// The options of a running agent, for each of the commands that start one.
+/// The options of a running agent, for each command that starts one.
 struct LoopArguments {
   std::string interval = "300";
   std::string osVersion;
@@ -137,7 +137,7 @@ struct LoopArguments {
   }
 };
 
-/// The arguments that a service is started with: those that were given, with paths that hold wherever it is started.
+/// The arguments for the service: the given ones, with paths that are valid wherever it is started.
 std::vector<std::string> MakeServiceArguments(const Options& options, const LoopArguments& loop,
                                               const std::vector<std::string>& parameters, const std::string& logLevel) {
   const auto absolute = [](const std::string& path) {
@@ -184,7 +184,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   app.allow_windows_style_options(false);
   app.fallthrough();
   app.set_version_flag("--version", "sorvex-agent " SORVEX_AGENT_VERSION, "Print the version of the agent");
-  // At most one; that there is one is checked below, so that an unknown one is named.
+  // At most one; a missing one is checked below, so that an unknown one is named.
   app.require_subcommand(0, 1);
   app.add_option("--config-dir", options.configDirectory, "Configuration directory")->type_name("DIR");
   app.add_option("--patch-dir", options.patchDirectory, "Directory of waiting patches")->type_name("DIR");
@@ -311,7 +311,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     options.parameters = ParsePairs("--parameter", parameters);
     const auto isParsed = [](const CLI::App* command) { return command != nullptr && command->parsed(); };
     const bool isLoop = run->parsed() || isParsed(serviceRun) || isParsed(serviceInstall);
-    // What an agent tells of its day is for its log.
+    // The agent's log level if none is given.
     if (isLoop && logLevelOption->count() == 0) logLevel = "info";
     if (!ParseLogLevel(logLevel, options.logLevel)) {
       throw CLI::ValidationError("--log-level", "'" + logLevel + "' is not debug, info, warn or error");
@@ -359,7 +359,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     }
     return options;
   } catch (const CLI::ParseError& error) {
-    // CLI11's own exit codes do not matter here: all are wrong usage, but for a request for help.
+    // CLI11's own exit codes do not matter here: everything except a request for help is wrong usage.
     status = app.exit(error, std::cout, std::cerr) == 0 ? 0 : 2;
     return std::nullopt;
   }

@@ -78,7 +78,7 @@ struct ForwardCommand {
   std::vector<std::string> files;                 ///< at least one; "-" is standard input
 };
 
-/// Doing all day what an agent does.
+/// Runs the agent.
 struct RunLoopOptions {
   std::chrono::seconds interval{300};
   std::string osVersion;
@@ -87,14 +87,14 @@ struct RunLoopOptions {
   bool isService = false;  ///< started by the system's service manager
 };
 
-/// How a running agent gets on.
+/// The state of the running agent.
 struct StatusCommand {
   std::filesystem::path stateDirectory;
 };
 
 struct ServiceInstallCommand {
-  std::vector<std::string> arguments;    ///< that the service is started with
-  std::filesystem::path stateDirectory;  ///< where it may write its log
+  std::vector<std::string> arguments;    ///< with which the service is started
+  std::filesystem::path stateDirectory;  ///< where its log may go
 };
 
 struct ServiceRemoveCommand {};
@@ -117,12 +117,12 @@ struct Options {
   WindowsAgentCommon::LogLevel logLevel = WindowsAgentCommon::LogLevel::Warn;
   WindowsAgentCommon::ParameterBlock parameters;
   Command command;
-  std::uint32_t repeat = 1;                  ///< how often a server command is done
+  std::uint32_t repeat = 1;                  ///< how often a server command runs
   std::optional<LocalCommand> localCommand;  ///< instead of `command`
 };
 
-/// Reads the arguments after the program's name. Returns nothing when there is nothing to run: help was printed and
-/// `status` is 0, or the usage error was printed to standard error and `status` is 2.
+/// Reads the arguments after the program's name. Returns nothing when there is nothing to run: either help was printed
+/// and `status` is 0, or the usage error was printed to standard error and `status` is 2.
 std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& status);
 
 }  // namespace sorvex::agent

@@ -8,7 +8,7 @@
 namespace sorvex::agent {
 namespace {
 
-/// As much as the module reads of it.
+/// The module reads only this much of it.
 constexpr std::size_t maxDigestBytes = 128;
 
 void Replace(const std::filesystem::path& path, std::string_view content) {

@@ -1,4 +1,4 @@
-// The configuration that the agent has: AgentConfig.xml and AgentConfig.md5.
+// The agent's configuration: AgentConfig.xml and AgentConfig.md5.
 #pragma once
 
 #include <filesystem>
@@ -8,8 +8,7 @@
 
 namespace sorvex::agent {
 
-/// Both files are written beside and renamed. Used by one thread at a time. Operations throw `std::system_error` naming
-/// the file.
+/// Both files are replaced by a rename. One thread at a time. Operations throw `std::system_error` naming the file.
 class ConfigurationStore {
  public:
   explicit ConfigurationStore(const std::filesystem::path& directory);
@@ -19,11 +18,11 @@ class ConfigurationStore {
   /// Nothing when there is none. At most one byte more than a configuration may have.
   std::optional<std::string> Read() const;
 
-  /// The fingerprint that the server knows the configuration by; empty when there is none.
+  /// The server's fingerprint of the configuration; empty when there is none.
   std::string ReadDigest() const;
 
-  /// Replaces both. Whatever ends the program meanwhile, no digest is left beside a configuration that it is not of: it
-  /// goes first and comes last, and without one the server sends the configuration again.
+  /// Replaces both. The digest is removed first and written last, so a program that dies leaves no digest next to a
+  /// different configuration; without a digest the server sends the configuration again.
   void Store(std::string_view content, std::string_view digest) const;
 
   /// Makes the server send its configuration again.

@@ -1,4 +1,4 @@
-// Which connection to the configuration server the module makes.
+// The module's kind of connection to the configuration server.
 #pragma once
 
 #include <host/IConnectionFactory.h>
@@ -7,7 +7,7 @@ namespace sorvex::agent {
 
 enum class ConnectionMode { StandAlone, DirectTls, Https };
 
-/// By the parameters of the installation that the module has read.
+/// From the installation's parameters, which the module has read.
 ConnectionMode GetConnectionMode(const WindowsAgentCommon::IConnectionFactory& factory);
 
 /// As the agent prints it.

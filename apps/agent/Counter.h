@@ -1,4 +1,4 @@
-// A number that one thread counts up and others read.
+// A number that one thread increments and others read.
 #pragma once
 
 #include <atomic>
@@ -6,7 +6,7 @@
 
 namespace sorvex::agent {
 
-/// Costs the thread that counts no more than a plain number; the others see it a moment later.
+/// Costs the counting thread no more than a plain number; the others see changes a moment later.
 class Counter {
  public:
   void operator+=(std::uint64_t amount) {

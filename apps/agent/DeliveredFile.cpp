@@ -15,7 +15,7 @@
 namespace sorvex::agent {
 namespace {
 
-/// A device or a folder cannot be replaced by a file, or should not.
+/// A device or a folder cannot, or should not, be replaced by a file.
 const std::filesystem::path& Replaceable(const std::filesystem::path& path) {
   if (std::filesystem::exists(path) && !std::filesystem::is_regular_file(path)) {
     throw std::system_error(std::make_error_code(std::errc::invalid_argument),
@@ -38,14 +38,14 @@ class DeliveredFile::Buffer : public std::streambuf {
   std::uint64_t Size() const { return m_size.load(std::memory_order_relaxed); }
   const std::string& Begin() const { return m_begin; }
 
-  /// Returns the digest; throws what a write has failed with.
+  /// Returns the digest; throws the error of a failed write.
   std::string Finish() {
     if (m_error) throw std::system_error(*m_error);
     return m_digest.Finish();
   }
 
  protected:
-  /// Whoever writes may not expect an exception: it is kept for `Finish`.
+  /// The writer may not expect an exception: it is kept for `Finish`.
   std::streamsize xsputn(const char* bytes, std::streamsize count) override {
     constexpr std::size_t partBytes = 0x100000;
     std::string_view rest(bytes, static_cast<std::size_t>(count));

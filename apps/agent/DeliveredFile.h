@@ -10,8 +10,8 @@
 
 namespace sorvex::agent {
 
-/// Written beside the file that it is to replace. Until `Keep`, and whatever becomes of the program, the old one stays
-/// and there is nothing of the new one. Used by one thread, but for `Size`.
+/// Written next to the file that it replaces. Until `Keep`, even if the program dies, the old file stays and nothing of
+/// the new one is visible. One thread, except `Size`.
 class DeliveredFile {
  public:
   /// Throws `std::system_error` naming the file when none can be written there.
@@ -20,18 +20,18 @@ class DeliveredFile {
   DeliveredFile(const DeliveredFile&) = delete;
   DeliveredFile& operator=(const DeliveredFile&) = delete;
 
-  /// What is written here goes to the file. It refuses everything once the program was asked to end.
+  /// The stream that writes to the file. It refuses everything once the program was asked to end.
   std::ostream& Stream();
 
-  /// Bytes that have come. Any thread.
+  /// Bytes received. Any thread.
   std::uint64_t Size() const;
 
-  /// Ends the writing. Throws `std::system_error` when something that was written did not reach the file. Then
-  /// `GetDigest` gives the MD5 of all of it, 32 lower-case hexadecimal digits.
+  /// Ends the writing. Throws `std::system_error` when a write did not reach the file. Afterwards `GetDigest` returns
+  /// the MD5 of the whole file, 32 lower-case hexadecimal digits.
   void Finish();
   const std::string& GetDigest() const;
 
-  /// The first bytes that have come, at most 1024.
+  /// The first bytes received, at most 1024.
   const std::string& Begin() const;
 
   /// Gives the file its name. Throws `std::system_error`.
@@ -44,7 +44,7 @@ class DeliveredFile {
   std::string m_strDigest;
 };
 
-/// Whether two digests are the same, whatever the case of their letters. An empty one is none.
+/// Whether two digests are equal, ignoring case. An empty one equals none.
 bool AreSameDigest(const std::string& left, const std::string& right);
 
 }  // namespace sorvex::agent

@@ -1,4 +1,4 @@
-// Where events go, as the command line names it.
+// The destination of events, as the command line names it.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct Destination {
 };
 
 /// Reads "scheme://host:port" or "scheme://[IPv6 address]:port", the latter not for UDP. Throws `std::invalid_argument`
-/// that says what is wrong and, for an unknown scheme, which ones there are.
+/// that says what is wrong and, for an unknown scheme, lists the known ones.
 Destination ParseDestination(std::string_view text);
 
 }  // namespace sorvex::agent

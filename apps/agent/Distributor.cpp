@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// How often those without room are looked at when none reports any.
+/// How often full outlets are checked when none reports room.
 constexpr auto lookInterval = 50ms;
 
 }  // namespace

@@ -10,7 +10,7 @@
 namespace sorvex::agent {
 namespace {
 
-/// How much one destination may be behind the others, beside what its socket queues.
+/// How far one destination may be behind the others, in addition to its socket's queue.
 constexpr std::size_t maxWaitingBytes = 4 * 1024 * 1024;
 
 std::size_t SizeOf(const Batch& batch) { return sizeof batch + batch.lines.capacity() + batch.source.capacity(); }

@@ -1,4 +1,4 @@
-// A destination with a thread of its own.
+// A destination with its own thread.
 #pragma once
 
 #include <Outlet.h>
@@ -15,7 +15,7 @@
 
 namespace sorvex::agent {
 
-/// Lines on their way to several destinations, which share them.
+/// Lines in transit to several destinations, which share them.
 struct Batch {
   std::string lines;  ///< each with its line feed; the last one of an input may lack it
   std::uint64_t events = 0;
@@ -23,7 +23,7 @@ struct Batch {
   std::chrono::system_clock::time_point readTime;
 };
 
-/// What tells the reading thread that some feeder may have room now.
+/// Signals the reading thread that some feeder may have room now.
 class RoomSignal {
  public:
   void Notify();
@@ -36,8 +36,8 @@ class RoomSignal {
   bool m_bNotified = false;
 };
 
-/// Opens an outlet, sends it what the reading thread hands over, and closes it, in a thread of its own. It holds a few
-/// megabytes of lines at most. Everything but the thread's own work is called by the reading thread.
+/// Opens an outlet, sends it the reading thread's lines, and closes it, all in its own thread. It holds a few megabytes
+/// of lines at most. Everything except the thread's own work is called by the reading thread.
 class Feeder {
  public:
   Feeder(Outlet& outlet, RoomSignal& room);
@@ -52,7 +52,7 @@ class Feeder {
   bool HasGivenUp() const { return m_outlet.HasGivenUp(); }
   void LeaveOut(const Batch& batch) { m_outlet.CountLeftOut(batch.events); }
 
-  /// Tells that nothing more comes.
+  /// Says that nothing more comes.
   void End();
 
  private:

@@ -16,7 +16,7 @@
 namespace sorvex::agent {
 namespace {
 
-/// Shows how long it has taken and what has come.
+/// Shows the elapsed time and the bytes received.
 class FetchLine {
  public:
   explicit FetchLine(const DeliveredFile& file)
@@ -30,8 +30,8 @@ class FetchLine {
   StatusLine m_line;
 };
 
-/// Gives the file its name when it is whole and `findFault` has nothing to say against it. Returns whether it has it;
-/// otherwise says why not.
+/// Gives the file its name when it is complete and `findFault` finds nothing. Returns whether it has it; otherwise says
+/// why not.
 template <class FindFault>
 bool Keep(DeliveredFile& file, FindFault findFault) {
   std::string reason;
@@ -49,7 +49,7 @@ bool Keep(DeliveredFile& file, FindFault findFault) {
   return false;
 }
 
-/// What speaks against a delivery: another digest than the server's, or, where its protocol has none, that it is
+/// What is wrong with a delivery: a digest other than the server's or, where the protocol has none, content that is
 /// obviously not what was asked for.
 std::string FindFault(const DeliveredFile& file, const std::string& digest, const ServerConnection& connection) {
   if (connection.Mode() == ConnectionMode::Https) {
@@ -70,7 +70,7 @@ int FinishDelivery(bool isSent, ServerAnswer answer, DeliveredFile& file, const 
                    const ServerConnection& connection) {
   const bool isHttps = connection.Mode() == ConnectionMode::Https;
   const bool isNothingNew = answer == ServerAnswer::NoUpdate || answer == ServerAnswer::UpdatesDisabled;
-  // Data that came with another answer are none that the server wants used.
+  // Data that come with any other answer are not to be used.
   const bool isDelivered =
       isSent && answer == ServerAnswer::Success && Keep(file, [&] { return FindFault(file, digest, connection); });
   if (isHttps && connection->GetLastErrorCode() == 0 && answer != ServerAnswer::Success && !isNothingNew) {
@@ -113,7 +113,7 @@ int RunCommand(const FetchPatchCommand& command, const ServerConnection& connect
   if (connection->Connect()) {
     for (const std::string& name : command.names) {
       if (file->Size() > 0) {
-        // What an answer that is not used has left goes with its file, before the next one is made beside the same.
+        // Deletes the data of an unused answer before the next file is made in the same place.
         file.reset();
         file = std::make_unique<DeliveredFile>(ArgumentToPath(command.file));
       }

@@ -10,7 +10,7 @@ namespace sorvex::agent {
 
 std::string ReadFileContent(const std::filesystem::path& file, std::size_t maxBytes) {
   const std::string name = WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::PathToWide(file));
-  // Whoever opens a pipe waits for its writer.
+  // Opening a pipe would wait for its writer.
   if (std::filesystem::exists(file) && !std::filesystem::is_regular_file(file)) {
     throw std::system_error(std::make_error_code(std::errc::invalid_argument), name);
   }

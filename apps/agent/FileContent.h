@@ -7,8 +7,8 @@
 
 namespace sorvex::agent {
 
-/// Returns what a regular file holds, or its first `maxBytes` and one more when it holds more. Throws
-/// `std::system_error` naming the file when it cannot be read.
+/// Returns a regular file's content; of a longer one, the first `maxBytes` and one more. Throws `std::system_error`
+/// naming the file when it cannot be read.
 std::string ReadFileContent(const std::filesystem::path& file, std::size_t maxBytes);
 
 }  // namespace sorvex::agent

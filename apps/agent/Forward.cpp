@@ -25,11 +25,11 @@ using namespace WindowsAgentCommon;
 using SteadyClock = std::chrono::steady_clock;
 using Outlets = std::vector<std::unique_ptr<Outlet>>;
 
-/// After an interrupt the supervisor ends the outlets before this is over.
+/// After an interrupt the supervisor ends the outlets before this time is over.
 constexpr LastWords::Bound interruptBound{std::chrono::milliseconds(2700), 1};
 
-/// Reads the inputs and sees to it that every outlet gets each line. To one outlet the reading thread itself sends;
-/// several are fed by a thread each.
+/// Reads the inputs and passes each line to every outlet. For one outlet the reading thread sends itself; several have
+/// a thread each.
 class Forwarder {
  public:
   /// Opens the outlets, which outlive the forwarder.
@@ -59,7 +59,7 @@ class Forwarder {
     }
   }
 
-  /// Sends what is still to be sent and closes the outlets.
+  /// Sends what is left and closes the outlets.
   void Close() {
     if (m_pDistributor) {
       m_pDistributor.reset();
@@ -69,7 +69,7 @@ class Forwarder {
   }
 
  private:
-  /// Whether nothing more is to be read.
+  /// Whether reading is to stop.
   bool HasEnded() const { return HasGivenUp() || IsInterrupted(); }
 
   bool HasGivenUp() const {
@@ -79,7 +79,7 @@ class Forwarder {
   bool ForwardLines(InputFile& input, const std::string& source) {
     LineReader reader(input);
     m_event.m_strSource = source;
-    // What has been read from a pipe is nowhere else any more: after an interrupt its whole lines are still sent.
+    // Data read from a pipe exist nowhere else: after an interrupt their whole lines are still sent.
     while (m_pDistributor ? DistributeLines(reader) : SendLines(reader)) {
       if (HasGivenUp() && !IsInterrupted()) break;
     }
@@ -121,7 +121,7 @@ class Forwarder {
   std::unique_ptr<Distributor> m_pDistributor;
 };
 
-/// The socket itself takes its default for a name that it does not know, and events would arrive in another format.
+/// For an unknown name the socket itself takes its default, and events would arrive in another format.
 void CheckBuilder(const std::string& name) {
   IPayloadFactory* const factory = GetService<IPayloadFactory>();
   std::shared_ptr<IPayloadBuilder> builder;
@@ -130,7 +130,7 @@ void CheckBuilder(const std::string& name) {
   }
 }
 
-/// Standard input that is closed is better found out before a destination is waited for.
+/// Detects a closed standard input before waiting for a destination.
 void CheckInputs(const std::vector<std::string>& names) {
   if (std::ranges::find(names, "-") != names.end()) InputFile();
 }
@@ -160,7 +160,7 @@ void PrintCounters(const Outlets& outlets, std::uint64_t eventsRead, double seco
   PrintTotals(eventsRead, seconds);
 }
 
-/// Returns whether all that was to be read has been.
+/// Returns whether everything was read.
 bool ForwardInputs(const Outlets& outlets, const ForwardCommand& command, Counter& eventsRead) {
   const Supervisor supervisor(outlets, command);
   Forwarder forwarder(outlets, command, eventsRead);

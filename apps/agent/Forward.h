@@ -8,9 +8,8 @@
 
 namespace sorvex::agent {
 
-/// Sends each line of the inputs to every destination, shuts the sockets down and prints the counters, which are its
-/// last words as well. Returns 0 when the inputs were read to their ends and every event has been sent to each
-/// destination, else 1.
+/// Sends each line of the inputs to every destination, shuts the sockets down and prints the counters, also as last
+/// words. Returns 0 when the inputs were read to their ends and every event has been sent to each destination, else 1.
 int RunCommand(const ForwardCommand& command, WindowsAgentCommon::IConnectionFactory& factory, LastWords& lastWords);
 
 }  // namespace sorvex::agent

@@ -11,7 +11,7 @@ char LowerCase(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
-/// Removes `start`, whatever the case of its letters.
+/// Removes `start`, in any case of letters.
 bool Skip(std::string_view& text, std::string_view start) {
   if (!std::ranges::equal(text.substr(0, start.size()), start, {}, LowerCase)) return false;
   text.remove_prefix(start.size());

@@ -20,10 +20,10 @@
 namespace sorvex::agent {
 namespace {
 
-/// The container of the key that the module decrypts tokens with.
+/// The container of the key with which the module decrypts tokens.
 constexpr const char* tokenContainer = "Sorvex.ConfigServerConnection";
 
-/// What agents send ahead of their RSAPublicKey: the head of a SubjectPublicKeyInfo for 1024 bits.
+/// Agents send this before their RSAPublicKey: the start of a SubjectPublicKeyInfo for 1024 bits.
 constexpr std::array<std::uint8_t, 22> publicKeyHead{0x30, 0x81, 0x9F, 0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
                                                      0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00, 0x03, 0x81, 0x8D, 0x00};
 
@@ -45,7 +45,7 @@ void PrintPublicKey(const KeyStore& store) {
   PrintValue("md5", WindowsAgentCommon::MD5Sum(bytes.data(), bytes.size()));
 }
 
-/// A token for a moment; wiped.
+/// A token, wiped after use.
 class Token {
  public:
   Token() = default;
@@ -58,7 +58,7 @@ class Token {
     m_bytes.insert(m_bytes.end(), text.begin(), text.end());
   }
 
-  /// What a line of input ends with is no part of it.
+  /// The line end of the input does not belong to it.
   void RemoveLineEnd() {
     while (!m_bytes.empty() && (m_bytes.back() == '\n' || m_bytes.back() == '\r')) m_bytes.pop_back();
   }
@@ -75,7 +75,7 @@ class Token {
 
   std::vector<std::uint8_t> m_bytes = [] {
     std::vector<std::uint8_t> bytes;
-    // It never moves, so that nothing of it stays behind.
+    // The buffer never moves, so no copy stays behind.
     bytes.reserve(maxBytes);
     return bytes;
   }();

@@ -1,4 +1,4 @@
-// The commands about the agent's keys and token, which need neither the module nor an installation.
+// The commands for the agent's keys and token, which need neither the module nor an installation.
 #pragma once
 
 #include <CommandLine.h>

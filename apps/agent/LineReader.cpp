@@ -11,7 +11,7 @@ constexpr std::size_t blockSize = 1024 * 1024;
 
 }  // namespace
 
-// The buffer is read into before it is read from; there is no use in clearing it.
+// The buffer is written before it is read; clearing it would be useless.
 LineReader::LineReader(InputFile& input)
     : m_input(input), m_pBuffer(std::make_unique_for_overwrite<char[]>(blockSize)), m_capacity(blockSize) {}
 

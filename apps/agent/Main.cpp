@@ -34,7 +34,7 @@ struct AceLibrary {
   AceLibrary& operator=(const AceLibrary&) = delete;
 };
 
-/// Does a server command as often as wanted, with one connection. Returns 0 when each time succeeded.
+/// Runs a server command as often as requested, with one connection. Returns 0 when every run succeeded.
 template <class ServerCommand>
 int RunRepeatedly(const ServerCommand& command, std::uint32_t times, WindowsAgentCommon::IConnectionFactory& factory) {
   const ServerConnection connection(factory);

@@ -18,10 +18,10 @@ using namespace std::chrono_literals;
 /// answers at once.
 constexpr std::chrono::milliseconds retryPause = 50ms;
 
-/// Pause before a socket whose thread may have been about to use it is shut down once more.
+/// Pause before a second shutdown of a socket whose thread may have been about to use it.
 constexpr std::chrono::milliseconds stopPause = 5ms;
 
-// What a UDP socket answers to a payload that is no datagram, and to a host without an IPv4 address.
+// A UDP socket's errors for a payload that fits no datagram, and for a host without an IPv4 address.
 constexpr std::int32_t payloadTooLong = 10040;
 constexpr std::int32_t addressFamilyNotSupported = 10047;
 
@@ -40,7 +40,7 @@ std::shared_ptr<ISocket> CreateSocket(const Destination& destination, const Forw
   return socket;
 }
 
-/// Whether an event without a byte has any on the wire.
+/// Whether an event without text has any bytes on the wire.
 bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& command) {
   const EnvironmentBlockHelper parameters(command.parameters);
   std::string framing;
@@ -77,7 +77,7 @@ void Outlet::Open() {
   } catch (const std::exception& error) {
     GiveUp(error.what());
   }
-  // No wait gives the host an address of the other kind.
+  // Waiting does not give the host an IPv4 address.
   if (m_pUdpSocket != nullptr && !m_pSocket->IsConnected() &&
       m_pSocket->GetLastResultCode() == addressFamilyNotSupported) {
     GiveUp("UDP destinations are IPv4 only, and the host has only IPv6 addresses");
@@ -108,7 +108,7 @@ void Outlet::GiveUp(const std::string& reason) {
   m_gaveUp.notify_all();
 }
 
-/// A blocking socket is ready for more once it has been shut down: it is again when the sending thread was at work.
+/// A blocking socket is usable again after a shutdown: repeat it if the sending thread was using the socket.
 void Outlet::StopSocket() {
   for (;;) {
     const bool wasWorking = m_bWorking;
@@ -132,14 +132,14 @@ Outlet::Attempt Outlet::TrySend(const Event& event) {
   const std::uint32_t submitted = m_pSocket->GetMessagesSubmitted();
   const bool isSubmitted = submitted != m_submitted;
   m_submitted = submitted;
-  // A payload of no bytes at all is sent, although the blocking strategy reports the bytes that it did not write.
+  // An empty payload is sent, although the blocking strategy reports the bytes that it did not write.
   if (!m_command.queued && m_pSocket->GetMessagesSent() != sentBefore) return Attempt::Taken;
   (isSubmitted ? m_refused : m_refusedClosed) += 1;
   const bool isEmpty = m_pSocket->GetBytesSubmitted() == bytesBefore;
   return isSubmitted && IsUndeliverable(isEmpty) ? Attempt::Undeliverable : Attempt::Refused;
 }
 
-/// Whether the event that was just refused would be refused for ever. A queued socket drops such events itself.
+/// Whether the event just refused would always be refused. A queued socket drops such events itself.
 bool Outlet::IsUndeliverable(bool isEmpty) const {
   if (m_command.queued || !m_pSocket->IsConnected()) return false;
   return (isEmpty && !m_bSendsEmptyPayloads) ||
@@ -178,7 +178,7 @@ void Outlet::ReportUndeliverable() {
 OutletActivity Outlet::GetActivity() const {
   OutletActivity activity;
   activity.moved = m_pSocket->GetMessagesSent() + m_pSocket->GetMessagesDropped();
-  // What was sent between the two looks makes the difference negative.
+  // What was sent between the two reads makes the difference negative.
   const auto accepted = static_cast<std::uint32_t>(m_accepted);
   const bool isQueued = m_command.queued && static_cast<std::int32_t>(accepted - activity.moved) > 0;
   activity.isPending = isQueued || m_bWorking;

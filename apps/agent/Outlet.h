@@ -19,17 +19,17 @@
 
 namespace sorvex::agent {
 
-/// What an outlet is at. While there is something to do and the other members stay the same, nothing moves.
+/// An outlet's progress. While there is something to do and the other members stay the same, it makes none.
 struct OutletActivity {
-  bool isPending = false;         ///< an event, or opening the socket, is under way
-  bool isRefused = false;         ///< the socket has refused that event already
+  bool isPending = false;         ///< an event is being sent, or the socket opened
+  bool isRefused = false;         ///< the socket has already refused that event
   std::uint32_t moved = 0;        ///< events that the socket is done with; wraps
-  std::uint64_t beganNumber = 0;  ///< of what is under way; the same while events wait in the queue
-  std::uint32_t failures = 0;     ///< sends that a UDP socket has seen fail
+  std::uint64_t beganNumber = 0;  ///< of the current work; the same while events wait in the queue
+  std::uint32_t failures = 0;     ///< failed sends that a UDP socket has counted
 };
 
-/// The socket of a destination and what became of the events that were meant for it. One thread opens, sends and
-/// closes, and insists on each event until the outlet is given up. Giving up is the supervisor's business.
+/// A destination's socket and the fate of its events. One thread opens, sends and closes, and retries each event until
+/// the outlet is given up. The supervisor decides when to give up.
 class Outlet {
  public:
   /// Makes the socket; does not open it. `destination` and `command` outlive the outlet.
@@ -42,43 +42,43 @@ class Outlet {
 
   class Work;
 
-  /// An outlet whose socket cannot be opened at all is given up.
+  /// An outlet whose socket can never be opened is given up.
   void Open();
 
-  /// Sends the event, again and again if need be. Once the outlet is given up, the event is only counted as unsent.
-  /// The sending thread is at `Work` as long as it has events to send.
+  /// Sends the event, repeatedly if necessary. Once the outlet is given up, the event is only counted as unsent. The
+  /// sending thread is at `Work` as long as it has events to send.
   void Send(const WindowsAgentCommon::Event& event);
 
-  /// Shuts the socket down; what is queued is written if it can be. To be called once, last.
+  /// Shuts the socket down, writing the queue if possible. Call it once, last.
   void Close();
 
   // Any thread.
 
-  /// Ends what the sending thread is waiting for, and shuts the socket down as `Close` does, in a thread of its own.
-  /// From now on events are only counted. Without effect after the first call, and once `Close` has begun.
+  /// Ends what the sending thread is waiting for, and shuts the socket down as `Close` does, in its own thread. From
+  /// now on events are only counted. Does nothing after the first call, and once `Close` has begun.
   void GiveUp(const std::string& reason);
   bool HasGivenUp() const { return m_bGivenUp; }
 
-  /// Ends a `Close` or `GiveUp` that is still writing: what is queued is dropped.
+  /// Ends a `Close` or `GiveUp` that is still writing: the rest of the queue is dropped.
   void Abandon() { m_pSocket->Close(); }
   bool IsClosed() const { return m_bClosed; }
 
-  /// Tells that no event follows those handed over, and that the end is not to wait for a destination that is dead.
+  /// Says that no more events follow, and that the end is not to wait for a dead destination.
   void NoteEndOfInput() { m_bInputEnded = true; }
   bool HasInputEnded() const { return m_bInputEnded; }
 
-  /// Whether nothing has moved for a while; the supervisor finds it out.
+  /// Whether there has been no progress for a while; the supervisor finds out.
   void SetStalled(bool isStalled) { m_bStalled = isStalled; }
   bool IsStalled() const { return m_bStalled; }
 
   OutletActivity GetActivity() const;
 
-  /// Counts events for which there was no room while others went on.
+  /// Counts events that did not fit while others continued.
   void CountLeftOut(std::uint64_t events) { (HasGivenUp() ? m_givenUp : m_leftOut) += events; }
 
-  /// Attempts to send that failed.
+  /// Failed attempts to send.
   std::uint64_t Refused() const { return m_refused + m_refusedClosed; }
-  /// Events that no attempt sent.
+  /// Events never sent.
   std::uint64_t Unsent() const { return m_leftOut + m_undeliverable + m_givenUp; }
   const std::string& Url() const { return m_destination.url; }
   const WindowsAgentCommon::ISocket& Socket() const { return *m_pSocket; }
@@ -86,10 +86,10 @@ class Outlet {
   /// Prints the counters of the socket and the outlet.
   void PrintCounters() const;
 
-  /// Says on standard error how many events were lost, and why.
+  /// Reports on standard error how many events were lost, and why.
   void ReportLoss() const;
 
-  /// Whether all of `events` events have been sent and the socket ended in order.
+  /// Whether all of `events` events were sent and the socket ended properly.
   bool HasSentAll(std::uint64_t events) const;
 
  private:
@@ -107,7 +107,7 @@ class Outlet {
   const ForwardCommand& m_command;
   std::shared_ptr<WindowsAgentCommon::ISocket> m_pSocket;
   const WindowsAgentCommon::IUDPSocket* m_pUdpSocket = nullptr;  ///< the same, when it is one
-  const bool m_bSendsEmptyPayloads;                              ///< something goes out for them
+  const bool m_bSendsEmptyPayloads;                              ///< they have something in transit
 
   // The sending thread's own.
   std::uint32_t m_submitted = 0;
@@ -136,8 +136,8 @@ class Outlet {
   std::jthread m_stopper;  ///< last: it uses the others until it is joined
 };
 
-/// While one exists, the sending thread uses the socket. Whoever gives the outlet up sets the flag first and looks for
-/// work then, the sending thread the other way round: one of the two always sees the other.
+/// While one exists, the sending thread uses the socket. Whoever gives the outlet up sets the flag first and then looks
+/// for work, the sending thread the other way round: so at least one of the two sees the other.
 class Outlet::Work {
  public:
   explicit Work(Outlet& outlet) : m_outlet(outlet) { m_outlet.m_bWorking = true; }

@@ -17,7 +17,7 @@ void PrintDecimal(std::string_view key, double value);
 /// Writes "sorvex-agent: text" as one line of standard error, escaped as above.
 void PrintError(std::string_view text);
 
-/// Returns whether all that was printed to standard output has reached it.
+/// Returns whether everything printed to standard output has reached it.
 bool FlushOutput();
 
 }  // namespace sorvex::agent

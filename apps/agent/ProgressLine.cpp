@@ -8,7 +8,7 @@ namespace sorvex::agent {
 ProgressLine::ProgressLine(const std::vector<std::unique_ptr<Outlet>>& outlets, const Counter& eventsRead)
     : m_outlets(outlets), m_eventsRead(eventsRead), m_line([this] { return Text(); }) {}
 
-/// Of several destinations it tells how far the last one is, and what waits and failed at all of them.
+/// With several destinations: the position of the last one, and the sum of what waits and failed at all.
 std::string ProgressLine::Text() const {
   std::uint32_t sent = std::numeric_limits<std::uint32_t>::max();
   std::uint64_t queued = 0;

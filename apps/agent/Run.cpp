@@ -34,25 +34,25 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 using collect::Collector;
 
-/// After the program was asked to end: all that has to be done is done by then, unless the server keeps its thread.
+/// After the program was asked to end: everything is done by then, unless the server blocks its thread.
 constexpr LastWords::Bound endBound{2700ms, 0};
 
-// What destinations get to deliver what they have queued: when the agent ends, and when another configuration has not
-// got them any more. Both fit into the above.
+// The time that destinations get to deliver their queues: when the agent ends, and when a new configuration no longer
+// has them. Both fit into the limit above.
 constexpr auto endPatience = 1700ms;
 constexpr auto changePatience = 800ms;
 
-/// Between looks at a local configuration, and between reports to the status file.
+/// Between checks of a local configuration, and between reports to the status file.
 constexpr auto lookInterval = 5000ms;
 
-/// At most so much is sent twice after the agent was killed.
+/// The most that is sent twice after the agent was killed.
 constexpr auto saveInterval = 1000ms;
 
-// Between looks at destinations that are at work, or have no room.
+// Between checks of destinations that are busy or full.
 constexpr auto firstPause = 5ms;
 constexpr auto longestPause = 1000ms;
 
-/// Something that is to be done every so often.
+/// Something to do at regular intervals.
 class Timer {
  public:
   explicit Timer(std::chrono::milliseconds interval) : m_interval(interval) {}
@@ -87,14 +87,14 @@ std::shared_ptr<ISocket> MakeSocket(IConnectionFactory& factory, const settings:
   return result;
 }
 
-/// Another thread's configuration on its way to this one.
+/// A configuration passed from another thread.
 class Mailbox {
  public:
   void Put(std::shared_ptr<const Configuration> configuration) {
     const std::lock_guard lock(m_mutex);
     m_pConfiguration = std::move(configuration);
   }
-  /// The newest one; null when none has come.
+  /// The newest one; null when none has arrived.
   std::shared_ptr<const Configuration> Take() {
     const std::lock_guard lock(m_mutex);
     return std::exchange(m_pConfiguration, nullptr);
@@ -105,7 +105,7 @@ class Mailbox {
   std::shared_ptr<const Configuration> m_pConfiguration;
 };
 
-/// Makes the directory, for its owner alone, when it is not there.
+/// Creates the directory if missing, accessible only to its owner.
 const std::filesystem::path& MakeStateDirectory(const std::filesystem::path& directory) {
   if (std::filesystem::create_directories(directory)) {
     std::filesystem::permissions(directory, std::filesystem::perms::owner_all);
@@ -132,11 +132,11 @@ class Runner {
     Stop();
   }
 
-  /// Makes the loop look. Any thread.
+  /// Wakes the loop. Any thread.
   void Wake() { m_collector.Wake(); }
 
  private:
-  /// One turn: hands on what there is, does what is due, and waits for more.
+  /// One turn: passes on what is there, does what is due, and waits for more.
   void Turn() {
     if (const auto configuration = m_mailbox.Take()) Apply(*configuration);
     const Collector::Progress progress = m_collector.Collect(m_sink);
@@ -165,8 +165,8 @@ class Runner {
                                                  });
   }
 
-  /// Applies the file of the configuration when its content is another than the last time. With a server only once:
-  /// afterwards the server brings what changes.
+  /// Applies the configuration file when its content has changed. With a server only once: afterwards the server brings
+  /// changes.
   void LookAtLocalFile() {
     try {
       const std::optional<std::string> content = m_store.Read();
@@ -180,7 +180,7 @@ class Runner {
       auto configuration = std::make_shared<Configuration>();
       configuration->settings = settings::ReadSettings(*content, EncodeCertificate);
       configuration->digest = digest;
-      // A file that was changed by hand, or cut short by a crash, is not what its digest is of.
+      // The digest does not match a file that was changed by hand, or cut short by a crash.
       if (!IsAlone() && LooksLikeDigest(m_store.ReadDigest()) && m_store.ReadDigest() != digest) m_store.ForgetDigest();
       Apply(*configuration);
       m_strRefused.clear();
@@ -236,7 +236,7 @@ class Runner {
     if (m_pServerLoop != nullptr) {
       m_factory.GetParameter("ConfigurationServer", report.server);
       report.connection = m_pServerLoop->GetReport();
-      // The server's word is the last one.
+      // The server's word is final.
       if (report.connection->reached) report.refused = report.connection->refused;
     }
     report.destinations = m_delivery.GetStatistics();
@@ -256,11 +256,11 @@ class Runner {
     m_collector.Save();
     LogStatistics();
     m_statusFile.Remove();
-    // Last: it may be waiting for the server, and is left to it when the time is over.
+    // Last: it may be waiting for the server, and is abandoned to it when the time is over.
     m_pServerLoop.reset();
   }
 
-  /// Tells whether lines were taken since it was last asked.
+  /// Returns whether lines were taken since the last call.
   class NotingSink : public collect::LineSink {
    public:
     explicit NotingSink(collect::LineSink& sink) : m_sink(sink) {}
@@ -297,7 +297,7 @@ class Runner {
   Timer m_look;
   schedule::GrowingPause m_pause{firstPause, longestPause};
 
-  std::string m_strLocalDigest;                     ///< of the file when it was last looked at
+  std::string m_strLocalDigest;                     ///< of the file at the last check
   std::shared_ptr<const Configuration> m_pCurrent;  ///< from the file
   std::string m_strRefused;                         ///< why the file is not in force
   std::string m_strDigest;                          ///< of what is in force

@@ -1,4 +1,4 @@
-// What an agent does all day.
+// The running agent.
 #pragma once
 
 #include <BoundedRun.h>
@@ -8,7 +8,7 @@
 
 namespace sorvex::agent {
 
-/// Follows the inputs of AgentConfig.xml and forwards their lines to its destinations, and keeps in touch with the
+/// Follows the inputs of AgentConfig.xml, forwards their lines to its destinations and stays in touch with the
 /// configuration server, until the program is asked to end. Returns 0. Throws `std::exception` when it cannot start.
 int RunCommand(const RunLoopOptions& options, WindowsAgentCommon::IConnectionFactory& factory, LastWords& lastWords);
 

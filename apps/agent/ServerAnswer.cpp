@@ -25,7 +25,7 @@ ServerAnswer OfHttpStatus(std::int32_t status) {
 ServerAnswer LastAnswer(const ServerConnection& connection) {
   const std::int32_t code = connection->GetLastResultCode();
   if (connection.Mode() != ConnectionMode::Https) return OfWireResult(code);
-  // A status may have come although the answer did not come to its end.
+  // A status may have arrived even though the answer is incomplete.
   return connection->GetLastErrorCode() == 0 ? OfHttpStatus(code) : ServerAnswer::Failure;
 }
 

@@ -1,4 +1,4 @@
-// What the configuration server's last answer means, whichever connection it came over.
+// The meaning of the configuration server's last answer, over either protocol.
 #pragma once
 
 #include <ServerConnection.h>
@@ -9,11 +9,11 @@ enum class ServerAnswer {
   Success,
   NoUpdate,         ///< there is nothing new
   UpdatesDisabled,  ///< by the server's administrator
-  NotFound,         ///< there is no such thing (HTTPS)
+  NotFound,         ///< not found (HTTPS)
   Failure,
 };
 
-/// Over HTTPS an operation succeeds whatever the status of the answer is: the codes decide.
+/// Over HTTPS an operation succeeds with any HTTP status: the codes decide.
 ServerAnswer LastAnswer(const ServerConnection& connection);
 
 }  // namespace sorvex::agent

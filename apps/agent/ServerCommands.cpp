@@ -41,7 +41,7 @@ int RunCommand(const FingerprintCommand&, const ServerConnection& connection) {
   if (connection->Connect()) fingerprint = connection->GetConfigurationFingerprint(updateBlocked);
   PrintValue("fingerprint", fingerprint);
   PrintBoolean("update-blocked", updateBlocked);
-  // Before Disconnect, whose own outcome would take the place of the one asked for.
+  // Before Disconnect, whose own codes would replace those of the operation.
   PrintLastError(connection);
   const ServerAnswer answer = LastAnswer(connection);
   const bool answered = (answer == ServerAnswer::Success && !fingerprint.empty() && !IsHtmlPage(fingerprint)) ||

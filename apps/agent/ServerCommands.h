@@ -1,5 +1,5 @@
-// The commands that ask the module or the configuration server something. Each prints its result and returns the
-// program's exit status.
+// The commands that query the module or the configuration server. Each prints its result and returns the program's exit
+// status.
 #pragma once
 
 #include <CommandLine.h>
@@ -9,7 +9,7 @@
 
 namespace sorvex::agent {
 
-/// Needs no successful `Initialize`; without, there is no mode.
+/// Needs no successful `Initialize`; without it there is no mode.
 int RunCommand(const InfoCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
 int RunCommand(const ParameterCommand& command, WindowsAgentCommon::IConnectionFactory& factory);
 int RunCommand(const FingerprintCommand& command, const ServerConnection& connection);

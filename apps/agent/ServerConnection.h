@@ -1,4 +1,4 @@
-// The connection to the configuration server that the commands use, and what they print of it.
+// The connection to the configuration server that the commands use, and its output.
 #pragma once
 
 #include <ConnectionMode.h>
@@ -32,8 +32,8 @@ class ServerConnection {
 /// Prints error-code, result-code and error-message.
 void PrintLastError(const ServerConnection& connection);
 
-/// Prints result and the above; returns the command's exit status. Over HTTPS an answer with the status of an error is
-/// none, although the module takes it for one.
+/// Prints result and the above; returns the command's exit status. Over HTTPS an error status counts as a failure,
+/// although the module reports success.
 int PrintResult(bool result, const ServerConnection& connection);
 
 }  // namespace sorvex::agent

@@ -30,7 +30,7 @@ using namespace WindowsAgentCommon;
 /// More than any digest; what the module reads of AgentConfig.md5 is more.
 constexpr std::size_t maxFingerprintLength = 100;
 
-/// A text that takes no more than a configuration may have.
+/// A text no longer than a configuration may be.
 class BoundedText : public std::streambuf {
  public:
   const std::string& Text() const { return m_text; }
@@ -38,7 +38,7 @@ class BoundedText : public std::streambuf {
  protected:
   std::streamsize xsputn(const char* bytes, std::streamsize count) override {
     const auto size = static_cast<std::size_t>(count);
-    // One byte more than allowed, so that whoever reads the text finds it too long.
+    // One byte more than allowed, so that the reader finds it too long.
     m_text.append(bytes, std::min(size, settings::maxSettingsBytes + 1 - m_text.size()));
     return count;
   }
@@ -72,11 +72,11 @@ std::string LowerCase(std::string text) {
   return text;
 }
 
-/// Patches of a component are called alike but for their build.
+/// Patches of a component have the same name except for the build.
 std::string PatchPrefix(const std::string& component) { return "x64_72_" + LowerCase(component) + "_"; }
 constexpr std::string_view patchSuffix = ".tar.gz";
 
-/// Removes the waiting patches of a component that another one has overtaken.
+/// Removes waiting patches of a component that a newer one replaces.
 void RemoveOlderPatches(const std::filesystem::path& directory, const std::string& prefix, std::uint32_t build) {
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     const std::u8string u8name = entry.path().filename().u8string();
@@ -163,7 +163,7 @@ bool ServerLoop::Register() {
 
 bool ServerLoop::ReportStatus(AgentUpdateStatus status) {
   using namespace std::chrono;
-  // Direct TLS tells the time of the status, HTTPS how long the agent has been up.
+  // Direct TLS sends the time of the status, HTTPS how long the agent has been up.
   const auto now = duration_cast<seconds>(system_clock::now().time_since_epoch());
   const auto up = duration_cast<seconds>(steady_clock::now() - m_start);
   const ACE_Time_Value time(static_cast<time_t>((IsHttps() ? up : now).count()));
@@ -197,7 +197,7 @@ bool ServerLoop::FetchConfiguration() {
   return AreSameDigest(fingerprint, m_store.ReadDigest()) || RetrieveConfiguration(fingerprint);
 }
 
-/// `fingerprint` is what the server calls its configuration; over direct TLS a digest comes with the data instead.
+/// `fingerprint` is the server's for its configuration; over direct TLS a digest comes with the data instead.
 bool ServerLoop::RetrieveConfiguration(const std::string& fingerprint) {
   BoundedText text;
   std::ostream stream(&text);
@@ -212,7 +212,7 @@ bool ServerLoop::RetrieveConfiguration(const std::string& fingerprint) {
   return TakeConfiguration(text.Text(), digest);
 }
 
-/// Stores and applies a configuration that is in order. One that is not is refused, which is no failure of the server.
+/// Stores and applies a valid configuration. An invalid one is refused, which is no failure of the server.
 bool ServerLoop::TakeConfiguration(const std::string& content, const std::string& digest) {
   auto configuration = std::make_shared<Configuration>();
   try {
@@ -240,7 +240,7 @@ void ServerLoop::Refuse(const std::string& digest, const std::string& reason) {
     const std::lock_guard lock(m_mutex);
     m_report.refused = reason;
   }
-  // It comes again each time that the server is asked.
+  // It arrives again every time the server is asked.
   if (std::exchange(m_strRefusedDigest, digest) == digest) return;
   m_log.Error("The configuration from the server is refused, and the one before stays: %s", reason);
 }

@@ -1,4 +1,4 @@
-// What an agent does with its configuration server, in a thread of its own.
+// The agent's dealings with its configuration server, in a separate thread.
 #pragma once
 
 #include <CommandLine.h>
@@ -24,14 +24,14 @@
 
 namespace sorvex::agent {
 
-/// How the loop gets on.
+/// The state of the loop.
 struct ServerReport {
   bool isRegistered = false;
-  std::optional<std::chrono::system_clock::time_point> reached;    ///< the last time that all went well
-  std::optional<std::chrono::system_clock::time_point> awaySince;  ///< nothing while it goes well
+  std::optional<std::chrono::system_clock::time_point> reached;    ///< the last time that everything succeeded
+  std::optional<std::chrono::system_clock::time_point> awaySince;  ///< nothing while everything succeeds
   std::int32_t errorCode = 0;                                      ///< of the last failure
   std::string errorText;
-  std::string refused;  ///< why the server's last configuration was not taken; empty when it was
+  std::string refused;  ///< why the server's last configuration was refused; empty when it was not
 };
 
 /// A configuration that is in force.
@@ -40,22 +40,22 @@ struct Configuration {
   std::string digest;  ///< MD5 of the file
 };
 
-/// Registers the agent; every interval reports its status, looks for another configuration and for patches. The first
-/// round comes after a random pause, and after failures pauses grow. Only a stop of the program ends what waits for the
-/// server; whoever destroys the loop waits for its thread.
+/// Registers the agent; every interval reports its status and checks for a new configuration and patches. The first
+/// round comes after a random pause; pauses grow after failures. Only a stop of the program ends a wait for the server;
+/// destroying the loop waits for its thread.
 class ServerLoop {
  public:
-  /// `apply` is called by the loop's thread with each new configuration, which has been stored by then.
+  /// The loop's thread calls `apply` with each new configuration, already stored.
   using Apply = std::function<void(std::shared_ptr<const Configuration> configuration)>;
 
-  /// `current` is the configuration in force, or nothing; `isFailed` tells that the agent's own file is refused.
+  /// `current` is the configuration in force, or nothing; `isFailed` says that the agent's own file is refused.
   ServerLoop(const RunLoopOptions& options, WindowsAgentCommon::IConnectionFactory& factory, ConfigurationStore store,
              std::shared_ptr<const Configuration> current, bool isFailed, Apply apply);
   ~ServerLoop();
   ServerLoop(const ServerLoop&) = delete;
   ServerLoop& operator=(const ServerLoop&) = delete;
 
-  /// Makes the thread report that the agent stops, when the server is there, and end.
+  /// Makes the thread report to a reachable server that the agent stops, and end.
   void RequestStop() { m_thread.request_stop(); }
 
   /// Any thread.
@@ -89,7 +89,7 @@ class ServerLoop {
   ServerConnection m_connection;
   schedule::Schedule m_schedule;
   std::shared_ptr<const Configuration> m_pCurrent;
-  bool m_bFailed;  ///< the last configuration that came, or the agent's own, was refused
+  bool m_bFailed;  ///< the last configuration received, or the agent's own, was refused
   std::string m_strRefusedDigest;
   std::set<std::string> m_said;
 

@@ -1,4 +1,4 @@
-// The agent as a service of the system.
+// The agent as a system service.
 #pragma once
 
 #include <CommandLine.h>

@@ -1,4 +1,4 @@
-// A line of standard error that changes while something is under way.
+// A changing line of standard error that shows an operation's progress.
 #pragma once
 
 #include <condition_variable>
@@ -12,7 +12,7 @@ namespace sorvex::agent {
 /// Shows the text twice a second until it is destroyed. Without a terminal it does nothing.
 class StatusLine {
  public:
-  /// `text` is called in another thread. It outlives the line, and what it uses does.
+  /// `text` is called in another thread. It and what it uses outlive the line.
   explicit StatusLine(std::function<std::string()> text);
 
  private:

@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 
 constexpr auto rewriteInterval = 60s;
 
-/// A status is written within this time as long as the agent works.
+/// A working agent writes a status within this time.
 constexpr auto longestAge = 150s;
 
 constexpr std::size_t maxStatusBytes = 16 * 1024 * 1024;
@@ -124,7 +124,7 @@ StatusFile::StatusFile(const std::filesystem::path& stateDirectory) : m_file(Get
 void StatusFile::Write(const std::string& status, WallTime now) {
   const bool isDue = now >= m_written + rewriteInterval || now < m_written;
   if (status == m_strLast && !isDue) return;
-  // What is a minute old at most needs no waiting for the disk.
+  // A status that may be a minute old need not wait for the disk.
   FileReplacement file(m_file, FileReplacement::Readers::Owner);
   file.Write(std::to_string(ToSeconds(now)) + "\n" + status);
   file.Commit();

@@ -1,4 +1,4 @@
-// What an agent tells of itself while it runs.
+// What an agent reports while it runs.
 #pragma once
 
 #include <CommandLine.h>
@@ -30,14 +30,14 @@ struct StatusReport {
 /// 2026-11-22T01:02:03Z
 std::string TimeText(WallTime time);
 
-/// Lines for people; what stands in the report cannot change those around it.
+/// Lines for people; values cannot change the lines around them.
 std::string FormatStatus(const StatusReport& report);
 
 /// One line, not escaped, without a line end.
 std::string FormatStatistics(const delivery::ChannelStatistics& statistics);
 
-/// The status in a file that only its owner can read, written beside and renamed: when it has changed, and once a
-/// minute, so that whoever reads it sees how old it is.
+/// The status in a file that only its owner can read, replaced by a rename: when it changes, and once a minute, so that
+/// a reader sees its age.
 class StatusFile {
  public:
   explicit StatusFile(const std::filesystem::path& stateDirectory);
@@ -55,7 +55,7 @@ class StatusFile {
 std::filesystem::path GetLockFile(const std::filesystem::path& stateDirectory);
 
 /// Prints the status of the agent that runs on the state directory, and its age. Returns the program's exit status: 0
-/// when an agent runs and its status is of today, so to speak. Throws `std::system_error` when it cannot be read.
+/// when an agent runs and its status is recent. Throws `std::system_error` when it cannot be read.
 int RunCommand(const StatusCommand& command);
 
 }  // namespace sorvex::agent

@@ -15,23 +15,23 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr auto lookInterval = 50ms;
 
-/// How long after an interrupt outlets may go on with what had been read.
+/// How long outlets may continue with already read lines after an interrupt.
 constexpr auto handOverPatience = 700ms;
 
-/// When what they still write is abandoned: after an interrupt, and after an outlet was given up.
+/// When remaining writes are abandoned: after an interrupt, and after an outlet was given up.
 constexpr auto interruptPatience = 2200ms;
 constexpr auto givenUpPatience = 1500ms;
 
-/// An attempt that has not been refused gets so much time at least, however short the user's is.
+/// The least time for an attempt that has not been refused, however short the user's limit is.
 constexpr Seconds attemptPatience = 500ms;
 
-/// How long one destination may take nothing after the end of the input when others do not need it.
+/// How long one destination may make no progress after the end of the input when the others are done.
 constexpr Seconds endPatience = 5s;
 
-/// How long a destination may take nothing before others go on without it.
+/// How long a destination may make no progress before others continue without it.
 constexpr Seconds stallPatience = 1s;
 
-/// Failures that follow each other within this time are one streak: a failed datagram costs a pause of a second.
+/// Failures within this time of each other are one streak: a failed datagram costs a pause of a second.
 constexpr auto failureInterval = 1500ms;
 
 std::string ToText(double seconds) {
@@ -76,7 +76,7 @@ void Supervisor::Look(Watched& watched, Time now) {
   if (!watched.abandonTime && watched.outlet.HasGivenUp()) watched.abandonTime = now + givenUpPatience;
   const bool isTooLate = (watched.abandonTime && now >= *watched.abandonTime) ||
                          (m_interruptTime && now >= *m_interruptTime + interruptPatience);
-  // Every time: what it ends may begin just after.
+  // Every time: what it ends may start again just after.
   if (isTooLate) watched.outlet.Abandon();
 }
 

@@ -1,4 +1,4 @@
-// What keeps a destination from holding up the end of the program.
+// Keeps a destination from delaying the end of the program.
 #pragma once
 
 #include <Outlet.h>
@@ -14,12 +14,12 @@
 
 namespace sorvex::agent {
 
-/// Looks at every outlet many times a second, in a thread of its own, and gives up the one whose time is over:
-/// - one that has not moved for the time that the user gave;
-/// - every one a little after the program was asked to end, when what had been read should have been handed over;
-/// - one that has not moved for five seconds after the end of the input, where it keeps others from ending.
-/// What an outlet then still writes is bounded as well. When all are given up, reading ends. A datagram now and then
-/// between failures is no movement: where nobody listens, some systems accept every other one.
+/// Checks every outlet many times a second, in its own thread, and gives up:
+/// - an outlet that has made no progress for the user's time;
+/// - all of them shortly after the program was asked to end, when lines already read should have been passed on;
+/// - an outlet without progress for five seconds after the end of the input, if it keeps others from ending.
+/// What an outlet then still writes is limited too. When all are given up, reading ends. A datagram now and then between
+/// failures is no progress: some systems accept every other one for a port on which nobody listens.
 class Supervisor {
  public:
   /// `outlets` outlive the supervisor; it is made before they are opened and destroyed after they were closed.

@@ -185,7 +185,7 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
   destination.type = attributes.GetOneOf("Type", types, true);
   if (!element.text.empty()) attributes.Fail(element.name + " holds no text");
 
-  // First, so that they are checked alone: the others have attributes of their own.
+  // First, so that only these are checked: the parameters added below come from attributes.
   std::optional<std::string> certificate;
   ReadElements(
       element,

@@ -1,4 +1,4 @@
-// One agent on one directory.
+// One agent per directory.
 #pragma once
 
 #include <filesystem>
@@ -6,7 +6,7 @@
 
 namespace sorvex::agent {
 
-/// Holds a file until it is destroyed or the process ends, however that ends.
+/// Holds a file until it is destroyed or the process ends, in whatever way.
 class InstanceLock {
  public:
   /// Makes the file when there is none. Throws `std::runtime_error` when another process holds it, and

@@ -7,8 +7,8 @@
 
 namespace sorvex::agent {
 
-/// A container by its name in UTF-8; the empty one is the default. Every operation throws `std::exception` saying
-/// what failed; no text of it holds key material.
+/// A container, by its name in UTF-8; the empty name is the default container. Every operation throws `std::exception`
+/// saying what failed; no text of it contains key material.
 class KeyStore {
  public:
   /// Throws `std::invalid_argument` for a name that no container can have.
@@ -19,8 +19,8 @@ class KeyStore {
 
   enum class Existing { Replace, Keep };
 
-  /// Makes a pair for exchange, RSA with 1024 bits: agents send the public one in a form that fits no other. With
-  /// `Existing::Keep` it throws `std::system_error` with `std::errc::file_exists` when there is one.
+  /// Makes an RSA key pair for exchange, 1024 bits: the form in which agents send the public key fits no other size.
+  /// With `Existing::Keep` it throws `std::system_error` with `std::errc::file_exists` when there is one.
   void Create(Existing existing) const;
 
   /// The public key: RSAPublicKey (PKCS #1, DER).

@@ -1,4 +1,4 @@
-// What the agent needs of the operating system and the standard library does not offer.
+// What the agent needs from the operating system and the standard library does not offer.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 namespace sorvex::agent {
 
 /// The program itself, called by the platform's entry point with the arguments after the program's name: UTF-8 on
-/// Windows, the bytes that they are elsewhere.
+/// Windows, their bytes elsewhere.
 int RunAgent(std::vector<std::string> arguments);
 
 /// The path that an argument names.
@@ -20,7 +20,7 @@ std::filesystem::path ArgumentToPath(const std::string& argument);
 /// Directory of the running program.
 std::filesystem::path GetProgramDirectory();
 
-/// Where the agent keeps its positions unless it is told otherwise.
+/// The default directory for the agent's positions.
 std::filesystem::path GetDefaultStateDirectory();
 
 /// The number of this process.
@@ -45,10 +45,10 @@ void Interrupt();
 /// Waits until the program was asked to end, or until `EndWaitForInterrupt`. One thread.
 void WaitForInterrupt();
 
-/// Ends the wait that is under way, or else the next one. Any thread.
+/// Ends the current wait, or else the next one. Any thread.
 void EndWaitForInterrupt();
 
-/// Ends every `InputFile::Read` for good, as an interrupt does. Any thread.
+/// Ends every `InputFile::Read` permanently, as an interrupt does. Any thread.
 void StopReading();
 
 /// Ends the process now, whatever its threads do; nothing is flushed and nothing destroyed.

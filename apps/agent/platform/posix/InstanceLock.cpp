@@ -50,7 +50,7 @@ bool InstanceLock::IsHeld(const std::filesystem::path& file) {
   const Descriptor descriptor{open(file.c_str(), O_RDONLY | O_CLOEXEC)};
   if (descriptor.number < 0 && errno == ENOENT) return false;
   if (descriptor.number < 0) ThrowErrno(file);
-  // Asks without locking: an agent that starts now is not kept from it.
+  // Asks without locking, so that an agent starting now is not refused.
   struct flock lock = WholeFile();
   if (fcntl(descriptor.number, F_OFD_GETLK, &lock) != 0) ThrowErrno(file);
   return lock.l_type != F_UNLCK;

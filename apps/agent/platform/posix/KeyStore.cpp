@@ -45,13 +45,13 @@ std::filesystem::path PathOf(const std::string& container) {
   throw std::system_error(error, std::generic_category(), what);
 }
 
-/// A PEM file asks for a passphrase when its key is encrypted; the module would not know it.
+/// For an encrypted key a PEM reader asks for a passphrase, which the module would not know.
 int RefusePassphrase(char*, int, int, void*) { return -1; }
 
 /// Opens what the module would open, and refuses what it would refuse.
 Key Open(const std::string& container) {
   const std::string path = PathOf(container).string();
-  // Without O_NONBLOCK a pipe of that name would be waited for.
+  // Without O_NONBLOCK a pipe of that name would block.
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0) Throw(errno, path);
   const std::unique_ptr<BIO, Deleter> bio(BIO_new_fd(file, BIO_CLOSE));

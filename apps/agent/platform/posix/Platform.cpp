@@ -13,9 +13,9 @@
 namespace sorvex::agent {
 namespace {
 
-// A byte in this pipe, never taken out, says that nothing more is to be read; waiting for input waits for it as well.
+// A byte in this pipe, never read, ends all reading; waiting for input also waits for it.
 std::array<int, 2> endOfReadingPipe{-1, -1};
-// A byte in this one ends the wait for an interrupt, which takes it.
+// A byte in this one ends the wait for an interrupt, which consumes it.
 std::array<int, 2> wakeUpPipe{-1, -1};
 std::atomic<bool> interrupted{false};
 std::atomic<bool> readingStopped{false};
@@ -27,8 +27,8 @@ void NoteInterrupt(int) {
   errno = savedErrno;
 }
 
-/// Gives standard input, output and error a descriptor each where the caller left one closed: otherwise the next file
-/// or connection would take its number. Using it fails as using the closed one would.
+/// Opens a placeholder for each standard descriptor that the caller left closed: otherwise the next file or connection
+/// would take its number. Using it fails as using the closed one would.
 void OccupyStandardDescriptors() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
@@ -61,7 +61,7 @@ void InstallInterruptHandler() {
   }
   struct sigaction action {};
   action.sa_handler = NoteInterrupt;
-  // The module's own system calls go on undisturbed. A second signal finds the default action.
+  // The module's own system calls are restarted. A second signal has the default action.
   action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
   sigemptyset(&action.sa_mask);
   for (const int number : {SIGINT, SIGTERM}) {
@@ -71,7 +71,7 @@ void InstallInterruptHandler() {
 
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
 
-// Called by the signal handler as well.
+// Also called by the signal handler.
 void Interrupt() {
   interrupted.store(true);
   StopReading();
@@ -88,7 +88,7 @@ void WaitForInterrupt() {
 
 void EndWaitForInterrupt() { [[maybe_unused]] const ssize_t written = write(wakeUpPipe[1], "!", 1); }
 
-// Called by the signal handler as well.
+// Also called by the signal handler.
 void StopReading() {
   readingStopped.store(true);
   [[maybe_unused]] const ssize_t written = write(endOfReadingPipe[1], "!", 1);
@@ -102,7 +102,7 @@ struct InputFile::Handle {
 };
 
 InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {
-  // One that only takes is our own, in the place of one that was closed.
+  // A write-only one is our own placeholder for a closed one.
   const int flags = fcntl(m_pHandle->descriptor, F_GETFL);
   if (flags != -1 && (flags & O_ACCMODE) != O_WRONLY) return;
   errno = EBADF;
@@ -110,7 +110,7 @@ InputFile::InputFile() : m_pHandle(std::make_unique<Handle>()) {
 }
 
 InputFile::InputFile(const std::filesystem::path& path) {
-  // A pipe without a writer is waited for in `Read`, which can be stopped, and not here.
+  // A pipe without a writer makes `Read` wait, which can be stopped, but not this call.
   const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) ThrowErrno(path.string());
   m_pHandle = std::make_unique<Handle>(Handle{descriptor, path.string()});
@@ -136,7 +136,7 @@ std::optional<std::size_t> InputFile::Read(char* buffer, std::size_t size) {
 
 int main(int argc, char** argv) {
   sorvex::agent::OccupyStandardDescriptors();
-  // A reader of our output or a peer that goes away is an error of that operation, not the end of the program.
+  // When a reader of our output or a peer goes away, that operation fails; the program does not end.
   signal(SIGPIPE, SIG_IGN);
   return sorvex::agent::RunAgent(argc > 0 ? std::vector<std::string>(argv + 1, argv + argc)
                                           : std::vector<std::string>());

@@ -11,7 +11,7 @@
 namespace sorvex::agent {
 namespace {
 
-/// Whoever only asks has the file open for a moment.
+/// A process that only asks has the file open for a moment.
 constexpr int attempts = 10;
 constexpr DWORD pauseMs = 100;
 

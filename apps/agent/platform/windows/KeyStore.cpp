@@ -59,7 +59,7 @@ class Container {
   HCRYPTPROV Provider() const { return m_provider; }
   HCRYPTKEY Key() const { return m_key; }
 
-  /// A new pair takes the place of the one that there was.
+  /// A new pair replaces the old one.
   void MakeKey() {
     if (!CryptGenKey(m_provider, AT_KEYEXCHANGE, keyBits << 16, &m_key)) Throw(GetLastError(), "making a key");
   }
@@ -72,7 +72,7 @@ class Container {
 
 }  // namespace
 
-/// The system itself refuses names that it does not take.
+/// The system itself refuses names that it does not accept.
 KeyStore::KeyStore(const std::string& container) : m_container(container) {}
 
 bool KeyStore::HasKey() const {
@@ -87,7 +87,7 @@ void KeyStore::Create(Existing existing) const {
   Container container(m_container);
   DWORD error = container.Acquire();
   if (error == static_cast<DWORD>(NTE_BAD_KEYSET)) error = container.Acquire(CRYPT_NEWKEYSET);
-  // Another program has been quicker.
+  // Another program was faster.
   if (error == static_cast<DWORD>(NTE_EXISTS)) error = container.Acquire();
   if (error != 0) Throw(error, "the key container");
   container.MakeKey();
@@ -101,7 +101,7 @@ std::vector<std::uint8_t> KeyStore::PublicKey() const {
   if (!CryptExportPublicKeyInfo(container.Provider(), AT_KEYEXCHANGE, encoding, nullptr, &size)) {
     Throw(GetLastError(), "the public key");
   }
-  // The structure stands at the front of the bytes that it points into.
+  // The structure is at the start of the bytes that it points into.
   std::vector<CERT_PUBLIC_KEY_INFO> memory(size / sizeof(CERT_PUBLIC_KEY_INFO) + 1);
   if (!CryptExportPublicKeyInfo(container.Provider(), AT_KEYEXCHANGE, encoding, memory.data(), &size)) {
     Throw(GetLastError(), "the public key");
@@ -124,7 +124,7 @@ std::vector<std::uint8_t> KeyStore::Encrypt(const std::vector<std::uint8_t>& pla
     Throw(error, "encrypting");
   }
   bytes.resize(size);
-  // The provider gives the least significant byte first.
+  // The provider returns the least significant byte first.
   std::ranges::reverse(bytes);
   return bytes;
 }

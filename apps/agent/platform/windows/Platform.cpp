@@ -41,7 +41,7 @@ BOOL WINAPI NoteInterrupt(DWORD kind) {
   return TRUE;
 }
 
-/// A true handle of the calling thread, whose pseudo handle means whoever uses it.
+/// A real handle of the calling thread, because its pseudo handle means whichever thread uses it.
 HANDLE DuplicateCurrentThread() {
   HANDLE thread = nullptr;
   if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread, 0, FALSE,
@@ -105,7 +105,7 @@ void EndWaitForInterrupt() { SetEvent(wakeUp); }
 
 void StopReading() {
   readingStopped.store(true);
-  // The reader may be about to enter its call, where a cancellation that came too early has no effect.
+  // The reader may be about to enter its call, where an early cancellation has no effect.
   while (const HANDLE thread = readingThread.load()) {
     CancelSynchronousIo(thread);
     Sleep(10);

@@ -19,7 +19,7 @@ constexpr const wchar_t* serviceName = L"SorvexAgent";
 constexpr const wchar_t* displayName = L"Sorvex Agent";
 constexpr const wchar_t* description = L"Collects logs and forwards them.";
 
-/// How long a stop may take before the service manager worries.
+/// How long a stop may take before the service manager considers it hung.
 constexpr DWORD stopHintMs = 5000;
 constexpr DWORD restartPauseMs = 60'000;
 constexpr DWORD lookIntervalMs = 100;
@@ -39,7 +39,7 @@ ServiceHandle Checked(SC_HANDLE handle, const char* what) {
   return ServiceHandle(handle);
 }
 
-/// One argument as the C runtime takes a command line apart.
+/// One argument, quoted for the C runtime's parser.
 std::wstring Quote(const std::wstring& argument) {
   std::wstring quoted = L"\"";
   std::size_t backslashes = 0;
@@ -64,7 +64,7 @@ std::wstring GetProgram() {
   return name;
 }
 
-/// What the callbacks of the service manager work with. There is one service in a program.
+/// What the service manager's callbacks work with. A program has one service.
 struct RunningService {
   std::atomic<SERVICE_STATUS_HANDLE> handle{nullptr};
   const std::function<int()>* run = nullptr;
