@@ -1,4 +1,4 @@
-// What a client holds of a response.
+// What a client keeps from a response.
 #pragma once
 
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
@@ -15,11 +15,11 @@ class HeldData {
  public:
   void Release();
 
-  /// Takes the data of `binary` without copying them; false when it has none. The MD5 is the digest that came with
-  /// them; in version 1.0, which has none, it is computed.
+  /// Takes the data of `binary` without copying them; returns false when it has none. The MD5 is the digest that came
+  /// with them; in version 1.0, which has none, it is computed.
   bool Take(WireBinary& binary, WireProtocol protocol);
 
-  /// Hands out a copy; false with no block and an empty text when nothing is held.
+  /// Returns a copy; false with no block and an empty text when nothing is held.
   bool GetCopy(std::shared_ptr<ACE_Message_Block>& block, std::string& md5) const;
 
  private:

@@ -11,16 +11,16 @@
 
 namespace SSLConfigServerProto {
 
-/// Used by one thread at a time. Every exchange writes one request and reads one response through the serializer that
-/// it is given, and returns the response's result code, which it does not interpret. A serializer that fails, or a
-/// length over its bound, passes out as `SocketException`, and a want of memory (data may be 100 MiB) as
-/// `std::bad_alloc`; the stream is then out of step. Operations are declared in slot order.
+/// One thread at a time. Every exchange writes one request and reads one response through the given serializer, and
+/// returns the response's result code without interpreting it. Throws `SocketException` when a serializer fails or a
+/// length exceeds its bound, and `std::bad_alloc` when out of memory (data may be 100 MiB); the stream is then out of
+/// step. Operations are declared in slot order.
 class ISSLConfigServerAPIClient {
  public:
   virtual ~ISSLConfigServerAPIClient();  // 0
 
-  /// `connectionFlags` are `ConnectionFlags`; version 1.0 has no place for them. Throws `ProtocolException` when the
-  /// response is of another type; the client of version 2.0 throws `ProtocolMismatchException` when it is that of 1.0.
+  /// `connectionFlags` are `ConnectionFlags`; version 1.0 does not send them. Throws `ProtocolException` when the
+  /// response has another type; the client of version 2.0 throws `ProtocolMismatchException` for the type of 1.0.
   virtual std::uint32_t ConnectionEstablishment(WindowsAgentCommon::ISerializer& serializer,
                                                 std::uint32_t connectionFlags) = 0;  // 1
 
@@ -36,8 +36,8 @@ class ISSLConfigServerAPIClient {
   virtual std::uint32_t CodeUpdate(WindowsAgentCommon::ISerializer& serializer,
                                    const std::string& currentVersion) = 0;  // 6
 
-  /// Hands out a copy of what the last exchange of the kind delivered, and returns true. Without anything returns
-  /// false, with no block and an empty text. Throws `std::bad_alloc` without memory, as the two below.
+  /// Returns true and a copy of what the last exchange of the kind delivered; without it returns false, with no block
+  /// and an empty text. Like the two below, throws `std::bad_alloc` when out of memory.
   virtual bool GetConfigurationData(std::shared_ptr<ACE_Message_Block>& block, std::string& md5) const = 0;  // 7
   virtual bool GetCodeData(std::shared_ptr<ACE_Message_Block>& block, std::string& md5) const = 0;           // 8
   virtual bool GetServerPublicKey(std::shared_ptr<ACE_Message_Block>& block) const = 0;                      // 9

@@ -1,4 +1,4 @@
-// The server answered with something that the exchange does not accept.
+// The server sent an answer that the exchange does not accept.
 #pragma once
 
 #include <host/Exceptions.h>

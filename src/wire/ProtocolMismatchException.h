@@ -1,4 +1,4 @@
-// The server speaks another version of the wire protocol.
+// The server uses another version of the wire protocol.
 #pragma once
 
 #include "wire/ProtocolException.h"
@@ -9,8 +9,8 @@ namespace SSLConfigServerProto {
 
 class ProtocolMismatchException : public ProtocolException {
  public:
-  /// `message` is "cli:<version> --> svr:<version>", versions being digits, a dot and digits. Of any other message both
-  /// versions are empty.
+  /// `message` is "cli:<version> --> svr:<version>", each version being digits, a dot and digits. For any other message
+  /// both versions are empty.
   ProtocolMismatchException(std::string file, std::string function, int line, const std::string& message);
   ~ProtocolMismatchException() override;
 

@@ -1,4 +1,4 @@
-// What the clients of both versions of the wire protocol share: all but the establishment of the connection.
+// What the clients of both versions of the wire protocol share: everything except establishing the connection.
 #pragma once
 
 #include "wire/HeldData.h"
@@ -42,7 +42,7 @@ class SSLConfigServerAPIClient : public ISSLConfigServerAPIClient {
   };
   static const ExchangeTexts connectionEstablishmentTexts;
 
-  /// Sets what identifies the agent, and the version that it speaks.
+  /// Sets the agent's identity and the version that it speaks.
   void SetIdentity(IdentityRecord& request, const std::string& applicationIdentifier,
                    std::string_view applicationToken) const;
 

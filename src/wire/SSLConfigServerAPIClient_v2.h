@@ -5,17 +5,15 @@
 
 namespace SSLConfigServerProto {
 
-/// Receives data with their digests, which it neither computes anew nor compares, and the server's key with a
-/// configuration.
+/// Receives data with their digests, which it neither computes nor verifies, and the server's key with a configuration.
 class SSLConfigServerAPIClient_v2 : public SSLConfigServerAPIClient {
  public:
-  /// `publicKey` is the agent's, as `Platform::ExportPublicKey` gives it: its unread bytes, which are read.
-  /// The client keeps its own copies, and wipes that of the token at its end.
+  /// `publicKey` is the agent's, from `Platform::ExportPublicKey`: its unread bytes are consumed. The client keeps its
+  /// own copies, and wipes that of the token on destruction.
   SSLConfigServerAPIClient_v2(const std::string& applicationIdentifier, std::string_view applicationToken,
                               ACE_Message_Block& publicKey);
 
-  /// Checks the type of the response before anything else of it is read: of a server that speaks 1.0 the rest is left
-  /// unread.
+  /// Checks the type of the response before reading anything else: the rest of a 1.0 server's response stays unread.
   std::uint32_t ConnectionEstablishment(WindowsAgentCommon::ISerializer& serializer,
                                         std::uint32_t connectionFlags) override;
 

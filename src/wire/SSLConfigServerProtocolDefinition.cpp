@@ -147,7 +147,7 @@ std::string GetText(const WireString& string) { return std::string(string.View()
 
 std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRelease) {
   if (!bRelease) return binary.data ? CopyBlock(*binary.data) : MakeSharedBlock(0);
-  // Who asked for the release cannot tell the array from a copy of it.
+  // The caller cannot tell the array from a copy of it.
   const WireBinary released = std::exchange(binary, {});
   return released.data ? released.data : MakeSharedBlock(0);
 }

@@ -9,7 +9,7 @@
 
 namespace SSLConfigServerProto {
 
-/// Returns an empty block with room for `size` bytes. Throws `std::bad_alloc` without memory.
+/// Returns an empty block with room for `size` bytes. Throws `std::bad_alloc` when out of memory.
 inline std::shared_ptr<ACE_Message_Block> MakeSharedBlock(std::size_t size) {
   ACE_Message_Block* const block = WindowsAgentCommon::CreateDataMessageBlock(size);
   if (block == nullptr) throw std::bad_alloc();

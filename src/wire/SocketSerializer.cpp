@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* sourceFile = "SocketSerializer";
 
-/// Between the order of the network and that of the machine, either way.
+/// Converts between network and machine byte order, in both directions.
 template <class Value>
 void SwapNetworkOrder(Value& value) {
   if constexpr (std::endian::native == std::endian::little) {
@@ -78,7 +78,7 @@ std::uint32_t SocketSerializer::ReadLong(unsigned int& value) {
 }
 
 std::uint32_t SocketSerializer::ReadLong(long& value) {
-  // Four bytes, also where a long has eight.
+  // Four bytes, even where a long has eight.
   std::int32_t word = 0;
   const std::uint32_t moved = ReadValue(word, "VaroCommunicationAPI::SocketSerializer::ReadLong", __LINE__);
   value = word;
@@ -152,7 +152,7 @@ std::uint32_t SocketSerializer::WriteBuffer(const std::shared_ptr<ACE_Message_Bl
 }
 
 std::uint32_t SocketSerializer::WriteBuffer(std::uint32_t count, const std::shared_ptr<ACE_Message_Block>& block) {
-  // What lies behind the block's bytes is not to be sent.
+  // Bytes after the block's are not to be sent.
   if (count > block->length()) {
     throw WindowsAgentCommon::SocketException(sourceFile, "VaroCommunicationAPI::SocketSerializer::WriteBuffer",
                                               __LINE__);
@@ -176,7 +176,7 @@ std::uint32_t SocketSerializer::WriteBytes(const void* buffer, std::uint32_t cou
   return count;
 }
 
-/// Leaves `value` alone when it throws.
+/// Leaves `value` unchanged when it throws.
 template <class Value>
 std::uint32_t SocketSerializer::ReadValue(Value& value, const char* operation, int line) {
   Value fromNetwork{};

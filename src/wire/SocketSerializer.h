@@ -1,4 +1,4 @@
-// The host's serializer directly on a raw socket: nothing is buffered, nothing can be sought.
+// The host's serializer directly on a raw socket: no buffering, no seeking.
 #pragma once
 
 #include <host/IRawSocket.h>
@@ -9,12 +9,12 @@
 
 namespace VaroCommunicationAPI {
 
-/// Used by one thread at a time. Every read takes exactly the bytes of its value from the socket, every write hands its
-/// bytes over at once. A read or write that the socket does not do whole throws `SocketException` with the operation's
-/// name; why is in the socket's `GetLastResultCode`.
+/// One thread at a time. Every read takes exactly the bytes of its value from the socket; every write passes its bytes
+/// on at once. A read or write that the socket does not complete throws `SocketException` with the operation's name;
+/// the socket's `GetLastResultCode` gives the reason.
 class SocketSerializer : public WindowsAgentCommon::ISerializer {
  public:
-  /// Keeps the socket alive. Until another is set, reads have the time-out 0xFFFFFFFF: none over TLS, 72 minutes over
+  /// Keeps the socket alive. Until another is set, the read time-out is 0xFFFFFFFF: none over TLS, 72 minutes over
   /// plain TCP.
   explicit SocketSerializer(std::shared_ptr<WindowsAgentCommon::IRawSocket> socket);
   ~SocketSerializer() override;
@@ -27,8 +27,8 @@ class SocketSerializer : public WindowsAgentCommon::ISerializer {
 
   std::uint32_t ReadByte(std::uint8_t& value) override;
   std::uint32_t WriteByte(std::uint8_t value) override;
-  /// Four bytes, deliberately: the first two become the low 16 bits, the others stay as the word's upper half. Not for
-  /// the wire.
+  /// Four bytes, deliberately: the first two become the low 16 bits, the others the word's upper half unchanged. Not
+  /// for the wire.
   std::uint32_t ReadShort(std::int32_t& value) override;
   std::uint32_t ReadShort(std::uint16_t& value) override;
   std::uint32_t WriteShort(std::uint16_t value) override;
@@ -45,16 +45,16 @@ class SocketSerializer : public WindowsAgentCommon::ISerializer {
   std::uint32_t ReadDouble(double& value) override;
   std::uint32_t WriteDouble(double value) override;
 
-  /// When the socket delivers less, `block` holds what did arrive. Throws `std::bad_alloc` without memory.
+  /// When the socket delivers less, `block` holds what arrived. Throws `std::bad_alloc` when out of memory.
   std::uint32_t ReadBuffer(std::uint32_t count, std::shared_ptr<ACE_Message_Block>& block) override;
   /// Throws `OperationNotSupportedException`.
   std::uint32_t ReadBuffer(std::shared_ptr<ACE_Message_Block>& block) override;
   std::uint32_t WriteBuffer(const void* buffer, std::uint32_t count) override;
   std::uint32_t WriteBuffer(const std::shared_ptr<ACE_Message_Block>& block) override;
-  /// A count above what is unread throws `SocketException`, and nothing is written.
+  /// A count above the unread bytes throws `SocketException`, and nothing is written.
   std::uint32_t WriteBuffer(std::uint32_t count, const std::shared_ptr<ACE_Message_Block>& block) override;
 
-  /// Milliseconds, given to every later `Receive` as they are.
+  /// Milliseconds, passed unchanged to every later `Receive`.
   void SetReadTimeout(std::uint32_t timeoutMs);
 
  private:

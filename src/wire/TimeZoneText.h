@@ -1,4 +1,4 @@
-// The time zone as the configuration server shows it.
+// The time zone as sent to the configuration server.
 #pragma once
 
 #include "platform/TimeZone.h"
