@@ -6,9 +6,9 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// Writes `content` to a new file beside `path`, has the system store it, and then gives it the name `path` in place of
-/// what was there. Everybody may read the file and only its owner (on Windows also the system and its administrators)
-/// may write it. Returns 0, or the system's own error number; nothing new is left then, and what was there stays.
+/// Writes `content` to a new file next to `path`, has the system store it, and then renames it to `path`. Everybody may
+/// read the file; only its owner (on Windows also the system and its administrators) may write it. Returns 0, or the
+/// system's error number; then no new file is left and the old one stays.
 int WriteFileAtomically(const std::wstring& path, std::string_view content);
 
 }  // namespace VaroCommunicationAPI::Platform

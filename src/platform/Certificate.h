@@ -1,4 +1,4 @@
-// X.509 certificates as the system reads and shows them.
+// X.509 certificates as the system reads and displays them.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// A certificate, or none. Never changes; copies share it; any thread.
+/// A certificate, or none. Immutable; copies share it; any thread.
 class Certificate {
  public:
-  /// The longest encoding that `FromPem` takes, in bytes.
+  /// The longest encoding that `FromPem` accepts, in bytes.
   static constexpr std::size_t maxPemCertificateBytes = 16384;
 
-  /// Reads one certificate. Returns 0, or the system's error number with `certificate` as it was.
+  /// Reads one certificate. Returns 0, or the system's error number with `certificate` unchanged.
   static int FromDer(std::span<const std::uint8_t> bytes, Certificate& certificate);
 
   /// Reads the first certificate of a PEM text; otherwise as `FromDer`.
@@ -24,17 +24,18 @@ class Certificate {
 
   explicit operator bool() const { return m_pNative != nullptr; }
 
-  // What follows is asked of a certificate only, not of none.
+  // Call the following only on a certificate, not on none.
 
   std::vector<std::uint8_t> Der() const;
 
   /// The begin line, Base64 in lines of 64 characters, the end line; a line feed after each.
   std::string Pem() const;
 
-  /// Names as people read them, cut after 127 UTF-16 units. The display name is the subject's first common name, else
+  /// Names for people, cut after 127 UTF-16 units. The display name is the subject's first common name, else
   /// organizational unit, organization or e-mail address, else the first alternative e-mail address, else the first
-  /// attribute. The other two are all values in the certificate's order, ", " between relative names and " + " within
-  /// one; a value is quoted when it is empty, has blanks at its ends or holds one of , + = " < > # ; or a line feed.
+  /// attribute. The other two contain all values in the certificate's order, ", " between relative names and " + "
+  /// within one; a value is quoted when it is empty, has blanks at its ends or contains one of , + = " < > # ; or a
+  /// line feed.
   std::wstring DisplayName() const;
   std::wstring SubjectName() const;
   std::wstring IssuerName() const;

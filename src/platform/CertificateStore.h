@@ -1,4 +1,4 @@
-// The system's stores of certificates.
+// The system's certificate stores.
 #pragma once
 
 #include "platform/Certificate.h"
@@ -8,15 +8,15 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// A store opened for reading, for one thread. What is added to it later is seen when it is opened anew.
+/// A store opened for reading, for one thread. Certificates added later are seen after it is opened again.
 class CertificateStore {
  public:
-  /// Opens the store "CA" (intermediate authorities) or "ROOT" (trusted ones). Where the system has no such stores, the
-  /// files certificates/<name>/*.pem below the configuration directory are the store, and "ROOT" also holds the
-  /// system's own bundle. Returns 0, or the system's error number with the store empty.
+  /// Opens the store "CA" (intermediate authorities) or "ROOT" (trusted ones). On a system without such stores it
+  /// consists of the files certificates/<name>/*.pem below the configuration directory, and "ROOT" also includes the
+  /// system's bundle. Returns 0, or the system's error number with the store empty.
   int Open(const std::wstring& name);
 
-  /// Returns the first certificate whose subject is, byte for byte, the issuer of `certificate`; none without one.
+  /// Returns the first certificate whose subject equals the issuer of `certificate` byte for byte, or none.
   Certificate FindIssuer(const Certificate& certificate) const;
 
  private:
@@ -24,7 +24,7 @@ class CertificateStore {
   std::shared_ptr<void> m_pNative;
 };
 
-/// The system's own error number for a certificate that no store has.
+/// The system's error number for a certificate that no store has.
 extern const int certificateNotFound;
 
 }  // namespace VaroCommunicationAPI::Platform

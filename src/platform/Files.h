@@ -8,12 +8,12 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// Reads at most `maxBytes` from the start of an existing regular file, shared with other readers only where a system
-/// knows sharing (Windows). `path` is wide and may use either of the system's separators. Returns 0, or the system's
-/// own error number with `content` empty; what is no regular file (a pipe, a device) is refused at once.
+/// Reads at most `maxBytes` from the start of an existing regular file, shared only with other readers where the system
+/// has sharing (Windows). `path` is wide and may use either of the system's separators. Returns 0, or the system's
+/// error number with `content` empty; a file that is not regular (a pipe, a device) is refused at once.
 int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& content);
 
-/// What stands between the configuration directory and the name of a certificate file.
+/// What separates the configuration directory from the name of a certificate file.
 extern const wchar_t* const configSeparator;
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -9,7 +9,7 @@ namespace VaroCommunicationAPI::Platform {
 /// Overwrites `size` bytes with zeros in a way that a compiler does not remove.
 void WipeMemory(void* data, std::size_t size);
 
-/// Wipes what it gives back.
+/// Wipes memory before freeing it.
 template <class T>
 struct WipingAllocator {
   using value_type = T;

@@ -17,9 +17,9 @@ struct ResolvedHost {
   int m_error = 0;                         ///< 0, or the callers' error number
 };
 
-/// Resolves a name or a literal address (an IPv6 one may stand in brackets) and a port of 1 to 65535. Asks
-/// `isInterrupted` at least ten times a second and gives up with error 10004 when it says so, although the system may
-/// go on asking for a while. An empty host or a port out of range gives error 10022.
+/// Resolves a name or a literal address (an IPv6 address may have brackets) and a port of 1 to 65535. Calls
+/// `isInterrupted` at least ten times a second and gives up with error 10004 when it returns true, although the system
+/// may go on asking for a while. An empty host or a port out of range gives error 10022.
 ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFamily family,
                          const std::function<bool()>& isInterrupted);
 

@@ -1,4 +1,4 @@
-// Text that nobody may find in memory once it is given up: the application token.
+// Text that is wiped from memory once it is freed: the application token.
 #pragma once
 
 #include "platform/Memory.h"
@@ -9,9 +9,8 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// Wipes its memory on every path: at its end, when it is assigned, moved or grows. Copies do the same. There is no
-/// implicit conversion; whoever makes a plain string of `View()` answers for that string, and wipes it with
-/// `PlainSecret` or `WipePlain`.
+/// Wipes its memory on every path: on destruction, assignment, move and growth. So do copies. There is no implicit
+/// conversion; whoever makes a plain string of `View()` is responsible for wiping it with `PlainSecret` or `WipePlain`.
 class SecretText {
  public:
   SecretText() = default;
@@ -25,11 +24,11 @@ class SecretText {
   char* Data() { return m_text.data(); }
 
  private:
-  // No std::basic_string: that one keeps short texts inside itself, where no allocator wipes them.
+  // No std::basic_string: it keeps short texts inside itself, where no allocator wipes them.
   std::vector<char, WipingAllocator<char>> m_text;
 };
 
-/// Wipes a plain string or vector of bytes, the unused part of its memory included, and leaves it empty.
+/// Wipes a plain string or vector of bytes, including the unused part of its memory, and leaves it empty.
 template <class Container>
 void WipePlain(Container& plain) {
   plain.resize(plain.capacity());
@@ -37,8 +36,8 @@ void WipePlain(Container& plain) {
   plain.clear();
 }
 
-/// A plain string or vector of bytes, for a secret that has to pass through an interface of the host; wiped at its
-/// end. The interface may assign it once: memory that it replaces is not wiped.
+/// A plain string or vector of bytes, for a secret that must pass through an interface of the host; wiped on
+/// destruction. The interface may assign it once: memory that is replaced is not wiped.
 template <class Container>
 class PlainSecret {
  public:

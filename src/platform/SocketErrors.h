@@ -1,11 +1,11 @@
-// Error numbers of sockets, as the module's callers compare them, whatever the system's own are.
+// Error numbers of sockets, as the module's callers compare them, on every system.
 #pragma once
 
 #include <string>
 
 namespace VaroCommunicationAPI::Platform {
 
-/// The numbers that the module itself compares with or sets. 137 is ACE's wait that ran out; the others are Winsock's.
+/// The numbers that the module itself compares with or sets. 137 is ACE's timeout; the others are Winsock's.
 enum SocketError : int {
   ErrorNone = 0,
   ErrorWaitTimeout = 137,
@@ -23,10 +23,10 @@ enum SocketError : int {
   ErrorHostNoRecovery = 11003,
 };
 
-/// Converts a number of the system's own to the callers'; a number without a counterpart stays as it is.
+/// Converts a system number to the callers'; a number without a counterpart is returned unchanged.
 int ToCallerError(int systemError);
 
-/// Converts back; of several system numbers behind one caller's number the usual one is returned.
+/// Converts back; where several system numbers share a caller's number, returns the usual one.
 int ToSystemError(int callerError);
 
 /// The calling thread's last socket error (ACE keeps it in `errno`), in the callers' numbers.

@@ -1,4 +1,4 @@
-// Socket operations that the systems offer differently.
+// Socket operations that differ between the systems.
 #pragma once
 
 #include <ace/Basic_Types.h>
@@ -12,21 +12,21 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// Makes a socket that no process started from this one inherits; `family` and `type` are the system's. Returns
-/// `ACE_INVALID_HANDLE` on failure, with the number in `errno` as ACE leaves it there.
+/// Makes a socket that no child process inherits; `family` and `type` are the system's. Returns `ACE_INVALID_HANDLE` on
+/// failure, with the number in `errno` as ACE leaves it there.
 ACE_HANDLE OpenSocket(int family, int type);
 
-/// What one write took.
+/// The result of one write.
 struct WriteOutcome {
-  std::size_t m_bytes = 0;  ///< bytes accepted by the system, also when an error followed them
+  std::size_t m_bytes = 0;  ///< bytes accepted by the system, even if an error followed
   int m_error = 0;          ///< 0, or the callers' error number
 };
 
-/// Writes what the system takes at once of `length` bytes and never blocks nor raises a signal. The handle must be in
-/// non-blocking mode. Takes nothing and reports would block (10035) when there is no room.
+/// Writes what the system accepts at once of `length` bytes; never blocks or raises a signal. The handle must be in
+/// non-blocking mode. Writes nothing and reports would block (10035) when there is no room.
 WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length);
 
-/// What one round of sending datagrams took.
+/// The result of sending datagrams once.
 struct DatagramOutcome {
   std::size_t m_datagrams = 0;  ///< accepted by the system, from the first
   int m_error = 0;              ///< 0, or the callers' error number of the first that was not accepted
@@ -36,28 +36,28 @@ struct DatagramOutcome {
 /// the system allows. Never blocks. Stops at the first that is not accepted.
 DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams);
 
-/// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
-/// connection stands, 10101 after an orderly close, or the number of the error it died of. Adds to `discarded`, if
-/// given, the number of bytes.
+/// Checks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
+/// connection is up, 10101 after an orderly close, or the number of the error that ended it. Adds the number of
+/// discarded bytes to `discarded`, if given.
 int PeerState(ACE_HANDLE handle, std::size_t* discarded = nullptr);
 
-/// Keeps what the system holds of a connected stream before it is on its way small: what is written is soon sent, a
-/// slow peer is noticed, and less is lost when the connection breaks. A system that refuses only holds more.
+/// Limits the unsent data that the system holds for a connected stream: written data are sent soon, a slow peer is
+/// noticed, and less is lost when the connection breaks. A system that refuses only holds more.
 void KeepBacklogSmall(ACE_HANDLE handle);
 
 /// A number that changes when the peer of a connected stream acknowledges something; nothing where the system does not
-/// tell.
+/// report it.
 std::optional<std::uint64_t> PeerProgress(ACE_HANDLE handle);
 
-/// Whether the peer has acknowledged all that was sent, the end of the stream included if the write side is closed.
-/// False where the system does not tell.
+/// Whether the peer has acknowledged everything sent, including the end of the stream if the write side is closed.
+/// False where the system does not report it.
 bool HasDeliveredAll(ACE_HANDLE handle);
 
 /// Sets TCP keep-alive on a connected socket: idle time before the first probe and time between probes, in
 /// milliseconds (a system that counts seconds rounds up). Returns 0 or the system's own error number.
 int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs);
 
-/// TCP keep-alive as a socket has it. A system need not tell the times.
+/// A socket's TCP keep-alive settings. A system need not report the times.
 struct KeepAlive {
   bool m_bEnabled = false;
   std::optional<std::uint32_t> m_timeMs;
@@ -67,8 +67,8 @@ struct KeepAlive {
 /// Reads back what `SetKeepAlive` sets. Returns 0 or the system's own error number.
 int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive);
 
-/// Keeps, for the time of its life and on its thread, a write to a closed connection from raising a signal that would
-/// end the process. Changes nothing process-wide. Nests.
+/// For its lifetime and on its thread, a write to a closed connection raises no signal that would end the process.
+/// Changes nothing process-wide. Nests.
 class BrokenPipeGuard {
  public:
   BrokenPipeGuard();

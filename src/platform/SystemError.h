@@ -3,7 +3,7 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// The calling thread's last error, as the system numbers it.
+/// The calling thread's last error, with the system's number.
 int LastSystemError();
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -22,7 +22,7 @@ int Fill(int file, std::string_view content) {
     if (count == -1) return errno;
     content.remove_prefix(static_cast<std::size_t>(count));
   }
-  // Without the second, a power cut could leave the name with an empty file.
+  // Without the second call, a power cut could leave the name with an empty file.
   return fchmod(file, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) == -1 || fsync(file) == -1 ? errno : 0;
 }
 

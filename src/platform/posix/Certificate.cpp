@@ -45,7 +45,7 @@ std::wstring Quoted(const std::wstring& value) {
   return text + L'"';
 }
 
-/// The first units of the text as UTF-16 would count them; no character is cut in two.
+/// The first part of the text, counted in UTF-16 units; no character is cut in two.
 std::wstring Cut(std::wstring text) {
   std::size_t units = 0;
   for (std::size_t index = 0; index < text.size(); ++index) {

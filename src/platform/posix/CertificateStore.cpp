@@ -20,7 +20,7 @@ namespace {
 
 using Certificates = std::vector<Certificate>;
 
-/// Adds every certificate of a PEM file; what is none is left out.
+/// Adds every certificate of a PEM file; skips everything else.
 void ReadFile(const std::filesystem::path& path, Certificates& certificates) {
   // Opening a pipe would wait for its writer.
   if (std::error_code ignored; !std::filesystem::is_regular_file(path, ignored)) return;
@@ -38,7 +38,7 @@ void ReadFile(const std::filesystem::path& path, Certificates& certificates) {
   }
 }
 
-/// The system's own trusted certificates, where this library looks for them or where other systems keep them.
+/// The system's own trusted certificates, where this library or other systems keep them.
 std::filesystem::path SystemBundle() {
   if (const char* named = std::getenv(X509_get_default_cert_file_env())) return named;
   for (const char* usual :
@@ -64,7 +64,7 @@ int CertificateStore::Open(const std::wstring& name) {
   for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
     if (entry.path().extension() == ".pem") files.push_back(entry.path());
   }
-  // No directory is an empty store.
+  // A missing directory is an empty store.
   if (error && error != std::errc::no_such_file_or_directory) return error.value();
   std::sort(files.begin(), files.end());
   for (const std::filesystem::path& file : files) ReadFile(file, *certificates);

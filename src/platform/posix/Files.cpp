@@ -14,7 +14,7 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-/// Returns 0 for a regular file, or the number of why it is not read.
+/// Returns 0 for a regular file, or the error number with which it is refused.
 int CheckRegular(int file) {
   struct stat status {};
   if (fstat(file, &status) == -1) return errno;
@@ -28,7 +28,7 @@ const wchar_t* const configSeparator = L"/";
 
 int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& content) {
   content.Resize(0);
-  // Without O_NONBLOCK a pipe of that name would hold the reader for ever.
+  // Without O_NONBLOCK a pipe of that name would block the reader indefinitely.
   const int file = open(WindowsAgentCommon::WideToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file == -1) return errno;
   int error = CheckRegular(file);

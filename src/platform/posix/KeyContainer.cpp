@@ -39,18 +39,18 @@ using ContextPointer = std::unique_ptr<EVP_PKEY_CTX, KeyDeleter>;
 using BioPointer = std::unique_ptr<BIO, KeyDeleter>;
 using DecoderPointer = std::unique_ptr<OSSL_DECODER_CTX, KeyDeleter>;
 
-/// Several times what the largest key takes that anybody uses.
+/// Several times the size of the largest key in use.
 constexpr std::size_t maxKeyFileBytes = 65536;
 
-/// A PEM file asks for a passphrase when its key is encrypted; nobody is there to type one.
+/// For an encrypted key a PEM reader asks for a passphrase; nobody is there to type one.
 int RefusePassphrase(char*, int, int, void*) { return -1; }
 
-/// Returns 0, or the number of what keeps the container from being opened.
+/// Returns 0, or the number of the error that prevents opening the container.
 int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
   const std::string name = containerName.empty() ? "default" : WindowsAgentCommon::WideToUtf8(containerName);
   const std::string path =
       WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::GetConfigPath()) + "/keys/" + name + ".pem";
-  // Without O_NONBLOCK a pipe of that name would hold the start for ever.
+  // Without O_NONBLOCK a pipe of that name would block the start indefinitely.
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file == -1) return errno;
   struct stat status {};
@@ -59,7 +59,7 @@ int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
     close(file);
     return error;
   }
-  // A key that others can read is no secret any more, and one that another user has put there is not the agent's.
+  // A key that others can read is no longer secret, and one placed there by another user is not the agent's.
   const bool bOwned = status.st_uid == geteuid() || status.st_uid == 0;
   if (!S_ISREG(status.st_mode) || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0 || !bOwned) {
     close(file);
@@ -72,7 +72,7 @@ int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
   if (error != 0) return error;
   const BioPointer bio(BIO_new_mem_buf(content.Data(), static_cast<int>(content.View().size())));
   if (!bio) return ENOMEM;
-  // Of RSA alone: a reader of every kind of key takes the library three times as long to make.
+  // Only RSA: a reader for every kind of key takes the library three times as long to make.
   EVP_PKEY* decoded = nullptr;
   const DecoderPointer decoder(
       OSSL_DECODER_CTX_new_for_pkey(&decoded, "PEM", nullptr, "RSA", EVP_PKEY_KEYPAIR, nullptr, nullptr));
@@ -83,7 +83,7 @@ int OpenContainer(const std::wstring& containerName, KeyPointer& key) {
   return key ? 0 : EKEYREJECTED;
 }
 
-/// What fails here leaves nothing in the thread's queue of TLS errors, where a later TLS operation would find it.
+/// A failure here leaves nothing in the thread's queue of TLS errors, where a later TLS operation would find it.
 class ErrorQueueMark {
  public:
   ErrorQueueMark() { ERR_set_mark(); }

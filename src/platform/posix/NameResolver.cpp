@@ -16,7 +16,7 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-/// One question to the resolver and what it needs to stay alive for while it is asked.
+/// One request to the resolver and what must stay alive while it runs.
 struct Question {
   std::string m_strHost;
   std::string m_strService;
@@ -42,7 +42,7 @@ struct Question {
 };
 
 #if defined(__SANITIZE_THREAD__)
-// The thread sanitizer's run time does not survive threads that the C library starts for itself.
+// The thread sanitizer's run time does not survive threads that the C library starts itself.
 int Ask(std::unique_ptr<Question>& question, const std::function<bool()>&) { return question->AskNow(); }
 #else
 /// Returns the resolver's code; EAI_CANCELED when interrupted.
@@ -55,7 +55,7 @@ int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInte
   int code = 0;
   while ((code = gai_error(list[0])) == EAI_INPROGRESS) {
     if (isInterrupted()) {
-      // A question that is being asked cannot be taken back; it then keeps what it points at, for good.
+      // A request that is running cannot be cancelled; what it points at is then kept for good.
       if (gai_cancel(list[0]) == EAI_NOTCANCELED) static_cast<void>(question.release());
       return EAI_CANCELED;
     }
@@ -70,7 +70,7 @@ int ToSocketError(int resolverCode) {
     case EAI_CANCELED: return ErrorInterrupted;
     case EAI_AGAIN:
     case EAI_MEMORY:
-    // The system's own number stays in the thread that the resolver asked in.
+    // The system's own number stays in the thread in which the resolver asked.
     case EAI_SYSTEM: return ErrorHostTryAgain;
     case EAI_FAIL: return ErrorHostNoRecovery;
     default: return ErrorHostNotFound;

@@ -1,4 +1,4 @@
-// Reading a file that is open.
+// Reads an open file.
 #pragma once
 
 #include "platform/SecretText.h"
@@ -10,7 +10,7 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// Reads from where `file` stands to its end, at most `maxBytes`. Returns 0, or the system's error number with
+/// Reads from the position of `file` to its end, at most `maxBytes`. Returns 0, or the system's error number with
 /// `content` empty.
 inline int ReadDescriptor(int file, std::size_t maxBytes, SecretText& content) {
   content.Resize(maxBytes);

@@ -15,7 +15,7 @@ struct ErrorPair {
   int caller;
 };
 
-// Where two system numbers share a caller's number, the first is the one converted back to.
+// Where two system numbers share a caller's number, converting back gives the first.
 constexpr ErrorPair errorPairs[] = {
     {ETIME, ErrorWaitTimeout},
     {EINTR, ErrorInterrupted},
@@ -82,7 +82,7 @@ int LastSocketError() { return ToCallerError(errno); }
 
 std::string SocketErrorText(int callerError) {
   switch (callerError) {
-    // No errno stands for these; the resolver has its own texts.
+    // No errno exists for these; the resolver has its own texts.
     case ErrorPeerClosed: return "Connection closed by the peer";
     case ErrorHostNotFound: return gai_strerror(EAI_NONAME);
     case ErrorHostTryAgain: return gai_strerror(EAI_AGAIN);

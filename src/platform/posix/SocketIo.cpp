@@ -85,8 +85,8 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
 }
 
 int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
-  // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
-  // bounded, because a peer that never stops sending must not keep us from writing.
+  // A receiver has no reason to send. If it does, the data are discarded, because an end of file may follow; with a
+  // limit, because a peer that never stops sending must not prevent writing.
   constexpr int maxReads = 16;
   char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
@@ -103,7 +103,7 @@ int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
 }
 
 void KeepBacklogSmall(ACE_HANDLE handle) {
-  // What is on its way does not count, so a fast connection over a long distance is not slowed down.
+  // Data in transit do not count, so a fast connection over a long distance is not slowed down.
   const int unsentBytes = 128 * 1024;
   setsockopt(handle, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsentBytes, sizeof unsentBytes);
 }
@@ -139,7 +139,7 @@ int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
 }
 
 BrokenPipeGuard::BrokenPipeGuard() {
-  // A signal that was pending before is somebody else's and stays.
+  // A signal that was already pending is not ours and stays.
   if (IsBrokenPipePending()) return;
   const sigset_t set = BrokenPipeSet();
   sigset_t previous;

@@ -10,10 +10,11 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-/// Nothing is inherited. All for the system, the administrators and the file's owner; reading for everybody.
+/// Nothing is inherited. Full access for the system, the administrators and the file's owner; read access for
+/// everybody.
 constexpr const wchar_t* accessRules = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;S-1-3-4)(A;;FR;;;WD)";
 
-/// Creates a file of a new name beside `path`, which goes to `created`. Returns 0 or the system's error number.
+/// Creates a file with a new name next to `path` and stores it in `created`. Returns 0 or the system's error number.
 int CreateBeside(const std::wstring& path, std::wstring& created, HANDLE& file) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(accessRules, SDDL_REVISION_1, &descriptor, nullptr)) {
@@ -23,7 +24,7 @@ int CreateBeside(const std::wstring& path, std::wstring& created, HANDLE& file) 
   SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
   constexpr int maxAttempts = 1000;
   DWORD error = ERROR_FILE_EXISTS;
-  // A process of the same number may have left files behind when it was ended.
+  // A process with the same number may have left files behind when it was killed.
   for (int attempt = 0; attempt < maxAttempts && error == ERROR_FILE_EXISTS; ++attempt) {
     created = path + L'.' + std::to_wstring(GetCurrentProcessId()) + L'-' + std::to_wstring(attempt);
     file = CreateFileW(created.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);

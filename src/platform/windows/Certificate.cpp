@@ -14,8 +14,8 @@ constexpr std::size_t maxNameUnits = 127;
 
 PCCERT_CONTEXT Context(const std::shared_ptr<const void>& native) { return static_cast<PCCERT_CONTEXT>(native.get()); }
 
-/// The name that `convert` writes into a buffer of a size, and whose size it returns without one. Cut here, because the
-/// conversions do not agree on what they do with a buffer that is too small.
+/// The name that `convert` writes into a buffer of a given size; without a buffer it returns the size. Cut here,
+/// because the conversions handle a buffer that is too small in different ways.
 template <class Convert>
 std::wstring NameText(Convert convert) {
   std::wstring text(convert(nullptr, 0), L'\0');

@@ -13,7 +13,7 @@ int ReadFileHead(const std::wstring& path, std::size_t maxBytes, SecretText& con
   if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
   content.Resize(maxBytes);
   std::size_t filled = 0;
-  // Pipes and devices have names of their own here.
+  // Pipes and devices have their own kinds of names here.
   DWORD error = GetFileType(file) == FILE_TYPE_DISK ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
   while (error == ERROR_SUCCESS && filled < maxBytes) {
     DWORD count = 0;

@@ -15,7 +15,7 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-/// An open container; released at the end.
+/// An open container; released on destruction.
 class Container {
  public:
   /// Returns 0 or the system's error number.
@@ -47,7 +47,7 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
   if (!CryptGetKeyParam(container.m_key, KP_BLOCKLEN, reinterpret_cast<BYTE*>(&blockBits), &size, 0)) {
     return static_cast<int>(GetLastError());
   }
-  // Not every provider looks at the length before it reads.
+  // Not every provider checks the length before it reads.
   if (cipherText.size() != blockBits / 8) return static_cast<int>(NTE_BAD_LEN);
   // The provider takes the least significant byte first.
   SecretText decrypted;
@@ -71,7 +71,7 @@ int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>
   if (!CryptExportPublicKeyInfo(container.m_provider, AT_KEYEXCHANGE, encoding, nullptr, &size)) {
     return static_cast<int>(GetLastError());
   }
-  // The structure stands at the front of the bytes that it points into.
+  // The structure is at the start of the bytes that it points into.
   std::vector<CERT_PUBLIC_KEY_INFO> memory(size / sizeof(CERT_PUBLIC_KEY_INFO) + 1);
   if (!CryptExportPublicKeyInfo(container.m_provider, AT_KEYEXCHANGE, encoding, memory.data(), &size)) {
     return static_cast<int>(GetLastError());

@@ -21,7 +21,7 @@ namespace {
 
 constexpr DWORD waitSliceMs = 50;
 
-/// One question to the resolver and what it needs to stay alive for while it is asked.
+/// One request to the resolver and what must stay alive while it runs.
 struct Question {
   std::wstring m_strHost;
   std::wstring m_strService;
@@ -54,7 +54,7 @@ int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInte
   while (WaitForSingleObject(question->m_overlapped.hEvent, waitSliceMs) == WAIT_TIMEOUT) {
     if (!isInterrupted()) continue;
     GetAddrInfoExCancel(&cancel);
-    // A question that does not let itself be taken back keeps what it points at, for good.
+    // A request that cannot be cancelled keeps what it points at for good.
     if (WaitForSingleObject(question->m_overlapped.hEvent, waitSliceMs) == WAIT_TIMEOUT) {
       static_cast<void>(question.release());
     }
@@ -76,12 +76,13 @@ ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFa
   }
   auto question = std::make_unique<Question>(std::move(name), port, family);
   if (const int code = Ask(question, isInterrupted); code != 0) {
-    // A name without an address of the family is as good as none. Some systems give a number that is none of theirs.
+    // A name without an address of the family counts as unknown. Some systems return a number that is not one of
+    // theirs.
     resolved.m_error = code == WSANO_DATA || code < 0 ? ErrorHostNotFound : code;
     return resolved;
   }
   for (const ADDRINFOEXW* entry = question->m_pResult; entry;
-       // Some headers declare this member with a type of its own.
+       // Some headers declare this member with their own type.
        entry = reinterpret_cast<const ADDRINFOEXW*>(entry->ai_next)) {
     ACE_INET_Addr address;
     if (address.set(reinterpret_cast<const sockaddr_in*>(entry->ai_addr), static_cast<int>(entry->ai_addrlen)) == 0) {

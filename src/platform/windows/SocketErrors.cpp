@@ -14,7 +14,7 @@ int ToSystemError(int callerError) { return callerError; }
 int LastSocketError() { return errno; }
 
 std::string SocketErrorText(int callerError) {
-  // The C run time's number, for which the system's table has another meaning.
+  // The C run time's number, which has another meaning in the system's table.
   if (callerError == ErrorWaitTimeout) return "The wait timed out";
   return WindowsAgentCommon::GetLastErrorText(callerError);
 }

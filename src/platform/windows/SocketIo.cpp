@@ -94,8 +94,8 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
 }
 
 int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
-  // A receiver has no reason to send. What it sends all the same is discarded, because an end of file stands behind it;
-  // bounded, because a peer that never stops sending must not keep us from writing.
+  // A receiver has no reason to send. If it does, the data are discarded, because an end of file may follow; with a
+  // limit, because a peer that never stops sending must not prevent writing.
   constexpr int maxReads = 16;
   char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
@@ -136,7 +136,7 @@ int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t interval
 }
 
 int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
-  // Options of newer systems than the headers know; older ones tell no times. In seconds.
+  // Options of newer systems than the headers know; older ones report no times. In seconds.
   constexpr int idleOption = 3;
   constexpr int intervalOption = 17;
   const auto read = [handle](int level, int option) -> std::optional<DWORD> {

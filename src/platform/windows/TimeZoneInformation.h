@@ -1,4 +1,4 @@
-// From the system's description of a time zone to ours.
+// Converts the system's description of a time zone to ours.
 #pragma once
 
 #include "platform/TimeZone.h"
