@@ -8,7 +8,7 @@ if(ACE_INCLUDE_DIR AND EXISTS "${ACE_INCLUDE_DIR}/ace/Version.h")
 endif()
 
 if(WIN32)
-  # What a program needs beside itself.
+  # What a program needs at run time.
   find_file(ACE_RUNTIME NAMES libACE.dll PATH_SUFFIXES bin)
   mark_as_advanced(ACE_RUNTIME)
 endif()

@@ -1,5 +1,5 @@
 # Finds another host framework: SORVEX_COMMON_ROOT holds include/ (host/*.h, SorvexCommonExport.h) and lib/ (the library
-# or its import library). Gives the target Sorvex::Common.
+# or its import library). Provides the target Sorvex::Common.
 find_path(SorvexCommon_INCLUDE_DIR host/IComponentFactory.h
   PATHS "${SORVEX_COMMON_ROOT}/include" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 find_library(SorvexCommon_LIBRARY NAMES SorvexCommon

@@ -1,4 +1,4 @@
-// A configuration as a server or an administrator may write it.
+// A configuration from a server or an administrator.
 #include <settings/Settings.h>
 
 #include <cstdint>
@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto takeCertificate = [](const std::string& certificate) { return certificate; };
   try {
     const Settings settings = ReadSettings(text, takeCertificate);
-    // What is read once is read the same again.
+    // Reading it again gives the same result.
     if (ReadSettings(text, takeCertificate).destinations != settings.destinations) std::abort();
     for (const DestinationSettings& destination : settings.destinations) {
       if (destination.parameters.count("TargetPort") != 1 || destination.Url().empty()) std::abort();

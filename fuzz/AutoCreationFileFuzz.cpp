@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!VaroCommunicationAPI::ProcessAutoCreationFile(file.Write(data, size), parameters, {})) std::abort();
   for (const auto& entry : parameters) {
     if (!entry.first.starts_with("AutoCreation.")) std::abort();
-    // What came from UTF-16 is valid UTF-8: it survives the way to wide text and back, and no byte of it stands alone.
+    // Text converted from UTF-16 is valid UTF-8: it survives conversion to wide text and back, without stray bytes.
     const std::wstring wide = WindowsAgentCommon::Utf8ToWide(entry.second);
     const bool loneBytes = std::any_of(wide.begin(), wide.end(), [](wchar_t unit) {
       return sizeof unit == 4 && unit >= L'\xDC00' && unit <= L'\xDFFF';

@@ -1,4 +1,4 @@
-// What an agent sends to the reference server over HTTPS: requests, one behind the other, in pieces.
+// Requests of an agent to the reference server over HTTPS, consecutive and in pieces.
 #include <HttpsRequest.h>
 
 #include <algorithm>
@@ -25,14 +25,14 @@ std::size_t Held(const HttpsCommand& command) {
 /// Returns the bytes of the request, or 0.
 std::size_t Read(std::string_view input) {
   const std::optional<HttpsRequest> whole = HttpsRequestReader().Read(input);
-  // In pieces it is the same request, and complete at the same byte.
+  // In pieces it is the same request, complete at the same byte.
   HttpsRequestReader reader;
   const std::size_t step = std::max<std::size_t>(1, input.size() / 64);
   std::optional<HttpsRequest> pieced;
   for (std::size_t size = 0; size <= input.size() && !pieced; size += step) pieced = reader.Read(input.substr(0, size));
   if (!pieced) pieced = reader.Read(input);
   Require(whole.has_value() == pieced.has_value());
-  // Whoever keeps what it has read until a request is complete keeps no more than this.
+  // A caller that keeps what it has read until a request is complete keeps no more than this.
   Require(whole || input.size() < maxHttpsRequestBytes);
   if (!whole) return 0;
   Require(whole->content.index() == pieced->content.index());
@@ -49,7 +49,7 @@ std::size_t Read(std::string_view input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view input(reinterpret_cast<const char*>(data), size);
-  // The target alone as well: most of what can be said of a head is the library's business.
+  // The target alone too: most rules of a header are the library's.
   const auto target = ReadHttpsCommand(input);
   if (const auto* const command = std::get_if<HttpsCommand>(&target)) Require(Held(*command) <= size);
   while (const std::size_t read = Read(input)) input.remove_prefix(read);

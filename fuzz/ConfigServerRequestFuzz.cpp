@@ -1,4 +1,4 @@
-// What an agent sends to the reference server: requests, one behind the other.
+// Consecutive requests of an agent to the reference server.
 #include <Request.h>
 
 #include <cstdint>
@@ -9,7 +9,7 @@ namespace {
 
 using namespace sorvex::configserver;
 
-/// What stands in the request must be part of its bytes.
+/// The request's content must be part of its bytes.
 struct CheckSize {
   std::size_t size;
 
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Request request;
     const ReadResult read = ReadRequest(input, request);
     if (read.state != ReadState::Complete) {
-      // Whoever keeps what it has read until a request is complete keeps no more than this.
+      // A caller that keeps what it has read until a request is complete keeps no more than this.
       if (read.state == ReadState::NeedsMore && input.size() > maxRequestBytes) std::abort();
       return 0;
     }

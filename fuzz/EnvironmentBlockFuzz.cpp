@@ -1,4 +1,4 @@
-// Typed look-ups over parameters of any content. The first line is the pattern and the key, the rest are entries.
+// Typed look-ups in arbitrary parameters. The first line is the pattern and the key, the rest are entries.
 #include "install/InstallLines.h"
 
 #include <host/EnvironmentBlockHelper.h>

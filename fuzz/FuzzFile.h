@@ -12,7 +12,7 @@
 
 namespace sorvex::test {
 
-/// Its directory is the configuration directory too, and nothing is logged.
+/// Its directory is also the configuration directory, and nothing is logged.
 class FuzzFile {
  public:
   FuzzFile() {

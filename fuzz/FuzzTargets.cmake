@@ -1,4 +1,4 @@
-# The fuzz targets: name, source, and the library that they look at if it is not the module. Each has its corpus in
+# The fuzz targets: name, source, and the library under test if it is not the module. Each has its corpus in
 # corpus/<name>.
 set(FUZZ_TARGETS
   agent_config:AgentConfigFuzz.cpp:SorvexSettings
@@ -19,7 +19,7 @@ set(FUZZ_TARGETS
   wire_fields:WireFieldsFuzz.cpp)
 set(FUZZ_DIRECTORY "${CMAKE_CURRENT_LIST_DIR}")
 
-# sorvex_add_fuzz_programs(PREFIX SETTINGS extra libraries...): one program a target, whose names it leaves in
+# sorvex_add_fuzz_programs(PREFIX SETTINGS extra libraries...): one program per target; stores their names in
 # FUZZ_PROGRAMS.
 function(sorvex_add_fuzz_programs prefix settings)
   set(programs)

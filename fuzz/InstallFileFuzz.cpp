@@ -1,4 +1,4 @@
-// The install configuration file, up to the token that cannot be decrypted for want of a key.
+// The install configuration file, up to the token, which cannot be decrypted because there is no key.
 #include "FuzzFile.h"
 
 #include "install/InstallConfigFileProcessor.h"

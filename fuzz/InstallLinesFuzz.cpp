@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   VaroCommunicationAPI::AddInstallLines(text, {}, all);
   WindowsAgentCommon::ParameterBlock some;
   VaroCommunicationAPI::AddInstallLines(text, "AutoCreation.", some);
-  // Every line of the prefix is also a line, and no value keeps a line end.
+  // Every line with the prefix is also a line, and no value contains a line end.
   if (some.size() > all.size()) std::abort();
   for (const auto& entry : all) {
     if (entry.first.find('=') != std::string::npos || entry.second.find('\n') != std::string::npos) std::abort();

@@ -1,4 +1,4 @@
-// The versions in the message of a mismatch. Each '#' of the input stands for ten thousand digits.
+// The versions in the message of a mismatch. Each '#' of the input becomes ten thousand digits.
 #include "wire/ProtocolMismatchException.h"
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The file in which the positions of followed files are kept.
+// The file with the positions of followed files.
 #include <collect/Positions.h>
 
 #include <cstdint>
@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace sorvex::collect;
   Positions positions;
   ReadPositions({reinterpret_cast<const char*>(data), size}, positions);
-  // What was believed can be written and read again.
+  // What was accepted can be written and read again.
   Positions again;
   if (!ReadPositions(WritePositions(positions), again)) std::abort();
   if (again.patterns != positions.patterns || again.places.size() != positions.places.size()) std::abort();

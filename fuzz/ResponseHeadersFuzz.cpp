@@ -1,4 +1,4 @@
-// The header lines of an HTTP response, each as libcurl hands it over. Each '#' of the input stands for ten thousand
+// The header lines of an HTTP response, one at a time as from libcurl. Each '#' of the input becomes ten thousand
 // letters.
 #include "connection/ConfigServerConnection.h"
 #include "support/ConfigServerConnectionPeer.h"

@@ -7,7 +7,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace WindowsAgentCommon;
-  // Once converted, a text is valid and converts without loss; where wide text has room for bytes, any text does.
+  // Once converted, a text is valid and converts without loss; where wide text can hold bytes, any text does.
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   const std::wstring wide = Utf8ToWide(bytes);
   const std::string narrow = WideToUtf8(wide);

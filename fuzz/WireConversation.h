@@ -1,4 +1,4 @@
-// A client of the wire protocol beside a server that says anything.
+// A client of the wire protocol with a server that sends anything.
 #pragma once
 
 #include "support/FakeRawSocket.h"
@@ -20,7 +20,7 @@
 
 namespace sorvex::test {
 
-/// Sees to it that nothing the server says starts a line of the log.
+/// Checks that nothing from the server starts a line of the log.
 class LineCheckingSink : public WindowsAgentCommon::ILogSink {
  public:
   bool IsEnabled(WindowsAgentCommon::LogLevel) const override { return true; }
@@ -36,7 +36,7 @@ struct LineCheckingLog {
 /// How an exchange ends.
 enum class Ending { Returned, SocketFailure, BadType, OtherVersion };
 
-/// What a client should make of what the server says, read a second time, with bounds of its own.
+/// The expected result of the server's bytes, read independently with separate bounds.
 class ExpectedClient {
  public:
   struct Data {
@@ -91,7 +91,7 @@ class ExpectedClient {
 
   std::string_view TakeText(std::uint32_t bound) { return Take(TakeNumber(), bound); }
 
-  /// Releases `held` first: whatever fails from here on, nothing old is left.
+  /// Releases `held` first: after any later failure nothing old is left.
   void TakeData(Data& held) {
     held = {};
     const std::uint32_t size = TakeNumber();
@@ -151,7 +151,7 @@ inline Ending ExchangeEnding(SSLConfigServerProto::ISSLConfigServerAPIClient& cl
   return Ending::Returned;
 }
 
-/// A block is handed out when something is held, and then not an empty one.
+/// A block is returned if something is held, and is then not empty.
 inline bool HandsOut(bool bHeld, const std::shared_ptr<ACE_Message_Block>& block, const std::string& content) {
   if (!bHeld || !block) return !bHeld && !block && content.empty();
   return block->length() != 0 && std::string_view(block->rd_ptr(), block->length()) == content;
@@ -168,7 +168,8 @@ inline void CheckHeld(const SSLConfigServerProto::ISSLConfigServerAPIClient& cli
   if (!HandsOut(client.GetServerPublicKey(block), block, expected.ServerPublicKey().content)) std::abort();
 }
 
-/// The first line of `input` chooses the exchanges, '1' to '5' by their request type; the server says the rest.
+/// The first line of `input` chooses the exchanges, '1' to '5' by their request type; the rest is what the server
+/// sends.
 inline void Converse(SSLConfigServerProto::ISSLConfigServerAPIClient& client,
                      SSLConfigServerProto::WireProtocol protocol, std::string_view input) {
   const std::size_t end = std::min(input.find('\n'), input.size());
@@ -185,7 +186,7 @@ inline void Converse(SSLConfigServerProto::ISSLConfigServerAPIClient& client,
     if (ending == Ending::Returned && resultCode != expected.ResultCode()) std::abort();
     if (socket->Unread() != expected.Unread()) std::abort();
     for (const FakeRawSocket::Call& call : socket->Calls()) {
-      // What is asked for is allocated before: never more than a bound allows.
+      // The size requested was allocated before: never more than a bound allows.
       if (call.kind == FakeRawSocket::Call::Kind::Receive && call.length > expected.LongestRead()) std::abort();
     }
     CheckHeld(client, expected);

@@ -23,14 +23,14 @@ using namespace SSLConfigServerProto;
 using sorvex::test::FakeRawSocket;
 using VaroCommunicationAPI::SocketSerializer;
 
-/// What is asked of the socket is allocated before: never more than the bound, beside the numbers.
+/// The size requested from the socket was allocated before: never more than the bound, apart from the numbers.
 void CheckReads(const FakeRawSocket& socket, std::uint32_t bound) {
   for (const FakeRawSocket::Call& call : socket.Calls()) {
     if (call.kind == FakeRawSocket::Call::Kind::Receive && call.length > std::max(bound, 8u)) std::abort();
   }
 }
 
-/// Whether `read` reads to its end. Otherwise it throws `SocketException`.
+/// Whether `read` finishes. Otherwise it throws `SocketException`.
 template <class Read>
 bool ReadsWhole(Read read) {
   try {
@@ -87,7 +87,7 @@ void ReadBinary(std::string_view input) {
   if (socket->Sent() != expected) std::abort();
 }
 
-/// Looks at what a record is made of.
+/// Examines the fields of a record.
 struct FieldLook {
   void operator()(std::uint32_t) {}
   void operator()(std::int64_t) {}

@@ -1,4 +1,5 @@
-# The Debian packages. What only they hold (notices, changelog) is installed when SORVEX_DEBIAN_PACKAGES is on.
+# The Debian packages. Files that only they contain (notices, changelog) are installed when SORVEX_DEBIAN_PACKAGES is
+# on.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -52,10 +53,10 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "network module of the Sorvex log-colle
 Headers of the module and of its host framework, a CMake package and a
 pkg-config file.")
 
-# What other packages have to depend on for the library.
+# What other packages must depend on for the library.
 file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/debian/host/shlibs"
   "libSorvexCommon ${PROJECT_VERSION_MAJOR} ${host_package} (>= ${PROJECT_VERSION})\n")
-# The dependencies of each package are known when its files are there: PrepareStage.cmake sets them.
+# A package's dependencies are known once its files exist: PrepareStage.cmake sets them.
 set(CPACK_SORVEX_SHLIBS "${CMAKE_CURRENT_BINARY_DIR}/debian/host/shlibs")
 set(CPACK_SORVEX_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
 
@@ -65,7 +66,7 @@ endif()
 
 sorvex_write_notices("${CMAKE_CURRENT_BINARY_DIR}/debian/copyright" libspdlog-dev libfmt-dev libcli11-dev)
 set(DEBIAN_VERSION "${debian_version}")
-# The time of SOURCE_DATE_EPOCH where that is set.
+# The time of SOURCE_DATE_EPOCH, if set.
 string(TIMESTAMP DEBIAN_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(debian/changelog.in debian/changelog.Debian @ONLY)
 

@@ -1,9 +1,9 @@
-# What CPack makes of the components: five Debian packages on POSIX, one archive for Windows.
+# What CPack makes from the components: five Debian packages on POSIX, one archive for Windows.
 set(CPACK_PACKAGE_NAME communicationapi)
 set(CPACK_PACKAGE_VENDOR Sorvex)
 set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
 set(CPACK_PACKAGE_CONTACT "Sorvex maintainers <maintainers@sorvex.example>" CACHE STRING "Who answers for the packages")
-# Each package has a description of its own.
+# Each package has its own description.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGE_DIRECTORY "${CMAKE_BINARY_DIR}/packages")
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS

@@ -1,13 +1,13 @@
-# Run by CPack when the files of the packages lie in their folders, and before it packs them.
+# Run by CPack after the packages' files are in their folders and before it packs them.
 
-# Two packages of the same files are the same bytes: no file keeps the time at which it was made.
+# Packages of the same files are identical: no file keeps its creation time.
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
   execute_process(COMMAND find "${CPACK_TEMPORARY_DIRECTORY}" -exec touch --no-dereference "--date=@$ENV{SOURCE_DATE_EPOCH}" {} +
     COMMAND_ERROR_IS_FATAL ANY)
 endif()
 
 if(CPACK_GENERATOR STREQUAL "DEB")
-  # dpkg-shlibdeps wants to stand beside a control file.
+  # dpkg-shlibdeps expects a control file next to it.
   set(work "${CPACK_TOPLEVEL_DIRECTORY}/shlibdeps")
   file(WRITE "${work}/debian/control" "Source: communicationapi\n")
   foreach(component IN LISTS CPACK_COMPONENTS_ALL)

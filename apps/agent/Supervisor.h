@@ -18,8 +18,8 @@ namespace sorvex::agent {
 /// - an outlet that has made no progress for the user's time;
 /// - all of them shortly after the program was asked to end, when lines already read should have been passed on;
 /// - an outlet without progress for five seconds after the end of the input, if it keeps others from ending.
-/// What an outlet then still writes is limited too. When all are given up, reading ends. A datagram now and then between
-/// failures is no progress: some systems accept every other one for a port on which nobody listens.
+/// What an outlet then still writes is limited too. When all are given up, reading ends. A datagram now and then
+/// between failures is no progress: some systems accept every other one for a port on which nobody listens.
 class Supervisor {
  public:
   /// `outlets` outlive the supervisor; it is made before they are opened and destroyed after they were closed.

@@ -31,7 +31,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-# CMake's FindOpenSSL adds Windows' own libraries only when told this.
+# CMake's FindOpenSSL adds Windows' own libraries only with this setting.
 set(OPENSSL_USE_STATIC_LIBS TRUE)
 
 # One Windows version for all: what the headers declare depends on it.

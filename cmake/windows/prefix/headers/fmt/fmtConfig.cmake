@@ -1,4 +1,4 @@
-# fmt without its compiled library: everything is in the headers.
+# fmt without its compiled library: header-only.
 if(NOT TARGET fmt::fmt-header-only)
   foreach(name fmt fmt-header-only)
     add_library(fmt::${name} INTERFACE IMPORTED)

@@ -1,4 +1,4 @@
-# spdlog without its compiled library: everything is in the headers.
+# spdlog without its compiled library: header-only.
 include(CMakeFindDependencyMacro)
 find_dependency(fmt CONFIG)
 find_dependency(Threads)
