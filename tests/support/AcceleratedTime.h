@@ -1,4 +1,4 @@
-// Clocks for sockets that are held under load for long.
+// Clocks for long load tests of sockets.
 #pragma once
 
 #include "sockets/SocketTime.h"

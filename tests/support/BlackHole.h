@@ -1,4 +1,4 @@
-// Loopback ports on which nothing that is sent gets anywhere.
+// Loopback ports that swallow everything.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace sorvex::test {
 
-/// Listens without accepting and fills the queue of waiting connections, so that the system drops what else knocks: a
+/// Listens without accepting and fills the queue of waiting connections, so that the system drops further ones: a
 /// connection neither succeeds nor fails.
 class BlackHole {
  public:
@@ -20,7 +20,7 @@ class BlackHole {
   std::unique_ptr<State> m_pState;
 };
 
-/// A UDP port that takes datagrams which nobody reads.
+/// A UDP port whose datagrams nobody reads.
 class DatagramBlackHole {
  public:
   explicit DatagramBlackHole(std::uint16_t port);

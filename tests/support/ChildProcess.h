@@ -1,4 +1,4 @@
-// Running a program as a child of a test.
+// Runs a program as a child of a test.
 #pragma once
 
 #include <chrono>
@@ -11,28 +11,29 @@
 
 namespace sorvex::test {
 
-/// A running program whose standard input is a pipe and whose standard output and error are kept. Used by one thread.
+/// A running program whose standard input is a pipe and whose standard output and error are kept. One thread.
 class ChildProcess {
  public:
   /// Starts `program`; arguments are UTF-8. Throws `std::system_error` when it cannot be started.
   ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments);
-  /// Ends the program by force when it still runs.
+  /// Kills the program if it still runs.
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  /// Writes to the program's standard input; waits until it takes the text. Returns false when it has closed it.
+  /// Writes to the program's standard input; waits until it takes the text. Returns false when the program has closed
+  /// it.
   bool WriteInput(std::string_view text);
   void CloseInput();
 
-  /// Asks the program to end, as SIGTERM does.
+  /// Asks the program to end, like SIGTERM.
   void RequestEnd();
 
   /// Waits for the program's end. Returns its exit status, 128 plus the number of the signal that ended it, or nothing
   /// when it still runs after `limit`.
   std::optional<int> Wait(std::chrono::milliseconds limit);
 
-  /// What it has written so far.
+  /// Its output so far.
   std::string Output() const;
   std::string Errors() const;
 
@@ -44,12 +45,12 @@ class ChildProcess {
 };
 
 struct ProcessResult {
-  int status = -1;  ///< -1: it had to be ended by force
+  int status = -1;  ///< -1: it had to be killed
   std::string output;
   std::string errors;
 };
 
-/// Runs a program to its end, which has to come within two minutes, with `input` as its whole standard input.
+/// Runs a program to its end, within two minutes, with `input` as its whole standard input.
 inline ProcessResult RunProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                                 std::string_view input = {}) {
   ChildProcess process(program, arguments);

@@ -67,7 +67,7 @@ struct ChildProcess::State {
 
 ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments)
     : m_pState(std::make_unique<State>()) {
-  // A program that does not read its input is no reason for the test to end.
+  // A program that does not read its input must not end the test.
   signal(SIGPIPE, SIG_IGN);
 
   std::array<int, 2> inputPipe{};

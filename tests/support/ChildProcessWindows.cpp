@@ -43,7 +43,7 @@ SECURITY_ATTRIBUTES* Inheritable() {
   return &attributes;
 }
 
-/// A file that keeps what the program writes, gone with the last handle. The program's end has a position of its own.
+/// A file with the program's output, deleted with the last handle. The program has its own write position.
 struct Record {
   Record() {
     wchar_t directory[MAX_PATH + 1];
@@ -73,7 +73,7 @@ struct Record {
   Handle writer;
 };
 
-/// The argument as the C run time and CommandLineToArgvW take it apart again.
+/// Quotes the argument for the parsers of the C run time and CommandLineToArgvW.
 std::wstring Quoted(const std::wstring& argument) {
   std::wstring text = L"\"";
   std::size_t backslashes = 0;
@@ -114,7 +114,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vect
     commandLine += L' ' + Quoted(WindowsAgentCommon::Utf8ToWide(argument));
   }
 
-  // Other handles of the test, its sockets above all, must not live on in the program.
+  // The program must not inherit the test's other handles, above all its sockets.
   std::array<HANDLE, 3> inherited{childInput.Get(), m_pState->output.writer.Get(), m_pState->errors.writer.Get()};
   SIZE_T size = 0;
   InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
@@ -132,7 +132,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vect
   startup.StartupInfo.hStdOutput = inherited[1];
   startup.StartupInfo.hStdError = inherited[2];
   PROCESS_INFORMATION information{};
-  // A group of its own: a request to end it does not reach the test.
+  // A separate group: a request to end it does not reach the test.
   const BOOL started = CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
                                       EXTENDED_STARTUPINFO_PRESENT | CREATE_NEW_PROCESS_GROUP, nullptr, nullptr,
                                       &startup.StartupInfo, &information);

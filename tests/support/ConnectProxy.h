@@ -1,5 +1,5 @@
-// An HTTP proxy on a free loopback port that leads every tunnel to one port of this machine, whatever host and port it
-// is asked for. With it an ordinary user's test reaches a server "on port 443". It speaks through Boost.Asio.
+// An HTTP proxy on a free loopback port that leads every tunnel to one port of this machine, whatever host and port is
+// requested. With it an ordinary user's test reaches a server "on port 443". It uses Boost.Asio.
 #pragma once
 
 #include "LoopbackTcpServer.h"
@@ -15,12 +15,12 @@ namespace sorvex::test {
 
 class ConnectProxy {
  public:
-  /// Tunnels lead to `targetPort`. With another `answer` than a success, there are none.
+  /// Tunnels lead to `targetPort`. If `answer` is not a success, there are none.
   explicit ConnectProxy(std::uint16_t targetPort, std::string answer = "HTTP/1.1 200 Connection established\r\n\r\n");
 
   std::uint16_t Port() const { return m_server.Port(); }
 
-  /// What clients have asked the proxy itself, byte for byte, up to the empty line.
+  /// The clients' requests to the proxy itself, byte for byte, up to the empty line.
   std::vector<std::string> Requests() const;
 
  private:
@@ -33,11 +33,11 @@ class ConnectProxy {
   LoopbackTcpServer m_server;
 };
 
-/// Has the HTTPS clients of this process use the proxy at a loopback port, and no other, whatever was set before.
+/// Makes the HTTPS clients of this process use only the proxy at a loopback port, whatever was set before.
 class ScopedProxy {
  public:
   explicit ScopedProxy(std::uint16_t port) {
-    // The names with capitals are the same variables on Windows.
+    // On Windows names in upper case are the same variables.
     for (const char* const name : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"}) {
       m_variables.emplace_back(name, std::nullopt);
     }

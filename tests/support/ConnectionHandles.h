@@ -21,7 +21,7 @@ Handle ToHandle(std::intptr_t number) {
   }
 }
 
-/// The handles of this process, among those with low numbers, that `isMeant`.
+/// The handles of this process, among those with low numbers, for which `isMeant` returns true.
 template <class IsMeant>
 std::vector<ACE_HANDLE> HandlesThat(IsMeant isMeant) {
   // Where handles are pointers, they are multiples of four.
@@ -33,7 +33,7 @@ std::vector<ACE_HANDLE> HandlesThat(IsMeant isMeant) {
   return handles;
 }
 
-/// The sockets, over IPv4, that the process has connected to `port`, however it keeps them.
+/// The IPv4 sockets that the process has connected to `port`, wherever it keeps them.
 inline std::vector<ACE_HANDLE> HandlesConnectedTo(std::uint16_t port) {
   return HandlesThat([port](ACE_HANDLE handle) {
     sockaddr_in peer{};
@@ -43,7 +43,7 @@ inline std::vector<ACE_HANDLE> HandlesConnectedTo(std::uint16_t port) {
   });
 }
 
-/// The sockets over IPv4 that the process has open, also those whose peer has reset the connection.
+/// The open IPv4 sockets of the process, including those that the peer has reset.
 inline std::vector<ACE_HANDLE> InternetHandles() {
   return HandlesThat([](ACE_HANDLE handle) {
     sockaddr_in own{};

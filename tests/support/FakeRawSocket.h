@@ -1,4 +1,4 @@
-// A raw socket whose peer is a script: what it will say, and how much it takes.
+// A raw socket with a scripted peer: what it sends, and how much it accepts.
 #pragma once
 
 #include <host/IRawSocket.h>
@@ -13,8 +13,8 @@
 
 namespace sorvex::test {
 
-/// One thread. Connected from the start. Past the end of its input a read comes short by what is missing, and past its
-/// room a write does.
+/// One thread. Connected from the start. A read beyond the input, or a write beyond the room, comes short by what is
+/// missing.
 class FakeRawSocket : public WindowsAgentCommon::IRawSocket {
  public:
   struct Call {
@@ -28,20 +28,20 @@ class FakeRawSocket : public WindowsAgentCommon::IRawSocket {
 
   explicit FakeRawSocket(std::string_view input = {}) : m_input(input) {}
 
-  /// What the peer says next, behind what is still unread.
+  /// What the peer sends next, after what is still unread.
   void Say(std::string_view input) {
     m_input.erase(0, m_position);
     m_position = 0;
     m_input += input;
   }
 
-  /// How many bytes the peer takes from now on.
+  /// How many bytes the peer accepts from now on.
   void SetRoom(std::size_t bytes) { m_room = bytes; }
 
   /// What every following read returns instead of bytes, until 0 is set.
   void FailReads(std::int32_t result) { m_readFailure = result; }
 
-  /// What every following write returns, taking nothing, until 0 is set.
+  /// What every following write returns, accepting nothing, until 0 is set.
   void FailWrites(std::int32_t result) { m_writeFailure = result; }
 
   const std::string& Sent() const { return m_sent; }

@@ -1,4 +1,4 @@
-// Byte vectors as they stand on paper.
+// Byte vectors in readable form.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace sorvex::test {
 
-/// Returns the bytes of `text`: pairs of hexadecimal digits, and texts between apostrophes, which stand for themselves.
-/// Blanks, line feeds and bars between them only part what belongs together. Throws `std::invalid_argument` otherwise.
+/// Returns the bytes of `text`: pairs of hexadecimal digits, and literal texts between apostrophes. Blanks, line feeds
+/// and bars only separate. Throws `std::invalid_argument` otherwise.
 inline std::string HexBytes(std::string_view text) {
   const auto digit = [](char character) -> int {
     if (character >= '0' && character <= '9') return character - '0';

@@ -93,7 +93,7 @@ void ServerConnection::RunOperation() {
   boost::system::error_code ignored;
   m_pState->context.restart();
   do {
-    // Again after each step: where one part of a record has come, a read through TLS goes on to wait for the next.
+    // Again after each step: after one part of a record, a read through TLS continues to wait for the next.
     if (m_bAborted) m_pState->socket.cancel(ignored);
   } while (m_pState->context.run_one() > 0);
 }

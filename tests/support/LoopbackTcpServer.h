@@ -1,4 +1,4 @@
-// A TCP server on a free loopback port whose behaviour toward each connection is given by the test.
+// A TCP server on a free loopback port whose behaviour toward each connection the test defines.
 #pragma once
 
 #include "WaitUntil.h"
@@ -27,7 +27,7 @@ using boost::asio::ip::tcp;
 /// Returns a loopback port on which nothing listens now.
 std::uint16_t UnusedPort();
 
-/// One accepted connection, as a handler sees it. Blocking; `Stop` of the server ends every wait.
+/// One accepted connection, as a handler sees it. Blocking; the server's `Stop` ends every wait.
 class ServerConnection {
  public:
   ServerConnection();
@@ -35,18 +35,18 @@ class ServerConnection {
   ServerConnection(const ServerConnection&) = delete;
   ServerConnection& operator=(const ServerConnection&) = delete;
 
-  /// Reads until the peer ends the connection; returns what came.
+  /// Reads until the peer ends the connection; returns what it read.
   std::string ReadAll();
 
-  /// Appends at most `limit` bytes that have come to `text`; waits for some. Returns false at the end.
+  /// Appends at most `limit` received bytes to `text`; waits for some. Returns false at the end.
   bool ReadSome(std::string& text, std::size_t limit);
 
-  /// Reads exactly `count` bytes, or less when the peer ends the connection before.
+  /// Reads exactly `count` bytes, or less when the peer ends the connection first.
   std::string ReadExactly(std::size_t count);
 
   void Write(std::string_view text);
 
-  /// Makes each write a segment of its own.
+  /// Makes each write a separate segment.
   void SetNoDelay();
 
   /// Closes with a reset instead of an orderly end.
@@ -57,14 +57,14 @@ class ServerConnection {
   /// Ends every operation on the connection, also later ones. Any thread.
   void Abort();
 
-  /// Makes the end of the connection throw away what was not read, as the end of its process would. Any thread.
+  /// Makes closing the connection discard unread data, like the end of its process. Any thread.
   void DiscardAtEnd() { m_bDiscard = true; }
 
-  /// Whether that was asked for; if so, has it prepared.
+  /// Whether that was requested; if so, prepares it.
   bool DiscardsNow();
 
-  /// Runs the operation that was started until its end. Not every system lets another thread end a blocking call, so
-  /// there is none.
+  /// Runs the started operation until its end. There is no blocking call, which on some systems another thread could
+  /// not end.
   void RunOperation();
 
   /// How reading ended; `boost::asio::error::eof` after an orderly end.
@@ -79,14 +79,14 @@ class ServerConnection {
   std::atomic<bool> m_bDiscard{false};
 };
 
-/// Accepts until destroyed; each connection's handler runs in a thread of its own.
+/// Accepts until destroyed; each connection's handler runs in its own thread.
 class LoopbackTcpServer {
  public:
   /// `index` counts connections from 0. A handler may use the server and its connection.
   using Handler = std::function<void(LoopbackTcpServer& server, ServerConnection& connection, int index)>;
 
-  /// `receiveBufferBytes` limits what the system takes for connections that nobody reads; 0 leaves it alone. Throws
-  /// `boost::system::system_error` when the machine lacks the address.
+  /// `receiveBufferBytes` limits what the system buffers for connections that nobody reads; 0 leaves the default.
+  /// Throws `boost::system::system_error` when the machine lacks the address.
   explicit LoopbackTcpServer(Handler handler, std::uint16_t port = 0, int receiveBufferBytes = 0, bool isIPv6 = false);
 
   /// Keeps what every connection sends; see `Received`.
@@ -99,24 +99,24 @@ class LoopbackTcpServer {
   /// Closes the listening socket and every connection, and waits for the handlers. Idempotent.
   void Stop();
 
-  /// Makes every connection end as if the server's process had been killed. `Stop` has to follow.
+  /// Makes every connection end as if the server's process had been killed. Call `Stop` afterwards.
   void Kill();
 
   bool IsStopped() const { return m_bStopped; }
 
-  /// Waits, as a handler, until the server is stopped: the connection stands and nobody reads.
+  /// As a handler, waits until the server is stopped: the connection stays and nobody reads.
   void HoldUntilStopped();
 
   std::uint16_t Port() const { return m_port; }
   int Connections() const { return m_connections; }
 
-  /// Keeps, as a handler, all that the connection sends.
+  /// As a handler, keeps all that the connection sends.
   void KeepAllOf(ServerConnection& connection);
 
   void AddReceived(std::string_view text);
   std::string Received() const;
 
-  /// Waits until at least `count` bytes were received in all; returns what was.
+  /// Waits until at least `count` bytes were received in all; returns them.
   std::string WaitForBytes(std::size_t count);
 
  private:

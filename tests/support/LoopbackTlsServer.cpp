@@ -125,7 +125,7 @@ void LoopbackTlsServer::CountRecord(int isWritten, int, int contentType, const v
 
 void LoopbackTlsServer::Serve(ServerConnection& connection, int index) {
   if (index < m_unanswered) {
-    // Says nothing to the client's first words.
+    // Does not answer the client's first message.
     std::string hello;
     connection.ReadSome(hello, 65536);
     connection.Close();

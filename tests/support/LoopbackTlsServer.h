@@ -1,5 +1,5 @@
-// A TLS server on a free loopback port whose behaviour toward each connection is given by the test. It speaks through
-// Boost.Asio, so that a mistake in the use of another library cannot hide.
+// A TLS server on a free loopback port whose behaviour toward each connection the test defines. It uses Boost.Asio, so
+// that a mistake in the use of another library cannot hide.
 #pragma once
 
 #include "LoopbackTcpServer.h"
@@ -22,18 +22,18 @@ namespace sorvex::test {
 
 struct TlsServerOptions {
   const TlsIdentity* identity = &ServerIdentity();
-  const TlsIdentity* issuer = nullptr;  ///< is shown as well
+  const TlsIdentity* issuer = nullptr;  ///< is presented too
   int minVersion = TLS1_VERSION;
   int maxVersion = TLS1_3_VERSION;
-  bool requestsCertificate = false;  ///< asks the client for a certificate and takes none as well
-  bool requiresCertificate = false;  ///< refuses a client that shows none
-  int unansweredHandshakes = 0;      ///< closes so many connections, the first ones, inside their handshakes
+  bool requestsCertificate = false;  ///< asks the client for a certificate and also accepts none
+  bool requiresCertificate = false;  ///< refuses a client without a certificate
+  int unansweredHandshakes = 0;      ///< closes this many first connections inside their handshakes
   std::uint16_t port = 0;
   bool isIPv6 = false;
-  int receiveBufferBytes = 0;  ///< limits what the system takes for connections that nobody reads
+  int receiveBufferBytes = 0;  ///< limits what the system buffers for connections that nobody reads
 };
 
-/// One connection after its handshake, as a handler sees it. Blocking; `Stop` of the server ends every wait.
+/// One connection after its handshake, as a handler sees it. Blocking; the server's `Stop` ends every wait.
 class TlsServerSession {
  public:
   TlsServerSession(ServerConnection& connection, boost::asio::ssl::context& context);
@@ -43,30 +43,30 @@ class TlsServerSession {
 
   bool Handshake();
 
-  /// Appends at most `limit` bytes that have come to `text`; waits for some. Returns false at the end.
+  /// Appends at most `limit` received bytes to `text`; waits for some. Returns false at the end.
   bool ReadSome(std::string& text, std::size_t limit);
 
-  /// Reads until the peer ends the connection; returns what came.
+  /// Reads until the peer ends the connection; returns what it read.
   std::string ReadAll();
 
-  /// Reads exactly `count` bytes, or less when the peer ends the connection before.
+  /// Reads exactly `count` bytes, or less when the peer ends the connection first.
   std::string ReadExactly(std::size_t count);
 
   void Write(std::string_view text);
 
-  /// Makes each write a segment of its own.
+  /// Makes each write a separate segment.
   void SetNoDelay() { m_connection.SetNoDelay(); }
 
-  /// Says farewell as TLS wants it, and waits for the client's or its end.
+  /// Sends a TLS close_notify and waits for the client's, or its end.
   void CloseNotify();
 
   /// Closes with a reset instead of an orderly end.
   void Reset() { m_connection.Reset(); }
 
-  /// Closes without farewell.
+  /// Closes without close_notify.
   void Close() { m_connection.Close(); }
 
-  /// How the last operation ended; `boost::asio::error::eof` after the client's farewell.
+  /// How the last operation ended; `boost::asio::error::eof` after the client's close_notify.
   const boost::system::error_code& EndError() const;
   SSL* Native();
   boost::asio::basic_stream_socket<tcp>& Socket() { return m_connection.Socket(); }
@@ -79,10 +79,10 @@ class TlsServerSession {
   std::unique_ptr<State> m_pState;
 };
 
-/// Accepts and shakes hands until destroyed; each connection's handler runs in a thread of its own.
+/// Accepts and does handshakes until destroyed; each connection's handler runs in its own thread.
 class LoopbackTlsServer {
  public:
-  /// `index` counts connections from 0, those whose handshake failed as well.
+  /// `index` counts connections from 0, including those whose handshake failed.
   using Handler = std::function<void(LoopbackTlsServer& server, TlsServerSession& session, int index)>;
 
   explicit LoopbackTlsServer(Handler handler, const TlsServerOptions& options = {});
@@ -106,7 +106,7 @@ class LoopbackTlsServer {
   int Handshakes() const { return m_handshakes; }
   int FailedHandshakes() const { return m_failedHandshakes; }
 
-  /// Records of application data that have come, and the bytes of all (with what the cipher adds).
+  /// Received records of application data, and their total bytes (with what the cipher adds).
   std::uint64_t Records() const { return m_records; }
   std::uint64_t RecordBytes() const { return m_recordBytes; }
 

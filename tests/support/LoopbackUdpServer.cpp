@@ -25,7 +25,7 @@ struct LoopbackUdpServer::State {
 LoopbackUdpServer::LoopbackUdpServer(Taker taker, std::uint16_t port)
     : m_taker(std::move(taker)), m_pState(std::make_unique<State>(port)) {
   boost::system::error_code ignored;
-  // As large as the system allows: a burst has to wait for the thread below.
+  // As large as the system allows: a burst must wait for the thread below.
   m_pState->socket.set_option(boost::asio::socket_base::receive_buffer_size(8 * 1024 * 1024), ignored);
   Receive();
   m_thread = std::thread([this] { m_pState->context.run(); });

@@ -20,7 +20,7 @@ std::uint16_t UnusedUdpPort();
 
 class LoopbackUdpServer {
  public:
-  /// Is given each datagram, in a thread of the server's own.
+  /// Called with each datagram, in a thread of the server.
   using Taker = std::function<void(std::string_view datagram)>;
 
   /// Keeps every datagram; see `Datagrams`.
@@ -34,7 +34,7 @@ class LoopbackUdpServer {
   std::uint16_t Port() const;
   std::vector<std::string> Datagrams() const;
 
-  /// Waits until at least `count` datagrams have come; returns those that have.
+  /// Waits until at least `count` datagrams have arrived; returns them.
   std::vector<std::string> WaitForDatagrams(std::size_t count);
 
  private:

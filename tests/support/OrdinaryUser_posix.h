@@ -1,4 +1,4 @@
-// Doing something as a user who may not do everything.
+// Runs code as an unprivileged user.
 #pragma once
 
 #include <grp.h>
@@ -9,8 +9,8 @@
 
 namespace sorvex::test {
 
-/// Calls `function` in a child process that is no superuser's (the one of "nobody" where this process is one's) and
-/// returns the status, 0 to 255, that it returned; -1 when there can be no such process, or when it ended otherwise.
+/// Calls `function` in a child process of an ordinary user ("nobody" if this process is a superuser's) and returns the
+/// status, 0 to 255, that it returned; -1 when there can be no such process, or when it ended otherwise.
 template <class Function>
 int CallAsOrdinaryUser(Function function) {
   constexpr int cannotBecome = 255;

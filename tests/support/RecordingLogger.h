@@ -1,4 +1,4 @@
-// A log sink that keeps what it is given, for tests that look at messages, levels and order.
+// A log sink that keeps its records, for tests of messages, levels and order.
 #pragma once
 
 #include <host/Log.h>
@@ -37,7 +37,7 @@ inline std::ostream& operator<<(std::ostream& out, const LogRecord& record) {
   return out << LevelName(record.level) << ' ' << record.logger << ' ' << record.text;
 }
 
-/// What stands for `value` in a log line.
+/// How `value` appears in a log line.
 inline std::string Logged(std::string_view value) {
   const WindowsAgentCommon::LogArgument argument(value);
   return WindowsAgentCommon::FormatText("%s", &argument, 1, true);
@@ -83,7 +83,7 @@ class RecordingSink : public WindowsAgentCommon::ILogSink {
   std::vector<LogRecord> m_records;
 };
 
-/// Sends every logger that is fetched during its life to a `RecordingSink`, and puts back what was set before.
+/// During its lifetime every logger fetched writes to a `RecordingSink`; the destructor restores the previous sink.
 class RecordingLogger {
  public:
   RecordingLogger() : m_previous(WindowsAgentCommon::LoggerFactory::SetSink(m_sink)) {}

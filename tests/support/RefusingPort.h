@@ -7,7 +7,7 @@
 
 namespace sorvex::test {
 
-/// Holds the port without listening on it, so that nobody else listens there either while this exists.
+/// Holds the port without listening on it, so that nobody else listens there while this exists.
 class RefusingPort {
  public:
   RefusingPort() : m_socket(m_context, {boost::asio::ip::address_v4::loopback(), 0}) {}

@@ -1,4 +1,4 @@
-// The process's time zone, set for the time of a test.
+// Sets the process's time zone for the duration of a test.
 #pragma once
 
 #include "ScopedVariable.h"
@@ -12,8 +12,8 @@ namespace sorvex::test {
 
 class ScopedTimeZone {
  public:
-  /// `zone` is a text that every system's TZ variable takes, such as "IST-5:30": a name and what is to be added to
-  /// local time to give UTC.
+  /// `zone` is a text that every system accepts in TZ, such as "IST-5:30": a name and what to add to local time to get
+  /// UTC.
   explicit ScopedTimeZone(const std::string& zone) {
     m_variable.emplace("TZ", zone);
     ACE_OS::tzset();

@@ -1,4 +1,4 @@
-// A variable of the process's environment, set for the time of a test.
+// Sets an environment variable of the process for the duration of a test.
 #pragma once
 
 #include <ace/OS_NS_stdlib.h>
@@ -24,9 +24,9 @@ class ScopedVariable {
 
  private:
   void Set(const std::optional<std::string>& value) const {
-    // The environment of some systems keeps the text itself.
+    // Some systems keep the text itself in the environment.
     static std::list<std::string> settings;
-    // An empty value removes the variable on Windows, which knows no other way.
+    // On Windows an empty value removes the variable; there is no other way.
     ACE_OS::putenv(settings.emplace_back(m_name + '=' + value.value_or("")).c_str());
     if (!value) ACE_OS::unsetenv(m_name.c_str());
   }

@@ -11,8 +11,8 @@
 
 namespace sorvex::test {
 
-/// The monotonic clock runs as the system's does, but it can be put forward, and a socket's pauses pass ten times as
-/// fast without its noticing. The wall clock is the system's unless it is set. Thread-safe.
+/// The monotonic clock runs like the system's, but can be put forward, and a socket's pauses really last a tenth of
+/// their time. The wall clock is the system's unless it is set. Thread-safe.
 class SkippingTime : public VaroCommunicationAPI::ISocketTime {
  public:
   VaroCommunicationAPI::SteadyTime Now() const override {
@@ -29,13 +29,13 @@ class SkippingTime : public VaroCommunicationAPI::ISocketTime {
     m_skippedInPauses += duration - waited;
   }
 
-  /// What the pauses of the calling thread were shorter than they seemed, all in all. What the thread lived through
-  /// took that much more than the system's clock says.
+  /// The total by which the pauses of the calling thread were shorter than they seemed. Subjectively the thread has
+  /// taken that much longer than the system's clock shows.
   static std::chrono::milliseconds SkippedInPauses() { return m_skippedInPauses; }
 
   void Advance(std::chrono::milliseconds duration) { m_skippedMs += duration.count(); }
 
-  /// Sets the wall clock, as an administrator would; the monotonic one goes on.
+  /// Sets the wall clock, as an administrator would; the monotonic one continues.
   void SetWallClock(std::chrono::seconds offset) { m_wallOffsetSeconds = offset.count(); }
 
  private:

@@ -1,4 +1,4 @@
-// A directory that a test may fill, gone at its end.
+// A directory for a test, deleted at its end.
 #pragma once
 
 #include <host/Text.h>
@@ -16,7 +16,7 @@ namespace sorvex::test {
 
 class TemporaryDirectory {
  public:
-  /// `name` becomes part of the directory's own name; it may hold blanks and non-ASCII characters (UTF-8).
+  /// `name` becomes part of the directory's own name; it may contain blanks and non-ASCII characters (UTF-8).
   explicit TemporaryDirectory(std::string_view name = "sorvex") {
     std::random_device random;
     for (int attempt = 0; attempt < 100; ++attempt) {
@@ -37,7 +37,7 @@ class TemporaryDirectory {
   const std::filesystem::path& Path() const { return m_path; }
   std::wstring Wide() const { return WindowsAgentCommon::PathToWide(m_path); }
 
-  /// Writes a file of exactly these bytes and returns its path. Parent directories are made.
+  /// Writes a file of exactly these bytes and returns its path. Creates parent directories.
   std::filesystem::path Write(const std::filesystem::path& relative, std::string_view content) const {
     std::filesystem::path path = m_path / relative;
     std::filesystem::create_directories(path.parent_path());

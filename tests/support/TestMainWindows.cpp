@@ -6,7 +6,7 @@
 #include <cstdio>
 
 int main(int argc, char** argv) {
-  // A program that dies shows how far it came.
+  // Shows how far a program came that dies.
   std::setvbuf(stdout, nullptr, _IONBF, 0);
   testing::InitGoogleMock(&argc, argv);
   ACE::init();

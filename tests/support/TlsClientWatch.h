@@ -1,12 +1,12 @@
-// What the TLS library knows of a connection that this thread has made.
+// Observes the TLS library's state of a connection that this thread has made.
 #pragma once
 
 #include <openssl/ssl.h>
 
 namespace sorvex::test {
 
-/// From its construction on, knows the youngest of the TLS connections that the thread makes for itself. Servers make
-/// theirs in other threads.
+/// From construction on, tracks the latest TLS connection that the thread makes itself. Servers make theirs in other
+/// threads.
 class TlsClientWatch {
  public:
   TlsClientWatch() {
@@ -17,7 +17,7 @@ class TlsClientWatch {
   TlsClientWatch(const TlsClientWatch&) = delete;
   TlsClientWatch& operator=(const TlsClientWatch&) = delete;
 
-  /// Null when none was made, or when it is gone.
+  /// Null when none was made, or when it no longer exists.
   SSL* Youngest() const { return m_pYoungest; }
 
  private:

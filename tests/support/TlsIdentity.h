@@ -17,8 +17,8 @@ namespace sorvex::test {
 /// A certificate and its key. Copies share them.
 class TlsIdentity {
  public:
-  /// Self-signed when `issuer` is null. `validFor` is in seconds from now and negative for one that is no longer valid.
-  /// Who is self-signed may issue others, and an `isAuthority`.
+  /// Self-signed when `issuer` is null. `validFor` is in seconds from now and negative for an expired one. A
+  /// self-signed one may issue others, and so may an `isAuthority`.
   explicit TlsIdentity(const std::string& commonName, const TlsIdentity* issuer = nullptr, long validFor = 3600,
                        bool isAuthority = false)
       : m_pKey(NewKey(), &EVP_PKEY_free), m_pCertificate(X509_new(), &X509_free) {
@@ -77,7 +77,7 @@ class TlsIdentity {
   std::shared_ptr<X509> m_pCertificate;
 };
 
-/// The one that servers of tests show unless told otherwise; making a key takes its time.
+/// The default certificate of the tests' servers; making a key takes time.
 inline const TlsIdentity& ServerIdentity() {
   static const TlsIdentity identity("loopback");
   return identity;

@@ -1,4 +1,4 @@
-// Waiting for a condition, with a bound.
+// Waits for a condition, with a limit.
 #pragma once
 
 #include <chrono>
@@ -9,7 +9,7 @@ namespace sorvex::test {
 /// How long a test waits for what must happen. Passing takes far less; only a failure takes this long.
 constexpr std::chrono::seconds patience{20};
 
-/// Waits until `condition` holds, looking often; returns whether it did within the test's patience.
+/// Waits until `condition` holds, checking often; returns whether it did within the test's patience.
 template <class Condition>
 bool WaitUntil(Condition condition, std::chrono::milliseconds limit = patience) {
   const auto end = std::chrono::steady_clock::now() + limit;

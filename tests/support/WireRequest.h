@@ -1,4 +1,4 @@
-// Reading requests of the wire protocol on a server's side.
+// Reads requests of the wire protocol on a server's side.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,7 @@
 
 namespace sorvex::test {
 
-/// Reads one request by the size in its header and returns all of it, or less when the peer ends the connection before.
+/// Reads one request by the size in its header and returns all of it, or less when the peer ends the connection first.
 template <class Peer>
 std::string ReadRequest(Peer& peer) {
   const std::string header = peer.ReadExactly(8);
