@@ -17,7 +17,7 @@ code_block() {
     $0 == heading { found = 1 }' "$1"
 }
 
-# start_receiver listens on a free loopback port, stored in $port; what it is sent goes to $work/received.
+# start_receiver listens on a free loopback port, stored in $port, and writes what it receives to $work/received.
 start_receiver() {
   "$root/tests/packages/receive-lines" "$work" &
   receiver=$!
