@@ -32,7 +32,7 @@ struct Version {
 
 void PrintTo(const Version& version, std::ostream* out) { *out << version.option; }
 
-/// `openssl s_server` on a free port; what clients send is its output.
+/// `openssl s_server` on a free port; its output is what clients send.
 class OpensslServer {
  public:
   explicit OpensslServer(const Version& version) {

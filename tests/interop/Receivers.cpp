@@ -33,14 +33,14 @@ std::filesystem::path FindProgram(Daemon daemon) {
   return base / "communicationapi" / "syslog-ng" / "run";
 }
 
-/// Asked for more than the system grants, a receiver gets what it grants.
+/// A receiver that asks for more than the system grants gets what it grants.
 constexpr const char* receiveBuffer = "8388608";
 
 class Rsyslog : public Receiver {
  public:
   Rsyslog(Transport transport, Writing writing, StreamFraming framing) : Receiver(transport) {
     const std::string directory = Directory().Path().string();
-    // Without octet counting a line may begin with a digit; every byte is kept as it comes.
+    // Without octet counting a line may begin with a digit; every byte is kept unchanged.
     const std::string format = writing == Writing::Raw ? "%rawmsg%" : "%hostname%|%app-name%|%msg%";
     Directory().Write("rsyslog.conf", "global(workDirectory=\"" + directory +
                                           "\" maxMessageSize=\"64k\" processInternalMessages=\"off\"\n"
@@ -137,8 +137,8 @@ void Receiver::Start(const std::filesystem::path& program, const std::vector<std
   m_pProcess = std::make_unique<ChildProcess>(program, arguments);
 }
 
-/// Returns the port that the system chose, or 0 as long as the daemon does not listen. Daemons do not tell it: it is
-/// the one that the process listens on.
+/// Returns the port that the system chose, or 0 while the daemon does not listen. Daemons do not report it: it is the
+/// port on which the process listens.
 std::uint16_t Receiver::FindPort() const {
   const std::filesystem::path process = "/proc/" + std::to_string(m_pProcess->Id());
   std::set<std::string> sockets;
@@ -190,7 +190,7 @@ std::string Receiver::Collect(std::uintmax_t bytes) {
 bool IsThere(Daemon daemon, Transport transport) {
   if (!std::filesystem::exists(FindProgram(daemon))) return false;
   if (daemon != Daemon::Rsyslog || transport != Transport::Tls) return true;
-  // Its TLS driver has a package of its own.
+  // Its TLS driver has a separate package.
   std::error_code unreadable;
   const std::filesystem::directory_iterator libraries("/usr/lib", unreadable);
   return std::any_of(begin(libraries), end(libraries), [](const std::filesystem::directory_entry& directory) {

@@ -15,11 +15,11 @@ namespace sorvex::test {
 
 /// What a receiver writes for each message, as one line.
 enum class Writing {
-  Raw,    ///< the message as it came
+  Raw,    ///< the message as received
   Parsed  ///< "host|application|text" of a message of RFC 5424
 };
 
-/// What parts messages that come over a stream.
+/// What separates messages in a stream.
 enum class StreamFraming { LineFeed, OctetCounting };
 
 /// How messages reach a receiver.
@@ -29,24 +29,24 @@ inline void PrintTo(Transport transport, std::ostream* out) {
   *out << (transport == Transport::Tcp ? "TCP" : transport == Transport::Tls ? "TLS" : "UDP");
 }
 
-/// A daemon of its own, unprivileged, in a directory of its own, on a free loopback port. Used by one thread.
+/// A separate daemon, unprivileged, in its own directory, on a free loopback port. One thread.
 class Receiver {
  public:
   virtual ~Receiver();
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
-  /// Waits until the daemon listens and returns its port. Throws `std::runtime_error`, with what the daemon said, when
+  /// Waits until the daemon listens and returns its port. Throws `std::runtime_error`, with the daemon's output, when
   /// it does not within a while.
   std::uint16_t WaitForPort();
 
-  /// The certificate that the receiver shows.
+  /// The receiver's certificate.
   std::filesystem::path CertificateFile() const { return m_directory.Path() / "certificate.pem"; }
 
-  /// Waits until `bytes` bytes are written; returns false when nothing more comes for long.
+  /// Waits until `bytes` bytes are written; returns false when nothing more arrives for long.
   bool WaitForBytes(std::uintmax_t bytes) const;
 
-  /// Waits until `bytes` bytes are written or nothing more comes for long, ends the daemon and returns what it wrote.
+  /// Waits until `bytes` bytes are written or nothing more arrives for long, ends the daemon and returns its output.
   std::string Collect(std::uintmax_t bytes);
 
  protected:
@@ -69,10 +69,10 @@ enum class Daemon { Rsyslog, SyslogNg };
 
 inline void PrintTo(Daemon daemon, std::ostream* out) { *out << (daemon == Daemon::Rsyslog ? "rsyslog" : "syslog-ng"); }
 
-/// Whether the machine has the daemon, with what it needs for the transport.
+/// Whether the machine has the daemon and what it needs for the transport.
 bool IsThere(Daemon daemon, Transport transport);
 
-/// Starts a receiver; its program has to be there.
+/// Starts a receiver; its program must be installed.
 std::unique_ptr<Receiver> StartReceiver(Daemon daemon, Transport transport, Writing writing,
                                         StreamFraming framing = StreamFraming::LineFeed);
 

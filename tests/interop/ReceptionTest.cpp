@@ -1,4 +1,4 @@
-// What syslog daemons make of what the agent sends.
+// What syslog daemons receive from the agent.
 #include "Receivers.h"
 #include "sockets/SSLTCPSocket.h"
 #include "sockets/TCPSocket.h"
@@ -36,11 +36,11 @@ std::string MakeLines(int first, int count, std::size_t longest) {
   for (int number = first; number < first + count; ++number) {
     std::string line = std::to_string(number) + " ";
     const auto seed = static_cast<std::size_t>(number);
-    // One line in fifty is as long as can be, the others as log lines are.
+    // One line in fifty is as long as possible, the others are like log lines.
     const std::size_t length = number % 50 == 0 ? longest : seed * 7919 % 400;
     for (std::size_t part = seed; line.size() < length; ++part) line += parts[part % parts.size()];
     line.resize(std::min(line.size(), longest));
-    // The cut may have fallen into a character.
+    // The cut may be inside a character.
     while (!line.empty() && (line.back() & 0x80) != 0) line.pop_back();
     lines += line + "\n";
   }
@@ -57,7 +57,7 @@ std::vector<std::string_view> Split(std::string_view text) {
   return lines;
 }
 
-/// Tells where the received lines leave the expected ones; a comparison that prints all is of no use here.
+/// Tells where the received lines differ from the expected ones; a comparison that prints all is useless here.
 testing::AssertionResult AreSame(const std::string& received, const std::string& expected) {
   if (received == expected) return testing::AssertionSuccess();
   const std::vector<std::string_view> have = Split(received);
@@ -75,7 +75,7 @@ std::string ThisHost() {
   return name.data();
 }
 
-/// The lines as a receiver writes them that understands messages of RFC 5424.
+/// The lines as written by a receiver that understands RFC 5424.
 std::string AsParsed(const std::string& lines, const std::string& application) {
   std::string parsed;
   const std::string head = ThisHost() + "|" + application + "|";
@@ -169,7 +169,7 @@ TEST_P(StreamReception, CountedMessagesArriveWithTheLineFeedsInThem) {
   }
   socket->Initialize(parameters);
   std::string expected;
-  // Lengths of one digit to four, on both sides of where one digit more is needed.
+  // Lengths of one to four digits, on both sides of where another digit is needed.
   for (const std::size_t length : {1u, 2u, 43u, 44u, 45u, 46u, 943u, 944u, 945u, 946u, 8000u}) {
     std::string text = "two\nlines ";
     text.resize(length, 'x');
@@ -196,8 +196,8 @@ TEST_P(StreamReception, TheAgentCountsOctets) {
 
 class DatagramReception : public Reception {
  protected:
-  /// Lines so few and short that all of them fit into what the system keeps for a receiver that reads none: a datagram
-  /// that finds no room is lost without anybody's fault. The next lines go when these have been written.
+  /// Lines so few and short that all of them fit into the system's buffer for a receiver that reads none: a datagram
+  /// without room is lost. The next lines are sent when these have been written.
   static std::string MakeBurst(int number) { return MakeLines(number * burstLines, burstLines, longestDatagramLine); }
 
   void ForwardInBursts(Writing writing, const std::vector<std::string>& further) {
