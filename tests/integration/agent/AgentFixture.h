@@ -15,7 +15,7 @@
 
 namespace sorvex::test {
 
-/// A directory with an install file, and the agent run on it.
+/// A directory with an install file, and the agent running on it.
 class Installation {
  public:
   explicit Installation(std::string_view installFile = "ApplicationID=7\n", std::string_view name = "agent")
@@ -63,7 +63,7 @@ inline std::vector<std::string> ForwardTo(const std::vector<std::string>& urls,
   return command;
 }
 
-/// What was printed of the destination: the lines from its own to the next one's.
+/// The printed lines of the destination: from its own to the next one's.
 inline std::string BlockOf(const std::string& output, const std::string& url) {
   const std::size_t begin = output.find("destination: " + url + "\n");
   if (begin == std::string::npos) return "";

@@ -1,4 +1,4 @@
-// The agent's command line where it takes a shell and the files of a POSIX system to show what happens.
+// The agent's command line, where a test needs a shell and POSIX files.
 #include "AgentFixture.h"
 #include "support/BlackHole.h"
 #include "support/LoopbackTlsServer.h"

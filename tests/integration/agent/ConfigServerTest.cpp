@@ -1,4 +1,4 @@
-// The agent and the reference configuration server, two programs that share no code of the protocol.
+// The agent and the reference configuration server, two programs that share no protocol code.
 #include "ServedAgent.h"
 
 #include <algorithm>
@@ -55,7 +55,7 @@ TEST_P(AgentWithServer, FetchesItsConfiguration) {
   EXPECT_EQ(result.output, Outcome("true", "0", "0", "Success") + "bytes: 14\nmd5: " + configurationDigest + "\n");
   EXPECT_EQ(m_agent.FileContent(), configuration);
 
-  // Once it has it, it needs it no more.
+  // Once the agent has it, the server no longer needs it.
   m_agent.Directory().Write("AgentConfig.md5", std::string(configurationDigest) + "\r\n");
   const ProcessResult again = m_agent.Fetch({"fetch-configuration"});
   EXPECT_EQ(again.status, 0);
@@ -180,7 +180,7 @@ TEST_P(AgentWithFault, FailsAsToldAndGoesOnWhenTheServerIsWell) {
   } else {
     EXPECT_EQ(first, Outcome("false", "-2147483644", "-2147483644", noAnswer));
   }
-  // The last error stays; the result is that of the second time.
+  // The last error stays; the result is that of the second run.
   const std::string last = result.output.substr(second);
   EXPECT_EQ(Value(last, "result"), "true");
   EXPECT_EQ(Value(last, "result-code"), GetParam().laterCode);

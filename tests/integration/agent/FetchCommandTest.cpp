@@ -1,4 +1,4 @@
-// What the agent does with what a configuration server delivers.
+// What the agent does with data from a configuration server.
 #include "FetchCommandTest.h"
 
 #include "support/RecordingLogger.h"

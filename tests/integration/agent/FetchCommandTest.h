@@ -7,7 +7,7 @@ namespace sorvex::test {
 
 class FetchInstallation : public Installation {
  public:
-  /// `script` holds KEY=VALUE of the scripted module.
+  /// `script` has KEY=VALUE pairs for the scripted module.
   std::vector<std::string> Arguments(const std::vector<std::string>& script,
                                      const std::vector<std::string>& command) const {
     std::vector<std::string> all{"--module", SORVEX_SCRIPTED_MODULE, "--parameter", "Calls=" + CallsPath().string()};
@@ -23,7 +23,7 @@ class FetchInstallation : public Installation {
   std::filesystem::path CallsPath() const { return Directory().Path() / "calls.txt"; }
   std::string Calls() const { return TemporaryDirectory::Read(CallsPath()); }
 
-  /// The folder of the fetched file, which holds the last good one and nothing else.
+  /// The folder of the fetched file, which contains only the last good one.
   std::filesystem::path File() const { return Directory().Path() / "out" / "file"; }
   void WriteOldFile() const { Directory().Write("out/file", "the old one"); }
   void ExpectOldFileAlone() const {
@@ -33,7 +33,7 @@ class FetchInstallation : public Installation {
   }
 };
 
-// The MD5 of "hello", as the md5sum program gives it.
+// The MD5 of "hello", from the md5sum program.
 constexpr const char* helloDigest = "5d41402abc4b2a76b9719d911017c592";
 
 }  // namespace sorvex::test

@@ -5,7 +5,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// The command line as a shell takes it.
+/// The command line as typed in a shell.
 std::string Quoted(const std::vector<std::string>& arguments) {
   std::string line = "'" SORVEX_AGENT_PROGRAM "'";
   for (const std::string& argument : arguments) line += " '" + argument + "'";
@@ -15,7 +15,7 @@ std::string Quoted(const std::vector<std::string>& arguments) {
 TEST(AgentFetchFile, KeepsTheOldOneWhenTheNewCannotBeWritten) {
   const FetchInstallation installation;
   installation.WriteOldFile();
-  // Files end at 512 bytes.
+  // Files are limited to 512 bytes.
   const std::string limit = "ulimit -f 1; trap '' XFSZ; exec ";
   const ProcessResult result = RunProcess(
       "/bin/bash",

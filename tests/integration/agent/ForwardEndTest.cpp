@@ -1,4 +1,4 @@
-// The end of forwarding: an interrupt and --give-up-after against every kind of destination, at whatever moment.
+// The end of forwarding: an interrupt and --give-up-after with every kind of destination, at any moment.
 #include "AgentFixture.h"
 #include "support/BlackHole.h"
 #include "support/LoopbackTlsServer.h"
@@ -60,7 +60,7 @@ const char* NameOf(Kind kind) {
 
 constexpr int smallBuffer = 65536;
 
-/// A destination of one kind, and whatever stands behind it.
+/// A destination of one kind, with its server if any.
 class Peer {
  public:
   explicit Peer(Kind kind) : m_kind(kind) {
@@ -117,7 +117,7 @@ long Number(const std::string& block, const std::string& key) {
   return value == "(absent)" ? -1 : std::stol(value);
 }
 
-/// Checks the counters that stand for one destination.
+/// Checks the counters of one destination.
 void CheckCounters(const std::string& block, long eventsRead) {
   EXPECT_EQ(Number(block, "messages-submitted"),
             Number(block, "messages-sent") + Number(block, "messages-dropped") + Number(block, "refused"))
@@ -148,8 +148,8 @@ class AgentForwardEnd : public testing::TestWithParam<Case> {
     if (std::get<2>(GetParam())) m_urls.push_back(m_live.Url());
   }
 
-  /// More lines than a destination that takes nothing can leave with its socket and the agent, or only two. Standard
-  /// input, which follows, stays open.
+  /// Either more lines than a destination that accepts nothing can buffer in its socket and the agent, or only two.
+  /// Standard input, which follows, stays open.
   std::unique_ptr<ChildProcess> Start(std::vector<std::string> further) {
     std::string lines = "one\ntwo\n";
     if (std::get<3>(GetParam()) == Input::Endless) {
@@ -175,17 +175,17 @@ class AgentForwardEnd : public testing::TestWithParam<Case> {
 
 using AgentForwardTermination = AgentForwardEnd;
 
-/// Seconds within which the program ends after an interrupt, and as many for a busy machine.
+/// Seconds within which the program ends after an interrupt, and as many again for a busy machine.
 constexpr auto interruptLimit = 3s + 3s;
 
-/// What a live destination may take for all of the input.
+/// The time a live destination may need for all of the input.
 constexpr auto liveLimit = 20s;
 
 TEST_P(AgentForwardTermination, EndsItWithCounters) {
   const std::unique_ptr<ChildProcess> agent = Start({});
-  // From here on the agent takes an interrupt for what it is.
+  // From here on the agent handles interrupts.
   ASSERT_TRUE(WaitUntil([&] { return agent->Errors().find("'stand-alone' mode") != std::string::npos; }));
-  // Whatever it has come to by now: connecting, the handshake, a blocked write, a full queue, waiting for input.
+  // Whatever state it is in by now: connecting, the handshake, a blocked write, a full queue, waiting for input.
   EXPECT_EQ(agent->Wait(500ms), std::nullopt);
   agent->RequestEnd();
   EXPECT_EQ(agent->Wait(interruptLimit), 1);
@@ -205,7 +205,7 @@ using AgentForwardGiveUp = AgentForwardEnd;
 
 TEST_P(AgentForwardGiveUp, EndsItWithCounters) {
   const std::unique_ptr<ChildProcess> agent = Start({"--give-up-after", "1"});
-  // A live destination keeps the program waiting for its input, and takes its time for it.
+  // A live destination makes the program wait for its input and needs time to receive it.
   const bool isBesideALiveOne = std::get<2>(GetParam());
   if (isBesideALiveOne) agent->CloseInput();
   EXPECT_EQ(agent->Wait(1s + interruptLimit + (isBesideALiveOne ? liveLimit : 0s)), 1) << agent->Errors();
@@ -240,7 +240,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, AgentForwardDead,
                          testing::Combine(testing::ValuesIn(deadKinds), testing::Values(true), testing::Values(true),
                                           testing::Values(Input::Endless)),
                          CaseName);
-// Two lines go to one that never reads: they are the system's then.
+// Two lines go to one that never reads: the system buffers them.
 INSTANTIATE_TEST_SUITE_P(Unconnected, AgentForwardDead,
                          testing::Combine(testing::Values(Kind::Refused, Kind::BlackHoleTcp, Kind::NoHandshake),
                                           testing::Values(true), testing::Values(true), testing::Values(Input::Short)),
@@ -261,7 +261,7 @@ TEST(AgentForward, SeveralDeadDestinationsAreGivenUpTogether) {
     const SteadyClock::time_point begin = SteadyClock::now();
     ChildProcess agent(SORVEX_AGENT_PROGRAM,
                        installation.Arguments(ForwardTo({first.Url(), second.Url(), third.Url()}, further)));
-    // One after the other would take nine seconds at least.
+    // One after the other would take at least nine seconds.
     EXPECT_EQ(agent.Wait(8500ms), 1) << std::chrono::duration<double>(SteadyClock::now() - begin).count();
   }
 }

@@ -13,7 +13,7 @@ using testing::HasSubstr;
 
 class AgentForwardKinds : public testing::TestWithParam<bool> {
  protected:
-  /// Arguments after the destination, with the strategy that is tested.
+  /// Arguments after the destination, with the strategy under test.
   static std::vector<std::string> Further(std::vector<std::string> further = {}) {
     if (GetParam()) further.emplace_back("--queued");
     return further;
@@ -85,7 +85,7 @@ TEST_P(AgentForwardKinds, EventsThatAreNoDatagramsAreLeftOut) {
   EXPECT_EQ(Value(result.output, "refused"), queued ? "0" : "2");
   EXPECT_EQ(Value(result.output, "unsent"), queued ? "0" : "2");
   EXPECT_EQ(Value(result.output, "messages-dropped"), queued ? "2" : "0");
-  // Once, whatever their number; a queued socket says it in its counters.
+  // Once, whatever their number; a queued socket reports it in its counters.
   const std::string notice = UdpUrl(server.Port()) + ": events that are empty or too long for a datagram are not sent";
   const std::size_t first = result.errors.find(notice);
   EXPECT_EQ(first == std::string::npos, queued) << result.errors;
@@ -104,7 +104,7 @@ TEST(AgentForward, CertificateInDerIsConverted) {
 
 struct WrongCertificate {
   const char* name;
-  std::string (*content)();  ///< made by the one test that needs it: a key takes its time
+  std::string (*content)();  ///< made by the one test that needs it: a key takes time
   const char* reason;
 };
 
@@ -119,7 +119,7 @@ std::string CutOffPem() {
   return pem.substr(0, pem.size() / 2);
 }
 
-/// Its first byte says that it is no sequence.
+/// Its first byte shows that it is not a sequence.
 std::string DamagedPem() {
   std::string pem = ServerIdentity().CertificatePem();
   return pem.replace(pem.find("\nM"), 2, "\nA");

@@ -26,12 +26,12 @@ std::string MakeLines(std::size_t count) {
   return lines;
 }
 
-/// More than a destination that takes nothing can leave with its socket's queue and the agent.
+/// More than a destination that accepts nothing can buffer in its socket's queue and the agent.
 constexpr std::size_t manyLines = 20'000;
 
 long Number(const std::string& block, const std::string& key) { return std::stol(Value(block, key)); }
 
-/// A server that leaves unread what comes.
+/// A server that does not read.
 void Hold(LoopbackTcpServer& server, ServerConnection&, int) { server.HoldUntilStopped(); }
 
 class AgentForwardSeveral : public testing::TestWithParam<bool> {
@@ -65,7 +65,7 @@ TEST_P(AgentForwardSeveral, EachGetsEveryLineInOrder) {
 TEST_P(AgentForwardSeveral, KindsMayBeMixed) {
   std::vector<std::string> expected;
   std::string input;
-  // No more than fits into what the system keeps for a receiver.
+  // No more than fits into the system's receive buffer.
   for (int number = 0; number < 100; ++number) {
     expected.push_back("line " + std::to_string(number));
     input += expected.back() + "\n";

@@ -179,7 +179,7 @@ TEST(AgentForward, SetReachesTheSocket) {
 TEST(AgentForward, EventsThatAFullQueueRefusesAreSentLater) {
   std::string input;
   while (input.size() < 20'000'000) input += std::string(1000, 'x') + "\n";
-  // The queue holds a twentieth of it, and refuses what had no place in it for five seconds.
+  // The queue holds a twentieth of it, and refuses payloads that did not fit for five seconds.
   constexpr auto longerThanTheQueueWaits = 8s;
   LoopbackTcpServer server(
       [&](LoopbackTcpServer& self, ServerConnection& connection, int) {
@@ -296,7 +296,7 @@ TEST(AgentForward, DestinationThatGoesAwayDoesNotEndTheAgent) {
   ChildProcess agent(SORVEX_AGENT_PROGRAM, installation.Arguments(Forward(server.Port())));
   ASSERT_TRUE(agent.WriteInput("a\n"));
   EXPECT_EQ(server.WaitForBytes(2), "a\n");
-  // What is sent until the reset has been noticed may be lost; that something arrives after it is what counts.
+  // What is sent until the reset has been noticed may be lost; something must arrive after it.
   ASSERT_TRUE(WaitUntil([&] { return agent.WriteInput("b\n") && server.Received().size() >= 4; }));
   agent.CloseInput();
   EXPECT_TRUE(agent.Wait(20s).has_value());

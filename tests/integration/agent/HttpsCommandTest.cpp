@@ -1,4 +1,4 @@
-// What the agent does with answers over HTTPS, which its module takes for a success whatever their status.
+// What the agent does with answers over HTTPS, which its module treats as a success whatever their status.
 #include "FetchCommandTest.h"
 
 namespace sorvex::test {

@@ -1,5 +1,5 @@
-// The agent over HTTPS and the reference configuration server. The commands go to port 443, to which a proxy of the
-// test gives another meaning; the certificate is fetched without it.
+// The agent over HTTPS and the reference configuration server. The commands go to port 443, which a proxy of the test
+// redirects; the certificate is fetched without it.
 #include "AgentFixture.h"
 
 #include "integration/configserver/ConfigServerProcess.h"
@@ -22,7 +22,7 @@ constexpr const char* token = "8a2b4c6d-0e1f-4a3b-9c5d-7e8f9a0b1c2d";
 constexpr const char* configuration = "<AgentConfig/>";
 constexpr const char* configurationDigest = "dbdedaf012bb556acd82cb106d1a8a78";
 
-/// An agent that was installed for the server.
+/// An agent installed for the server.
 class HttpsAgent {
  public:
   explicit HttpsAgent(const std::vector<std::string>& serverArguments = {}) : m_server(serverArguments) {
@@ -33,7 +33,7 @@ class HttpsAgent {
     m_installation.Directory().Write("out/file", "the old one");
   }
 
-  /// The agent's server is this one from now on.
+  /// Makes this server the agent's from now on.
   void InstallFor(const ConfigServer& server, const std::string& identifier = "agent-7") {
     m_pProxyOfProcess = nullptr;
     m_pProxy = std::make_unique<ConnectProxy>(server.HttpsPort());
@@ -137,7 +137,7 @@ TEST(AgentAndHttpsServer, NeedOneHandshakeForAHundredCommands) {
   const ProcessResult result = agent.Run({"heartbeat", "--repeat", "100"});
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_EQ(agent.Proxy().Requests().size(), 1u);
-  // Behind the only tunnel there is only one connection; the server has answered each command on it.
+  // One tunnel carries only one connection; the server has answered each command on it.
   const std::string log = agent.Server().Log();
   const std::size_t end = log.find(" agent-7 heartbeat: 200");
   ASSERT_NE(end, std::string::npos);
@@ -281,14 +281,14 @@ class AgentOverHttps : public testing::TestWithParam<const char*> {};
 TEST_P(AgentOverHttps, TerminationEndsARequestThatDoesNot) {
   HttpsAgent agent({"--fault", GetParam(), "--fault-on", "patch"});
   const std::unique_ptr<ChildProcess> process = agent.Start(fetchPatch);
-  // Something has come, and by now it comes no more, or does not end.
+  // Data have arrived, and by now no more arrive, or they never end.
   agent.Server().WaitForLog(std::string(GetParam()).starts_with("stall") ? "patch: stalled after" : "listening");
   ASSERT_TRUE(WaitUntil([&] { return !agent.Proxy().Requests().empty(); }));
   EXPECT_EQ(process->Wait(500ms), std::nullopt);
   const auto begin = std::chrono::steady_clock::now();
   process->RequestEnd();
   const std::optional<int> status = process->Wait(patience);
-  // Two seconds on a machine that has the time; far less than a request that does not end.
+  // Two seconds on an idle machine; far less than a request that does not end.
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 6s);
   EXPECT_THAT(status, testing::AnyOf(1, 130));
   agent.ExpectOldFileAlone();

@@ -18,7 +18,7 @@ TEST(AgentKey, IsShownAsTheAgentSendsIt) {
   const ProcessResult made = installation.Run({"key", "create", "--container", container});
   ASSERT_EQ(made.status, 0) << made.errors;
   const std::string key = Value(made.output, "public-key");
-  // 22 bytes of head, and an RSAPublicKey of 1024 bits with the usual exponent.
+  // 22 bytes of header, and an RSAPublicKey of 1024 bits with the usual exponent.
   EXPECT_EQ(key.size(), 2u * (22 + 140));
   EXPECT_EQ(key.substr(0, 58), "30819f300d06092a864886f70d010101050003818d0030818902818100");
   EXPECT_EQ(key.substr(key.size() - 10), "0203010001");

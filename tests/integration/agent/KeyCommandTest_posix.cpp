@@ -25,7 +25,7 @@ TEST(AgentKeyFile, HoldsThePublicKeyThatIsShown) {
   const std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(PEM_read_PrivateKey(file, nullptr, nullptr, nullptr),
                                                            &EVP_PKEY_free);
   std::fclose(file);
-  // For 1024 bits the head is the true one, so that all of it is the key's own encoding.
+  // For 1024 bits the header is correct, so the whole is a valid encoding of the key.
   unsigned char* encoded = nullptr;
   const int size = i2d_PUBKEY(key.get(), &encoded);
   std::string hex;

@@ -13,7 +13,7 @@
 
 namespace sorvex::test {
 
-/// An agent that runs until it is asked to end, or killed by the end of this object.
+/// An agent that runs until it is asked to end; the destructor kills it.
 class RunningAgent {
  public:
   explicit RunningAgent(const Installation& installation, std::vector<std::string> further = {}) {
@@ -22,11 +22,11 @@ class RunningAgent {
     m_pProcess = std::make_unique<ChildProcess>(SORVEX_AGENT_PROGRAM, installation.Arguments(command));
   }
 
-  /// Ends it as a crash would.
+  /// Ends it like a crash.
   void Kill() { m_pProcess.reset(); }
 
-  /// Asks it to end; returns its exit status, or nothing when it does not end within three seconds.
-  /// It takes three seconds at most; a busy machine may need some of its own.
+  /// Asks it to end; returns its exit status, or nothing when it does not end within three seconds. It needs at most
+  /// three seconds itself; a busy machine may need extra time.
   std::optional<int> End() {
     m_pProcess->RequestEnd();
     return m_pProcess->Wait(std::chrono::seconds(8));
@@ -67,7 +67,7 @@ inline std::string MakeConfiguration(const std::filesystem::path& pattern, const
          components + "</Components>\n</AgentConfig>\n";
 }
 
-/// What `status` says in the line of this name; empty when there is none.
+/// The value of the line with this name in the output of `status`; empty when there is none.
 inline std::string StatusOf(const Installation& installation, const std::string& name) {
   const std::string output = "\n" + installation.Run({"status"}).output;
   const std::size_t at = output.find("\n" + name + " ");

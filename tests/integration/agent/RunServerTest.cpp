@@ -1,4 +1,4 @@
-// The agent as it runs all day, with the reference configuration server.
+// The running agent with the reference configuration server.
 #include "RunFixture.h"
 #include "ServedAgent.h"
 #include "support/ScopedVariable.h"
@@ -46,7 +46,7 @@ TEST_F(RunServerTest, RegistersReportsAndAppliesWhatItIsGiven) {
   EXPECT_THAT(m_agent.Server().Read("agents/agent-7/registration.txt"),
               HasSubstr("os-version: Test 1\nagent-version: 9.9\n"));
   EXPECT_TRUE(WaitForStatus("1"));
-  // It asks again, and is told that it has it.
+  // It asks again, and learns that it is up to date.
   m_agent.Server().WaitForLog("configuration: 5 no update needed");
   EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
   EXPECT_EQ(CountOf(m_agent.Server().Log(), " register: "), 1u);
@@ -95,7 +95,7 @@ TEST_F(RunServerTest, LastGoodConfigurationServesWithoutTheServer) {
     const RunningAgent agent(m_agent.GetInstallation());
     ASSERT_TRUE(WaitUntil([&] { return OwnFile("AgentConfig.md5").size() == 32; }));
   }
-  // The server goes on elsewhere.
+  // The server continues at another place.
   m_agent.Server().Start();
   Append(Logs() / "a.log", "one\n");
   const RunningAgent agent(m_agent.GetInstallation());
@@ -142,7 +142,7 @@ TEST_F(RunServerTest, PatchesOfNewerComponentsAreFetched) {
   m_agent.Server().WaitForLog("configuration: 5 no update needed");
   std::set<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(m_agent.Directory().Path() / "patch")) {
-    // One that is being asked for may have a name of its own until the answer is there.
+    // One that is being requested may have a temporary name until the answer arrives.
     if (entry.path().extension() != ".part") names.insert(entry.path().filename().string());
   }
   EXPECT_THAT(names, testing::ElementsAre("x64_72_agentcore_11.tar.gz"));
@@ -192,7 +192,7 @@ TEST_F(RunServerTest, TerminationIsReportedToTheServer) {
   EXPECT_TRUE(WaitForStatus("0"));
 }
 
-/// Forced deployments wait, so the agent works alone for the time being.
+/// Forced deployments are pending, so the agent works alone for now.
 TEST_F(RunServerTest, ForcedDeploymentMakesItWorkAlone) {
   m_agent.Directory().Write("patch/force.deploy", "");
   const RunningAgent agent(m_agent.GetInstallation());
@@ -217,8 +217,8 @@ TEST(RunWithFaultyServer, CutAnswerIsTriedAgain) {
 }
 
 TEST(RunWithFaultyServer, TerminationDoesNotWaitForASilentServer) {
-  // The process ends without the thread that waits for the server, and so without joining those that it has started,
-  // which the thread sanitizer would report.
+  // The process ends without joining the thread that waits for the server and the threads that it started, which the
+  // thread sanitizer would report.
   const ScopedVariable sanitizer("TSAN_OPTIONS", "report_thread_leaks=0");
   ServedAgent served({"--fault", "silent-handshake"});
   const Installation& installation = served.GetInstallation();

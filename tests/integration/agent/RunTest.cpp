@@ -1,4 +1,4 @@
-// The agent as it runs all day, without a configuration server.
+// The running agent without a configuration server.
 #include "RunFixture.h"
 #include "support/LoopbackTlsServer.h"
 #include "support/LoopbackUdpServer.h"
@@ -16,7 +16,7 @@ using testing::Not;
 
 class RunTest : public testing::Test {
  protected:
-  /// An agent that is running sees the whole file or the one before.
+  /// A running agent sees the whole new file or the old one.
   void Configure(const std::string& destinations) const {
     const std::filesystem::path written =
         m_installation.Directory().Write("AgentConfig.new", MakeConfiguration(Logs() / "*.log", destinations));
@@ -74,7 +74,7 @@ TEST_F(RunTest, KilledAgentSkipsNothing) {
   EXPECT_TRUE(WaitUntil([&] { return server.Received().ends_with("line 19999\n"); }));
   std::istringstream received(server.Received());
   std::set<std::string> seen;
-  // A line that was cut by the kill came whole afterwards.
+  // A line that the kill had cut arrived whole afterwards.
   for (std::string line; std::getline(received, line);) seen.insert(line);
   for (int number = 0; number < 20'000; ++number) {
     ASSERT_TRUE(seen.contains("line " + std::to_string(number))) << number;

@@ -1,4 +1,4 @@
-// An installation as the installer leaves it: its token is secured with the key in the machine's container.
+// An installation whose token is secured with the key in the machine's container.
 #include "AgentFixture.h"
 
 #include "unit/module/ApplicationKey.h"
@@ -9,7 +9,7 @@
 namespace sorvex::test {
 namespace {
 
-/// The test's own configuration directory is the installation's, where some systems keep containers.
+/// The test's configuration directory is the installation's, where some systems keep containers.
 class ConfigurationDirectory {
  public:
   explicit ConfigurationDirectory(const Installation& installation) {

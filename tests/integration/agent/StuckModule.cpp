@@ -1,4 +1,4 @@
-// A module whose connections and sockets never come back from what they are asked to do, until the process ends.
+// A module whose connections and sockets never return from a call until the process ends.
 #include <host/IConnectionFactory.h>
 #include <host/ISocket.h>
 #include <host/ServiceComponentBase.h>

@@ -1,4 +1,4 @@
-// The end of commands whose module never comes back.
+// The end of commands whose module never returns.
 #include "AgentFixture.h"
 
 #include <chrono>

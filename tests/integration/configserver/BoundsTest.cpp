@@ -1,4 +1,4 @@
-// What the server does with those who mean no good, or say half of it.
+// What the server does with malicious or incomplete clients.
 #include "ConfigServerFixture.h"
 
 #include <map>
@@ -9,13 +9,13 @@ namespace {
 
 using testing::HasSubstr;
 
-/// The files and folders of the test, but for what stands in the folders of agents, with their contents.
+/// The test's files and folders with their contents, except those in agents' folders.
 std::map<std::string, std::string> FilesOutsideOfAgents(const ConfigServer& server) {
   std::map<std::string, std::string> files;
   std::filesystem::recursive_directory_iterator position(server.Folder().parent_path());
   for (; position != std::filesystem::recursive_directory_iterator(); ++position) {
     const std::string name = position->path().lexically_relative(server.Folder()).generic_string();
-    // The server is at work there, and a name may be longer than what a program finds again.
+    // The server is working there, and a name may be too long for a program to look up.
     if (name == "agents") position.disable_recursion_pending();
     files[name] = position->is_directory() ? "" : TemporaryDirectory::Read(position->path());
   }
@@ -134,7 +134,7 @@ TEST(ConfigServerBounds, RequestThatComesByteByByteIsEndedInTime) {
 
 TEST(ConfigServerBounds, AgentThatDoesNotTakeItsPatchIsEnded) {
   const ConfigServer server({"--idle-timeout", "2"});
-  // More than all buffers on the way hold.
+  // More than all buffers in between hold.
   server.Write("patches/long.tar.gz", std::string(0x4000000, 'x'));
   AdmittedClient client(server, "1.0");
   client.Send(PatchRequest("1.0", "x64_72_long"));
@@ -145,7 +145,7 @@ TEST(ConfigServerBounds, HalfSpokenConnectionsDoNotHinderOthers) {
   const ConfigServer server;
   std::vector<std::unique_ptr<TlsClient>> dribbling;
   for (int i = 0; i < 200; ++i) {
-    // Half of them stop inside the handshake already.
+    // Half of them stop inside the handshake.
     const auto start = i % 2 == 0 ? TlsClient::Start::Connect : TlsClient::Start::Handshake;
     dribbling.push_back(std::make_unique<TlsClient>(server.Port(), start));
     ASSERT_TRUE(dribbling.back()->IsOpen());
@@ -167,7 +167,7 @@ TEST(ConfigServerBounds, ConnectionsThatDribbleDoNotHinderOthers) {
     AdmittedClient client(server);
     EXPECT_TRUE(client.Ask(StatusRequest("2.0"), ResultResponse(3, "2.0", 0)));
   }
-  // They are served as well, once they have said it all.
+  // They are served as well, once they have sent everything.
   for (const auto& other : dribbling) {
     other->Send(request.substr(rounds));
     EXPECT_EQ(other->Receive(26), Establishment2Response());

@@ -36,7 +36,7 @@ inline std::string Establishment1(std::string_view identifier = "agent-7", std::
   return Record(1, "1.0", Text("1.0") + Text(identifier) + Text(token));
 }
 
-/// Without a key, as an agent without one sends it: four zero bytes.
+/// Without a key, as sent by an agent without one: four zero bytes.
 inline std::string Establishment2(std::string_view identifier = "agent-7", std::string_view token = "4b1d-99e0",
                                   std::uint32_t flags = 0) {
   return Record(6, "2.0",
@@ -62,7 +62,7 @@ inline std::string PatchRequest(std::string_view version, std::string_view names
   return Record(5, version, Text(names));
 }
 
-/// The bytes of a response with nothing but a result, and of a successful establishment of 2.0.
+/// The bytes of a response with only a result, and of a successful 2.0 establishment.
 inline std::string ResultResponse(std::uint32_t type, std::string_view version, std::uint32_t result) {
   return Record(type, version, U32(result));
 }
@@ -90,7 +90,7 @@ class AdmittedClient : public TlsClient {
     return received == response;
   }
 
-  /// Sends a request of delivered data; returns the result, and what came as configuration or patch and its digest.
+  /// Sends a request for data; returns the result, the configuration or patch, and its digest.
   struct Delivery {
     std::uint32_t result = 0;
     std::string key;

@@ -17,7 +17,7 @@
 
 namespace sorvex::test {
 
-/// The server as a process, with a data folder of its own.
+/// The server as a process, with its own data folder.
 class ConfigServer {
  public:
   enum class Certificate { OfTheTest, OfItsOwn };
@@ -25,7 +25,7 @@ class ConfigServer {
   explicit ConfigServer(const std::vector<std::string>& arguments = {},
                         Certificate certificate = Certificate::OfTheTest) {
     if (certificate == Certificate::OfTheTest) {
-      // Making a key takes its time; the test makes one for all its servers.
+      // Making a key takes time; the test makes one for all its servers.
       Write("certificate.pem", ServerIdentity().CertificatePem());
       Write("key.pem", ServerIdentity().KeyPem());
     }

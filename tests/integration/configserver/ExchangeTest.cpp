@@ -1,4 +1,4 @@
-// What the server answers, byte for byte, and what it keeps. MD5 texts are those of the md5sum program.
+// The server's answers byte for byte, and what it stores. MD5 texts are those of the md5sum program.
 #include "ConfigServerFixture.h"
 
 namespace sorvex::test {
@@ -182,7 +182,7 @@ TEST(ConfigServer, DeliversItsKeyAlsoWithoutAConfiguration) {
   AdmittedClient client(server);
   const auto delivery = client.Fetch(ConfigurationRequest("2.0"));
   EXPECT_EQ(delivery.result, 5u);
-  // The head of an X.509 SubjectPublicKeyInfo of an RSA key of 2048 bits.
+  // The start of an X.509 SubjectPublicKeyInfo of an RSA key of 2048 bits.
   EXPECT_EQ(delivery.key.substr(0, 24),
             HexBytes("30 82 01 22 30 0D 06 09 2A 86 48 86 F7 0D 01 01 01 05 00 03 82 01 0F 00"));
   EXPECT_EQ(delivery.key.size(), 294u);
@@ -262,11 +262,11 @@ TEST(ConfigServer, TellsFurtherAgentsToComeLater) {
     TlsClient second(server.Port());
     second.Send(Establishment2("agent-8"));
     EXPECT_EQ(second.ReceiveAll(), Establishment2Response(0x80000002));
-    // The one that is there is served on, also after a second establishment.
+    // The open connection is still served after a second establishment.
     EXPECT_TRUE(held.Ask(Establishment2(), Establishment2Response()));
     EXPECT_TRUE(held.Ask(StatusRequest("2.0"), ResultResponse(3, "2.0", 0)));
   }
-  // The server notices that the other has gone.
+  // The server notices that the other has disconnected.
   std::string response;
   for (int attempt = 0; attempt < 500 && response != Establishment2Response(); ++attempt) {
     TlsClient next(server.Port());
@@ -281,7 +281,7 @@ TEST(ConfigServer, AnswersAnUnknownTypeAndEndsTheConnection) {
   AdmittedClient client(server, "1.0");
   client.Send(Record(7, "1.0", std::string(100000, 'x')));
   EXPECT_EQ(client.ReceiveAll(), ResultResponse(7, "1.0", 0x80000006));
-  // A connection that is closed with something unread in it may take the response with it.
+  // Closing a connection with unread data may lose the response.
   EXPECT_TRUE(client.HasFarewell());
 }
 

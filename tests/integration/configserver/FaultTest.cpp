@@ -1,4 +1,4 @@
-// What the server does wrong when it is asked to.
+// The server's misbehaviour on request.
 #include "ConfigServerFixture.h"
 
 namespace sorvex::test {

@@ -1,4 +1,4 @@
-// What the server does over HTTPS with those who mean no good, or say half of it.
+// What the server does over HTTPS with malicious or incomplete clients.
 #include "ConfigServerFixture.h"
 #include "HttpsClient.h"
 #include "support/WaitUntil.h"
@@ -28,7 +28,7 @@ TEST_P(HttpsHostileRequest, IsRefusedAndEndsTheConnection) {
   const ConfigServer server;
   server.Write("default/AgentConfig.xml", "<AgentConfig/>");
   HttpsClient client(server.HttpsPort());
-  // Another one behind it gets no answer.
+  // Another one after it gets no answer.
   const HttpsAnswer answer = client.Ask(GetParam().request + heartbeat);
   EXPECT_EQ(answer.status, GetParam().status);
   EXPECT_EQ(answer.body, "");
@@ -155,7 +155,7 @@ TEST(HttpsBounds, RequestThatComesByteByByteIsEndedInTime) {
 
 TEST(HttpsBounds, AgentThatDoesNotTakeItsPatchIsEnded) {
   const ConfigServer server({"--idle-timeout", "2"});
-  // More than all buffers on the way hold.
+  // More than all buffers in between hold.
   server.Write("patches/long.tar.gz", std::string(0x4000000, 'x'));
   HttpsClient client(server.HttpsPort());
   client.Send(HttpsCommandRequest("Name=RetrieveSoftwarePatch&Identifier=a&OutOfDateList=long"));
@@ -172,7 +172,7 @@ TEST(HttpsBounds, FurtherConnectionsAreClosed) {
     server.WaitForLog("closed a connection: there are 2");
     EXPECT_EQ(first.Ask(heartbeat).status, 200);
   }
-  // The server notices that the other has gone.
+  // The server notices that the other has disconnected.
   EXPECT_TRUE(WaitUntil([&] { return TlsClient(server.HttpsPort()).IsOpen(); }));
 }
 

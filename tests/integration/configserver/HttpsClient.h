@@ -1,4 +1,4 @@
-// An agent of the HTTPS commands, as the tests of the configuration server write it by hand.
+// An agent's HTTPS commands, written by hand for the tests of the configuration server.
 #pragma once
 
 #include "TlsClient.h"
@@ -12,7 +12,7 @@ namespace sorvex::test {
 
 constexpr const char* httpsToken = "4b1d-99e0";
 
-/// The request of one command. `further` holds header lines, each with its end.
+/// The request of one command. `further` holds header lines, each with its line end.
 inline std::string HttpsCommandRequest(std::string_view query, std::string_view token = httpsToken,
                                        std::string_view further = {}) {
   return "GET /console/sorvex?" + std::string(query) +
@@ -44,7 +44,7 @@ class HttpsClient : public TlsClient {
   }
   HttpsAnswer Command(std::string_view query) { return Ask(HttpsCommandRequest(query)); }
 
-  /// Throws when the server ends the connection inside of it.
+  /// Throws when the server closes the connection inside it.
   HttpsAnswer ReceiveAnswer() {
     HttpsAnswer answer;
     while (!answer.head.ends_with("\r\n\r\n")) answer.head += ReceiveExactly(1);

@@ -1,4 +1,4 @@
-// What the server answers to the commands over HTTPS, byte for byte, and what it keeps.
+// The server's answers to the commands over HTTPS byte for byte, and what it stores.
 #include "ConfigServerFixture.h"
 #include "HttpsClient.h"
 

@@ -1,4 +1,4 @@
-// What the server does wrong over HTTPS when it is asked to.
+// The server's misbehaviour over HTTPS on request.
 #include "ConfigServerFixture.h"
 #include "HttpsClient.h"
 

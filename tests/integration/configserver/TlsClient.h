@@ -9,12 +9,12 @@
 
 namespace sorvex::test {
 
-/// Trusts whatever certificate it is shown. Each operation ends within the test's patience. Used by one thread.
+/// Trusts any certificate. Each operation ends within the test's patience. One thread.
 class TlsClient {
  public:
   enum class Start { Handshake, Connect };
 
-  /// Connects to a loopback port, and shakes hands unless told not to; `IsOpen` tells whether that succeeded.
+  /// Connects to a loopback port, and does the handshake unless told not to; `IsOpen` returns whether that succeeded.
   explicit TlsClient(std::uint16_t port, Start start = Start::Handshake);
   ~TlsClient();
   TlsClient(const TlsClient&) = delete;
@@ -24,19 +24,19 @@ class TlsClient {
 
   void Send(std::string_view bytes);
 
-  /// Returns `count` bytes, or less when the server ends the connection before.
+  /// Returns `count` bytes, or less when the server ends the connection first.
   std::string Receive(std::size_t count);
 
-  /// Waits for the server to end the connection; returns what came before.
+  /// Waits for the server to end the connection; returns what arrived before.
   std::string ReceiveAll();
 
   /// Whether the server has ended the connection, as seen by the last operation.
   bool IsEnded() const;
 
-  /// Whether it did so with the farewell that TLS has for it.
+  /// Whether it did so with a TLS close_notify.
   bool HasFarewell() const;
 
-  /// The certificate that the server has shown, as PEM.
+  /// The server's certificate as PEM.
   std::string Certificate() const;
 
  private:

@@ -1,4 +1,4 @@
-// The direct TLS connection as the module hands it out, against TLS servers that say what is written here.
+// The module's direct TLS connection against scripted TLS servers.
 #include "factory/ConnectionFactory.h"
 
 #include "support/HexBytes.h"
@@ -46,11 +46,11 @@ const std::string registered2 = HexBytes("00000002 0000000B 00000003 '2.0' 00000
 const std::string registered1 = HexBytes("00000002 0000000B 00000003 '1.0' 00000001");
 const std::string updated2 = HexBytes("00000003 0000000B 00000003 '2.0' 00000000");
 
-/// One connection's part: what is said after each request; then the client is listened to until it ends.
+/// The script of one connection: what is sent after each request; then it reads until the client ends.
 using Answers = std::vector<std::string>;
 
-/// A configuration server that plays a script to each connection, and the last one to those behind it. It says "name"
-/// of each connection: that which the client sent in its handshake.
+/// A configuration server with a script for each connection; the last one serves all later ones. It logs "name" of each
+/// connection: the name in the client's handshake.
 class WireServer {
  public:
   using Script = std::function<void(TlsServerSession& session, int index)>;
@@ -83,7 +83,7 @@ class WireServer {
   std::uint16_t Port() const { return m_server.Port(); }
   int Connections() const { return m_server.Connections(); }
 
-  /// Waits until the clients have ended all connections that were made.
+  /// Waits until the clients have ended all connections.
   bool AllEnded() {
     return WaitUntil([this] { return m_ended == m_server.Connections(); });
   }
@@ -179,7 +179,7 @@ TEST_F(DirectTlsConnection, TrustsOnFirstUseThroughTheSystemsStores) {
   };
   const CertificateInStore storedRoot(L"ROOT", stored(root));
   const CertificateInStore storedIntermediate(L"CA", stored(intermediate));
-  // It shows its own certificate alone; what the file holds has to make up the chain.
+  // It presents only its own certificate; the file must complete the chain.
   WireServer server(
       [](TlsServerSession& session, int index) {
         if (index == 0) return;

@@ -1,4 +1,4 @@
-// The HTTPS connection as the module hands it out, from the install file to the server.
+// The module's HTTPS connection, from the install file to the server.
 #include "factory/ConnectionFactory.h"
 
 #include "support/ConnectProxy.h"

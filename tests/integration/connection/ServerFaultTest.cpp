@@ -1,4 +1,4 @@
-// Every misbehaviour of the configuration server, met by every operation of the module's connection.
+// Every misbehaviour of the configuration server, with every operation of the module's connection.
 #include "connection/SSLConfigServerConnection.h"
 #include "factory/ConnectionFactory.h"
 #include "sockets/SSLTCPRawSocket.h"
@@ -32,7 +32,7 @@ constexpr const char* noFingerprint = "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF";
 constexpr const char* configuration = "<AgentConfig/>";
 const std::string patch(2000, 'p');
 
-/// Its raw TLS sockets give up a handshake sooner than the product's.
+/// Its raw TLS sockets give up a handshake earlier than the product's.
 class HastyFactory : public VaroCommunicationAPI::ConnectionFactory {
  public:
   explicit HastyFactory(std::chrono::seconds handshakeLimit) : m_handshakeLimit(handshakeLimit) {}
@@ -98,9 +98,8 @@ constexpr std::uint32_t connectionFailed = 0x80000007;
 struct FaultCase {
   const char* name;
   const char* fault;
-  std::uint32_t atTheStart =
-      none;  ///< what the agent makes of it in the answer to the establishment; `none`: it succeeds
-  std::uint32_t inTheAnswer = none;       ///< what it makes of it in the answer to the operation's own request
+  std::uint32_t atTheStart = none;   ///< the agent's result for the answer to the establishment; `none`: it succeeds
+  std::uint32_t inTheAnswer = none;  ///< its result for the answer to the operation's own request
   std::chrono::seconds limit = patience;  ///< of the agent, for a handshake and for an answer
   bool isOfDataOnly = false;              ///< it does not show where nothing is delivered
   bool isOfTheStartOnly = false;
@@ -118,7 +117,7 @@ class ServerFault : public testing::TestWithParam<FaultCase> {
     m_host.LoadService("IConnectionFactory");
   }
 
-  /// Has the server misbehave once, when it answers an `exchange`.
+  /// Makes the server misbehave once, when it answers an `exchange`.
   void Expect(const Operation& operation, const char* exchange, std::uint32_t code) {
     SCOPED_TRACE(std::string(operation.name) + ", fault on " + exchange);
     std::vector<std::string> arguments{"--fault", GetParam().fault, "--fault-times", "1"};
@@ -177,12 +176,12 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"Late", "late:20", noResponse, noResponse, 2s},
         FaultCase{"CutAtOnce", "cut:0", noResponse, noResponse},
         FaultCase{"CutInside", "cut:17", noResponse, noResponse}, FaultCase{"ByteByByte", "byte-by-byte", none, none},
-        // Of a response's type only the establishment's is looked at, deliberately.
+        // Only the type of the establishment's response is checked, deliberately.
         FaultCase{"WrongType", "wrong-type", noResponse, none},
         FaultCase{"OversizedString", "oversized-string", noResponse, noResponse},
         FaultCase{
             .name = "OversizedBinary", .fault = "oversized-binary", .inTheAnswer = noResponse, .isOfDataOnly = true},
-        // The digest is handed to the caller as it came.
+        // The caller gets the digest unchanged.
         FaultCase{.name = "WrongDigest", .fault = "wrong-digest", .isOfDataOnly = true},
         FaultCase{.name = "SilentHandshake",
                   .fault = "silent-handshake",

@@ -95,12 +95,12 @@ const char* Name(Fault fault) {
   return "?";
 }
 
-/// What the resolver says to the sockets of a case.
+/// The resolver's answers to the sockets of a case.
 struct Resolver {
   std::atomic<int> error{0};
 };
 
-/// What the system says to a UDP socket of a case.
+/// The system's answers to a UDP socket of a case.
 struct DatagramGate {
   std::atomic<int> error{0};
 };
@@ -156,7 +156,7 @@ void PrintTo(const Cell& cell, std::ostream* out) {
   *out << Name(cell.transport) << ", " << Name(cell.strategy) << ", " << Name(cell.fault);
 }
 
-/// What a case saw.
+/// The observations of a case.
 struct Measured {
   std::uint32_t accepted = 0;  ///< sends that returned the payload's bytes
   std::uint32_t refused = 0;   ///< sends that returned -1
@@ -192,7 +192,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     m_pSocket->Initialize(parameters);
   }
 
-  /// Sends the next payload, of about `bytes` bytes, and notes what came of it.
+  /// Sends the next payload, of about `bytes` bytes, and notes the result.
   bool Send(std::size_t bytes = 100) {
     const std::string payload = Reception::PayloadOf(m_next++, bytes);
     const auto now = [] { return std::chrono::steady_clock::now() + SkippingTime::SkippedInPauses(); };
@@ -235,13 +235,13 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     EXPECT_TRUE(WaitUntil([&] { return m_reception.HasPayload(m_next - 1); }));
   }
 
-  /// What holds whatever happens, and the row for the table. A stop may take longer than two seconds only while the
+  /// What holds in every case, and the row for the table. A stop may take longer than two seconds only while the
   /// receiver takes data.
   void Conclude(std::chrono::seconds longestStop = 2s) {
     EXPECT_LT(m_measured.shutdown, longestStop);
     m_measured.reception = m_reception.Judge();
     EXPECT_EQ(m_measured.reception.complaint, "");
-    // Refused at once: what was submitted, and not taken.
+    // Refused at once: submitted, but not taken.
     const std::uint32_t submitted = m_pSocket->GetMessagesSubmitted();
     const std::uint32_t refusedOpen = submitted - m_measured.accepted;
     EXPECT_LE(refusedOpen, m_measured.refused);
@@ -272,7 +272,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   }
   void ExpectRefusedAtOnce() const { EXPECT_LT(m_measured.longestRefused, 500ms); }
 
-  /// The texts that were logged, each once, in the order of their first appearance, without details.
+  /// The logged texts, each once, in the order of their first appearance, without details.
   std::vector<std::string> Texts() const {
     std::vector<std::string> texts;
     for (const std::string& line : m_log->Lines("Code.")) {
@@ -415,7 +415,7 @@ void FaultMatrix::EndedByPeer(bool isReset) {
     receiver.emplace(TestedTransport(), m_reception, Receiver::KeepAll, port);
   } else {
     ASSERT_TRUE(WaitUntil([&] { return hasEnded.load(); }));
-    // The send thread looks at a connection after a silence; a blocking socket is to write into the reset one.
+    // The send thread checks a connection after a silence; a blocking socket is to write into the reset one.
     if (!isReset || IsQueued()) m_pTime->Advance(2s);
   }
   SendSome(4);
@@ -452,7 +452,7 @@ void FaultMatrix::IntoBlackHole() {
     EXPECT_THAT(Texts(), IsEmpty());
     return;
   }
-  // The first connect is refused; the second finds the hole.
+  // The first connect is refused; the second is swallowed.
   Initialize(port);
   blackHole.emplace(port);
   std::thread sender([&] { Send(); });
@@ -482,7 +482,7 @@ void FaultMatrix::IntoReceiverThatNeverReads() {
       while (Send(30000)) {
       }
     });
-    // Nothing more is taken for a while: the sender waits for room.
+    // Nothing more is accepted for a while: the sender waits for room.
     std::uint32_t sent = 0;
     EXPECT_TRUE(WaitUntil([&] {
       std::this_thread::sleep_for(200ms);
@@ -546,7 +546,7 @@ void FaultMatrix::IntoReceiverWithWrongCertificate() {
   WaitForLast();
   Shutdown();
   Conclude();
-  // A destination's certificate is not looked at.
+  // A destination's certificate is not verified.
   ExpectAllDelivered();
   EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({})));
 }
@@ -704,7 +704,7 @@ void FaultMatrix::WhileClockIsSetBack() {
   ExpectAcceptedAtOnce();
 }
 
-/// What counts as sent arrives although the receiver answers, and nobody reads its answers.
+/// What counts as sent arrives although the receiver answers and nobody reads its answers.
 void FaultMatrix::IntoReceiverThatTalksBack() {
   Receiver receiver(TestedTransport(), m_reception, [](Receiver& self, PeerSession& session, int) {
     session.Write("220 welcome\n");
@@ -720,7 +720,7 @@ void FaultMatrix::IntoReceiverThatTalksBack() {
   EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({})));
 }
 
-/// The receiver takes 500 kB a second all the time, which is less than a stop's patience likes to see of the system.
+/// The receiver takes 500 kB a second all the time, which is less progress than a stop's patience wants to see.
 void FaultMatrix::IntoReceiverThatIsSlowAtTheStop() {
   Receiver receiver(TestedTransport(), m_reception,
                     [](Receiver& self, PeerSession& session, int) {
@@ -737,7 +737,7 @@ void FaultMatrix::IntoReceiverThatIsSlowAtTheStop() {
   EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({})));
 }
 
-/// Each connection takes what the system takes of it before it is found closed, and that is lost: the reconnect at once
+/// Each connection accepts what the system buffers before it is found closed, and that is lost: the immediate reconnect
 /// after a connection was up is deliberate.
 void FaultMatrix::IntoReceiverThatClosesAtOnce() {
   std::atomic<int> connections{0};
@@ -816,7 +816,7 @@ std::vector<Cell> AllCells() {
     for (const Transport transport : {Transport::Tcp, Transport::Tls, Transport::Udp}) {
       for (const Strategy strategy : {Strategy::Blocking, Strategy::Queued}) {
         const Cell cell{transport, strategy, static_cast<Fault>(fault)};
-        // Only TLS shakes hands, and only one strategy has a queue.
+        // Only TLS has a handshake, and only one strategy has a queue.
         if (transport != Transport::Tls &&
             (cell.fault == Fault::ClosesInHandshake || cell.fault == Fault::WrongCertificate)) {
           continue;

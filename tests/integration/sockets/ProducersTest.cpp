@@ -32,7 +32,7 @@ class Producers : public testing::TestWithParam<Transport> {
   }
 };
 
-/// Every number that a socket tells, in the hope that a race shows.
+/// Reads every number that a socket reports, so that a race shows.
 std::uint64_t ReadEverything(const ISocket& socket) {
   return socket.GetBytesSent() + socket.GetMessagesSent() + socket.GetBytesSubmitted() + socket.GetMessagesSubmitted() +
          socket.GetBytesTruncated() + socket.GetMessagesTruncated() + socket.GetBytesDropped() +

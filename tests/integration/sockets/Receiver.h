@@ -1,4 +1,4 @@
-// A receiver of any transport, and what it has got.
+// A receiver of any transport, and what it has received.
 #pragma once
 
 #include <support/LoopbackTlsServer.h>
@@ -16,15 +16,15 @@ namespace sorvex::test {
 
 enum class Transport { Tcp, Tls, Udp };
 
-/// What receivers have got over all their lives, by connection. Thread-safe.
+/// What receivers have received over all their lives, by connection. Thread-safe.
 class Reception {
  public:
   struct Verdict {
-    std::uint32_t whole = 0;  ///< payloads that came whole
+    std::uint32_t whole = 0;  ///< payloads that arrived whole
     std::string complaint;    ///< empty when nothing is doubled, torn or out of order
   };
 
-  /// A payload of `bytes` bytes or a few more that tells its number and its length.
+  /// A payload of about `bytes` bytes that contains its number and its length.
   static std::string PayloadOf(int number, std::size_t bytes);
 
   /// Returns the number of a new connection.
@@ -55,7 +55,7 @@ class PeerSession {
   void Close() { Connection().Close(); }
   void Reset() { Connection().Reset(); }
 
-  /// Of the reception, given by the receiver.
+  /// The reception's connection number, given by the receiver.
   std::size_t m_number = 0;
 };
 
@@ -79,7 +79,7 @@ class Receiver {
   void HoldUntilStopped();
   bool IsStopped() const;
 
-  /// Makes its end that of a killed process.
+  /// Makes it end like a killed process.
   void Kill();
 
  private:

@@ -1,4 +1,4 @@
-// A receiver that is killed and started again, ten times, under a load of 5,000 events a second.
+// A receiver that is killed and restarted ten times under a load of 5,000 events a second.
 #include "sockets/TCPSocket.h"
 
 #include <support/AcceleratedTime.h>
@@ -16,10 +16,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// What a receiver has got over all its lives: the numbers of whole lines, in order of arrival.
+/// What a receiver has received over all its lives: the numbers of whole lines, in order of arrival.
 class Journal {
  public:
-  /// Takes one connection's bytes; an unfinished last line was cut by the receiver's own end and is no line.
+  /// Takes one connection's bytes; an unfinished last line was cut by the receiver's end and does not count.
   void AddConnection(const std::string& bytes) {
     const std::lock_guard lock(m_mutex);
     std::size_t begin = 0;
@@ -54,7 +54,7 @@ TEST(ReceiverRestart, DoublesNothingTearsNothingAndLosesOnlyWhatTheSystemHadAcce
   std::atomic<int> connections{0};
   const auto receive = [&](LoopbackTcpServer&, ServerConnection& connection, int) {
     ++connections;
-    // Reads now and then, so that the end finds bytes that the system had accepted and nobody read.
+    // Reads now and then, so that the end finds unread bytes that the system had accepted.
     std::string bytes;
     while (connection.ReadSome(bytes, 65536)) std::this_thread::sleep_for(5ms);
     journal.AddConnection(bytes);
@@ -74,7 +74,7 @@ TEST(ReceiverRestart, DoublesNothingTearsNothingAndLosesOnlyWhatTheSystemHadAcce
       const std::string payload = PayloadOf(submitted);
       while (socket.Send(payload.data(), static_cast<std::uint32_t>(payload.size())) == -1) ++refused;
       ++submitted;
-      // A load, not a burst: what an outage held up is not made up for.
+      // A steady load: what an outage delayed is not made up for.
       next = std::max(next + interval, std::chrono::steady_clock::now() - 10ms);
       std::this_thread::sleep_until(next);
     }
