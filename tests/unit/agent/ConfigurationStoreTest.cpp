@@ -49,7 +49,7 @@ TEST_F(ConfigurationStoreTest, DigestHasNoLineEnds) {
 
 TEST_F(ConfigurationStoreTest, NoDigestStaysBesideAnotherConfiguration) {
   m_store.Store("old", "digest of old");
-  // What cannot be replaced fails between the two.
+  // A file that cannot be replaced fails between the two.
   std::filesystem::remove(m_directory.Path() / "AgentConfig.xml");
   std::filesystem::create_directories(m_directory.Path() / "AgentConfig.xml" / "in the way");
   EXPECT_THROW(m_store.Store("new", "digest of new"), std::system_error);

@@ -8,7 +8,7 @@
 
 namespace sorvex::agent {
 
-// The program's own, which this test does not link.
+// The program's own function, which this test does not link.
 long GetProcessNumber() { return 4711; }
 
 namespace {

@@ -68,17 +68,17 @@ TEST_P(CollectChanged, WithoutInputsNothingComes) {
   EXPECT_FALSE(collector->IsAtEnd());
 }
 
-/// Random events, from a seed that a failure names.
+/// Random events, from a seed that a failure prints.
 class CollectUnderRandomEvents : public CollectorFixture {
  protected:
-  /// Lines of one file carry its name and a number that rises.
+  /// Lines of one file contain its name and an increasing number.
   void Write(int logIndex) {
     const std::string name = std::to_string(logIndex) + ".log";
     std::string bytes;
     for (int count = Random(5); count >= 0; --count) {
       bytes += name + ":" + std::to_string(written[name]++) + std::string(Random(3) == 0 ? 200 : 0, 'x') + "\n";
     }
-    // In two pieces, so that a look may find half a line.
+    // In two pieces, so that the collector may find half a line.
     const std::size_t half = bytes.size() / 2;
     Append(name, bytes.substr(0, half));
     if (Random(3) == 0) Look();
@@ -88,7 +88,7 @@ class CollectUnderRandomEvents : public CollectorFixture {
   void Rotate(int logIndex) {
     const std::string name = std::to_string(logIndex) + ".log";
     if (!std::filesystem::exists(folder.Path() / name)) return;
-    // The oldest one is replaced, so that nothing of it may be needed any more.
+    // Replaces the oldest one, of which nothing may be needed any more.
     LookUntilRead();
     now += limits.rotatedQuietTime;
     LookUntilRead();
@@ -100,7 +100,7 @@ class CollectUnderRandomEvents : public CollectorFixture {
     }
   }
 
-  /// Hands out some lines, of which some are delivered.
+  /// Passes on some lines, some of which are delivered.
   void Look() {
     sink.room = static_cast<std::size_t>(Random(10));
     Collect();
@@ -123,7 +123,7 @@ class CollectUnderRandomEvents : public CollectorFixture {
       const std::string name = line.substr(0, colon);
       const int number = std::stoi(line.substr(colon + 1));
       ++received[name][number];
-      // Within a file no line overtakes another one, but for what is handed out again.
+      // Within a file no line overtakes another one, except repeated lines.
       const auto last = lastOfSource.find(sink.marks[index].source);
       if (last != lastOfSource.end()) {
         EXPECT_EQ(number, last->second + 1) << line;
@@ -147,7 +147,7 @@ class CollectUnderRandomEvents : public CollectorFixture {
   }
 
   void Restart() {
-    // What was handed out and not saved comes again.
+    // Lines that were passed on and not saved come again.
     for (auto& [name, numbers] : received) {
       for (auto& [number, times] : numbers) {
         if (!saved[name].contains(number)) times = 0;
@@ -217,7 +217,7 @@ constexpr unsigned int seedCount = 6;
 class EachSeed : public CollectUnderRandomEvents {};
 INSTANTIATE_TEST_SUITE_P(CollectUnderRandomEvents, EachSeed, testing::ValuesIn(GetModes()), ModeName);
 
-/// A fixture of its own for each seed, so that each has its own folder.
+/// A separate fixture for each seed, so that each has its own folder.
 class OneRun : public CollectUnderRandomEvents {
  public:
   void TestBody() override {}

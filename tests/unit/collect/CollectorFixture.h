@@ -1,4 +1,4 @@
-// A collector over a directory of its own, with a clock that stands still unless a test moves it.
+// A collector over its own directory, with a clock that stands still unless a test moves it.
 #pragma once
 
 #include "support/TemporaryDirectory.h"
@@ -23,7 +23,7 @@ namespace sorvex::collect {
 
 using namespace std::chrono_literals;
 
-/// Keeps what it takes, as long as it has room.
+/// Keeps what it takes while it has room.
 class RecordingSink : public LineSink {
  public:
   bool Take(std::string_view line, Mark mark) override {
@@ -41,14 +41,14 @@ class RecordingSink : public LineSink {
 
 enum class Mode { Watched, Polled };
 
-/// Those that differ on this system.
+/// The parts that differ on this system.
 inline std::vector<Mode> GetModes() {
   if (std::filesystem::path::preferred_separator != '/') return {Mode::Polled};
   return {Mode::Watched, Mode::Polled};
 }
 
-/// Under `Watched` the clock stands still, so that only what the system reports makes anything happen. Under
-/// `Polled`, each `Gather` lets the time of a listing pass.
+/// Under `Watched` the clock stands still, so only the system's reports cause anything. Under `Polled`, each `Gather`
+/// advances the clock to the next listing.
 class CollectorFixture : public testing::TestWithParam<Mode> {
  protected:
   using Lines = std::vector<std::string>;
@@ -76,7 +76,7 @@ class CollectorFixture : public testing::TestWithParam<Mode> {
     return settings;
   }
 
-  /// As a process that starts. One that was there before ends as if it were killed.
+  /// Like a process that starts. An existing one ends as if it were killed.
   void Start(std::vector<InputSettings> inputs) {
     collector.reset();
     collector = std::make_unique<Collector>(
@@ -98,7 +98,7 @@ class CollectorFixture : public testing::TestWithParam<Mode> {
     std::filesystem::rename(folder.Path() / from, folder.Path() / to);
   }
 
-  /// The lines that there are now. Their marks are in `sink`.
+  /// The lines available now. Their marks are in `sink`.
   Lines Gather() {
     sink.lines.clear();
     sink.marks.clear();
@@ -109,7 +109,7 @@ class CollectorFixture : public testing::TestWithParam<Mode> {
     return sink.lines;
   }
 
-  /// The same, and all of them were delivered and are remembered.
+  /// The same, after which all of them are delivered and saved.
   Lines Deliver() {
     const Lines lines = Gather();
     for (const Mark mark : sink.marks) collector->Taken(mark);

@@ -38,7 +38,7 @@ TEST_P(CollectFiles, BeginsAtTheEndWhenToldSo) {
   Append("a.log", "before\nha");
   Start({Files("*.log", false)});
   EXPECT_THAT(Gather(), IsEmpty());
-  // A line that is written halfway is one that comes.
+  // A half-written line is complete later.
   Append("a.log", "lf\nafter\n");
   Append("b.log", "new\n");
   EXPECT_THAT(Gather(), UnorderedElementsAre("half", "after", "new"));
@@ -110,7 +110,7 @@ TEST_P(CollectFiles, RefusesCompressedFilesOnce) {
   Append("a.log", "one\n");
   EXPECT_THAT(Deliver(), ElementsAre("one"));
   EXPECT_THAT(warnings, ElementsAre(HasSubstr("is compressed")));
-  // It is none after a restart either.
+  // It does not count after a restart either.
   Start({Files("a.log*")});
   EXPECT_THAT(Gather(), IsEmpty());
 }

@@ -1,4 +1,4 @@
-// What other systems' files do not have.
+// Properties of files that Windows does not have.
 #include "CollectorFixture.h"
 #include "support/OrdinaryUser_posix.h"
 
@@ -46,7 +46,7 @@ TEST_P(CollectFilesPosix, FollowsLinks) {
   EXPECT_THAT(Gather(), ElementsAre("one"));
   Append("files/1", "more\n");
   EXPECT_THAT(Gather(), ElementsAre("more"));
-  // The link names another file, as after a rotation.
+  // The link leads to another file, as after a rotation.
   Append("files/1", "rest\n");
   std::filesystem::create_symlink("files/2", folder.Path() / "new");
   Rename("new", "a.log");

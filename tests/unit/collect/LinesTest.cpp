@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-/// All lines of `bytes` one after the other; `rest` is what is left.
+/// All lines of `bytes` in order; `rest` is what is left.
 std::vector<std::string> Cut(std::string_view bytes, std::size_t maxBytes, bool isEnd,
                              std::string_view* rest = nullptr) {
   std::vector<std::string> lines;
@@ -71,7 +71,7 @@ TEST(FirstLine, IsNotCutInsideACharacter) {
             (Strings{"123456",
                      "\xE2\x82\xAC"
                      "9"}));
-  // What is not UTF-8 has no characters to spare.
+  // Bytes that are not UTF-8 have no characters to preserve.
   EXPECT_EQ(Cut("\x80\x80\x80\x80\x80\x80\x80\x80\x80\n", 8, false),
             (Strings{"\x80\x80\x80\x80\x80\x80\x80\x80", "\x80"}));
 }

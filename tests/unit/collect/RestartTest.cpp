@@ -1,4 +1,4 @@
-// What a collector finds that was started again.
+// What a restarted collector finds.
 #include "CollectorFixture.h"
 
 #include <collect/Positions.h>
@@ -37,7 +37,7 @@ TEST_P(CollectAfterRestart, OnlyWhatWasTakenAndSavedIsBehind) {
 TEST_P(CollectAfterRestart, WhatWasWrittenMeanwhileIsNotSkipped) {
   Append("a.log", "one\n");
   Start({Files("*.log", false)});
-  // Killed before anything was saved but where the input begins.
+  // Killed before anything was saved except the start of the input.
   Gather();
   collector.reset();
   Append("a.log", "two\n");
@@ -132,7 +132,7 @@ TEST_P(CollectAfterRestart, DamagedPositionsAreKeptAside) {
   ownFolder.Write("positions", text);
   Append("b.log", "two\n");
   Start({Files("*.log", false)});
-  // What is whole counts: the input is a known one, and so is the other file.
+  // Intact lines count: the input is known, and so is the other file.
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("one", "two"));
   EXPECT_THAT(warnings, ElementsAre(HasSubstr("positions.corrupt")));
   EXPECT_EQ(test::TemporaryDirectory::Read(ownFolder.Path() / "positions.corrupt"), text);

@@ -107,7 +107,7 @@ TEST_P(CollectRotated, DeletedFileIsForgottenOnceDelivered) {
   Gather();
   std::filesystem::remove(folder.Path() / "a.log");
   GatherAfterQuiet();
-  // What was not delivered can still be handed out.
+  // What was not delivered can still be passed on.
   collector->Rewind();
   EXPECT_THAT(Deliver(), ElementsAre("one"));
   now += limits.pollInterval;
@@ -205,7 +205,7 @@ TEST_P(CollectRotated, CopyIsNotReadBeforeItsOriginalIsTruncated) {
   EXPECT_THAT(Gather(), IsEmpty());
   Append("a.log", "three\n");
   EXPECT_THAT(Gather(), ElementsAre("three"));
-  // What was handed out of the original is handed out again from the copy.
+  // Lines passed on from the original are repeated from the copy.
   collector->Taken(first);
   collector->Rewind();
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));

@@ -6,7 +6,7 @@
 
 namespace sorvex::collect {
 
-/// Puts a pipe in the place of standard input as long as it lives.
+/// Replaces standard input with a pipe during its lifetime.
 class StandardInputPipe {
  public:
   StandardInputPipe();

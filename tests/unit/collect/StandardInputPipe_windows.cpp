@@ -13,7 +13,7 @@ struct StandardInputPipe::State {
 };
 
 StandardInputPipe::StandardInputPipe() : m_pState(std::make_unique<State>()) {
-  // The end that is read stays open: a thread may still be reading there.
+  // The reading end stays open: a thread may still be reading there.
   HANDLE readEnd = nullptr;
   if (!CreatePipe(&readEnd, &m_pState->writeEnd, nullptr, 0)) throw std::runtime_error("CreatePipe");
   SetStdHandle(STD_INPUT_HANDLE, readEnd);

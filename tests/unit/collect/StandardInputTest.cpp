@@ -23,7 +23,7 @@ class CollectStandardInput : public CollectorFixture {
     return settings;
   }
 
-  /// So many lines, for which it waits, and those that come with them.
+  /// Waits for so many lines; returns them and those that come with them.
   Lines GatherLines(std::size_t count) {
     sink.lines.clear();
     sink.marks.clear();
@@ -114,7 +114,7 @@ TEST_F(CollectStandardInput, IsNotReadFurtherThanWhatMayBeLost) {
   }
   const Mark last = sink.marks.back();
   EXPECT_EQ(last.position, written);
-  // Nothing was taken, so that reading has stopped.
+  // Nothing was taken, so reading has stopped.
   pipe.Write(block);
   EXPECT_THAT(Gather(), IsEmpty());
   collector->Taken(last);

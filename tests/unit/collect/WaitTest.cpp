@@ -6,12 +6,12 @@
 namespace sorvex::collect {
 namespace {
 
-/// Time runs here.
+/// Time passes here.
 class CollectorWait : public CollectorFixture {
  protected:
   CollectorWait() {
     limits.now = std::chrono::steady_clock::now;
-    // Nothing but what a test does ends a wait.
+    // Only what a test does ends a wait.
     limits.pollInterval = limits.pollListInterval = limits.listInterval = 24h;
   }
 

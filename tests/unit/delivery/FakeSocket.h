@@ -16,7 +16,7 @@ namespace sorvex::test {
 
 class FakeSocket : public WindowsAgentCommon::ISocket {
  public:
-  // What the test does.
+  // For the test.
 
   /// Sends so many queued lines, or drops them.
   void Deliver(std::size_t lines) {
@@ -67,10 +67,10 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     const std::lock_guard lock(m_mutex);
     return m_parameters;
   }
-  /// What a line takes of the queue.
+  /// What a line takes up in the queue.
   void SetLineSize(std::size_t bytes) { m_lineBytes = bytes; }
 
-  // What the socket does.
+  // For the channel.
 
   void Initialize(const WindowsAgentCommon::ParameterBlock& parameters) override {
     const std::lock_guard lock(m_mutex);
@@ -125,7 +125,7 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     return m_queue.size() * m_lineBytes;
   }
 
-  // What nobody asks for.
+  // Operations that nobody calls.
 
   void Open(const std::wstring&, std::uint32_t) override {}
   bool Connect() override { return true; }

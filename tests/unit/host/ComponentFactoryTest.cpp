@@ -37,7 +37,7 @@ using testing::StartsWith;
 
 std::filesystem::path PluginPath() { return WideToPath(Utf8ToWide(HOST_TEST_PLUGIN)); }
 
-/// For the time of its life a library is gone as soon as nobody holds it; otherwise it stays as long as the process.
+/// During its lifetime a library is unloaded as soon as nobody holds it; otherwise it stays until the process ends.
 class EagerUnloading {
  public:
   EagerUnloading() { ACE_DLL_Manager::instance()->unload_policy(ACE_DLL_UNLOAD_POLICY_PER_PROCESS); }
@@ -49,7 +49,7 @@ class EagerUnloading {
   const u_long m_previous = ACE_DLL_Manager::instance()->unload_policy();
 };
 
-/// A factory with the built-in services registered and the statistics server loaded, for the plug-in to count with.
+/// A factory with the built-in services registered and the statistics server loaded, with which the plug-in counts.
 class ComponentFactoryTest : public testing::Test {
  protected:
   ComponentFactoryTest() {
@@ -246,7 +246,7 @@ TEST_F(ComponentFactoryTest, ServiceDependencyKeepsTheModuleOfAnUnloadedServiceI
 }
 
 TEST_F(ComponentFactoryTest, DestructorUnloadsTheLastLoadedFirst) {
-  // The heard order of ends: each service logs its own name when it goes.
+  // The order of destruction, from the log: each service logs its own name.
   m_factory->RegisterService("First", PluginPath(), "FirstFarewellService");
   m_factory->RegisterService("Second", PluginPath(), "SecondFarewellService");
   EXPECT_TRUE(m_factory->LoadService("First"));
@@ -256,7 +256,7 @@ TEST_F(ComponentFactoryTest, DestructorUnloadsTheLastLoadedFirst) {
 }
 
 TEST_F(ComponentFactoryTest, LoadsAModuleWhosePathHoldsBlanksAndOtherCharacters) {
-  // No name holds a quotation mark where the backslash separates names.
+  // No name contains a quotation mark where the backslash separates names.
   const std::string quotes = std::filesystem::path::preferred_separator == '/' ? "'a\" b" : "'a b";
   const TemporaryDirectory directory(
       "Gr\xC3\xB6\xC3\x9F"

@@ -12,7 +12,7 @@ namespace {
 
 constexpr auto SEPARATOR = static_cast<wchar_t>(std::filesystem::path::preferred_separator);
 
-/// Puts back both directories, which are the process's.
+/// Restores both directories, which are the process's.
 class Directories : public testing::Test {
  protected:
   ~Directories() override {

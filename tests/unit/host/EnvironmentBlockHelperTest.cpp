@@ -41,7 +41,7 @@ class OneParameter {
   EnvironmentBlockHelper m_helper{m_parameters};
 };
 
-// A block is borrowed: a temporary one would be gone before the first look-up.
+// A block is borrowed: a temporary one would be destroyed before the first look-up.
 static_assert(std::is_constructible_v<EnvironmentBlockHelper, ParameterBlock&>);
 static_assert(std::is_constructible_v<EnvironmentBlockHelper, const ParameterBlock&>);
 static_assert(!std::is_constructible_v<EnvironmentBlockHelper, ParameterBlock>);

@@ -1,4 +1,4 @@
-// What only a POSIX system has: pipes among files, and names that are any bytes.
+// Properties that only a POSIX system has: pipes among files, and names of any bytes.
 #include <SorvexHost/LogSinks.h>
 #include <host/Digest.h>
 #include <host/Text.h>
@@ -17,7 +17,7 @@ namespace {
 
 using sorvex::test::TemporaryDirectory;
 
-/// No UTF-8: the name as an older system wrote it.
+/// Not UTF-8: the name as an older system wrote it.
 const std::string LATIN1 =
     "Gr\xF6\xDF"
     "e";

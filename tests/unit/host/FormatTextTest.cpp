@@ -137,7 +137,7 @@ TEST(FormatText, PrintsUnsignedNumbersAsTheCLibraryDoes) {
     for (const std::string& directive : Directives("-#0")) {
       for (const char conversion : {'x', 'X', 'o'}) {
         const std::string format = directive + conversion;
-        // Not every C library prints the zero that the alternate form demands here.
+        // Not every C library prints the zero that the alternate form requires here.
         const bool hasNoDigits = directive.ends_with('.') || directive.ends_with(".0");
         if (value == 0 && conversion == 'o' && hasNoDigits && directive.find('#') != std::string::npos) continue;
         EXPECT_EQ(Format(format.c_str(), value), Printed(format, value)) << format << " of " << value;

@@ -28,7 +28,7 @@ bool Matches(const std::string& text, const std::string& expression) {
   return boost::regex_match(text, boost::regex(expression));
 }
 
-/// Removes the time in front of each line that has one.
+/// Removes the time from each line that has one.
 std::string WithoutTimes(const std::string& text) {
   return boost::regex_replace(text, boost::regex("(^|\n)" + TIME + " "), "$1");
 }
@@ -135,7 +135,7 @@ TEST(LogSinks, FileIsClosedToOthers) {
   EXPECT_EQ(present & perms::owner_all, perms::owner_read | perms::owner_write);
 }
 
-/// A log file, and the time by which it is looked for.
+/// A log file, and the clock by which its name is checked.
 class FollowedLogFile : public testing::Test {
  protected:
   void Write(const std::string& text) { m_sink->Write(LogLevel::Info, "Name", text); }

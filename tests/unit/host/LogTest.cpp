@@ -82,7 +82,7 @@ class InfoSink : public RecordingSink {
   bool IsEnabled(LogLevel level) const override { return level >= LogLevel::Info; }
 };
 
-/// A value that counts how often its text is asked for.
+/// A value that counts how often its text is requested.
 struct CountedText {
   operator std::string_view() const {
     ++*m_pCount;
@@ -104,7 +104,7 @@ TEST(Log, LooksAtNoValueOfARecordThatIsNotKept) {
 
 constexpr std::size_t MOST = 65536;
 
-/// The message that a record of this text becomes.
+/// The message of a record with this text.
 std::string Message(const char* format, const std::string& text) {
   const auto sink = std::make_shared<RecordingSink>();
   Log("Name", sink).Info(format, text);

@@ -1,5 +1,4 @@
-// A module that puts a service of its own into the repository while it is being loaded, beside the one that it is
-// loaded for.
+// A module that, while it is being loaded for one service, adds another service to the repository.
 #include <ace/DLL.h>
 #include <ace/Service_Config.h>
 #include <ace/Service_Object.h>

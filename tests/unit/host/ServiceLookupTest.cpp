@@ -12,7 +12,7 @@
 namespace WindowsAgentCommon {
 namespace {
 
-/// An interface that calls itself by the name of another service.
+/// An interface with another service's name.
 class Impostor {
  public:
   virtual ~Impostor() = default;

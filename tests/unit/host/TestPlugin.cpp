@@ -20,7 +20,7 @@ using WindowsAgentCommon::GetComponentFactory;
 using WindowsAgentCommon::GetService;
 using WindowsAgentCommon::IStatisticsServer;
 
-/// Tells the test what happens, through a service that outlives this module.
+/// Reports events to the test through a service that outlives this module.
 void Count(const char* name) {
   if (auto* statistics = GetService<IStatisticsServer>()) statistics->Add(name, 1);
 }
@@ -63,7 +63,7 @@ class RecursiveService : public ACE_Service_Object {
   }
 };
 
-/// An exception whose code stands in this module.
+/// An exception whose code is in this module.
 class PluginError : public std::exception {
  public:
   const char* what() const noexcept override { return "no luck"; }
@@ -79,12 +79,12 @@ class OddlyThrowingService : public CountingService {
   int init(int, ACE_TCHAR*[]) override { throw 42; }
 };
 
-/// Waits until somebody has counted `name`; returns whether that came to pass.
+/// Waits until someone has counted `name`; returns whether that happened.
 bool WaitForCount(const char* name) {
   return sorvex::test::WaitUntil([name] { return GetService<IStatisticsServer>()->GetValue(name) != 0; });
 }
 
-/// Asks the host from a thread of its own and waits for the answers.
+/// Calls the host from its own thread and waits for the answers.
 class AskingService : public ACE_Service_Object {
  public:
   int init(int, ACE_TCHAR*[]) override {
@@ -101,7 +101,7 @@ class AskingService : public ACE_Service_Object {
     if (answer.wait_for(sorvex::test::patience) == std::future_status::ready) {
       thread.join();
     } else {
-      // It goes on once the host lets it.
+      // It continues once the host allows it.
       Count("unanswered");
       thread.detach();
     }
@@ -150,7 +150,7 @@ class EntangledService : public CountingService {
   const char* m_pOtherName;
 };
 
-/// Logs its end.
+/// Logs its destruction.
 class FarewellService : public ACE_Service_Object {
  public:
   explicit FarewellService(const char* name) : m_pName(name) {}

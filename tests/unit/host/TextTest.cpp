@@ -21,7 +21,7 @@ std::wstring Units(std::initializer_list<unsigned> units) {
   return text;
 }
 
-/// What `bytes` become, which are so many invalid sequences.
+/// The conversion of `bytes`, which are so many invalid sequences.
 std::wstring Invalid(std::string_view bytes, std::size_t sequences) {
   if (sizeof(wchar_t) == 2) return std::wstring(sequences, L'\xFFFD');
   std::wstring text;
@@ -93,7 +93,7 @@ TEST(WideToUtf8, ReplacesLoneSurrogates) {
 }
 
 TEST(WideToUtf8, ReplacesWhatLiesBeyondUnicode) {
-  // Units of two bytes hold no such value.
+  // Units of two bytes cannot hold such a value.
   if constexpr (sizeof(wchar_t) == 4) {
     EXPECT_EQ(WideToUtf8(Units({0x110000, 0xFFFFFFFF})), "\xEF\xBF\xBD\xEF\xBF\xBD");
   } else {

@@ -44,7 +44,7 @@ TEST(VaroTask, ClockIsMonotonic) {
   const ACE_Time_Value first = task.gettimeofday();
   const ACE_Time_Value second = task.gettimeofday();
   EXPECT_GE(second, first);
-  // The clock of the day is decades ahead of one that counts from the system's start.
+  // The wall clock is decades ahead of one that counts from the system's start.
   EXPECT_NE(first.sec() / 86400, ACE_OS::gettimeofday().sec() / 86400);
 }
 
@@ -52,7 +52,7 @@ TEST(VaroTask, DeadlinesAreReachedOnTheMonotonicClock) {
   using namespace std::chrono;
   VaroTask task;
   const auto start = steady_clock::now();
-  // The deadline's type says which clock it is of.
+  // The deadline's type says which clock it uses.
   auto deadline = task.gettimeofday();
   deadline += ACE_Time_Value(0, 50'000);
   ACE_Message_Block* block = nullptr;

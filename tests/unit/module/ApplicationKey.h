@@ -26,7 +26,7 @@ class ApplicationKey {
   /// `text` encrypted with the public key (OAEP with SHA-1), most significant byte first, as RSA itself writes it.
   std::vector<std::uint8_t> Encrypt(std::string_view text) const;
 
-  /// `text` in the form that an install file holds: encrypted, most significant byte first, in Base64.
+  /// `text` in the form of an install file: encrypted, most significant byte first, in Base64.
   std::string Secure(std::string_view text) const;
 
  private:
@@ -35,19 +35,19 @@ class ApplicationKey {
 
 std::string EncodeBase64(const std::vector<std::uint8_t>& bytes);
 
-/// Puts the key into the container that the module reads secured tokens with, or into another; an empty name is the
+/// Puts the key into the container with which the module reads secured tokens, or into another; an empty name is the
 /// default one. Below the current configuration directory where the system keeps containers in files.
 void StoreInContainer(const ApplicationKey& key, const std::string& containerName = "Sorvex.ConfigServerConnection");
 
-/// Where containers are the machine's, keeps those of other test programs waiting until this test ends. For a test that
-/// has them made by others; `StoreInContainer` does it by itself.
+/// Where containers are the machine's, blocks those of other test programs until this test ends. For a test whose
+/// containers others make; `StoreInContainer` does it itself.
 void ReserveContainers();
 
-/// Takes away a container that `StoreInContainer` made in this test.
+/// Removes a container that `StoreInContainer` made in this test.
 void RemoveContainer(const std::string& containerName);
 
-/// Removes a container that the agent itself has made, at the end of the scope. Where containers are files, they go
-/// with the test's directory.
+/// At the end of the scope removes a container that the agent itself has made. Where containers are files, they go with
+/// the test's directory.
 class ContainerRemoval {
  public:
   explicit ContainerRemoval(const std::string& containerName = "Sorvex.ConfigServerConnection");

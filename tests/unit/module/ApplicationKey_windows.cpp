@@ -22,7 +22,7 @@ namespace {
 
 constexpr const wchar_t* providerName = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
 
-/// Opens a machine key container, as `flags` say.
+/// Opens a machine key container with `flags`.
 HCRYPTPROV Acquire(const std::wstring& name, DWORD flags) {
   HCRYPTPROV provider = 0;
   if (!CryptAcquireContextW(&provider, name.c_str(), providerName, PROV_RSA_AES, CRYPT_MACHINE_KEYSET | flags)) {
@@ -37,7 +37,7 @@ void DeleteIfThere(const std::wstring& name) {
 }
 
 /// Removes the containers that a test made; the system would keep them for good. They are the machine's, and several
-/// test programs run at once: from its first container to its end a test has them for itself.
+/// test programs run at once: from its first container to its end a test has exclusive use of them.
 class ContainerRemover : public testing::EmptyTestEventListener {
  public:
   /// The one of this program; GoogleTest owns it.
@@ -62,7 +62,7 @@ class ContainerRemover : public testing::EmptyTestEventListener {
     m_bMyTurn = true;
   }
 
-  /// Makes the container, in place of one that a test left.
+  /// Makes the container, replacing a left-over one.
   HCRYPTPROV Make(const std::wstring& name) {
     TakeTurn();
     m_names.insert(name);
@@ -118,7 +118,7 @@ void RemoveContainer(const std::string& containerName) {
 
 ContainerRemoval::ContainerRemoval(const std::string& containerName) : m_containerName(containerName) {}
 
-/// One that was not made needs no removing.
+/// One that was not made need not be removed.
 ContainerRemoval::~ContainerRemoval() {
   HCRYPTPROV provider = 0;
   CryptAcquireContextW(&provider, WindowsAgentCommon::Utf8ToWide(m_containerName).c_str(),

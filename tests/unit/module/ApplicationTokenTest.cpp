@@ -26,14 +26,14 @@ constexpr const char* plainToken = "01234567-89ab-cdef-0123-456789abcdef";
 
 class ApplicationToken : public testing::Test {
  protected:
-  /// Reads an install file with this token; returns what stands for it in the parameters.
+  /// Reads an install file with this token; returns the token in the parameters.
   std::string Read(const std::string& token) {
     m_installation.WriteInstallFile("ApplicationToken=" + token + "\r\n");
     m_result = m_processor.Process(InstallationDirectory::InstallFile(), m_parameters);
     return m_parameters.find("ApplicationToken")->second;
   }
 
-  /// What the processor says about a token that could not be decrypted for this reason.
+  /// The processor's text for a token that could not be decrypted for this reason.
   static std::string Complaint(int error) {
     return "Couldn't decode the secure application token provided in " +
            WindowsAgentCommon::WideToUtf8(InstallationDirectory::InstallFile()) + " (" +
@@ -49,8 +49,8 @@ class ApplicationToken : public testing::Test {
 
 class SecuredApplicationToken : public ApplicationToken, public testing::WithParamInterface<unsigned int> {};
 
-// The installer's own key store writes the least significant byte first; the installer turns the bytes round before it
-// encodes them. So the text holds what RSA itself writes, most significant byte first, and one text serves every
+// The installer's own key store writes the least significant byte first; the installer reverses the bytes before it
+// encodes them. So the text contains what RSA itself writes, most significant byte first, and one text serves every
 // system.
 TEST_P(SecuredApplicationToken, InBase64OfMostSignificantByteFirstIsDecrypted) {
   StoreInContainer(ApplicationKey::Of(GetParam()));

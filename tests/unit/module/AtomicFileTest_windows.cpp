@@ -18,7 +18,7 @@ namespace {
 
 using VaroCommunicationAPI::Platform::WriteFileAtomically;
 
-/// What everybody may do with the file, by its own rules.
+/// Everybody's rights to the file, by its own rules.
 ACCESS_MASK RightsOfEverybody(const std::wstring& path) {
   PACL rules = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -40,7 +40,7 @@ ACCESS_MASK RightsOfEverybody(const std::wstring& path) {
   return rights;
 }
 
-/// Wine keeps of a file's rules what its mode can hold; a directory's own do not pass to the files in it there.
+/// Wine stores only those of a file's rules that a mode can hold; files do not inherit a directory's rules there.
 TEST(AtomicFileRules, LetEverybodyReadAndNobodyElseWrite) {
   const TemporaryDirectory directory;
   PSECURITY_DESCRIPTOR descriptor = nullptr;

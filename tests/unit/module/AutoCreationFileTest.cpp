@@ -143,7 +143,7 @@ TEST_F(AutoCreationFile, WithOddByteAtEndTakesItForCharacterBelow256) {
 }
 
 TEST_F(AutoCreationFile, IsReadUpToByte65536) {
-  // 32767 characters behind the byte-order mark.
+  // 32767 characters after the byte-order mark.
   const std::u16string line = u"\nAutoCreation.Last=1";
   EXPECT_THAT(ProcessText(std::u16string(32767 - line.size(), u'x') + line),
               ElementsAre(Pair("AutoCreation.Last", "1")));

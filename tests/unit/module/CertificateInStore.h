@@ -1,4 +1,4 @@
-// A certificate in one of the system's stores for the time of a test.
+// Puts a certificate into one of the system's stores for the duration of a test.
 #pragma once
 
 #include "platform/Certificate.h"
@@ -8,7 +8,7 @@
 
 namespace sorvex::test {
 
-/// Puts the certificate into the store that `CertificateStore::Open` opens by this name, and takes it out at the end.
+/// Puts the certificate into the store that `CertificateStore::Open` opens by this name, and removes it at the end.
 class CertificateInStore {
  public:
   CertificateInStore(const std::wstring& store, const VaroCommunicationAPI::Platform::Certificate& certificate);

@@ -11,15 +11,14 @@ namespace sorvex::test {
 
 namespace {
 
-/// The machine's store: the user's asks, in a window, before it trusts. Others see a change when this one is closed.
+/// The machine's store: the user's asks for confirmation in a window. Others see a change when this one is closed.
 HCERTSTORE OpenForWriting(const std::wstring& name) {
   const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, name.c_str());
   if (!store) throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CertOpenStore");
   return store;
 }
 
-/// Removes what a store keeps of the certificate in the registry: Wine 8 leaves it there when the certificate is
-/// deleted.
+/// Removes a store's registry entry for the certificate: Wine 8 leaves it when the certificate is deleted.
 void RemoveRecord(const std::wstring& store, PCCERT_CONTEXT certificate) {
   BYTE hash[20];
   DWORD size = sizeof hash;

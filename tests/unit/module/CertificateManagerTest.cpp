@@ -41,10 +41,10 @@ using WindowsAgentCommon::GetLastErrorText;
 
 constexpr const char* fetching = "Info Attempting to retrieve the certificate from the configuration server";
 
-/// A number that the system has a text for.
+/// A number for which the system has a text.
 constexpr int someError = 5;
 
-/// What is found wrong with a chain.
+/// The faults of a chain.
 constexpr const char* unknownIssuer =
     "Error The certificate for server (%s) is not self-signed and its issuer (%s) does not appear to be in the Windows "
     "certificate store. We can't make the connection to the configuration console in a secure fashion, so the "
@@ -68,7 +68,7 @@ CertificateHolder Make(const std::string& subject, const std::string& issuer) {
 
 class CertificateManagerTest : public testing::Test {
  protected:
-  /// Points the manager at the server of a test and sets the file.
+  /// Points the manager at a test's server and sets the file.
   void Configure(CertificateManager& manager, const std::string& server, std::uint16_t port) {
     manager.SetServer(server);
     manager.SetPort(port);
@@ -271,7 +271,7 @@ TEST_F(CertificateManagerTest, ATextThatIsNoCertificateIsToldAndEmptiesTheHolder
                           GetLastErrorText(error)));
 }
 
-/// A certificate, signed by itself, whose encoding has `size` bytes.
+/// A self-signed certificate whose encoding has `size` bytes.
 CertificateHolder MakeOfSize(std::size_t size) {
   const Name name = Named("server");
   const std::size_t base = MakeCertificate(name, name, {}, std::string(15000, 'x')).size();
@@ -322,7 +322,7 @@ TEST_F(CertificateManagerTest, ACertificateHasTextAndNames) {
   EXPECT_EQ(name, L"Example, server");
 }
 
-// Chains. Every name of an issuer in a store is one of these tests alone: the stores are the machine's.
+// Chains. No other test uses these issuers' names: the stores are the machine's.
 
 TEST_F(CertificateManagerTest, ASelfSignedCertificateIsItsChain) {
   const CertificateHolder server = Make("server", "server");

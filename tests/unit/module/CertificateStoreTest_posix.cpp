@@ -1,4 +1,4 @@
-// The store of trusted certificates where the system keeps its own in a file.
+// The store of trusted certificates on systems that keep their own in a file.
 #include "InstallationDirectory.h"
 #include "TestCertificate.h"
 

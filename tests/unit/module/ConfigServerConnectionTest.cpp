@@ -1,5 +1,5 @@
-// The HTTPS connection against a server that says what is written here. Its requests go to port 443, to which the
-// proxy of the environment gives the meaning of the server's own port.
+// The HTTPS connection against a scripted server. Its requests go to port 443, which the environment's proxy leads to
+// the server's own port.
 #include "connection/ConfigServerConnection.h"
 
 #include "InstallationDirectory.h"
@@ -80,7 +80,7 @@ class WatchedStream : private std::streambuf, public std::ostream {
 
 class HttpsConnection : public testing::Test {
  protected:
-  /// Starts the server that the connection talks to.
+  /// Starts the server for the connection.
   template <class Script>
   ScriptedHttpsServer& Serve(Script script, const TlsServerOptions& options = {}) {
     m_server.emplace(std::move(script), options);
@@ -97,7 +97,7 @@ class HttpsConnection : public testing::Test {
     return more;
   }
 
-  /// Of entries with one key the first is read: `more` goes before the usual ones.
+  /// The first of several entries with one key counts, so `more` goes before the usual ones.
   bool Initialize(const ParameterBlock& more = {}) { return m_connection.Initialize(Parameters(more)); }
 
   void Trust(const TlsIdentity& identity) { m_installation.Write("config/Console.PEM", identity.CertificatePem()); }
@@ -383,7 +383,7 @@ TEST_P(HttpsFetch, MeetsServersOfAVersionBetween10And12) {
   options.maxVersion = GetParam();
   Serve(std::vector{HttpAnswer("")}, options);
   ASSERT_TRUE(Initialize());
-  // The request itself is in the range of libcurl.
+  // The request itself uses libcurl's own TLS versions.
   m_connection.TestConnection();
   EXPECT_TRUE(std::filesystem::exists(TrustFile()));
   EXPECT_THAT(m_log->Lines("Code.CertificateManager."), Not(Contains(StartsWith("Error "))));
@@ -425,7 +425,7 @@ TEST_F(HttpsConnection, StartsFromNothingAfterShutdown) {
   ExpectCodes(0, 0);
   EXPECT_THAT(ConfigServerConnectionPeer::Headers(m_connection), IsEmpty());
   EXPECT_FALSE(m_connection.RegisterInstance("os", "1"));
-  // The warning is armed again, and the certificate was fetched anew.
+  // The warning is armed again, and the certificate was fetched again.
   EXPECT_THAT(Lines(), ElementsAre(StartsWith("Warn RegisterInstance returned no error code")));
   EXPECT_TRUE(std::filesystem::exists(TrustFile()));
   EXPECT_THAT(server.Requests().back(),
@@ -662,10 +662,10 @@ TEST_F(HttpsConnection, RefusesAServerWithAnotherCertificateUntilTheFileIsGone) 
               ElementsAre(FailureLine("PostHeartbeat", "", "60 (" + m_connection.GetLastErrorMessage() + ")")));
   EXPECT_THAT(server.Requests(), IsEmpty());
 
-  // The verdict about the file is for the life of a connection.
+  // The check of the file is made once per connection object.
   std::filesystem::remove(TrustFile());
   EXPECT_FALSE(m_connection.PostHeartbeat());
-  // libcurl reads the file for each connection to the server, or keeps what it has read.
+  // libcurl reads the file for each connection to the server, or caches it.
   EXPECT_THAT(m_connection.GetLastErrorCode(), AnyOf(badTrustFile, peerFailedVerification));
   EXPECT_FALSE(std::filesystem::exists(TrustFile()));
 
@@ -718,7 +718,7 @@ TEST_F(HttpsConnection, WarnsOfARunOfHtmlRegistrationsOnce) {
   EXPECT_THAT(Lines(), ElementsAre(HtmlWarning("RegisterInstance")));
   EXPECT_FALSE(m_connection.RegisterInstance("os", "1"));
   EXPECT_THAT(Lines(), SizeIs(1));
-  // Nothing is no answer that arms the warning again.
+  // An empty answer does not arm the warning again.
   EXPECT_TRUE(m_connection.RegisterInstance("os", "1"));
   EXPECT_FALSE(m_connection.RegisterInstance("os", "1"));
   EXPECT_THAT(Lines(), SizeIs(1));
@@ -864,7 +864,7 @@ TEST_P(HttpsHeldAnswer, HasAtMostOneMebibyte) {
   EXPECT_TRUE(Call());
   ExpectCodes(0, 200);
   const bool bSucceeded = Call();
-  // The fingerprint is what came.
+  // The fingerprint is the body unchanged.
   EXPECT_EQ(bSucceeded, std::string(GetParam().name) == "GetConfigurationFingerprint");
   ExpectCodes(writeError, 200);
   EXPECT_THAT(Lines(), ElementsAre(HasSubstr("\n    Error code: 23 (")));
@@ -883,7 +883,7 @@ TEST_F(HttpsConnection, StreamsMoreThanAMebibyte) {
   EXPECT_EQ(m_output.str(), body);
 }
 
-// Streams that fail, and commands inside of commands
+// Streams that fail, and commands inside commands
 
 TEST_F(HttpsConnection, EndsTheRequestOfAStreamThatFails) {
   Talk({HttpAnswer("body")});
@@ -931,7 +931,7 @@ TEST_P(HttpsNestedOperation, IsRefusedAndChangesNothing) {
   WatchedStream output([&](const std::string&) {
     ++calls;
     const bool bSucceeded = Call();
-    // A test tells how the command before the running one ended.
+    // A test reports how the command before the running one ended.
     EXPECT_EQ(bSucceeded, std::string(GetParam().name) == "TestConnection");
     ExpectCodes(0, 404);
     EXPECT_EQ(m_connection.GetLastErrorMessage(), "");
@@ -1005,7 +1005,7 @@ TEST_F(HttpsConnection, SurvivesAHeaderWithoutColonAndAHugeOne) {
       Talk({"HTTP/1.1 200 OK\r\nA: 1\r\nno colon\r\nContent-Length: 0\r\n\r\n",
             "HTTP/1.1 200 OK\r\nA: " + std::string(mebibyte, 'h') + "\r\nContent-Length: 0\r\n\r\n", HttpAnswer("")});
   for (int i = 0; i < 2; ++i) {
-    // libcurl's versions differ in which of them they take.
+    // libcurl's versions differ in which of them they accept.
     const bool bSucceeded = m_connection.PostHeartbeat();
     EXPECT_EQ(bSucceeded, m_connection.GetLastErrorCode() == 0);
     EXPECT_EQ(Lines().empty(), bSucceeded);

@@ -67,7 +67,7 @@ class ConnectionFactoryTest : public testing::Test {
 
   static std::string Utf8(const std::wstring& path) { return WindowsAgentCommon::WideToUtf8(path); }
 
-  /// What is logged when the install file at `path` is missing.
+  /// The log when the install file at `path` is missing.
   static std::string MissingInstallFileLine(const std::string& path) {
     return "Warn There was a problem when parsing the install configuration in " + Logged(path) +
            " (Reason: Couldn't find the application install parameters (in file " + Logged(path) +

@@ -1,4 +1,4 @@
-// Texts that are logged at Debug only are not even made where nobody keeps them.
+// Texts logged only at Debug are not made when nobody keeps them.
 #include "FreedMemory.h"
 #include "wire/TestBlock.h"
 
@@ -26,7 +26,7 @@ namespace {
 using WindowsAgentCommon::LoggerFactory;
 using WindowsAgentCommon::LogLevel;
 
-/// Takes records from a level on, and forgets them.
+/// Accepts records from a level on, and forgets them.
 class ForgettingSink : public WindowsAgentCommon::ILogSink {
  public:
   explicit ForgettingSink(LogLevel lowest) : m_lowest(lowest) {}
@@ -37,7 +37,7 @@ class ForgettingSink : public WindowsAgentCommon::ILogSink {
   const LogLevel m_lowest;
 };
 
-/// Returns how many blocks that `action` gave back held all of `text`, when the log keeps what is of this level.
+/// Returns how many blocks freed by `action` held all of `text` when the log keeps this level.
 template <class Action>
 int BlocksWith(std::string_view text, LogLevel level, Action action) {
   const auto previous = LoggerFactory::SetSink(std::make_shared<ForgettingSink>(level));

@@ -17,7 +17,7 @@
 
 namespace sorvex::test {
 
-/// Installed for the time of its life. Keeps what it is asked, in order.
+/// Installed during its lifetime. Records its calls in order.
 class FakeComponentFactory : public WindowsAgentCommon::ComponentFactory {
  public:
   using MakeService = std::function<ACE_Service_Object*()>;

@@ -1,4 +1,4 @@
-// A service in a module of its own, which tells when the module leaves the process.
+// A service in its own module, which reports when the module is unloaded.
 #include <host/IStatisticsServer.h>
 
 #include <ace/Service_Object.h>

@@ -1,4 +1,4 @@
-// What only Windows knows of files: sharing.
+// A property that only Windows files have: sharing.
 #include "InstallationDirectory.h"
 
 #include "platform/Files.h"
@@ -17,7 +17,7 @@ class SharedFile : public testing::Test {
  protected:
   ~SharedFile() override { CloseHandle(m_file); }
 
-  /// Keeps the file open as another program would that lets everybody share it.
+  /// Keeps the file open like another program that lets everybody share it.
   void Open(DWORD access) {
     m_file = CreateFileW(InstallationDirectory::InstallFile().c_str(), access,
                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,

@@ -10,7 +10,7 @@ namespace sorvex::test {
 
 namespace {
 
-// No allocation here: all of it is read inside of `operator delete`.
+// No allocation here: all of it is read inside `operator delete`.
 constexpr std::size_t maxSecretBytes = 256;
 char secretBytes[maxSecretBytes];
 std::size_t secretSize = 0;
@@ -29,7 +29,7 @@ bool HoldsSecret(std::string_view block) {
 
 void* Allocate(std::size_t size) {
   void* const memory = std::malloc(std::max<std::size_t>(size, 1));
-  // What an earlier owner left there is not found again in blocks that nobody has filled.
+  // Leftovers of an earlier owner must not be found again in blocks that nobody has filled.
   if (memory) std::memset(memory, 0, AllocatedBytes(memory));
   return memory;
 }
@@ -61,7 +61,7 @@ int FreedMemory::BlocksWithSecret() const { return blocksWithSecret; }
 }  // namespace sorvex::test
 
 #if defined(__GNUC__) && !defined(__clang__)
-// The compiler sees that `delete` frees what `new` has got, and takes it for a mistake.
+// The compiler sees that `delete` frees memory from `new`, and takes it for a mistake.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
 

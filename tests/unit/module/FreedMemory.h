@@ -1,4 +1,4 @@
-// Looks into the memory that a program gives back. Replaces the allocation functions of its program.
+// Searches the memory that a program frees. Replaces the allocation functions of its program.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace sorvex::test {
 
-/// While it lives, every block that `operator delete` takes is searched for `secret`: `runBytes` bytes of it in a row,
-/// wherever they begin, count as found. One at a time; any thread may allocate. What is on a stack is out of its reach.
+/// During its lifetime, every block passed to `operator delete` is searched for `secret`: any `runBytes` consecutive
+/// bytes of it count as found. One at a time; any thread may allocate. Stacks are not searched.
 class FreedMemory {
  public:
   explicit FreedMemory(std::string_view secret, std::size_t runBytes = 4);
@@ -15,14 +15,14 @@ class FreedMemory {
   FreedMemory(const FreedMemory&) = delete;
   FreedMemory& operator=(const FreedMemory&) = delete;
 
-  /// How many blocks have been given back since.
+  /// How many blocks have been freed since.
   int Blocks() const;
 
   /// How many of them held some of the secret.
   int BlocksWithSecret() const;
 };
 
-/// Returns the bytes that the allocation holds, which are at least those asked for.
+/// Returns the size of the allocation, which is at least the size requested.
 std::size_t AllocatedBytes(void* memory);
 
 }  // namespace sorvex::test

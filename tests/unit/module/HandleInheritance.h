@@ -1,4 +1,4 @@
-// Whether the system hands a handle on to the processes that are started.
+// Whether child processes inherit a handle.
 #pragma once
 
 #include <ace/Basic_Types.h>

@@ -1,5 +1,5 @@
-// What the HTTPS connection asks of libcurl, and what it does when libcurl refuses. Its functions are watched, and made
-// to fail, on the way.
+// What the HTTPS connection asks of libcurl, and what it does when libcurl refuses. Wrappers watch libcurl's functions
+// and make them fail.
 #include "InstallationDirectory.h"
 
 #include "connection/ConfigServerConnection.h"
@@ -56,7 +56,7 @@ Function Next(const char* name) {
 
 }  // namespace
 
-// These stand before the library's own in this program.
+// These replace the library's own in this program.
 extern "C" {
 
 #undef curl_easy_setopt
@@ -89,7 +89,7 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
 }
 
 CURLcode curl_easy_perform(CURL*) {
-  // Nothing goes out of this program.
+  // Nothing leaves this program.
   watch->m_bPerformed = true;
   watch->m_bSignalBlocked = IsSignalBlocked();
   for (const auto& [option, value] : watch->m_options) {

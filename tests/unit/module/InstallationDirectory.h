@@ -1,4 +1,4 @@
-// An agent's directories for the time of one test.
+// An agent's directories for the duration of one test.
 #pragma once
 
 #include "support/TemporaryDirectory.h"
@@ -23,8 +23,8 @@ inline std::string Utf16Bytes(std::u16string_view text) {
   return bytes;
 }
 
-/// A configuration and a patch directory, set in the host and put back at the end. Blanks and non-ASCII characters
-/// stand in their paths, so that every test meets them.
+/// A configuration and a patch directory, set in the host and restored at the end. Their paths contain blanks and
+/// non-ASCII characters, so that every test covers them.
 class InstallationDirectory {
  public:
   InstallationDirectory() {

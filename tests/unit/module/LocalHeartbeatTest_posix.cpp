@@ -1,4 +1,4 @@
-// What the local heartbeat asks of the host's monitor. Stands before the host's own one.
+// What the local heartbeat asks of the host's monitor, which it replaces.
 #include "FakeComponentFactory.h"
 
 #include "connection/NullConfigServerConnection.h"

@@ -35,7 +35,7 @@ class LoopbackConnection {
   ACE_SOCK_Stream& Near() { return m_near; }
   ACE_SOCK_Stream& Far() { return m_far; }
 
-  /// Ends the far end as a crashed peer does: with a reset.
+  /// Ends the far end like a crashed peer: with a reset.
   void ResetFar() {
     linger lingering{};
     lingering.l_onoff = 1;

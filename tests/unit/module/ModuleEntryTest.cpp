@@ -1,4 +1,4 @@
-// The function by which the service configurator makes the component, and the one that destroys it.
+// The function with which the service configurator makes the component, and the one that destroys it.
 #include "factory/ConnectionFactory.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ bool IsAllocationRefused() {
 }  // namespace
 
 #if defined(__GNUC__) && !defined(__clang__)
-// The compiler sees that `delete` frees what `new` has got, and takes it for a mistake.
+// The compiler sees that `delete` frees memory from `new`, and takes it for a mistake.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
 
@@ -91,7 +91,7 @@ TEST(ModuleEntryDeathTest, ExterminatorAssertsThatThereIsAnObject) {
   ACE_Service_Object_Exterminator destroy = nullptr;
   ACE_Service_Object* const component = _make_ConnectionFactory(&destroy);
 #if defined(ACE_NDEBUG)
-  // ACE takes its assertions out of some release builds; there is nothing to destroy then.
+  // Some release builds of ACE have no assertions; there is nothing to destroy then.
   destroy(nullptr);
 #else
   EXPECT_DEATH(destroy(nullptr), "_p != 0");

@@ -1,4 +1,4 @@
-// What the module exports and imports, and how it lets itself be loaded.
+// The module's exports, imports and loading flags.
 #include "PortableExecutable.h"
 
 #include <gmock/gmock.h>

@@ -93,7 +93,7 @@ TEST_F(ModuleLoading, LetsComponentUseServicesOfTheHost) {
   EXPECT_NE(GetService<WindowsAgentCommon::IStatisticsServer>(), nullptr);
 }
 
-/// A dependency of the component that stands in a module of its own.
+/// A dependency of the component that is in its own module.
 class ModuleDependency : public ModuleLoading {
  protected:
   ModuleDependency() {

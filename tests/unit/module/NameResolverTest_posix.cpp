@@ -1,4 +1,4 @@
-// What becomes of questions to the resolver, and of sockets that ask them. The resolver itself is scripted here.
+// What happens to requests to the resolver, and to sockets that make them. The resolver itself is scripted here.
 #include "platform/NameResolver.h"
 #include "sockets/TCPRawSocket.h"
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-/// What the scripted resolver does, and what was asked of it.
+/// What the scripted resolver does, and its requests.
 struct FakeResolver {
   int m_submitCode = 0;
   int m_cancelCode = EAI_NOTCANCELED;
@@ -21,14 +21,14 @@ struct FakeResolver {
   int m_submits = 0;
   int m_polls = 0;
   int m_cancels = 0;
-  gaicb* m_pRequest = nullptr;  ///< what is asked, as the resolver's own threads keep it
+  gaicb* m_pRequest = nullptr;  ///< the request, as the resolver's own threads keep it
   long m_longestSliceNs = 0;
 };
 
 FakeResolver resolver;
 
-/// Every question that was ever asked: the real resolver may read one that was given up for as long as it likes. Never
-/// destroyed, so that a leak checker finds them.
+/// Every request ever made: the real resolver may read one that was given up as long as it likes. Never destroyed, so
+/// that a leak checker finds them.
 std::vector<gaicb*>& Asked() {
   static auto& asked = *new std::vector<gaicb*>;
   return asked;
@@ -36,7 +36,7 @@ std::vector<gaicb*>& Asked() {
 
 }  // namespace
 
-// These take the place of the C library's for this program.
+// These replace the C library's in this program.
 extern "C" {
 
 int getaddrinfo_a(int, gaicb** list, int, sigevent*) {

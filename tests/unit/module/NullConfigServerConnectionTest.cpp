@@ -176,7 +176,7 @@ TEST_F(StandAloneConnection, HeartbeatLeavesLogMonitorLevelAloneThatIsRight) {
   EXPECT_EQ(same->second.data(), value);
 }
 
-/// Lets threads go on when all have arrived. Not std::barrier: that of mingw-w64 leaves them all waiting under Wine.
+/// Releases threads when all have arrived. Not std::barrier: that of mingw-w64 leaves them all waiting under Wine.
 class Meeting {
  public:
   explicit Meeting(
@@ -209,7 +209,7 @@ TEST_F(StandAloneConnection, HeartbeatsOfSeveralThreadsSetOneLogMonitorLevel) {
   constexpr int roundCount = 1000;
   int wrong = 0;
   OfferAgentCore({{"LogMonitor.Level", "7"}});
-  // Between two rounds no thread is at work.
+  // Between two rounds no thread is running.
   const auto look = [&] {
     WindowsAgentCommon::ParameterBlock& parameters = m_host.GetServiceConfig("AgentCore")->m_parameters;
     if (parameters != WindowsAgentCommon::ParameterBlock{{"LogMonitor.Level", "2"}}) ++wrong;

@@ -1,4 +1,4 @@
-// What the module asks of the system it runs on. The same on every system.
+// What the module needs from its system. The same on every system.
 #include "ApplicationKey.h"
 #include "InstallationDirectory.h"
 #include "LoopbackConnection.h"

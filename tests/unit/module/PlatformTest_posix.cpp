@@ -1,4 +1,4 @@
-// What only a POSIX system has: errno, signals, file modes, read-back of socket options.
+// Properties that only a POSIX system has: errno, signals, file modes, read-back of socket options.
 #include "ApplicationKey.h"
 #include "InstallationDirectory.h"
 #include "LoopbackConnection.h"
@@ -36,13 +36,13 @@
 
 namespace {
 
-/// To whom every file belongs, and who this process is, when a test says so: only root could change either.
+/// If a test says so, the owner of every file, and this process's user: only root could change either.
 std::optional<uid_t> pretendedOwner;
 std::optional<uid_t> pretendedUser;
 
 }  // namespace
 
-// These stand before those of the C library.
+// These replace those of the C library.
 
 extern "C" uid_t geteuid() noexcept { return pretendedUser.value_or(static_cast<uid_t>(syscall(SYS_geteuid))); }
 
@@ -166,7 +166,7 @@ class KeyContainerFile : public testing::Test {
 
 TEST_F(KeyContainerFile, OfItsOwnerAloneIsUsed) { EXPECT_EQ(Decrypt(), 0); }
 
-/// Calls of the system in which this process has read so far; nothing where the system does not count them.
+/// The read calls of this process so far; nothing where the system does not count them.
 std::optional<long> CallsOfRead() {
   std::ifstream counters("/proc/self/io");
   long count = 0;
@@ -214,7 +214,7 @@ TEST_F(KeyContainerFile, ThatIsAPipeIsRefusedWithoutWaitingForItsWriter) {
   std::future<int> result = std::async(std::launch::async, [this] { return Decrypt(); });
   const bool bReturned = result.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
   EXPECT_TRUE(bReturned);
-  // Lets a reader go that waits.
+  // Releases a waiting reader.
   if (!bReturned) close(open(Path().c_str(), O_WRONLY | O_NONBLOCK));
   EXPECT_EQ(result.get(), EPERM);
 }

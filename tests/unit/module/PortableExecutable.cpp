@@ -35,7 +35,7 @@ class Image {
 
   void AddSection(const Section& section) { m_sections.push_back(section); }
 
-  /// Where in the file the byte lies that is loaded at `address`.
+  /// The position in the file of the byte that is loaded at `address`.
   std::size_t OffsetOf(std::uint32_t address) const {
     for (const Section& section : m_sections) {
       if (address >= section.address && address - section.address < section.size) {
@@ -95,7 +95,7 @@ PortableExecutable::PortableExecutable(const std::filesystem::path& path) {
   if (const auto exports = image.At<std::uint32_t>(directories); exports != 0) {
     const std::size_t table = image.OffsetOf(exports);
     const auto count = image.At<std::uint32_t>(table + 24);
-    // Functions without a name would be exports as well.
+    // Functions without a name would be exports too.
     if (image.At<std::uint32_t>(table + 20) != count) throw std::runtime_error("exports by number only");
     const std::size_t names = image.OffsetOf(image.At<std::uint32_t>(table + 32));
     for (std::size_t index = 0; index < count; ++index) {

@@ -1,4 +1,4 @@
-// What a 64-bit Windows program or library says about itself.
+// The headers of a 64-bit Windows program or library.
 #pragma once
 
 #include <cstdint>

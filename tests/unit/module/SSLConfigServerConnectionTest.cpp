@@ -1,4 +1,4 @@
-// The direct TLS connection, over sockets whose server is a script.
+// The direct TLS connection, over sockets with a scripted server.
 #include "ApplicationKey.h"
 #include "FakeComponentFactory.h"
 #include "InstallationDirectory.h"
@@ -43,7 +43,7 @@ constexpr std::uint32_t noResponse = 0x80000004;
 constexpr std::uint32_t connectionFailed = 0x80000007;
 constexpr const char* noFingerprint = "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF";
 
-// What a server says.
+// Bytes from a server.
 
 const std::string established2 = HexBytes("00000006 00000012 00000003 '2.0' 00000000 00000003 '2.0'");
 const std::string established1 = HexBytes("00000001 0000000B 00000003 '1.0' 00000000");
@@ -52,7 +52,7 @@ const std::string configuration2 = HexBytes(
     "00000004 00000061 00000003 '2.0' 00000000 00000003 00000020 '3c6e0b8a9c15224a8228b9a98ca1531d' 'key'"
     "00000003 00000020 '900150983cd24fb0d6963f7d28e17f72' 'abc'");
 
-/// A response without data of its own.
+/// A response without data.
 std::string Response2(const std::string& type, const std::string& resultCode) {
   return HexBytes(type + " 0000000B 00000003 '2.0' " + resultCode);
 }
@@ -66,7 +66,7 @@ std::string NoCode2(const std::string& resultCode) {
   return Response2("00000005", resultCode) + HexBytes("00000000 00000000");
 }
 
-// What the agent says. The identifier is "agent", the token "token-1".
+// Bytes from the agent. The identifier is "agent", the token "token-1".
 
 const std::string establishment1 =
     HexBytes("00000001 00000022 00000003 '1.0' 00000003 '1.0' 00000005 'agent' 00000007 'token-1'");
@@ -83,7 +83,7 @@ std::vector<std::string> Requests(std::string bytes) {
   return requests;
 }
 
-/// The connection flags of an establishment in 2.0, or nothing that is one.
+/// The connection flags of an establishment in 2.0, or nothing for anything else.
 std::string Flags(const std::string& establishment) {
   return establishment.substr(0, 4) == HexBytes("00000006") ? establishment.substr(42, 4) : "no establishment in 2.0";
 }
@@ -105,7 +105,7 @@ class DirectTls : public testing::Test {
     EXPECT_TRUE(m_connection.Initialize(parameters));
   }
 
-  /// Initialises, and connects to a server that goes on with `says`.
+  /// Initialises, and connects to a server that continues with `says`.
   void ConnectTo(const std::string& says, int endError = 10101) {
     Initialize();
     m_server.m_next = {{established2 + says, endError}};
@@ -376,7 +376,7 @@ TEST_F(DirectTls, WithoutKeyTellsSoAndLeavesTheCodesAlone) {
                                        VaroCommunicationAPI::Platform::KeyErrorText(error)));
   EXPECT_FALSE(m_connection.RegisterInstance("os", "7.2.5"));
   EXPECT_EQ(Fingerprint(), "");
-  // Once there is a key it goes on.
+  // Once there is a key it continues.
   StoreInContainer(ApplicationKey::Of(1024), "");
   m_server.m_next = {{established2}};
   EXPECT_TRUE(m_connection.Connect());
@@ -482,7 +482,7 @@ TEST_F(DirectTls, ASilentServerOfVersion1IsNotMetByANewConnection) {
   EXPECT_EQ(ResultCode(), noResponse);
   EXPECT_EQ(m_server.m_attempts, 1);
   EXPECT_EQ(m_server.m_open, 0);
-  // Its version is remembered all the same.
+  // Its version is remembered nevertheless.
   EXPECT_TRUE(m_connection.Connect());
   EXPECT_EQ(m_server.m_received[1], establishment1);
 }
@@ -515,7 +515,7 @@ TEST_F(DirectTls, ANewConnectionThatFailsIsTheLast) {
   EXPECT_EQ(ResultCode(), noResponse);
   EXPECT_EQ(m_server.m_attempts, 2);
   EXPECT_EQ(m_server.m_open, 0);
-  // One failure is told.
+  // Only one failure is reported.
   EXPECT_EQ(Lines().size(), unknownVersionLines.size() + 3);
   EXPECT_THAT(Lines().back(), StartsWith("Debug The exchange with the configuration server failed: ("));
 }
@@ -757,7 +757,7 @@ TEST_F(DirectTls, ARefusedConfigurationIsAnEmptyFingerprint) {
   EXPECT_EQ(Fingerprint(), "");
   EXPECT_EQ(ErrorCode(), 0x80000002U);
   EXPECT_EQ(ResultCode(), 0x80000002U);
-  // An answer leaves the connection as it is.
+  // An answer does not affect the connection.
   EXPECT_EQ(m_server.m_open, 1);
 }
 
@@ -814,7 +814,7 @@ TEST_F(DirectTls, FetchesThePatchOfTheNames) {
   EXPECT_EQ(m_strMD5, "900150983cd24fb0d6963f7d28e17f72");
   const std::vector<std::string> requests = Requests(m_server.m_received[0]);
   ASSERT_EQ(requests.size(), 2U);
-  // Letters of ASCII alone become small.
+  // Only ASCII letters become lower case.
   EXPECT_EQ(requests[1].substr(19), "x64_72_a,x64_72_b-z\xC3\x84");
   EXPECT_EQ(m_server.m_open, 1);
 }

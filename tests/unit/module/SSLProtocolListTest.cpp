@@ -270,7 +270,7 @@ class OneVersionPeer {
     SSL_CTX_use_PrivateKey(m_context.get(), key);
   }
 
-  /// Shakes hands with a client of `clientContext` in memory. Returns the version negotiated, 0 for none.
+  /// Does a handshake with a client of `clientContext` in memory. Returns the version negotiated, 0 for none.
   int Negotiate(SSL_CTX* clientContext) {
     using Connection = std::unique_ptr<SSL, void (*)(SSL*)>;
     const Connection server(SSL_new(m_context.get()), &SSL_free);

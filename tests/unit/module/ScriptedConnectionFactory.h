@@ -20,15 +20,15 @@
 
 namespace sorvex::test {
 
-/// How the server behaves toward one connection.
+/// How the server behaves on one connection.
 struct Conversation {
-  std::string m_says;      ///< all of it, whatever it is asked
-  int m_endError = 10101;  ///< what a read behind the end gives: closed by the peer, or 137 for a silent one
+  std::string m_says;      ///< all of it, whatever the request
+  int m_endError = 10101;  ///< the result of a read after the end: closed by the peer, or 137 for a silent one
   bool m_bAccepts = true;
-  std::size_t m_takes = std::numeric_limits<std::size_t>::max();  ///< bytes, of all that it is sent
+  std::size_t m_takes = std::numeric_limits<std::size_t>::max();  ///< bytes that it accepts in all
 };
 
-/// What the server's connections did, and how the next ones will go. Without a script it refuses.
+/// What the server's connections did, and how the next ones will behave. Without a script it refuses.
 struct ScriptedServer {
   std::deque<Conversation> m_next;
   std::vector<std::string> m_received;  ///< by each connection

@@ -1,4 +1,4 @@
-// Memory of a secret is wiped down to its last byte, whichever way it is given up.
+// A secret's memory is wiped to the last byte, however it is freed.
 #include "FreedMemory.h"
 
 #include "platform/SecretText.h"
@@ -20,7 +20,7 @@ using VaroCommunicationAPI::Platform::PlainSecret;
 using VaroCommunicationAPI::Platform::SecretText;
 using VaroCommunicationAPI::Platform::WipePlain;
 
-/// Blocks of nothing but characters are given back in these tests: each byte of a secret is one too many.
+/// Only blocks of characters are freed in these tests: a single byte of a secret is one too many.
 constexpr std::size_t everyByte = 1;
 const std::string secret(37, '\xA7');
 const std::string other(500, '\xA7');
@@ -63,7 +63,7 @@ TEST(SecretText, OfFewCharactersIsWipedWhereItStood) {
   (new (place) SecretText(std::string_view(secret).substr(0, 3)))->~SecretText();
   EXPECT_EQ(freed.Blocks(), 1);
   EXPECT_EQ(freed.BlocksWithSecret(), 0);
-  // No byte of it stands in the object itself.
+  // No byte of it is in the object itself.
   EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(place), sizeof place).find("\xA7\xA7\xA7"),
             std::string_view::npos);
 }

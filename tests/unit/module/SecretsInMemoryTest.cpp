@@ -1,4 +1,4 @@
-// Nothing that the module gives back still holds the application token, or four bytes of it in a row.
+// No memory that the module frees holds four consecutive bytes of the application token.
 #include "ApplicationKey.h"
 #include "FakeComponentFactory.h"
 #include "FreedMemory.h"
@@ -49,7 +49,7 @@ void PrintTo(const TokenForm& form, std::ostream* out) { *out << form.name; }
 
 class TokenInMemory : public testing::TestWithParam<TokenForm> {
  protected:
-  /// Writes an install file with the token in its form, and `lines` beside it.
+  /// Writes an install file with the token in its form, and `lines` after it.
   void Install(const std::string& lines = {}) {
     const ApplicationKey& key = ApplicationKey::Of(1024);
     StoreInContainer(key);
@@ -92,7 +92,7 @@ TEST_P(TokenInMemory, IsSeenWhereNobodyWipes) {
   EXPECT_EQ(freed.BlocksWithSecret(), 1);
 }
 
-/// The component from its start to its end, with the connection of the mode that `lines` choose.
+/// The component from start to end, with the connection of the mode that `lines` select.
 class TokenOfComponent : public TokenInMemory {
  protected:
   void RunWith(const std::string& lines) {
@@ -105,13 +105,13 @@ class TokenOfComponent : public TokenInMemory {
       std::shared_ptr<WindowsAgentCommon::IConfigurationServerConnection> connection;
       factory.CreateConfigServerConnection(connection);
       ASSERT_TRUE(connection);
-      // Nobody listens at the port that `lines` name.
+      // Nobody listens at the port in `lines`.
       connection->Connect();
       connection->TestConnection();
       connection->RegisterInstance("os", "1");
       factory.ReleaseConfigServerConnection(connection);
       factory.Shutdown();
-      // Starts from nothing again.
+      // Starts afresh.
       ASSERT_EQ(factory.Initialize({}), 1);
       EXPECT_EQ(freed.BlocksWithSecret(), 0);
     }
@@ -153,7 +153,7 @@ TEST(TokenTakenForSecured, LeavesNoDecodedBytes) {
   EXPECT_EQ(freed.BlocksWithSecret(), 0);
 }
 
-/// A peer that looks at what it is sent, and keeps none of it.
+/// A peer that examines what it is sent, and keeps none of it.
 class ForgettingSocket : public sorvex::test::FakeRawSocket {
  public:
   std::int32_t Send(const void* buffer, std::uint32_t length) override {
@@ -221,7 +221,7 @@ TEST(TokenOfDirectTlsConnection, IsGoneAfterConversationsInBothVersions) {
   for (const std::string& line : log->Lines()) EXPECT_EQ(line.find(longToken), std::string::npos);
 }
 
-// What libcurl itself makes of the header, and gives back when it has sent it, is out of reach.
+// libcurl's own copy of the header, freed after sending, is out of reach.
 
 TEST(TokenOfHttpsConnection, IsGoneAfterRequestsThatReachNobody) {
   const InstallationDirectory installation;

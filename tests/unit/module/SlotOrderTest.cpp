@@ -1,5 +1,5 @@
 // The order of slots that other programs of the agent are compiled against. Reads the numbers from member-function
-// pointers as the Itanium C++ ABI makes them, the one of GCC and Clang on Linux and of mingw-w64.
+// pointers as made by the Itanium C++ ABI, that of GCC and Clang on Linux and of mingw-w64.
 #include "connection/ConfigServerConnection.h"
 #include "sockets/SSLTCPRawSocket.h"
 #include "sockets/TCPRawSocket.h"

@@ -1,4 +1,4 @@
-// Every set of flags through both operations that make sockets.
+// Every set of flags with both operations that make sockets.
 #include "factory/ConnectionFactory.h"
 #include "sockets/SSLTCPRawSocket.h"
 #include "sockets/SSLTCPSocket.h"
@@ -27,7 +27,7 @@ constexpr unsigned int ignored = 4;
 constexpr unsigned int internet = 8;
 constexpr unsigned int raw = 16;
 
-/// What a call gives: a class, or the line of the exception.
+/// The result of a call: a class, or the line of the exception.
 struct Expected {
   const std::type_info* type = nullptr;
   int line = 0;
@@ -93,7 +93,7 @@ TEST_P(SocketCreation, IgnoresOtherFlags) {
 
 INSTANTIATE_TEST_SUITE_P(AllFlags, SocketCreation, testing::Range(0, 32));
 
-// The table above once more, as numbers.
+// The same table, as numbers.
 TEST(SocketCreationFlags, AreTheseNumbers) {
   ConnectionFactory factory;
   std::shared_ptr<IRawSocket> socket;

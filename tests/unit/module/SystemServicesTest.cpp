@@ -1,4 +1,4 @@
-// Key export, keep-alive, time zone and version of the system the module runs on.
+// Key export, keep-alive, time zone and version of the system on which the module runs.
 #include "ApplicationKey.h"
 #include "InstallationDirectory.h"
 #include "LoopbackConnection.h"
@@ -103,7 +103,7 @@ TEST(TimeZone, AgreesWithTheClockOfTheStandardLibrary) {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   ACE_OS::localtime_r(&now, &local);
-  // Read as if it were UTC, local time comes out shifted by what is in effect, daylight time included.
+  // Read as if it were UTC, local time is shifted by the offset in effect, including daylight time.
   using namespace std::chrono;
   const sys_days day = year(local.tm_year + 1900) / (local.tm_mon + 1) / local.tm_mday;
   const sys_seconds shifted = day + hours(local.tm_hour) + minutes(local.tm_min) + seconds(local.tm_sec);

@@ -1,4 +1,4 @@
-// Certificates made to measure.
+// Certificates with chosen content.
 #pragma once
 
 #include <openssl/evp.h>
@@ -15,12 +15,12 @@
 
 namespace sorvex::test {
 
-/// One attribute of a name: its bytes as they are encoded.
+/// One attribute of a name: its bytes as encoded.
 struct NameAttribute {
   int m_nid;
   int m_type;
   std::string m_bytes;
-  bool m_bSameRelativeName = false;  ///< stands in the relative name of the attribute before it
+  bool m_bSameRelativeName = false;  ///< is in the same relative name as the attribute before it
 };
 using Name = std::vector<NameAttribute>;
 

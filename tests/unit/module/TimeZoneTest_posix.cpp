@@ -31,7 +31,7 @@ TEST_P(TimeZoneOfProcess, IsTheOneInEffect) {
   EXPECT_EQ(zone.m_bDaylight, GetParam().expected.m_bDaylight);
 }
 
-// Daylight time from the first hour of the year to behind its last one is in effect whenever the test runs.
+// Daylight time from the first hour of the year until after its last one is in effect whenever the test runs.
 INSTANTIATE_TEST_SUITE_P(WithoutDaylightTime, TimeZoneOfProcess,
                          testing::Values(ZoneInEffect{"UTC0", {L"UTC", 0, false}},
                                          ZoneInEffect{"EST5", {L"EST", 300, false}},
@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(InDaylightTime, TimeZoneOfProcess,
 TEST(TimeZoneOfProcess, IsReadAnewEachTime) {
   const ScopedTimeZone outer("EST5");
   CurrentTimeZone();
-  // Nobody but the module looks at the variable meanwhile.
+  // Only the module reads the variable meanwhile.
   setenv("TZ", "IST-5:30", 1);
   EXPECT_EQ(CurrentTimeZone().m_nBiasMinutes, -330);
 }

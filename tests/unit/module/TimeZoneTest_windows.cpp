@@ -1,4 +1,4 @@
-// The time zone in effect, of what the system tells.
+// The time zone in effect, from the system's description.
 #include "platform/windows/TimeZoneInformation.h"
 
 #include <gtest/gtest.h>

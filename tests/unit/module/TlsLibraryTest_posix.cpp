@@ -1,4 +1,4 @@
-// Which libraries the component initialises itself, and in which order. Their functions are watched on the way.
+// Which libraries the component initialises itself, and in which order. Wrappers watch their functions.
 #include "FakeComponentFactory.h"
 #include "InstallationDirectory.h"
 
@@ -36,7 +36,7 @@ constexpr std::uint64_t allAlgorithms = OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_I
 
 }  // namespace
 
-// These stand before the libraries' own in this program.
+// These replace the libraries' own in this program.
 extern "C" {
 
 int OPENSSL_init_ssl(std::uint64_t options, const OPENSSL_INIT_SETTINGS* settings) {
@@ -68,7 +68,7 @@ class FakeSecurityManager : public ACE_Service_Object, public WindowsAgentCommon
   bool IsTlsReady() const override { return true; }
 };
 
-/// Stands under the security manager's name and is none.
+/// Has the security manager's name but is not one.
 class FakeOtherService : public ACE_Service_Object {};
 
 class TlsLibrary : public testing::Test {

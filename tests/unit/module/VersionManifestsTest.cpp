@@ -154,7 +154,7 @@ TEST_F(VersionManifests, KeepEntriesThatAreThere) {
   EXPECT_THAT(parameters, ElementsAre(Pair("BuildNumber_A", "1"), Pair("BuildNumber_A", "2")));
 }
 
-/// Makes a directory the current one for the time of its life.
+/// Makes a directory the current one during its lifetime.
 class CurrentDirectory {
  public:
   explicit CurrentDirectory(const std::filesystem::path& path) { std::filesystem::current_path(path); }

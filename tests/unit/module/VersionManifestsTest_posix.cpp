@@ -1,4 +1,4 @@
-// Manifests where a file's name is any bytes.
+// Manifests where a file name is any bytes.
 #include "InstallationDirectory.h"
 
 #include "install/VersionManifests.h"

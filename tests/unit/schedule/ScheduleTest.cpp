@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The largest number that a random function gives.
+/// The largest number that a random function returns.
 constexpr double almostOne = 0.999999;
 
 Random Always(double number) {

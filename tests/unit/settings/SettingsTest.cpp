@@ -14,7 +14,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 
-/// Takes "good" for a certificate.
+/// Accepts "good" as a certificate.
 std::string ReadScriptedCertificate(const std::string& text) {
   if (text != "good") throw std::invalid_argument("it holds no certificate");
   return "encoded";

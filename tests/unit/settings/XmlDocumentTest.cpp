@@ -58,13 +58,13 @@ TEST(XmlDocument, OneRootIsWanted) {
 TEST(XmlDocument, DepthIsBounded) {
   EXPECT_EQ(ErrorOf(Nested(maxXmlDepth)), "none");
   EXPECT_THAT(ErrorOf(Nested(maxXmlDepth + 1)), HasSubstr("nested too deep"));
-  // Elements side by side are no depth.
+  // Sibling elements do not add depth.
   std::string wide = "<a>";
   for (int i = 0; i < 1000; ++i) wide += "<b/><c></c>";
   EXPECT_EQ(ErrorOf(wide + "</a>"), "none");
 }
 
-/// Each of these hides start tags from a reader that is not careful, and the parser calls itself for each.
+/// Each of these hides start tags from a careless reader, and the parser calls itself for each.
 TEST(XmlDocument, DepthCannotBeHidden) {
   std::string deep;
   for (int i = 0; i < 200'000; ++i) deep += "<b>";

@@ -12,13 +12,13 @@ namespace sorvex::test {
 namespace {
 
 TEST(LoopbackServer, StopEndsAWaitForTheRestOfARecord) {
-  // The head of a handshake record of 512 bytes, and the first of these.
+  // The header of a handshake record of 512 bytes, and the first of these.
   constexpr std::string_view partOfRecord("\x16\x03\x01\x02\x00\x01", 6);
   std::promise<bool> handshake;
   std::future<bool> outcome = handshake.get_future();
   LoopbackTcpServer server([&](LoopbackTcpServer&, ServerConnection& connection, int) {
     WaitUntil([&] { return connection.Socket().available() == partOfRecord.size(); });
-    // As `Stop` does, while what there is of the record is being read.
+    // Like `Stop`, while an incomplete record is being read.
     connection.Abort();
     boost::asio::ssl::context context(boost::asio::ssl::context::tls_server);
     handshake.set_value(TlsServerSession(connection, context).Handshake());

@@ -48,8 +48,8 @@ std::vector<std::string> ReadDocument() {
   return lines;
 }
 
-/// The bytes of the examples by their names. A name stands in the line "**Example: <name>**..." ahead of its dump,
-/// whose lines are offset, bytes, a bar and what they are.
+/// The bytes of the examples by their names. The name is in the line "**Example: <name>**..." before its dump, whose
+/// lines are offset, bytes, a bar and their meaning.
 std::map<std::string, std::string> ReadExamples() {
   constexpr std::string_view label = "**Example: ";
   constexpr std::size_t offsetDigits = 4;
@@ -130,7 +130,7 @@ const std::vector<RequestExample> requestExamples{
     {"CodeUpdateRequest 2.0", Version2, UpdateCode},
 };
 
-/// What a client holds. Empty texts where it holds nothing.
+/// What a client holds; empty texts where it holds nothing.
 struct Held {
   std::string configuration{};
   std::string configurationMD5{};
@@ -188,7 +188,7 @@ const std::vector<ResponseExample> responseExamples{
 
 class ProtocolDocument : public testing::Test {
  protected:
-  /// Reads the example as a record that the client itself need not look at.
+  /// Reads the example as a record that the client itself need not check.
   template <class Record>
   void Read(const std::string& name, Record& record) const {
     SocketSerializer serializer(std::make_shared<FakeRawSocket>(m_examples.at(name)));
@@ -246,7 +246,7 @@ TEST_F(ProtocolDocument, EstablishmentOfVersion2IsWhatTheClientWritesButForTimeA
   SocketSerializer reader(std::make_shared<FakeRawSocket>(sent));
   ReadRecord(reader, written);
 
-  constexpr std::size_t versionAt = 8;     // behind requestType and recordSize
+  constexpr std::size_t versionAt = 8;     // after requestType and recordSize
   constexpr std::size_t timestampAt = 50;  // 8 + 7 + 7 + 11 + 13 + 4
   constexpr std::size_t keyBytes = 49;     // 4 + 4 + 32 + 9
   EXPECT_EQ(sent.substr(0, 4), example.substr(0, 4));
@@ -319,7 +319,7 @@ TEST_F(ProtocolDocument, WhatAnOldServerSaysBesidesStandsInTheWay) {
 
   socket->Say(response);
   EXPECT_THROW(Establish(*MakeClient(Version1), serializer), SocketException);
-  // Type, size and the length of a text were taken; the text is over its bound.
+  // Type, size and the length of a text were read; the text is over its bound.
   EXPECT_EQ(socket->Unread(), 15U + response.size() - 12);
 }
 
@@ -335,7 +335,7 @@ TEST_F(ProtocolDocument, TellsTheTextOfEveryResultCode) {
     if (rest.starts_with(" | ")) told[static_cast<std::uint32_t>(resultCode)] = rest.substr(3, rest.size() - 5);
   }
   for (const auto& [resultCode, text] : told) EXPECT_EQ(text, ResultText(resultCode));
-  // One row each, the unknown code aside.
+  // One row each, except the unknown code.
   EXPECT_EQ(told.size(), 14U);
 }
 

@@ -291,7 +291,7 @@ TEST(RecordWriting, RefusesDataOfAnotherLengthThanTheirs) {
   auto socket = std::make_shared<FakeRawSocket>();
   VaroCommunicationAPI::SocketSerializer serializer(socket);
   EXPECT_THROW(WriteRecord(serializer, request), WindowsAgentCommon::SocketException);
-  // What came before the data is out, and nothing of them.
+  // The fields before the data were written, but none of the data.
   EXPECT_EQ(socket->Sent().size(), 4U + 4 + 4 + 4 + 4 + 4 + 4 + 8 + 4);
 }
 

@@ -1,4 +1,4 @@
-// What the clients of both versions do alike, and each in its own way.
+// What the clients of both versions have in common, and how they differ.
 #include "wire/ProtocolMismatchException.h"
 #include "wire/SSLConfigServerAPIClient_v1.h"
 #include "wire/SSLConfigServerAPIClient_v2.h"
@@ -40,7 +40,7 @@ std::unique_ptr<ISSLConfigServerAPIClient> MakeClient(WireProtocol protocol) {
   return std::make_unique<SSLConfigServerAPIClient_v2>("agent", "token", *MakeBlock("key"));
 }
 
-/// A client with a server that is a script.
+/// A client with a scripted server.
 class Conversation {
  public:
   explicit Conversation(WireProtocol protocol, const std::string& answer = {})
@@ -297,7 +297,7 @@ TEST_P(BothClients, HandOutCopiesOfTheCode) {
   EXPECT_FALSE(m_conversation.m_client->GetConfigurationData(again, m_strMD5));
 }
 
-/// Counts the large blocks that are made while it lives. They must not outlive it.
+/// Counts the large blocks made during its lifetime. They must not outlive it.
 class LargeBlocks : public ACE_New_Allocator {
  public:
   LargeBlocks() : m_pPrevious(ACE_Allocator::instance(this)) {}
@@ -560,7 +560,7 @@ TEST_F(ClientOfVersion2, EstablishesWithFlagsTimeZoneAndKey) {
 }
 
 TEST_F(ClientOfVersion2, SendsTheTimeOfTheCall) {
-  // The client was made in a second that is over.
+  // The client was made in an earlier second.
   const std::int64_t before = SecondsSinceEpoch();
   ASSERT_TRUE(sorvex::test::WaitUntil([&] { return SecondsSinceEpoch() > before; }));
   m_conversation.m_socket->Say(HexBytes("00000006 00000012 00000003 '2.0' 00000000 00000003 '2.0'"));

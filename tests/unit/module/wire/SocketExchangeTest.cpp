@@ -121,7 +121,7 @@ TYPED_TEST(SocketExchange, ReadsAConfigurationOfManySegments) {
   EXPECT_EQ(Content(this->m_block), content);
 }
 
-/// A response that is refused, up to the byte at which it is.
+/// A response that is refused, up to the byte where that happens.
 struct Refusal {
   const char* name;
   WireProtocol protocol;

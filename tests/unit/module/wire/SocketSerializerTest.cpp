@@ -61,7 +61,7 @@ TEST_F(SocketSerializerBasics, CannotSeekAndIsNotReadOnly) {
   EXPECT_TRUE(m_socket->Calls().empty());
 }
 
-/// Reads a value from the bytes and expects that all of them, and no more, were asked for at once.
+/// Reads a value from the bytes and expects that exactly these were requested, at once.
 template <class Value>
 void ExpectRead(std::uint32_t (SocketSerializer::*read)(Value&), const char* bytes, Value expected) {
   auto socket = std::make_shared<FakeRawSocket>(HexBytes(bytes) + "more");
