@@ -34,7 +34,7 @@ bool IsHtmlPage(std::string_view begin) {
     begin.remove_prefix(std::min(begin.find_first_not_of(blanks), begin.size()));
   } while (Skip(begin, "<!--", "-->") || Skip(begin, "<?", "?>"));
   if (!Skip(begin, "<!doctype html") && !Skip(begin, "<html")) return false;
-  // Otherwise the name goes on.
+  // Otherwise the name continues.
   return begin.empty() || begin.front() == '>' || begin.front() == '/' || blanks.find(begin.front()) != blanks.npos;
 }
 

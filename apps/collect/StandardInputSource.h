@@ -44,7 +44,7 @@ class StandardInputSource {
   std::uint64_t m_before = 0;   ///< bytes before it
   std::size_t m_taken = 0;      ///< bytes of it
   std::size_t m_handedOut = 0;  ///< bytes of it, no less than taken
-  bool m_hasLine = false;       ///< a line may be there that was not handed out
+  bool m_hasLine = false;       ///< there may be a line not yet passed on
   bool m_mayHaveMore = true;    ///< the last read found something
   bool m_hasEnded = false;
   bool m_bLongLineLogged = false;

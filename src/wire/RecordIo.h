@@ -1,4 +1,4 @@
-// Writing, reading and measuring of records, from the list of fields that each of them has.
+// Writes, reads and measures records, from each one's list of fields.
 #pragma once
 
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
@@ -54,13 +54,13 @@ class RecordReader {
   BeforeField m_beforeField;
 };
 
-/// Adds up what each field that it visits takes on the wire.
+/// Adds up the wire size of each field that it visits.
 class RecordMeter {
  public:
   void operator()(std::uint32_t) { m_bytes += sizeof(std::uint32_t); }
   void operator()(std::int64_t) { m_bytes += sizeof(std::int64_t); }
   void operator()(const WireString& field, std::uint32_t) { m_bytes += sizeof(std::uint32_t) + field.size_in_bytes; }
-  /// Counts the digest that is stored: also that of empty data, which is not written.
+  /// Counts the stored digest, even of empty data, for which it is not written.
   void operator()(const WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
     m_bytes += sizeof(std::uint32_t) + field.size_in_bytes;
     if (bWithDigest) (*this)(field.digest, clampLength);
@@ -72,7 +72,7 @@ class RecordMeter {
   std::size_t m_bytes = 0;
 };
 
-/// Returns the record's `recordSize`: the number of bytes behind that field.
+/// Returns the record's `recordSize`: the number of bytes after that field.
 template <class Record>
 std::uint32_t MeasureRecord(const Record& record) {
   RecordMeter meter;
@@ -94,13 +94,13 @@ void WriteRecord(WindowsAgentCommon::ISerializer& serializer, const Record& reco
   Record::VisitFields(record, RecordWriter(serializer));
 }
 
-/// Nothing to look out for while a record is read.
+/// Does nothing before a field.
 struct ReadOn {
   void operator()(const void*) const {}
 };
 
-/// Reads field after field into `record`. `beforeField` gets the address of each field before a byte of it is read. An
-/// exception, also one of `beforeField`, leaves the record filled up to there.
+/// Reads field after field into `record`. `beforeField` gets the address of each field before a byte of it is read.
+/// After an exception, even from `beforeField`, the record is filled up to there.
 template <class Record, class BeforeField = ReadOn>
 void ReadRecord(WindowsAgentCommon::ISerializer& serializer, Record& record, BeforeField beforeField = {}) {
   Record::VisitFields(record, RecordReader<BeforeField>(serializer, std::move(beforeField)));

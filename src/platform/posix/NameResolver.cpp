@@ -26,7 +26,7 @@ struct Question {
   Question(std::string host, std::uint32_t port, AddressFamily family)
       : m_strHost(std::move(host)), m_strService(std::to_string(port)) {
     m_hints.ai_family = family == AddressFamily::IPv4 ? AF_INET : AF_UNSPEC;
-    m_hints.ai_socktype = SOCK_STREAM;  // one entry an address; the addresses serve datagrams as well
+    m_hints.ai_socktype = SOCK_STREAM;  // one entry per address; the addresses serve datagrams as well
     m_hints.ai_flags = AI_NUMERICSERV;
     m_request.ar_name = m_strHost.c_str();
     m_request.ar_service = m_strService.c_str();

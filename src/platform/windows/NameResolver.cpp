@@ -32,7 +32,7 @@ struct Question {
   Question(std::wstring host, std::uint32_t port, AddressFamily family)
       : m_strHost(std::move(host)), m_strService(std::to_wstring(port)) {
     m_hints.ai_family = family == AddressFamily::IPv4 ? AF_INET : AF_UNSPEC;
-    m_hints.ai_socktype = SOCK_STREAM;  // one entry an address; the addresses serve datagrams as well
+    m_hints.ai_socktype = SOCK_STREAM;  // one entry per address; the addresses serve datagrams as well
     m_overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   }
   ~Question() {

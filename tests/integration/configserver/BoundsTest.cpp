@@ -180,7 +180,7 @@ TEST(ConfigServerBounds, FileThatNoAgentTakesIsNotSent) {
   AdmittedClient client(server);
   EXPECT_EQ(client.Fetch(PatchRequest("2.0", "x64_72_long")).result, 0x80000002u);
   server.WaitForLog("long.tar.gz is longer than 104857600 bytes");
-  // The connection goes on.
+  // The connection continues.
   EXPECT_TRUE(client.Ask(StatusRequest("2.0"), ResultResponse(3, "2.0", 0)));
 }
 

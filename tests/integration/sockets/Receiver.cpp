@@ -27,7 +27,7 @@ bool Reception::HasPayload(int number) const {
   const std::string start = std::to_string(number) + ' ';
   const std::lock_guard lock(m_mutex);
   for (const std::string& connection : m_connections) {
-    // It is among the last: the end is looked at first.
+    // It is among the last: check the end first.
     std::size_t end = connection.size();
     while (end > 0) {
       if (connection[end - 1] != '\n') {

@@ -15,7 +15,7 @@ struct FileReplacement::State {
   std::filesystem::path path;
   std::filesystem::path partPath;
   HANDLE file = INVALID_HANDLE_VALUE;
-  bool isPartThere = false;  ///< also when nobody writes it any more
+  bool isPartThere = false;  ///< even when it is no longer being written
 
   ~State() {
     if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
