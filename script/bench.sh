@@ -2,8 +2,6 @@
 bin=$root/build/release/bin
 processors="$(nproc) processors ($(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1))"
 
-is_number() { [[ $1 =~ ^[1-9][0-9]*$ ]]; }
-
 # build_benchmarks TARGET... makes the machine ready and builds.
 build_benchmarks() {
   "$root/script/bootstrap" --bench
