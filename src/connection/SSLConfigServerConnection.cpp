@@ -18,7 +18,11 @@
 #include <host/LoggerFactory.h>
 #include <host/Paths.h>
 #include <host/ServiceLookup.h>
+#include <host/SystemError.h>
 #include <host/Text.h>
+
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/trim.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -300,7 +304,7 @@ void SSLConfigServerConnection::CreateClient() {
   std::vector<std::uint8_t> key;
   if (const int error = Platform::ExportPublicKey(m_strKeyContainer, key); error != 0) {
     m_log.Error("An error occurred when attempting to retrieve the agent's public key. Reason: %s",
-                Platform::KeyErrorText(error));
+                WindowsAgentCommon::GetLastErrorText(error));
     return;
   }
   m_log.Debug("Public key length reported to be %u bytes long. Retrieving...", key.size());
