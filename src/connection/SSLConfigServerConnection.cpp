@@ -175,16 +175,13 @@ std::string SSLConfigServerConnection::ReadLocalFingerprint() const {
     m_log.Warn("AgentConfig.md5 is present but could not be read - this will force a configuration update.");
     return noFingerprint;
   }
-  std::string_view text = content.View();
-  text = text.substr(0, text.find('\0'));
-  constexpr const char* lineEnds = "\r\n";
-  const std::size_t begin = std::min(text.find_first_not_of(lineEnds), text.size());
-  text = text.substr(begin, text.find_last_not_of(lineEnds) + 1 - begin);
+  std::string text(content.View().substr(0, content.View().find('\0')));
+  boost::algorithm::trim_if(text, boost::algorithm::is_any_of("\r\n"));
   if (text.empty()) {
     m_log.Info("AgentConfig.md5 is not present - this will force a configuration update.");
     return noFingerprint;
   }
-  return std::string(text);
+  return text;
 }
 
 bool SSLConfigServerConnection::RetrieveConfiguration(std::ostream& output, std::string& md5) {
