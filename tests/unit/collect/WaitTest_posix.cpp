@@ -50,6 +50,36 @@ TEST_F(CollectorWaitPosix, EndsWhenTheFileOfALinkIsWritten) {
   EXPECT_THAT(WaitForLines(), ElementsAre("two"));
 }
 
+TEST_F(CollectorWaitPosix, AfterAWaitThatRanOutNothingHasToSettle) {
+  limits.settleTime = 24h;
+  Start({Files("*.log")});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  collector->Wait(1ms);
+  Append("a.log", "one\n");
+  const auto start = std::chrono::steady_clock::now();
+  collector->Wait(60s);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+  collector->Collect(sink);
+  EXPECT_THAT(sink.lines, ElementsAre("one"));
+}
+
+/// The system gives a user few of what it reports changes through: 128, where nobody has said otherwise.
+TEST_F(CollectorWaitPosix, WithoutFilesNothingIsTakenOfWhatReportsChanges) {
+  const auto count = [] {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::count_if(begin(descriptors), end(descriptors), [](const std::filesystem::directory_entry& entry) {
+      std::error_code gone;
+      return std::filesystem::read_symlink(entry, gone).native().find("inotify") != std::string::npos;
+    });
+  };
+  Start({});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_EQ(count(), 0);
+  collector->Change({Files("*.log")});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_EQ(count(), 1);
+}
+
 Collector* wokenCollector = nullptr;
 
 TEST_F(CollectorWaitPosix, EndsWithAWakeFromASignalHandler) {
