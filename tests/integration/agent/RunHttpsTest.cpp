@@ -80,8 +80,9 @@ TEST_F(RunHttpsTest, PatchOfANewerComponentIsFetched) {
 
 TEST_F(RunHttpsTest, TerminationIsReportedToTheServer) {
   Serve("");
-  RunningAgent agent(m_agent.GetInstallation());
-  ASSERT_TRUE(WaitForAnswers(" status: 200 success", 1));
+  // Between two rounds, so that nothing but this report has to be done within the time that an end may take.
+  RunningAgent agent(m_agent.GetInstallation(), {}, "4");
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   EXPECT_EQ(agent.End(), 0);
   EXPECT_THAT(m_agent.Server().Read("agents/agent-7/status.txt"), HasSubstr("\nstatus: 0\nuptime: "));
 }

@@ -1,7 +1,10 @@
 // What ends a wait where the system reports changes.
 #include "CollectorFixture.h"
 
+#include <collect/platform/ChangeWatch.h>
+
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <thread>
@@ -78,6 +81,23 @@ TEST_F(CollectorWaitPosix, WithoutFilesNothingIsTakenOfWhatReportsChanges) {
   collector->Change({Files("*.log")});
   while (collector->Collect(sink) != Collector::Progress::Idle) continue;
   EXPECT_EQ(count(), 1);
+}
+
+TEST(ChangeWatch, IsTriedAgainWhereTheSystemHadNoneLeft) {
+  ChangeWatch watch;
+  const test::TemporaryDirectory folder;
+  int number = 0;
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int lowestFree = dup(STDIN_FILENO);
+  ASSERT_GE(lowestFree, 0);
+  close(lowestFree);
+  const rlimit none{static_cast<rlim_t>(lowestFree), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const ChangeWatch::Answer answer = watch.Add(folder.Path(), number);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(answer, ChangeWatch::Answer::LimitReached);
+  EXPECT_EQ(watch.Add(folder.Path(), number), ChangeWatch::Answer::Watched);
 }
 
 Collector* wokenCollector = nullptr;
