@@ -145,6 +145,8 @@ TEST(RunService, SaysThatItFailed) {
   ASSERT_TRUE(service.WaitFor(SERVICE_STOPPED));
   EXPECT_EQ(service.Status().dwWin32ExitCode, static_cast<DWORD>(ERROR_SERVICE_SPECIFIC_ERROR));
   EXPECT_EQ(service.Status().dwServiceSpecificExitCode, 1u);
+  EXPECT_THAT(TemporaryDirectory::Read(installation.Directory().Path() / "state" / "agent.log"),
+              HasSubstr("Error Code.Agent The agent ends: another agent runs here"));
 }
 
 TEST(RunService, IsStoppedToBeRemoved) {
