@@ -75,6 +75,7 @@ TEST(FormatStatus, ShowsWhatIsWrong) {
 
 TEST(FormatStatus, KnowsNothingOfAServerThatIsNotThere) {
   EXPECT_THAT(FormatStatus(StatusReport{}), Not(HasSubstr("connection ")));
+  EXPECT_THAT(FormatStatus(StatusReport{}), Not(HasSubstr("\nserver")));
   StatusReport report;
   report.connection.emplace();
   EXPECT_THAT(FormatStatus(report), HasSubstr("\nconnection      not used yet\n"));
