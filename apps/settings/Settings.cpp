@@ -183,7 +183,6 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
   Attributes attributes(element);
   DestinationSettings destination;
   destination.type = attributes.GetOneOf("Type", types, true);
-  if (!element.text.empty()) attributes.Fail(element.name + " holds no text");
 
   // First, so that they are looked at alone: what follows has places of its own.
   std::optional<std::string> certificate;

@@ -19,8 +19,8 @@ void InstallService(const std::vector<std::string>& arguments);
 /// Stops the service, waiting for its end, and removes it.
 void RemoveService();
 
-/// Called by the program that the service manager has started: runs `run` as the service and returns its exit status. A
-/// request to stop is an interrupt of the program.
+/// Called by the program that the service manager has started: runs `run`, which throws nothing, as the service and
+/// returns its exit status. A request to stop is an interrupt of the program.
 int RunAsService(const std::function<int()>& run);
 
 /// Tells the service manager, if it has started this program, that the program ends with this status.
