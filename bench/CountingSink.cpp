@@ -5,8 +5,8 @@
 // Listens on a free loopback port, starts the command with that port in the environment variable SINK_PORT, and counts
 // until that many lines (over UDP: datagrams) have come. Then it waits for the command's end, having asked for it with
 // --terminate (for a daemon, which does not end by itself). Prints bytes, events, the seconds from the first byte to
-// the last, and what the command used: seconds of processor time, and the most memory that it held, in KiB; over TLS
-// the records and the cipher as well.
+// the last, and what the command used: seconds of processor time, and in KiB the most memory that it held, in all and
+// of its own, without what is mapped from files; over TLS the records and the cipher as well.
 #include "LoopbackServer.h"
 #include "SinkReceiver.h"
 
@@ -15,13 +15,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
+#include <fstream>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <thread>
 
 namespace sorvex::bench {
 
@@ -41,6 +47,48 @@ pid_t Start(char** command) {
   _exit(127);
 }
 
+/// Looks now and again at the memory of a process that is not mapped from a file: what it holds beyond its program and
+/// its libraries.
+class OwnMemoryWatch {
+ public:
+  explicit OwnMemoryWatch(pid_t process) : m_directory("/proc/" + std::to_string(process)) {}
+
+  /// The most that was seen since the process became the program that it is, in KiB. Ends the watch.
+  long Finish() {
+    m_thread.request_stop();
+    m_thread.join();
+    return m_peak;
+  }
+
+ private:
+  void Run(const std::stop_token& stop) {
+    std::filesystem::path program;
+    while (!stop.stop_requested()) {
+      std::error_code ended;
+      if (const auto now = std::filesystem::read_symlink(m_directory + "/exe", ended); !ended && now != program) {
+        program = now;
+        m_peak = 0;
+      }
+      m_peak = std::max(m_peak, OwnMemory());
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+
+  /// 0 when the process has ended.
+  long OwnMemory() const {
+    std::ifstream status(m_directory + "/status");
+    for (std::string name; status >> name; status.ignore(std::numeric_limits<std::streamsize>::max(), '\n')) {
+      long kibibytes = 0;
+      if (name == "RssAnon:" && status >> kibibytes) return kibibytes;
+    }
+    return 0;
+  }
+
+  const std::string m_directory;
+  long m_peak = 0;  ///< the thread's until it has ended
+  std::jthread m_thread{[this](const std::stop_token& stop) { Run(stop); }};
+};
+
 std::unique_ptr<SinkReceiver> MakeReceiver(std::string_view transport) {
   if (transport == "tcp") return MakeTcpReceiver();
   if (transport == "tls") return MakeTlsReceiver();
@@ -52,11 +100,11 @@ double ToSeconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-void Print(const Counts& counts, const rusage& usage) {
+void Print(const Counts& counts, const rusage& usage, long ownMemory) {
   const std::chrono::duration<double> seconds = counts.last - counts.first;
-  std::printf("bytes: %llu\nevents: %llu\nseconds: %.6f\ncpu: %.6f\nmemory: %ld\n",
+  std::printf("bytes: %llu\nevents: %llu\nseconds: %.6f\ncpu: %.6f\nmemory: %ld\nown-memory: %ld\n",
               static_cast<unsigned long long>(counts.bytes), static_cast<unsigned long long>(counts.events),
-              seconds.count(), ToSeconds(usage.ru_utime) + ToSeconds(usage.ru_stime), usage.ru_maxrss);
+              seconds.count(), ToSeconds(usage.ru_utime) + ToSeconds(usage.ru_stime), usage.ru_maxrss, ownMemory);
   if (counts.records > 0) {
     std::printf("records: %llu\ncipher: %s\n", static_cast<unsigned long long>(counts.records), counts.cipher.c_str());
   }
@@ -66,6 +114,7 @@ void Print(const Counts& counts, const rusage& usage) {
 bool Measure(SinkReceiver& receiver, std::uint64_t wanted, bool terminate, char** command) {
   setenv("SINK_PORT", std::to_string(receiver.Port()).c_str(), 1);
   const pid_t sender = Start(command);
+  OwnMemoryWatch ownMemory(sender);
   Counts counts;
   try {
     receiver.CountAll(wanted, counts);
@@ -77,7 +126,7 @@ bool Measure(SinkReceiver& receiver, std::uint64_t wanted, bool terminate, char*
   rusage usage{};
   int status = 0;
   if (wait4(sender, &status, 0, &usage) != sender) ThrowSystemError("wait4");
-  Print(counts, usage);
+  Print(counts, usage, ownMemory.Finish());
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 

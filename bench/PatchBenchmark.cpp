@@ -5,7 +5,8 @@
 // In turns, each a process of its own that is measured from its start until the file is there:
 //   - the module's connection, which writes the patch to a file;
 //   - "sorvex-agent fetch-patch", which computes the digest of what it writes besides, and gives the file its name;
-//   - "openssl s_client", which is given the same requests and writes to a file all that comes.
+//   - "openssl s_client", which is given the same requests and writes to a file all that comes;
+//   - the same, followed by "openssl md5" of that file, which is what the agent has to do.
 // All over TLS 1.2, with a server of version 2.0 and with one of 1.0. Prints a Markdown table.
 #include "AgentInstallation.h"
 #include "Quantile.h"
@@ -181,7 +182,7 @@ class Contestants {
   }
 
   Outcome FetchByClient() const {
-    const std::filesystem::path file = m_installation.Directory().Path() / "received";
+    const std::filesystem::path file = ClientFile();
     const std::filesystem::path requests = m_installation.Directory().Write("requests", m_server.Requests());
     const Descriptor input(open(requests.c_str(), O_RDONLY | O_CLOEXEC));
     const Descriptor output(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
@@ -200,7 +201,19 @@ class Contestants {
     return client.End();
   }
 
+  Outcome FetchAndHashByClient() const {
+    const Outcome fetched = FetchByClient();
+    Process process([this] { return Execute({"openssl", "md5", ClientFile().string()}); }, m_nothing.Get(),
+                    m_nothing.Get());
+    const Outcome hashed = process.Wait();
+    if (!process.IsSuccess()) throw std::runtime_error("openssl md5 failed");
+    return {fetched.seconds + hashed.seconds, fetched.cpuSeconds + hashed.cpuSeconds,
+            std::max(fetched.peakMebibytes, hashed.peakMebibytes)};
+  }
+
  private:
+  std::filesystem::path ClientFile() const { return m_installation.Directory().Path() / "received"; }
+
   Outcome Fetch(const std::filesystem::path& file, const std::function<int()>& act) const {
     std::filesystem::remove(file);
     Process process(act, m_nothing.Get(), m_nothing.Get());
@@ -230,12 +243,14 @@ void Compare(const std::string& version, int repetitions) {
   Row module;
   Row agent;
   Row client;
+  Row hashingClient;
   // Warms up: the server computes the digest once.
   contestants.FetchByAgent();
   for (int i = 0; i < repetitions; ++i) {
     module.Add(contestants.FetchByModule());
     agent.Add(contestants.FetchByAgent());
     client.Add(contestants.FetchByClient());
+    hashingClient.Add(contestants.FetchAndHashByClient());
   }
   const auto print = [&](const char* title, const Row& row) {
     std::printf("| %s | %s | %.0f | %.2f | %.1f | %.2f |\n", version.c_str(), title, Median(row.rates), Median(row.cpu),
@@ -244,6 +259,7 @@ void Compare(const std::string& version, int repetitions) {
   print("the module", module);
   print("sorvex-agent", agent);
   print("openssl s_client", client);
+  print("openssl s_client, then openssl md5", hashingClient);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "AllocationCounter.h"
 #include "ConnectedSocket.h"
 #include "WireData.h"
+#include "support/AllRecords.h"
 
 #include "wire/SSLConfigServerAPIClient_v2.h"
 
@@ -12,7 +13,6 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <type_traits>
 
 namespace SSLConfigServerProto {
 namespace {
@@ -86,15 +86,6 @@ void SetFields(CodeUpdateResponse& response) { SetWireBinary(response.codeData, 
 
 // --- What is measured.
 
-template <class Record>
-Record NewRecord(WireProtocol protocol) {
-  if constexpr (std::is_constructible_v<Record, WireProtocol>) {
-    return Record(protocol);
-  } else {
-    return Record();
-  }
-}
-
 /// Runs `action` as the benchmark, with `socket` as at the beginning each time.
 template <class Action>
 void Measure(benchmark::State& state, MemorySocket& socket, Action action) {
@@ -112,38 +103,38 @@ void Measure(benchmark::State& state, MemorySocket& socket, Action action) {
 }
 
 /// From the texts to a request that can be written, and its end.
-template <class Request>
-void Fill(benchmark::State& state, WireProtocol protocol) {
+template <class Form>
+void Fill(benchmark::State& state) {
   MemorySocket unused;
-  Measure(state, unused, [protocol] {
-    Request request;
+  Measure(state, unused, [] {
+    auto request = Form::Make();
     SetFields(request);
-    CompleteRecord(request, protocol);
+    CompleteRecord(request, Form::protocol);
     benchmark::DoNotOptimize(request);
   });
 }
 
-template <class Record>
-void Encode(benchmark::State& state, WireProtocol protocol) {
-  auto record = NewRecord<Record>(protocol);
+template <class Form>
+void Encode(benchmark::State& state) {
+  auto record = Form::Make();
   SetFields(record);
-  CompleteRecord(record, protocol);
+  CompleteRecord(record, Form::protocol);
   const auto socket = std::make_shared<MemorySocket>();
   SocketSerializer serializer(socket);
   Measure(state, *socket, [&] { WriteRecord(serializer, record); });
 }
 
 /// From an empty record to its end.
-template <class Record>
-void Decode(benchmark::State& state, WireProtocol protocol) {
-  auto record = NewRecord<Record>(protocol);
+template <class Form>
+void Decode(benchmark::State& state) {
+  auto record = Form::Make();
   SetFields(record);
-  CompleteRecord(record, protocol);
+  CompleteRecord(record, Form::protocol);
   const auto socket = std::make_shared<MemorySocket>();
   socket->SetInput(EncodeRecord(record));
   SocketSerializer serializer(socket);
   Measure(state, *socket, [&] {
-    auto received = NewRecord<Record>(protocol);
+    auto received = Form::Make();
     ReadRecord(serializer, received);
     benchmark::DoNotOptimize(received);
   });
@@ -161,32 +152,19 @@ void ExchangeUpdateStatus(benchmark::State& state) {
   Measure(state, *socket, [&] { benchmark::DoNotOptimize(client.UpdateStatus(serializer, 1, 1700000000)); });
 }
 
-template <class Record>
-void RegisterRecord(const std::string& name, WireProtocol protocol) {
-  if constexpr (requires { Record::type; }) {
-    benchmark::RegisterBenchmark(("Fill/" + name).c_str(), Fill<Record>, protocol);
+template <class Form>
+void RegisterForm() {
+  std::string name = Form::Record::name;
+  if (Form::bVersionTellsFields) name += std::string("/") + WireVersionText(Form::protocol);
+  if constexpr (requires { Form::Record::type; }) {
+    benchmark::RegisterBenchmark(("Fill/" + name).c_str(), Fill<Form>);
   }
-  benchmark::RegisterBenchmark(("Encode/" + name).c_str(), Encode<Record>, protocol);
-  benchmark::RegisterBenchmark(("Decode/" + name).c_str(), Decode<Record>, protocol);
+  benchmark::RegisterBenchmark(("Encode/" + name).c_str(), Encode<Form>);
+  benchmark::RegisterBenchmark(("Decode/" + name).c_str(), Decode<Form>);
 }
 
-/// A record whose version only the text tells is measured in one of them.
 void RegisterAll() {
-  RegisterRecord<ConnectionEstablishmentRequest>("ConnectionEstablishmentRequest", WireProtocol::Version1);
-  RegisterRecord<ConnectionEstablishmentRequest2>("ConnectionEstablishmentRequest2", WireProtocol::Version2);
-  RegisterRecord<RegisterInstanceRequest>("RegisterInstanceRequest", WireProtocol::Version2);
-  RegisterRecord<UpdateStatusRequest>("UpdateStatusRequest", WireProtocol::Version2);
-  RegisterRecord<ConfigurationUpdateRequest>("ConfigurationUpdateRequest", WireProtocol::Version2);
-  RegisterRecord<CodeUpdateRequest>("CodeUpdateRequest", WireProtocol::Version2);
-  RegisterRecord<ConnectionEstablishmentResponse>("ConnectionEstablishmentResponse", WireProtocol::Version1);
-  RegisterRecord<ConnectionEstablishmentResponse2>("ConnectionEstablishmentResponse2", WireProtocol::Version2);
-  RegisterRecord<RegisterInstanceResponse>("RegisterInstanceResponse", WireProtocol::Version2);
-  RegisterRecord<UpdateStatusResponse>("UpdateStatusResponse", WireProtocol::Version2);
-  for (const WireProtocol protocol : {WireProtocol::Version1, WireProtocol::Version2}) {
-    const std::string version = WireVersionText(protocol);
-    RegisterRecord<ConfigurationUpdateResponse>("ConfigurationUpdateResponse/" + version, protocol);
-    RegisterRecord<CodeUpdateResponse>("CodeUpdateResponse/" + version, protocol);
-  }
+  sorvex::test::AllRecords::ForEach([]<class Form>(Form) { RegisterForm<Form>(); });
   benchmark::RegisterBenchmark("Exchange/UpdateStatus", ExchangeUpdateStatus);
 }
 

@@ -1,5 +1,6 @@
 // Single fields and whole records, read from any bytes and written again. The first byte chooses what is read, a letter
 // from 'a' on.
+#include "support/AllRecords.h"
 #include "support/FakeRawSocket.h"
 
 #include "wire/RecordIo.h"
@@ -20,6 +21,7 @@
 namespace {
 
 using namespace SSLConfigServerProto;
+using sorvex::test::AllRecords;
 using sorvex::test::FakeRawSocket;
 using VaroCommunicationAPI::SocketSerializer;
 
@@ -89,10 +91,12 @@ void ReadBinary(std::string_view input) {
 
 /// Examines the fields of a record.
 struct FieldLook {
-  void operator()(std::uint32_t) {}
-  void operator()(std::int64_t) {}
-  void operator()(const WireString&, std::uint32_t clampLength) { m_bound = std::max(m_bound, clampLength); }
-  void operator()(const WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
+  void operator()(const char*, std::uint32_t) {}
+  void operator()(const char*, std::int64_t) {}
+  void operator()(const char*, const WireString&, std::uint32_t clampLength) {
+    m_bound = std::max(m_bound, clampLength);
+  }
+  void operator()(const char*, const WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
     m_bound = std::max(m_bound, clampLength);
     if (bWithDigest && (field.size_in_bytes == 0 || field.digest.size_in_bytes == 0)) m_bWrittenAsRead = false;
   }
@@ -101,8 +105,10 @@ struct FieldLook {
   bool m_bWrittenAsRead = true;  ///< not where the digest of empty data is left out, or a missing one computed
 };
 
-template <class Record>
-void ReadAndWrite(Record record, std::string_view input) {
+template <class Form>
+void ReadAndWrite(std::string_view input) {
+  using Record = typename Form::Record;
+  Record record = Form::Make();
   const auto socket = std::make_shared<FakeRawSocket>(input);
   SocketSerializer serializer(socket);
   const bool bWhole = ReadsWhole([&] { ReadRecord(serializer, record); });
@@ -116,44 +122,31 @@ void ReadAndWrite(Record record, std::string_view input) {
   if (socket->Sent() != read || MeasureRecord(record) != read.size() - 8) std::abort();
 }
 
-template <class Record>
-void ReadRecordOf(std::string_view input) {
-  ReadAndWrite(Record(), input);
-}
-
-template <class Record, WireProtocol protocol>
-void ReadRecordOf(std::string_view input) {
-  ReadAndWrite(Record(protocol), input);
-}
-
-constexpr void (*readings[])(std::string_view) = {
-    ReadString<0>,                                                      // a
-    ReadString<maxWireDigestBytes>,                                     // b
-    ReadString<maxWireStringBytes>,                                     // c
-    ReadBinary<false, 16>,                                              // d
-    ReadBinary<false, maxWireDataBytes>,                                // e
-    ReadBinary<true, 16>,                                               // f
-    ReadBinary<true, maxWireDataBytes>,                                 // g
-    ReadRecordOf<ConnectionEstablishmentRequest>,                       // h
-    ReadRecordOf<ConnectionEstablishmentRequest2>,                      // i
-    ReadRecordOf<RegisterInstanceRequest>,                              // j
-    ReadRecordOf<UpdateStatusRequest>,                                  // k
-    ReadRecordOf<ConfigurationUpdateRequest>,                           // l
-    ReadRecordOf<CodeUpdateRequest>,                                    // m
-    ReadRecordOf<ConnectionEstablishmentResponse>,                      // n
-    ReadRecordOf<ConnectionEstablishmentResponse2>,                     // o
-    ReadRecordOf<ConfigurationUpdateResponse, WireProtocol::Version1>,  // p
-    ReadRecordOf<ConfigurationUpdateResponse, WireProtocol::Version2>,  // q
-    ReadRecordOf<CodeUpdateResponse, WireProtocol::Version1>,           // r
-    ReadRecordOf<CodeUpdateResponse, WireProtocol::Version2>,           // s
+constexpr void (*fieldReadings[])(std::string_view) = {
+    ReadString<0>,                        // a
+    ReadString<maxWireDigestBytes>,       // b
+    ReadString<maxWireStringBytes>,       // c
+    ReadBinary<false, 16>,                // d
+    ReadBinary<false, maxWireDataBytes>,  // e
+    ReadBinary<true, 16>,                 // f
+    ReadBinary<true, maxWireDataBytes>,   // g
 };
+
+/// The records follow: h, i and so on.
+void Read(std::size_t choice, std::string_view input) {
+  if (choice < std::size(fieldReadings)) return fieldReadings[choice](input);
+  std::size_t next = std::size(fieldReadings);
+  AllRecords::ForEach([&]<class Form>(Form) {
+    if (next++ == choice) ReadAndWrite<Form>(input);
+  });
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   WindowsAgentCommon::LoggerFactory::SetSink(nullptr);
-  readings[static_cast<std::uint8_t>(data[0] - 'a') % std::size(readings)](
-      {reinterpret_cast<const char*>(data) + 1, size - 1});
+  Read(static_cast<std::uint8_t>(data[0] - 'a') % (std::size(fieldReadings) + AllRecords::size),
+       {reinterpret_cast<const char*>(data) + 1, size - 1});
   return 0;
 }

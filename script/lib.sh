@@ -11,6 +11,7 @@ rsyslogd=$(command -v rsyslogd || printf /usr/sbin/rsyslogd)
 say() { printf '%s: %s\n' "$name" "$*" >&2; }
 die() { say "$*"; exit 1; }
 usage_error() { say "$*"; exit 2; }
+is_number() { [[ $1 =~ ^[1-9][0-9]*$ ]]; }
 
 # build PRESET [ARGUMENT OF THE BUILD...] configures and builds a preset.
 build() {

@@ -1,5 +1,9 @@
 # Debian packages, for the scripts that install them; sourced after lib.sh.
 
+# What every build needs, for whichever system.
+build_packages=(cmake ninja-build ccache libssl-dev libcurl4-openssl-dev libace-ssl-dev libboost1.81-dev libspdlog-dev
+  libfmt-dev libcli11-dev)
+
 # missing PACKAGE... prints those that are not installed, one a line.
 missing() {
   local installed

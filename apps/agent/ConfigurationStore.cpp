@@ -5,10 +5,12 @@
 #include <settings/Settings.h>
 #include <shared/platform/FileReplacement.h>
 
+#include <algorithm>
+
 namespace sorvex::agent {
 namespace {
 
-/// The module reads only this much of it.
+/// The module reads only this much of it, up to a zero byte.
 constexpr std::size_t maxDigestBytes = 128;
 
 void Replace(const std::filesystem::path& path, std::string_view content) {
@@ -30,7 +32,8 @@ std::optional<std::string> ConfigurationStore::Read() const {
 
 std::string ConfigurationStore::ReadDigest() const {
   if (!std::filesystem::exists(m_digestFile)) return {};
-  const std::string content = ReadFileContent(m_digestFile, maxDigestBytes);
+  std::string content = ReadFileContent(m_digestFile, maxDigestBytes);
+  content.resize(std::min(content.find('\0'), std::min(content.size(), maxDigestBytes)));
   const std::size_t begin = content.find_first_not_of("\r\n");
   if (begin == std::string::npos) return {};
   return content.substr(begin, content.find_last_not_of("\r\n") + 1 - begin);

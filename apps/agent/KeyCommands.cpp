@@ -9,8 +9,11 @@
 #include <host/Digest.h>
 #include <host/Text.h>
 
+#include <boost/algorithm/hex.hpp>
+
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -27,21 +30,13 @@ constexpr const char* tokenContainer = "Sorvex.ConfigServerConnection";
 constexpr std::array<std::uint8_t, 22> publicKeyHead{0x30, 0x81, 0x9F, 0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
                                                      0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00, 0x03, 0x81, 0x8D, 0x00};
 
-std::string ToHex(const std::vector<std::uint8_t>& bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (const std::uint8_t byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
-  return text;
-}
-
 void PrintPublicKey(const KeyStore& store) {
   std::vector<std::uint8_t> bytes(publicKeyHead.begin(), publicKeyHead.end());
   const std::vector<std::uint8_t> key = store.PublicKey();
   bytes.insert(bytes.end(), key.begin(), key.end());
-  PrintValue("public-key", ToHex(bytes));
+  std::string text;
+  boost::algorithm::hex_lower(bytes, std::back_inserter(text));
+  PrintValue("public-key", text);
   PrintValue("md5", WindowsAgentCommon::MD5Sum(bytes.data(), bytes.size()));
 }
 

@@ -14,6 +14,7 @@
 #include <platform/Service.h>
 
 #include <SorvexHost/Directories.h>
+#include <host/LoggerFactory.h>
 #include <host/Text.h>
 
 #include <ace/Init_ACE.h>
@@ -34,6 +35,18 @@ struct AceLibrary {
   AceLibrary& operator=(const AceLibrary&) = delete;
 };
 
+bool IsService(const Options& options) {
+  const auto* const loop = std::get_if<RunLoopOptions>(&options.command);
+  return loop != nullptr && loop->isService;
+}
+
+/// Nobody sees the standard error of a service: its log says why it ends.
+void ReportFailure(const Options& options, const std::string& reason) {
+  if (IsService(options))
+    WindowsAgentCommon::LoggerFactory::GetLogger("Code.Agent").Error("The agent ends: %s", reason);
+  PrintError(reason);
+}
+
 /// Runs a server command as often as requested, with one connection. Returns 0 when every run succeeded.
 template <class ServerCommand>
 int RunRepeatedly(const ServerCommand& command, std::uint32_t times, WindowsAgentCommon::IConnectionFactory& factory) {
@@ -51,14 +64,14 @@ int Run(const Options& options, LastWords& lastWords) {
   try {
     agent.Load();
   } catch (const std::exception& error) {
-    PrintError(error.what());
+    ReportFailure(options, error.what());
     return notInitialized;
   }
   const int result = agent.Initialize();
   const bool ready = result == WindowsAgentCommon::SERVICE_INITIALIZE_READY;
   const bool info = std::holds_alternative<InfoCommand>(options.command);
   if (!ready && !info) {
-    PrintError("the module's Initialize returned " + std::to_string(result) + "; its log says why");
+    ReportFailure(options, "the module's Initialize returned " + std::to_string(result) + "; its log says why");
     return notInitialized;
   }
   const int status = std::visit(
@@ -93,13 +106,18 @@ int RunAgent(std::vector<std::string> arguments) {
     if (!options) return status;
     InstallInterruptHandler();
     const AceLibrary ace;
+    // What it throws would end a service without a word to the service manager.
     const auto run = [&options] {
-      return RunBounded([&options](LastWords& lastWords) {
-        return options->localCommand ? RunLocal(*options) : Run(*options, lastWords);
-      });
+      try {
+        return RunBounded([&options](LastWords& lastWords) {
+          return options->localCommand ? RunLocal(*options) : Run(*options, lastWords);
+        });
+      } catch (const std::exception& error) {
+        ReportFailure(*options, error.what());
+        return failed;
+      }
     };
-    const auto* const loop = std::get_if<RunLoopOptions>(&options->command);
-    status = loop != nullptr && loop->isService ? RunAsService(run) : run();
+    status = IsService(*options) ? RunAsService(run) : run();
   } catch (const std::exception& error) {
     PrintError(error.what());
     status = failed;

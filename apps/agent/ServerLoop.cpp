@@ -7,6 +7,7 @@
 #include <platform/Platform.h>
 
 #include <host/Digest.h>
+#include <host/Log.h>
 #include <host/LoggerFactory.h>
 #include <host/Paths.h>
 #include <host/Text.h>
@@ -268,7 +269,7 @@ bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
   const bool isDone = m_connection->RetrieveSoftwarePatch({component.name}, file.Stream(), digest);
   const ServerAnswer answer = LastAnswer(m_connection);
   if (answer == ServerAnswer::NoUpdate || answer == ServerAnswer::UpdatesDisabled || answer == ServerAnswer::NotFound) {
-    SayOnce("The configuration server has no patch " + name + ".");
+    SayOnce(WindowsAgentCommon::Format("The configuration server has no patch %s.", name));
     return true;
   }
   if (!isDone || answer != ServerAnswer::Success) return Fail("the patch " + name);

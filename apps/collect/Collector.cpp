@@ -93,8 +93,11 @@ void Collector::State::Wait(std::chrono::milliseconds limit) {
     if (m_watch.Wait(pause, false, false)) return;
     limit -= pause;
   }
+  const auto begin = m_limits.now();
   m_watch.Wait(limit, true, HasInput() && m_standardInput->WantsMore());
-  m_changeTime = m_limits.now();
+  // A wait that has run out has seen no change, and nothing has to settle.
+  const auto end = m_limits.now();
+  if (end - begin < limit) m_changeTime = end;
 }
 
 void Collector::State::Taken(Mark mark) {

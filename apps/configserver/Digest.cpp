@@ -1,9 +1,12 @@
 #include <Digest.h>
 
 #include <openssl/evp.h>
+#include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 
-#include <algorithm>
 #include <array>
+#include <iterator>
+#include <locale>
 #include <stdexcept>
 
 namespace sorvex::configserver {
@@ -11,10 +14,6 @@ namespace {
 
 void Require(bool succeeded) {
   if (!succeeded) throw std::runtime_error("this system's OpenSSL has no MD5");
-}
-
-char LowerCase(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
 }  // namespace
@@ -31,11 +30,7 @@ std::string Digest::Finish() {
   std::array<unsigned char, 16> digest{};
   Require(EVP_DigestFinal_ex(m_pContext.get(), digest.data(), nullptr) == 1);
   std::string text;
-  for (const unsigned char byte : digest) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
+  boost::algorithm::hex_lower(digest, std::back_inserter(text));
   return text;
 }
 
@@ -46,7 +41,7 @@ std::string DigestOf(std::string_view bytes) {
 }
 
 bool AreSameDigest(std::string_view left, std::string_view right) {
-  return std::ranges::equal(left, right, {}, LowerCase, LowerCase);
+  return boost::algorithm::iequals(left, right, std::locale::classic());
 }
 
 }  // namespace sorvex::configserver

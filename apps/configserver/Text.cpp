@@ -1,9 +1,12 @@
 #include <Text.h>
 
+#include <boost/algorithm/string/case_conv.hpp>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <locale>
 
 namespace sorvex::configserver {
 namespace {
@@ -49,11 +52,7 @@ std::string Escape(std::string_view text) {
 }
 
 std::string LowerCase(std::string_view text) {
-  std::string lower(text);
-  std::ranges::transform(lower, lower.begin(), [](char character) {
-    return IsLetter(character) ? static_cast<char>(character | 32) : character;
-  });
-  return lower;
+  return boost::algorithm::to_lower_copy(std::string(text), std::locale::classic());
 }
 
 std::optional<std::string> FolderName(std::string_view identifier) {

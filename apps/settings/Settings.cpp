@@ -183,7 +183,6 @@ DestinationSettings ReadDestination(const XmlElement& element, const Certificate
   Attributes attributes(element);
   DestinationSettings destination;
   destination.type = attributes.GetOneOf("Type", types, true);
-  if (!element.text.empty()) attributes.Fail(element.name + " holds no text");
 
   // First, so that only these are checked: the parameters added below come from attributes.
   std::optional<std::string> certificate;

@@ -98,10 +98,12 @@ std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRel
 
 /// The start of every request and response.
 ///
-/// Each record has `VisitFields(record, visit)`, which calls `visit` with each field in wire order: integers alone,
-/// strings with their bound, data with their bound and whether they carry a digest. Writing, reading and measuring are
-/// such visits (src/wire/RecordIo.h).
+/// Each record has its `name`, and `VisitFields(record, visit)`, which calls `visit` for each field in wire order with
+/// its name and itself, then for a string its bound, for data whether they carry a digest and their bound. Writing,
+/// reading and measuring are such visits (src/wire/RecordIo.h).
 struct RecordHeader {
+  static constexpr const char* name = "RecordHeader";
+
   RecordHeader() = default;
   virtual ~RecordHeader();
 
@@ -111,9 +113,9 @@ struct RecordHeader {
 
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
-    visit(record.requestType);
-    visit(record.recordSize);
-    visit(record.recordVersion, maxWireStringBytes);
+    visit("requestType", record.requestType);
+    visit("recordSize", record.recordSize);
+    visit("recordVersion", record.recordVersion, maxWireStringBytes);
   }
 };
 
@@ -126,19 +128,21 @@ struct IdentityRecord : RecordHeader {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     RecordHeader::VisitFields(record, visit);
-    visit(record.wireProtocolVersion, maxWireStringBytes);
-    visit(record.applicationIdentifier, maxWireStringBytes);
-    visit(record.applicationToken, maxWireStringBytes);
+    visit("wireProtocolVersion", record.wireProtocolVersion, maxWireStringBytes);
+    visit("applicationIdentifier", record.applicationIdentifier, maxWireStringBytes);
+    visit("applicationToken", record.applicationToken, maxWireStringBytes);
   }
 };
 
 /// Protocol 1.0.
 struct ConnectionEstablishmentRequest : IdentityRecord {
+  static constexpr const char* name = "ConnectionEstablishmentRequest";
   static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT;
 };
 
 /// Protocol 2.0.
 struct ConnectionEstablishmentRequest2 : IdentityRecord {
+  static constexpr const char* name = "ConnectionEstablishmentRequest2";
   static constexpr RequestType type = WIRE_REQ_TYPE_CONNECTION_ESTABLISHMENT_2;
 
   std::uint32_t connection_flags = CONNECTION_FLAG_NONE;
@@ -149,14 +153,15 @@ struct ConnectionEstablishmentRequest2 : IdentityRecord {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     IdentityRecord::VisitFields(record, visit);
-    visit(record.connection_flags);
-    visit(record.timestamp);
-    visit(record.timeZone, maxWireStringBytes);
-    visit(record.public_key, true, maxWireDataBytes);
+    visit("connection_flags", record.connection_flags);
+    visit("timestamp", record.timestamp);
+    visit("timeZone", record.timeZone, maxWireStringBytes);
+    visit("public_key", record.public_key, true, maxWireDataBytes);
   }
 };
 
 struct RegisterInstanceRequest : RecordHeader {
+  static constexpr const char* name = "RegisterInstanceRequest";
   static constexpr RequestType type = WIRE_REQ_TYPE_REGISTER_INSTANCE;
 
   WireString osVersion;
@@ -166,13 +171,14 @@ struct RegisterInstanceRequest : RecordHeader {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     RecordHeader::VisitFields(record, visit);
-    visit(record.osVersion, maxWireStringBytes);
-    visit(record.agentVersion, maxWireStringBytes);
-    visit(record.autoCreationParameters, maxWireStringBytes);
+    visit("osVersion", record.osVersion, maxWireStringBytes);
+    visit("agentVersion", record.agentVersion, maxWireStringBytes);
+    visit("autoCreationParameters", record.autoCreationParameters, maxWireStringBytes);
   }
 };
 
 struct UpdateStatusRequest : RecordHeader {
+  static constexpr const char* name = "UpdateStatusRequest";
   static constexpr RequestType type = WIRE_REQ_TYPE_UPDATE_STATUS;
 
   std::uint32_t status = 0;
@@ -181,12 +187,13 @@ struct UpdateStatusRequest : RecordHeader {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     RecordHeader::VisitFields(record, visit);
-    visit(record.status);
-    visit(record.statusTime);
+    visit("status", record.status);
+    visit("statusTime", record.statusTime);
   }
 };
 
 struct ConfigurationUpdateRequest : RecordHeader {
+  static constexpr const char* name = "ConfigurationUpdateRequest";
   static constexpr RequestType type = WIRE_REQ_TYPE_CONFIGURATION_UPDATE;
 
   WireString currentMD5;  ///< of the configuration that the agent has; 32 times "F" when it has none
@@ -194,11 +201,12 @@ struct ConfigurationUpdateRequest : RecordHeader {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     RecordHeader::VisitFields(record, visit);
-    visit(record.currentMD5, maxWireStringBytes);
+    visit("currentMD5", record.currentMD5, maxWireStringBytes);
   }
 };
 
 struct CodeUpdateRequest : RecordHeader {
+  static constexpr const char* name = "CodeUpdateRequest";
   static constexpr RequestType type = WIRE_REQ_TYPE_CODE_UPDATE;
 
   WireString currentVersion;  ///< of the agent's code
@@ -206,7 +214,7 @@ struct CodeUpdateRequest : RecordHeader {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     RecordHeader::VisitFields(record, visit);
-    visit(record.currentVersion, maxWireStringBytes);
+    visit("currentVersion", record.currentVersion, maxWireStringBytes);
   }
 };
 
@@ -217,21 +225,31 @@ struct ResponseRecord : RecordHeader {
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     RecordHeader::VisitFields(record, visit);
-    visit(record.resultCode);
+    visit("resultCode", record.resultCode);
   }
 };
 
-struct ConnectionEstablishmentResponse : ResponseRecord {};
-struct RegisterInstanceResponse : ResponseRecord {};
-struct UpdateStatusResponse : ResponseRecord {};
+struct ConnectionEstablishmentResponse : ResponseRecord {
+  static constexpr const char* name = "ConnectionEstablishmentResponse";
+};
+
+struct RegisterInstanceResponse : ResponseRecord {
+  static constexpr const char* name = "RegisterInstanceResponse";
+};
+
+struct UpdateStatusResponse : ResponseRecord {
+  static constexpr const char* name = "UpdateStatusResponse";
+};
 
 struct ConnectionEstablishmentResponse2 : ResponseRecord {
+  static constexpr const char* name = "ConnectionEstablishmentResponse2";
+
   WireString wireProtocolVersion;  ///< the server's
 
   template <class Record, class Visitor>
   static void VisitFields(Record& record, Visitor&& visit) {
     ResponseRecord::VisitFields(record, visit);
-    visit(record.wireProtocolVersion, maxWireStringBytes);
+    visit("wireProtocolVersion", record.wireProtocolVersion, maxWireStringBytes);
   }
 };
 
@@ -243,6 +261,8 @@ struct DataResponseRecord : ResponseRecord {
 };
 
 struct ConfigurationUpdateResponse : DataResponseRecord {
+  static constexpr const char* name = "ConfigurationUpdateResponse";
+
   using DataResponseRecord::DataResponseRecord;
 
   WireBinary serverPublicKey;  ///< protocol 2.0
@@ -252,16 +272,18 @@ struct ConfigurationUpdateResponse : DataResponseRecord {
   static void VisitFields(Record& record, Visitor&& visit) {
     ResponseRecord::VisitFields(record, visit);
     switch (record.protocol) {
-      case WireProtocol::Version1: visit(record.configurationData, false, maxWireDataBytes); break;
+      case WireProtocol::Version1: visit("configurationData", record.configurationData, false, maxWireDataBytes); break;
       case WireProtocol::Version2:
-        visit(record.serverPublicKey, true, maxWireDataBytes);
-        visit(record.configurationData, true, maxWireDataBytes);
+        visit("serverPublicKey", record.serverPublicKey, true, maxWireDataBytes);
+        visit("configurationData", record.configurationData, true, maxWireDataBytes);
         break;
     }
   }
 };
 
 struct CodeUpdateResponse : DataResponseRecord {
+  static constexpr const char* name = "CodeUpdateResponse";
+
   using DataResponseRecord::DataResponseRecord;
 
   WireBinary codeData;
@@ -270,8 +292,8 @@ struct CodeUpdateResponse : DataResponseRecord {
   static void VisitFields(Record& record, Visitor&& visit) {
     ResponseRecord::VisitFields(record, visit);
     switch (record.protocol) {
-      case WireProtocol::Version1: visit(record.codeData, false, maxWireDataBytes); break;
-      case WireProtocol::Version2: visit(record.codeData, true, maxWireDataBytes); break;
+      case WireProtocol::Version1: visit("codeData", record.codeData, false, maxWireDataBytes); break;
+      case WireProtocol::Version2: visit("codeData", record.codeData, true, maxWireDataBytes); break;
     }
   }
 };

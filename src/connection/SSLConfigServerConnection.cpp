@@ -18,7 +18,11 @@
 #include <host/LoggerFactory.h>
 #include <host/Paths.h>
 #include <host/ServiceLookup.h>
+#include <host/SystemError.h>
 #include <host/Text.h>
+
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/trim.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -171,16 +175,13 @@ std::string SSLConfigServerConnection::ReadLocalFingerprint() const {
     m_log.Warn("AgentConfig.md5 is present but could not be read - this will force a configuration update.");
     return noFingerprint;
   }
-  std::string_view text = content.View();
-  text = text.substr(0, text.find('\0'));
-  constexpr const char* lineEnds = "\r\n";
-  const std::size_t begin = std::min(text.find_first_not_of(lineEnds), text.size());
-  text = text.substr(begin, text.find_last_not_of(lineEnds) + 1 - begin);
+  std::string text(content.View().substr(0, content.View().find('\0')));
+  boost::algorithm::trim_if(text, boost::algorithm::is_any_of("\r\n"));
   if (text.empty()) {
     m_log.Info("AgentConfig.md5 is not present - this will force a configuration update.");
     return noFingerprint;
   }
-  return std::string(text);
+  return text;
 }
 
 bool SSLConfigServerConnection::RetrieveConfiguration(std::ostream& output, std::string& md5) {
@@ -299,7 +300,7 @@ void SSLConfigServerConnection::CreateClient() {
   std::vector<std::uint8_t> key;
   if (const int error = Platform::ExportPublicKey(m_strKeyContainer, key); error != 0) {
     m_log.Error("An error occurred when attempting to retrieve the agent's public key. Reason: %s",
-                Platform::KeyErrorText(error));
+                WindowsAgentCommon::GetLastErrorText(error));
     return;
   }
   m_log.Debug("Public key length reported to be %u bytes long. Retrieving...", key.size());

@@ -74,7 +74,7 @@ int InstallConfigFileProcessor::DecryptApplicationToken(const std::wstring& path
     m_strMessage = WindowsAgentCommon::Format(
         "Couldn't decode the secure application token provided in %s (%s). Proceeding as if it is ok, but the config "
         "server may have something to say about it later...",
-        path, Platform::KeyErrorText(error));
+        path, WindowsAgentCommon::GetLastErrorText(error));
     return error;
   }
   Platform::WipePlain(token->second);

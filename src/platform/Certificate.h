@@ -16,6 +16,9 @@ class Certificate {
   /// The longest encoding that `FromPem` accepts, in bytes.
   static constexpr std::size_t maxPemCertificateBytes = 16384;
 
+  /// Of a name, in UTF-16.
+  static constexpr std::size_t maxNameUnits = 127;
+
   /// Reads one certificate. Returns 0, or the system's error number with `certificate` unchanged.
   static int FromDer(std::span<const std::uint8_t> bytes, Certificate& certificate);
 
@@ -31,7 +34,7 @@ class Certificate {
   /// The begin line, Base64 in lines of 64 characters, the end line; a line feed after each.
   std::string Pem() const;
 
-  /// Names for people, cut after 127 UTF-16 units. The display name is the subject's first common name, else
+  /// Names for people, cut after `maxNameUnits`. The display name is the subject's first common name, else
   /// organizational unit, organization or e-mail address, else the first alternative e-mail address, else the first
   /// attribute. The other two contain all values in the certificate's order, ", " between relative names and " + "
   /// within one; a value is quoted when it is empty, has blanks at its ends or contains one of , + = " < > # ; or a

@@ -13,14 +13,14 @@
 namespace VaroCommunicationAPI::Platform {
 
 /// Decrypts `cipherText`, most significant byte first, with the key-exchange key of the machine key container
-/// `containerName` (RSA, OAEP with SHA-1; one block). Returns 0 with the plain bytes in `plainText`, or an error number
-/// for `KeyErrorText`, with `plainText` empty.
+/// `containerName` (RSA, OAEP with SHA-1; one block). Returns 0 with the plain bytes in `plainText`, or the system's
+/// error number with `plainText` empty.
 int DecryptWithContainer(const std::wstring& containerName, std::span<const std::uint8_t> cipherText,
                          SecretText& plainText);
 
 /// Stores in `bytes` the public half of the container's key-exchange key: the fixed 22 bytes that begin a
-/// SubjectPublicKeyInfo of an RSA key of 1024 bits, deliberately the same for every size, and the key's RSAPublicKey
-/// (PKCS #1, DER). Returns 0, or an error number for `KeyErrorText`, with `bytes` empty.
+/// SubjectPublicKeyInfo of an RSA key of 1024 bits, deliberately the same for every size, and what `ExportRsaPublicKey`
+/// stores. Returns 0, or the system's error number with `bytes` empty.
 int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes);
 
 /// The first bytes of `ExportPublicKey`.
@@ -28,7 +28,8 @@ inline constexpr std::array<std::uint8_t, 22> publicKeyPrefix{0x30, 0x81, 0x9F, 
                                                               0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01,
                                                               0x05, 0x00, 0x03, 0x81, 0x8D, 0x00};
 
-/// The text for an error number of this header, UTF-8. Never contains key material.
-std::string KeyErrorText(int error);
+/// Stores in `bytes` the public half of the container's key-exchange key as RSAPublicKey (PKCS #1, DER). Returns 0, or
+/// the system's error number.
+int ExportRsaPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes);
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -6,6 +6,8 @@
 
 namespace SSLConfigServerProto {
 
+ProtocolException::~ProtocolException() = default;
+
 ProtocolMismatchException::ProtocolMismatchException(std::string file, std::string function, int line,
                                                      const std::string& message)
     : ProtocolException(std::move(file), std::move(function), line, message) {

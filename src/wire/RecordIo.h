@@ -2,73 +2,112 @@
 #pragma once
 
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
+#include <host/Exceptions.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <utility>
 
 namespace SSLConfigServerProto {
 
+/// Told of each field when it can do without.
+struct ReadOn {
+  void operator()(std::string_view) const {}
+};
+
+/// Logs at Debug which field of which record was not moved. `operation` is "ReadRecord" or "WriteRecord".
+void LogFailedField(const char* operation, const char* record, const char* field);
+
+/// Moves one field. What the serializer throws passes out as it is, after the field was logged.
+template <class Move>
+void MoveField(const char* operation, const char* record, const char* field, Move move) {
+  try {
+    move();
+  } catch (const WindowsAgentCommon::SocketException&) {
+    LogFailedField(operation, record, field);
+    throw;
+  }
+}
+
 /// Writes each field that it visits.
 class RecordWriter {
  public:
-  explicit RecordWriter(WindowsAgentCommon::ISerializer& serializer) : m_serializer(serializer) {}
+  RecordWriter(WindowsAgentCommon::ISerializer& serializer, const char* record)
+      : m_serializer(serializer), m_record(record) {}
 
-  void operator()(std::uint32_t field) { m_serializer.WriteLong(field); }
-  void operator()(std::int64_t field) { m_serializer.WriteInt64(field); }
-  void operator()(const WireString& field, std::uint32_t) { SerializeWireStringToWire(m_serializer, field); }
-  void operator()(const WireBinary& field, bool bWithDigest, std::uint32_t) {
-    SerializeWireBinaryToWire(m_serializer, field, bWithDigest);
+  void operator()(const char* name, std::uint32_t field) {
+    Write(name, [&] { m_serializer.WriteLong(field); });
+  }
+  void operator()(const char* name, std::int64_t field) {
+    Write(name, [&] { m_serializer.WriteInt64(field); });
+  }
+  void operator()(const char* name, const WireString& field, std::uint32_t) {
+    Write(name, [&] { SerializeWireStringToWire(m_serializer, field); });
+  }
+  void operator()(const char* name, const WireBinary& field, bool bWithDigest, std::uint32_t) {
+    Write(name, [&] { SerializeWireBinaryToWire(m_serializer, field, bWithDigest); });
   }
 
  private:
+  template <class Move>
+  void Write(const char* name, Move move) {
+    MoveField("WriteRecord", m_record, name, move);
+  }
+
   WindowsAgentCommon::ISerializer& m_serializer;
+  const char* m_record;
 };
 
-/// Calls `beforeField` with the address of each field that it visits, and reads it.
+/// Calls `beforeField` with the name of each field that it visits, and reads it.
 template <class BeforeField>
 class RecordReader {
  public:
-  RecordReader(WindowsAgentCommon::ISerializer& serializer, BeforeField beforeField)
-      : m_serializer(serializer), m_beforeField(std::move(beforeField)) {}
+  RecordReader(WindowsAgentCommon::ISerializer& serializer, const char* record, BeforeField beforeField)
+      : m_serializer(serializer), m_record(record), m_beforeField(std::move(beforeField)) {}
 
-  void operator()(std::uint32_t& field) {
-    m_beforeField(&field);
-    m_serializer.ReadLong(field);
+  void operator()(const char* name, std::uint32_t& field) {
+    Read(name, [&] { m_serializer.ReadLong(field); });
   }
-  void operator()(std::int64_t& field) {
-    m_beforeField(&field);
-    m_serializer.ReadInt64(field);
+  void operator()(const char* name, std::int64_t& field) {
+    Read(name, [&] { m_serializer.ReadInt64(field); });
   }
-  void operator()(WireString& field, std::uint32_t clampLength) {
-    m_beforeField(&field);
-    SerializeWireStringFromWire(m_serializer, field, clampLength);
+  void operator()(const char* name, WireString& field, std::uint32_t clampLength) {
+    Read(name, [&] { SerializeWireStringFromWire(m_serializer, field, clampLength); });
   }
-  void operator()(WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
-    m_beforeField(&field);
-    SerializeWireBinaryFromWire(m_serializer, field, bWithDigest, clampLength);
+  void operator()(const char* name, WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
+    Read(name, [&] { SerializeWireBinaryFromWire(m_serializer, field, bWithDigest, clampLength); });
   }
 
  private:
+  template <class Move>
+  void Read(const char* name, Move move) {
+    m_beforeField(std::string_view(name));
+    MoveField("ReadRecord", m_record, name, move);
+  }
+
   WindowsAgentCommon::ISerializer& m_serializer;
+  const char* m_record;
   BeforeField m_beforeField;
 };
 
 /// Adds up the wire size of each field that it visits.
 class RecordMeter {
  public:
-  void operator()(std::uint32_t) { m_bytes += sizeof(std::uint32_t); }
-  void operator()(std::int64_t) { m_bytes += sizeof(std::int64_t); }
-  void operator()(const WireString& field, std::uint32_t) { m_bytes += sizeof(std::uint32_t) + field.size_in_bytes; }
+  void operator()(const char*, std::uint32_t) { m_bytes += sizeof(std::uint32_t); }
+  void operator()(const char*, std::int64_t) { m_bytes += sizeof(std::int64_t); }
+  void operator()(const char*, const WireString& field, std::uint32_t) { AddText(field); }
   /// Counts the stored digest, even of empty data, for which it is not written.
-  void operator()(const WireBinary& field, bool bWithDigest, std::uint32_t clampLength) {
+  void operator()(const char*, const WireBinary& field, bool bWithDigest, std::uint32_t) {
     m_bytes += sizeof(std::uint32_t) + field.size_in_bytes;
-    if (bWithDigest) (*this)(field.digest, clampLength);
+    if (bWithDigest) AddText(field.digest);
   }
 
   std::size_t Bytes() const { return m_bytes; }
 
  private:
+  void AddText(const WireString& text) { m_bytes += sizeof(std::uint32_t) + text.size_in_bytes; }
+
   std::size_t m_bytes = 0;
 };
 
@@ -88,22 +127,17 @@ void CompleteRequest(Request& request, WireProtocol protocol) {
   request.recordSize = MeasureRecord(request);
 }
 
-/// Throws what the serializer throws.
+/// Throws what the serializer throws; a `SocketException` is logged with the field before.
 template <class Record>
 void WriteRecord(WindowsAgentCommon::ISerializer& serializer, const Record& record) {
-  Record::VisitFields(record, RecordWriter(serializer));
+  Record::VisitFields(record, RecordWriter(serializer, Record::name));
 }
 
-/// Does nothing before a field.
-struct ReadOn {
-  void operator()(const void*) const {}
-};
-
-/// Reads field after field into `record`. `beforeField` gets the address of each field before a byte of it is read.
-/// After an exception, even from `beforeField`, the record is filled up to there.
+/// Reads field after field into `record`, and throws as `WriteRecord` does. `beforeField` gets the name of each field
+/// before a byte of it is read. After an exception, even from `beforeField`, the record is filled up to there.
 template <class Record, class BeforeField = ReadOn>
 void ReadRecord(WindowsAgentCommon::ISerializer& serializer, Record& record, BeforeField beforeField = {}) {
-  Record::VisitFields(record, RecordReader<BeforeField>(serializer, std::move(beforeField)));
+  Record::VisitFields(record, RecordReader<BeforeField>(serializer, Record::name, std::move(beforeField)));
 }
 
 }  // namespace SSLConfigServerProto

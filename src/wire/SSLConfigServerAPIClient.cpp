@@ -6,6 +6,8 @@ namespace SSLConfigServerProto {
 
 using WindowsAgentCommon::ISerializer;
 
+ISSLConfigServerAPIClient::~ISSLConfigServerAPIClient() = default;
+
 const SSLConfigServerAPIClient::ExchangeTexts SSLConfigServerAPIClient::connectionEstablishmentTexts{
     "Sending connection establishment request...", "Sent connection establishment request.",
     "Receiving connection establishment response..."};
@@ -62,9 +64,9 @@ std::uint32_t SSLConfigServerAPIClient::ConfigurationUpdate(ISerializer& seriali
   CompleteRequest(request, m_protocol);
   ConfigurationUpdateResponse response(m_protocol);
   // What was held goes before its successor comes, so that there is room for that.
-  const auto replaceHeld = [&](const void* field) {
-    if (field == &response.serverPublicKey) m_serverPublicKey.Release();
-    if (field == &response.configurationData) {
+  const auto replaceHeld = [&](std::string_view field) {
+    if (field == "serverPublicKey") m_serverPublicKey.Release();
+    if (field == "configurationData") {
       m_serverPublicKey.Take(response.serverPublicKey, m_protocol);
       m_configuration.Release();
     }
@@ -88,8 +90,8 @@ std::uint32_t SSLConfigServerAPIClient::CodeUpdate(ISerializer& serializer, cons
   CodeUpdateResponse response(m_protocol);
   Exchange(serializer,
            {"Sending code update request...", "Sent code update request.", "Receiving code update response..."},
-           request, response, [&](const void* field) {
-             if (field == &response.codeData) m_code.Release();
+           request, response, [&](std::string_view field) {
+             if (field == "codeData") m_code.Release();
            });
   if (m_code.Take(response.codeData, m_protocol)) {
     m_log.Debug("Received code update response (result code %u)", response.resultCode);

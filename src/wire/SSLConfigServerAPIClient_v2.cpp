@@ -35,8 +35,8 @@ std::uint32_t SSLConfigServerAPIClient_v2::ConnectionEstablishment(WindowsAgentC
   m_connectionEstablishment.connection_flags = connectionFlags;
   m_connectionEstablishment.timestamp = SecondsSinceEpoch();
   ConnectionEstablishmentResponse2 response;
-  Exchange(serializer, connectionEstablishmentTexts, m_connectionEstablishment, response, [&](const void* field) {
-    if (field == &response.recordSize) CheckType(response.requestType);
+  Exchange(serializer, connectionEstablishmentTexts, m_connectionEstablishment, response, [&](std::string_view field) {
+    if (field == "recordSize") CheckType(response.requestType);
   });
   if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) {
     m_log.Debug("Received connection establishment response (result code %u, wire versions %s)", response.resultCode,

@@ -132,11 +132,18 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vect
   startup.StartupInfo.hStdOutput = inherited[1];
   startup.StartupInfo.hStdError = inherited[2];
   PROCESS_INFORMATION information{};
-  // A separate group: a request to end it does not reach the test.
-  const BOOL started = CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
-                                      EXTENDED_STARTUPINFO_PRESENT | CREATE_NEW_PROCESS_GROUP, nullptr, nullptr,
-                                      &startup.StartupInfo, &information);
-  const DWORD error = GetLastError();
+  BOOL started = FALSE;
+  DWORD error = ERROR_SUCCESS;
+  // Wine reports an internal error for a process that dies before it runs any code of the program. On a busy machine
+  // that happens once in thousands of starts.
+  for (int attempts = 0; attempts < 3 && !started; ++attempts) {
+    // A separate process group, so that a request to end it does not reach the test.
+    started = CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
+                             EXTENDED_STARTUPINFO_PRESENT | CREATE_NEW_PROCESS_GROUP, nullptr, nullptr,
+                             &startup.StartupInfo, &information);
+    error = started ? ERROR_SUCCESS : GetLastError();
+    if (error != ERROR_INTERNAL_ERROR) break;
+  }
   DeleteProcThreadAttributeList(startup.lpAttributeList);
   if (!started) {
     throw std::system_error(static_cast<int>(error), std::system_category(),

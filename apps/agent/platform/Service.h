@@ -19,8 +19,8 @@ void InstallService(const std::vector<std::string>& arguments);
 /// Stops the service, waits for its end, and removes it.
 void RemoveService();
 
-/// Called by the program when the service manager has started it: runs `run` as the service and returns its exit
-/// status. A request to stop is an interrupt of the program.
+/// Called by the program when the service manager has started it: runs `run`, which throws nothing, as the service and
+/// returns its exit status. A request to stop is an interrupt of the program.
 int RunAsService(const std::function<int()>& run);
 
 /// Reports this exit status to the service manager, if it has started the program.

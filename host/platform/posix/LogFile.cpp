@@ -1,4 +1,5 @@
 #include "platform/LogFile.h"
+#include "platform/posix/Descriptor.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,13 +18,8 @@ int Open(const std::filesystem::path& path) {
 
 }  // namespace
 
-struct LogFile::Handle {
-  explicit Handle(int opened) : descriptor(opened) {}
-  ~Handle() { ::close(descriptor); }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-
-  const int descriptor;
+struct LogFile::Handle : Descriptor {
+  using Descriptor::Descriptor;
 };
 
 LogFile::LogFile(std::filesystem::path path) : m_path(std::move(path)) {

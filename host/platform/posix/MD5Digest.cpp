@@ -1,8 +1,9 @@
 #include <SorvexHost/MD5Digest.h>
 
-#include "HexText.h"
-
 #include <openssl/evp.h>
+#include <boost/algorithm/hex.hpp>
+
+#include <iterator>
 
 namespace WindowsAgentCommon {
 
@@ -24,7 +25,9 @@ std::string MD5Digest::Finish() {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
   if (!m_pState->valid || EVP_DigestFinal_ex(m_pState->context, digest, &length) != 1) return {};
-  return HexText({digest, length});
+  std::string text;
+  boost::algorithm::hex_lower(digest, digest + length, std::back_inserter(text));
+  return text;
 }
 
 }  // namespace WindowsAgentCommon

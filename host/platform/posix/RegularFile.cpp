@@ -1,4 +1,5 @@
 #include "platform/RegularFile.h"
+#include "platform/posix/Descriptor.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,13 +9,8 @@
 
 namespace WindowsAgentCommon {
 
-struct RegularFile::Handle {
-  explicit Handle(int opened) : descriptor(opened) {}
-  ~Handle() { ::close(descriptor); }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-
-  const int descriptor;
+struct RegularFile::Handle : Descriptor {
+  using Descriptor::Descriptor;
 };
 
 RegularFile::RegularFile(const std::filesystem::path& path) {

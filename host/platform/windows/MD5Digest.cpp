@@ -1,7 +1,7 @@
 // The TLS library is linked statically and belongs to the module alone: a second copy would have its own state.
 #include <SorvexHost/MD5Digest.h>
 
-#include "HexText.h"
+#include <boost/algorithm/hex.hpp>
 
 // windows.h comes first: bcrypt.h needs its types.
 #include <windows.h>
@@ -9,6 +9,7 @@
 #include <bcrypt.h>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace WindowsAgentCommon {
@@ -45,7 +46,9 @@ void MD5Digest::Add(const void* data, std::size_t size) {
 std::string MD5Digest::Finish() {
   UCHAR digest[16];
   if (!m_pState->valid || BCryptFinishHash(m_pState->hash, digest, sizeof digest, 0) != 0) return {};
-  return HexText(digest);
+  std::string text;
+  boost::algorithm::hex_lower(std::begin(digest), std::end(digest), std::back_inserter(text));
+  return text;
 }
 
 }  // namespace WindowsAgentCommon

@@ -4,7 +4,10 @@
 
 #include <windows.h>
 
-#include <string_view>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/trim.hpp>
+
+#include <string>
 
 namespace WindowsAgentCommon {
 
@@ -12,8 +15,8 @@ std::string GetLastErrorText(int error) {
   wchar_t buffer[1024];
   const DWORD length = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                                         static_cast<DWORD>(error), 0, buffer, 1024, nullptr);
-  std::wstring_view text(buffer, length);
-  while (!text.empty() && (text.back() == L'\r' || text.back() == L'\n' || text.back() == L' ')) text.remove_suffix(1);
+  const std::wstring text =
+      boost::algorithm::trim_right_copy_if(std::wstring(buffer, length), boost::algorithm::is_any_of(L"\r\n "));
   return text.empty() ? "error " + std::to_string(error) : WideToUtf8(text);
 }
 

@@ -12,8 +12,6 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-constexpr std::size_t maxNameUnits = 127;
-
 struct Deleter {
   void operator()(BIO* bio) const { BIO_free(bio); }
   void operator()(GENERAL_NAMES* names) const { GENERAL_NAMES_free(names); }
@@ -50,7 +48,7 @@ std::wstring Cut(std::wstring text) {
   std::size_t units = 0;
   for (std::size_t index = 0; index < text.size(); ++index) {
     units += text[index] > 0xFFFF ? 2 : 1;
-    if (units > maxNameUnits) {
+    if (units > Certificate::maxNameUnits) {
       text.resize(index);
       break;
     }

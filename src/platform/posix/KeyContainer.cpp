@@ -5,7 +5,6 @@
 #include "platform/posix/ReadDescriptor.h"
 
 #include <host/Paths.h>
-#include <host/SystemError.h>
 #include <host/Text.h>
 
 #include <openssl/bio.h>
@@ -119,20 +118,16 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
   return 0;
 }
 
-int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
-  bytes.clear();
+int ExportRsaPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
   const ErrorQueueMark mark;
   KeyPointer key;
   if (const int error = OpenContainer(containerName, key); error != 0) return error;
   unsigned char* encoded = nullptr;
   const int size = i2d_PublicKey(key.get(), &encoded);
   if (size < 0) return EKEYREJECTED;
-  bytes.assign(publicKeyPrefix.begin(), publicKeyPrefix.end());
-  bytes.insert(bytes.end(), encoded, encoded + size);
+  bytes.assign(encoded, encoded + size);
   OPENSSL_free(encoded);
   return 0;
 }
-
-std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
 
 }  // namespace VaroCommunicationAPI::Platform

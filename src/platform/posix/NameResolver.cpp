@@ -1,5 +1,4 @@
-#include "platform/NameResolver.h"
-
+#include "platform/NameLookup.h"
 #include "platform/SocketErrors.h"
 
 #include <host/Text.h>
@@ -79,17 +78,9 @@ int ToSocketError(int resolverCode) {
 
 }  // namespace
 
-ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFamily family,
-                         const std::function<bool()>& isInterrupted) {
-  ResolvedHost resolved;
-  std::string name = WindowsAgentCommon::WideToUtf8(host);
-  if (name.size() > 2 && name.front() == '[' && name.back() == ']') name = name.substr(1, name.size() - 2);
-  if (name.empty() || name.find('\0') != std::string::npos || port == 0 || port > 65535) {
-    resolved.m_error = ErrorInvalidArgument;
-    return resolved;
-  }
-
-  auto question = std::make_unique<Question>(std::move(name), port, family);
+ResolvedHost LookUpName(const std::wstring& host, std::uint32_t port, AddressFamily family,
+                        const std::function<bool()>& isInterrupted) {
+  auto question = std::make_unique<Question>(WindowsAgentCommon::WideToUtf8(host), port, family);
   // A literal address needs no resolver.
   question->m_hints.ai_flags |= AI_NUMERICHOST;
   int code = question->AskNow();
@@ -97,18 +88,8 @@ ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFa
     question->m_hints.ai_flags &= ~AI_NUMERICHOST;
     code = Ask(question, isInterrupted);
   }
-  if (code != 0) {
-    resolved.m_error = ToSocketError(code);
-    return resolved;
-  }
-  for (const addrinfo* entry = question->m_request.ar_result; entry; entry = entry->ai_next) {
-    ACE_INET_Addr address;
-    if (address.set(reinterpret_cast<const sockaddr_in*>(entry->ai_addr), static_cast<int>(entry->ai_addrlen)) == 0) {
-      resolved.m_addresses.push_back(address);
-    }
-  }
-  if (resolved.m_addresses.empty()) resolved.m_error = ErrorHostNotFound;
-  return resolved;
+  if (code != 0) return {{}, ToSocketError(code)};
+  return {AddressesOf(question->m_request.ar_result)};
 }
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -10,8 +10,6 @@ namespace VaroCommunicationAPI::Platform {
 
 namespace {
 
-constexpr std::size_t maxNameUnits = 127;
-
 PCCERT_CONTEXT Context(const std::shared_ptr<const void>& native) { return static_cast<PCCERT_CONTEXT>(native.get()); }
 
 /// The name that `convert` writes into a buffer of a given size; without a buffer it returns the size. Cut here,
@@ -22,8 +20,8 @@ std::wstring NameText(Convert convert) {
   text.resize(convert(text.data(), static_cast<DWORD>(text.size())));
   // The number of characters counts the zero at the end.
   if (!text.empty()) text.pop_back();
-  if (text.size() > maxNameUnits) {
-    text.resize(maxNameUnits);
+  if (text.size() > Certificate::maxNameUnits) {
+    text.resize(Certificate::maxNameUnits);
     if (IS_HIGH_SURROGATE(text.back())) text.pop_back();
   }
   return text;

@@ -1,8 +1,6 @@
 #include "platform/KeyContainer.h"
 
-#include "platform/CryptProviderName.h"
-
-#include <host/SystemError.h>
+#include "platform/windows/CryptProviderName.h"
 
 #include <windows.h>
 
@@ -62,8 +60,7 @@ int DecryptWithContainer(const std::wstring& containerName, std::span<const std:
   return 0;
 }
 
-int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
-  bytes.clear();
+int ExportRsaPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>& bytes) {
   Container container;
   if (const int error = container.Open(containerName); error != 0) return error;
   constexpr DWORD encoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
@@ -77,11 +74,8 @@ int ExportPublicKey(const std::wstring& containerName, std::vector<std::uint8_t>
     return static_cast<int>(GetLastError());
   }
   const CRYPT_BIT_BLOB& key = memory.front().PublicKey;
-  bytes.assign(publicKeyPrefix.begin(), publicKeyPrefix.end());
-  bytes.insert(bytes.end(), key.pbData, key.pbData + key.cbData);
+  bytes.assign(key.pbData, key.pbData + key.cbData);
   return 0;
 }
-
-std::string KeyErrorText(int error) { return WindowsAgentCommon::GetLastErrorText(error); }
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -1,5 +1,4 @@
-#include "platform/NameResolver.h"
-
+#include "platform/NameLookup.h"
 #include "platform/SocketErrors.h"
 
 #include <winsock2.h>
@@ -65,32 +64,15 @@ int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInte
 
 }  // namespace
 
-ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFamily family,
-                         const std::function<bool()>& isInterrupted) {
-  ResolvedHost resolved;
-  std::wstring name = host;
-  if (name.size() > 2 && name.front() == L'[' && name.back() == L']') name = name.substr(1, name.size() - 2);
-  if (name.empty() || name.find(L'\0') != std::wstring::npos || port == 0 || port > 65535) {
-    resolved.m_error = ErrorInvalidArgument;
-    return resolved;
-  }
-  auto question = std::make_unique<Question>(std::move(name), port, family);
+ResolvedHost LookUpName(const std::wstring& host, std::uint32_t port, AddressFamily family,
+                        const std::function<bool()>& isInterrupted) {
+  auto question = std::make_unique<Question>(host, port, family);
   if (const int code = Ask(question, isInterrupted); code != 0) {
     // A name without an address of the family counts as unknown. Some systems return a number that is not one of
     // theirs.
-    resolved.m_error = code == WSANO_DATA || code < 0 ? ErrorHostNotFound : code;
-    return resolved;
+    return {{}, code == WSANO_DATA || code < 0 ? ErrorHostNotFound : code};
   }
-  for (const ADDRINFOEXW* entry = question->m_pResult; entry;
-       // Some headers declare this member with their own type.
-       entry = reinterpret_cast<const ADDRINFOEXW*>(entry->ai_next)) {
-    ACE_INET_Addr address;
-    if (address.set(reinterpret_cast<const sockaddr_in*>(entry->ai_addr), static_cast<int>(entry->ai_addrlen)) == 0) {
-      resolved.m_addresses.push_back(address);
-    }
-  }
-  if (resolved.m_addresses.empty()) resolved.m_error = ErrorHostNotFound;
-  return resolved;
+  return {AddressesOf(question->m_pResult)};
 }
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -1,9 +1,5 @@
-// The agent over HTTPS and the reference configuration server. The commands go to port 443, which a proxy of the test
-// redirects; the certificate is fetched without it.
-#include "AgentFixture.h"
-
-#include "integration/configserver/ConfigServerProcess.h"
-#include "support/ConnectProxy.h"
+// The agent's commands over HTTPS and the reference configuration server.
+#include "HttpsServedAgent.h"
 #include "support/WaitUntil.h"
 
 #include <chrono>
@@ -18,42 +14,25 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr const char* token = "8a2b4c6d-0e1f-4a3b-9c5d-7e8f9a0b1c2d";
+constexpr const char* token = HttpsServedAgent::token;
 constexpr const char* configuration = "<AgentConfig/>";
 constexpr const char* configurationDigest = "dbdedaf012bb556acd82cb106d1a8a78";
 
-/// An agent installed for the server.
-class HttpsAgent {
+/// An agent whose server has something for it, and that has already fetched something.
+class HttpsAgent : public HttpsServedAgent {
  public:
-  explicit HttpsAgent(const std::vector<std::string>& serverArguments = {}) : m_server(serverArguments) {
-    InstallFor(m_server);
-    m_server.Write("tokens.txt", std::string(token) + "\n");
-    m_server.Write("default/AgentConfig.xml", configuration);
-    m_server.Write("patches/core.tar.gz", patch);
-    m_installation.Directory().Write("out/file", "the old one");
+  explicit HttpsAgent(const std::vector<std::string>& serverArguments = {}) : HttpsServedAgent(serverArguments) {
+    Server().Write("default/AgentConfig.xml", configuration);
+    Server().Write("patches/core.tar.gz", patch);
+    Directory().Write("out/file", "the old one");
   }
 
-  /// Makes this server the agent's from now on.
-  void InstallFor(const ConfigServer& server, const std::string& identifier = "agent-7") {
-    m_pProxyOfProcess = nullptr;
-    m_pProxy = std::make_unique<ConnectProxy>(server.HttpsPort());
-    m_pProxyOfProcess = std::make_unique<ScopedProxy>(m_pProxy->Port());
-    m_installation.Directory().Write(
-        "install_config.txt",
-        "ConfigurationServer=127.0.0.1\nConfigurationServerPort=" + std::to_string(server.HttpsPort()) +
-            "\nForceHTTPSConfigServerConnection=true\nApplicationIdentifier=" + identifier +
-            "\nApplicationToken=" + token + "\n");
-  }
-
-  ProcessResult Run(const std::vector<std::string>& command) const { return m_installation.Run(Complete(command)); }
+  ProcessResult Run(const std::vector<std::string>& command) const { return GetInstallation().Run(Complete(command)); }
 
   std::unique_ptr<ChildProcess> Start(const std::vector<std::string>& command) const {
-    return std::make_unique<ChildProcess>(SORVEX_AGENT_PROGRAM, m_installation.Arguments(Complete(command)));
+    return std::make_unique<ChildProcess>(SORVEX_AGENT_PROGRAM, GetInstallation().Arguments(Complete(command)));
   }
 
-  ConfigServer& Server() { return m_server; }
-  const ConnectProxy& Proxy() const { return *m_pProxy; }
-  const TemporaryDirectory& Directory() const { return m_installation.Directory(); }
   std::filesystem::path File() const { return Directory().Path() / "out" / "file"; }
   std::string FileContent() const { return TemporaryDirectory::Read(File()); }
   void ExpectOldFileAlone() const {
@@ -75,11 +54,6 @@ class HttpsAgent {
     if (hasFile) command.insert(command.begin() + 1, {"--out", File().string()});
     return command;
   }
-
-  ConfigServer m_server;
-  Installation m_installation;
-  std::unique_ptr<ConnectProxy> m_pProxy;
-  std::unique_ptr<ScopedProxy> m_pProxyOfProcess;
 };
 
 const std::vector<std::string> registration{"register", "--os-version", "Debian GNU/Linux 12 & + % \xC3\xB6",

@@ -16,8 +16,9 @@ namespace sorvex::test {
 /// An agent that runs until it is asked to end; the destructor kills it.
 class RunningAgent {
  public:
-  explicit RunningAgent(const Installation& installation, std::vector<std::string> further = {}) {
-    std::vector<std::string> command{"run", "--interval", "1"};
+  explicit RunningAgent(const Installation& installation, std::vector<std::string> further = {},
+                        const std::string& intervalSeconds = "1") {
+    std::vector<std::string> command{"run", "--interval", intervalSeconds};
     command.insert(command.end(), further.begin(), further.end());
     m_pProcess = std::make_unique<ChildProcess>(SORVEX_AGENT_PROGRAM, installation.Arguments(command));
   }

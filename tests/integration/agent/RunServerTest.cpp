@@ -186,8 +186,9 @@ TEST_F(RunServerTest, DamagedFileIsFetchedAnew) {
 
 TEST_F(RunServerTest, TerminationIsReportedToTheServer) {
   Serve(Configuration(""));
-  RunningAgent agent(m_agent.GetInstallation());
-  ASSERT_TRUE(WaitForStatus("1"));
+  // Between two rounds, so that nothing but this report has to be done within the time that an end may take.
+  RunningAgent agent(m_agent.GetInstallation(), {}, "4");
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   EXPECT_EQ(agent.End(), 0);
   EXPECT_TRUE(WaitForStatus("0"));
 }

@@ -245,6 +245,36 @@ TEST_F(RunTest, OutdatedStatusIsSaidToBe) {
   EXPECT_THAT(status.errors, HasSubstr("out of date"));
 }
 
+TEST_F(RunTest, StatusIsOutOfDateAfter150Seconds) {
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).status == 0; }));
+  const auto runWithAge = [&](long long seconds) {
+    const auto now =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch());
+    m_installation.Directory().Write("state/status", std::to_string(now.count() - seconds) + "\nagent           x\n");
+    return m_installation.Run({"status"});
+  };
+  const ProcessResult old = runWithAge(151);
+  EXPECT_EQ(old.status, 1);
+  const std::string before = "agent           x\n\nas of ";
+  ASSERT_THAT(old.output, testing::StartsWith(before));
+  EXPECT_GE(std::stoi(old.output.substr(before.size())), 151);
+  // Nobody has taken half a minute to ask.
+  EXPECT_EQ(runWithAge(120).status, 0);
+}
+
+TEST_F(RunTest, StatusThatIsNoneIsSaidToBe) {
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).status == 0; }));
+  for (const char* const content : {"", "\n", "1000", "1000 \nagent\n", "agent           x\n"}) {
+    m_installation.Directory().Write("state/status", content);
+    const ProcessResult status = m_installation.Run({"status"});
+    EXPECT_EQ(status.status, 1) << content;
+    EXPECT_EQ(status.output, "") << content;
+    EXPECT_THAT(status.errors, HasSubstr("the status of the agent cannot be read")) << content;
+  }
+}
+
 TEST_F(RunTest, StandardInputIsForwarded) {
   LoopbackTcpServer server;
   m_installation.Directory().Write("AgentConfig.xml", "<AgentConfig><Inputs><StandardInput/></Inputs><Destinations>" +

@@ -45,6 +45,15 @@ TEST_F(ConfigurationStoreTest, KeepsBoth) {
 TEST_F(ConfigurationStoreTest, DigestHasNoLineEnds) {
   m_directory.Write("AgentConfig.md5", "\r\nabc\r\n");
   EXPECT_EQ(m_store.ReadDigest(), "abc");
+  m_directory.Write("AgentConfig.md5", "\r\n");
+  EXPECT_EQ(m_store.ReadDigest(), "");
+}
+
+TEST_F(ConfigurationStoreTest, DigestIsWhatTheModuleReadsOfItsFile) {
+  m_directory.Write("AgentConfig.md5", std::string(128, 'a') + "b");
+  EXPECT_EQ(m_store.ReadDigest(), std::string(128, 'a'));
+  m_directory.Write("AgentConfig.md5", std::string("abc\0def", 7));
+  EXPECT_EQ(m_store.ReadDigest(), "abc");
 }
 
 TEST_F(ConfigurationStoreTest, NoDigestStaysBesideAnotherConfiguration) {

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <system_error>
+
 namespace sorvex::agent {
 
 // The program's own function, which this test does not link.
@@ -23,6 +25,7 @@ constexpr WallTime now{std::chrono::seconds(1795209053)};
 TEST(TimeText, IsUtc) {
   EXPECT_EQ(TimeText(now), "2026-11-20T21:10:53Z");
   EXPECT_EQ(TimeText(WallTime{}), "1970-01-01T00:00:00Z");
+  EXPECT_EQ(TimeText(now + 999ms), TimeText(now));
 }
 
 StatusReport Report() {
@@ -72,9 +75,25 @@ TEST(FormatStatus, ShowsWhatIsWrong) {
 
 TEST(FormatStatus, KnowsNothingOfAServerThatIsNotThere) {
   EXPECT_THAT(FormatStatus(StatusReport{}), Not(HasSubstr("connection ")));
+  EXPECT_THAT(FormatStatus(StatusReport{}), Not(HasSubstr("\nserver")));
   StatusReport report;
   report.connection.emplace();
   EXPECT_THAT(FormatStatus(report), HasSubstr("\nconnection      not used yet\n"));
+}
+
+TEST(FormatStatus, FailureCountsAlsoWhereItWentWellBefore) {
+  StatusReport report;
+  report.connection.emplace();
+  report.connection->reached = now;
+  report.connection->awaySince = now + 1s;
+  EXPECT_THAT(FormatStatus(report), HasSubstr("\nconnection      failing since 2026-11-20T21:10:54Z\n"));
+}
+
+TEST(FormatStatus, DestinationIsOneLineWhateverItsAddress) {
+  StatusReport report;
+  report.destinations.push_back({"tcp://a\nb:1", 1, 2, 3, 4, 5, true, std::nullopt});
+  EXPECT_THAT(FormatStatus(report), HasSubstr("\ntcp://a\\nb:1"));
+  EXPECT_THAT(FormatStatus(report), HasSubstr("  1     2       3          4        5  open\n"));
 }
 
 TEST(FormatStatistics, IsOneLine) {
@@ -99,6 +118,16 @@ TEST(StatusFileTest, IsWrittenWhenItHasChangedAndOnceAMinute) {
   EXPECT_EQ(content(), "1795209053\ntwo\n");
   file.Remove();
   EXPECT_EQ(content(), "");
+}
+
+TEST(StatusFileTest, IsWrittenAnewAfterAFailure) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path folder = directory.Path() / "state";
+  StatusFile file(folder);
+  EXPECT_THROW(file.Write("one\n", now), std::system_error);
+  std::filesystem::create_directory(folder);
+  file.Write("one\n", now + 1s);
+  EXPECT_EQ(TemporaryDirectory::Read(folder / "status"), "1795209054\none\n");
 }
 
 }  // namespace

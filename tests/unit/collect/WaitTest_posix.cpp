@@ -1,7 +1,10 @@
 // What ends a wait where the system reports changes.
 #include "CollectorFixture.h"
 
+#include <collect/platform/ChangeWatch.h>
+
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <thread>
@@ -48,6 +51,57 @@ TEST_F(CollectorWaitPosix, EndsWhenTheFileOfALinkIsWritten) {
   EXPECT_THAT(WaitForLines(), ElementsAre("one"));
   std::ofstream(elsewhere.Path() / "target", std::ios::app) << "two\n";
   EXPECT_THAT(WaitForLines(), ElementsAre("two"));
+}
+
+TEST_F(CollectorWaitPosix, AfterAWaitThatRanOutNothingHasToSettle) {
+  limits.settleTime = 1min;
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  // Until only the next listing is due, in a day.
+  for (int round = 0; round < 5; ++round) {
+    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+    collector->Wait(20ms);
+  }
+  Append("a.log", "two\n");
+  const auto start = std::chrono::steady_clock::now();
+  collector->Wait(1min);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+  collector->Collect(sink);
+  EXPECT_THAT(sink.lines, ElementsAre("one", "two"));
+}
+
+/// The system gives a user few of what it reports changes through: 128, where nobody has said otherwise.
+TEST_F(CollectorWaitPosix, WithoutFilesNothingIsTakenOfWhatReportsChanges) {
+  const auto count = [] {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::count_if(begin(descriptors), end(descriptors), [](const std::filesystem::directory_entry& entry) {
+      std::error_code gone;
+      return std::filesystem::read_symlink(entry, gone).native().find("inotify") != std::string::npos;
+    });
+  };
+  Start({});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_EQ(count(), 0);
+  collector->Change({Files("*.log")});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_EQ(count(), 1);
+}
+
+TEST(ChangeWatch, IsTriedAgainWhereTheSystemHadNoneLeft) {
+  ChangeWatch watch;
+  const test::TemporaryDirectory folder;
+  int number = 0;
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int lowestFree = dup(STDIN_FILENO);
+  ASSERT_GE(lowestFree, 0);
+  close(lowestFree);
+  const rlimit none{static_cast<rlim_t>(lowestFree), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const ChangeWatch::Answer answer = watch.Add(folder.Path(), number);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(answer, ChangeWatch::Answer::LimitReached);
+  EXPECT_EQ(watch.Add(folder.Path(), number), ChangeWatch::Answer::Watched);
 }
 
 Collector* wokenCollector = nullptr;

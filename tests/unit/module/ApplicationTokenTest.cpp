@@ -5,6 +5,7 @@
 #include "install/InstallConfigFileProcessor.h"
 #include "platform/KeyContainer.h"
 
+#include <host/SystemError.h>
 #include <host/Text.h>
 
 #include <gmock/gmock.h>
@@ -37,7 +38,7 @@ class ApplicationToken : public testing::Test {
   static std::string Complaint(int error) {
     return "Couldn't decode the secure application token provided in " +
            WindowsAgentCommon::WideToUtf8(InstallationDirectory::InstallFile()) + " (" +
-           VaroCommunicationAPI::Platform::KeyErrorText(error) +
+           WindowsAgentCommon::GetLastErrorText(error) +
            "). Proceeding as if it is ok, but the config server may have something to say about it later...";
   }
 

@@ -10,6 +10,8 @@
 #include "platform/SocketErrors.h"
 #include "platform/SocketIo.h"
 
+#include <host/SystemError.h>
+
 #include <ace/ACE.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -169,7 +171,7 @@ TEST_F(KeyContainer, AbsentGivesErrorAndNoText) {
   EXPECT_EQ(m_plainText.View(), "");
 }
 
-TEST_F(KeyContainer, ErrorHasText) { EXPECT_NE(Platform::KeyErrorText(Decrypt({})), ""); }
+TEST_F(KeyContainer, ErrorHasText) { EXPECT_NE(WindowsAgentCommon::GetLastErrorText(Decrypt({})), ""); }
 
 TEST(WipeMemory, OverwritesEveryByte) {
   std::string text = "secret";

@@ -303,8 +303,6 @@ TEST_F(KeyContainerFile, WithoutContainerNameIsTheDefaultOne) {
   EXPECT_EQ(Platform::DecryptWithContainer(L"", m_key.Encrypt("secret"), plainText), 0);
 }
 
-TEST(KeyErrorText, IsTheSystems) { EXPECT_EQ(Platform::KeyErrorText(EPERM), "Operation not permitted"); }
-
 // Keep-alive
 
 struct KeepAliveTimes {

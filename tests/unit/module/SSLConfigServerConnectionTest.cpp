@@ -12,6 +12,7 @@
 #include "support/RecordingLogger.h"
 
 #include <host/Digest.h>
+#include <host/SystemError.h>
 
 #include <ace/SSL/SSL_Context.h>
 #include <gmock/gmock.h>
@@ -373,7 +374,7 @@ TEST_F(DirectTls, WithoutKeyTellsSoAndLeavesTheCodesAlone) {
   EXPECT_THAT(Lines(), ElementsAre(unknownVersionLines[0],
                                    "Error An error occurred when attempting to retrieve the agent's public key. "
                                    "Reason: " +
-                                       VaroCommunicationAPI::Platform::KeyErrorText(error)));
+                                       WindowsAgentCommon::GetLastErrorText(error)));
   EXPECT_FALSE(m_connection.RegisterInstance("os", "7.2.5"));
   EXPECT_EQ(Fingerprint(), "");
   // Once there is a key it continues.

@@ -7,6 +7,7 @@
 #include "platform/KeyContainer.h"
 #include "support/RecordingLogger.h"
 
+#include <host/SystemError.h>
 #include <host/Text.h>
 
 #include <gmock/gmock.h>
@@ -43,7 +44,7 @@ class SecuredToken : public testing::TestWithParam<unsigned int> {
     const std::string path = WindowsAgentCommon::WideToUtf8(InstallationDirectory::InstallFile());
     return "Warn There was a problem when parsing the install configuration in " + path +
            " (Reason: Couldn't decode the secure application token provided in " + path + " (" +
-           VaroCommunicationAPI::Platform::KeyErrorText(error) +
+           WindowsAgentCommon::GetLastErrorText(error) +
            "). Proceeding as if it is ok, but the config server may have something to say about it later...).";
   }
 

@@ -3,11 +3,9 @@
 #include "InstallationDirectory.h"
 #include "LoopbackConnection.h"
 
-#include "platform/CryptProviderName.h"
 #include "platform/KeyContainer.h"
 #include "platform/SocketIo.h"
 #include "platform/SystemError.h"
-#include "platform/SystemVersion.h"
 #include "platform/TimeZone.h"
 
 #include <ace/OS_NS_errno.h>
@@ -120,16 +118,5 @@ TEST(LastSystemError, IsTheSystemsAndNotTheLanguages) {
   ACE_OS::set_errno_to_last_error();
   EXPECT_EQ(error, errno);
 }
-
-TEST(SystemVersion, IsNewerThanThePrototypeOfTheProvider) { EXPECT_GT(Platform::SystemVersionNumber(), 52U); }
-
-TEST(CryptProviderName, IsThatOfAPrototypeBeforeVersion52) {
-  const std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
-  EXPECT_EQ(Platform::GetCryptProviderName(51), name + L" (Prototype)");
-  EXPECT_EQ(Platform::GetCryptProviderName(52), name);
-  EXPECT_EQ(Platform::GetCryptProviderName(), name);
-}
-
-TEST(SystemVersion, IsTheSameEachTime) { EXPECT_EQ(Platform::SystemVersionNumber(), Platform::SystemVersionNumber()); }
 
 }  // namespace

@@ -88,10 +88,44 @@ TEST(Settings, DestinationBecomesTheBlockOfItsSocket) {
               testing::Contains(Pair("PayloadBuilderType", "SyslogPayloadBuilder")));
 }
 
-TEST(Settings, FramingIsForTheSocket) {
-  const auto destinations =
-      Read(InDestinations("<Destination Type='tcp' Address='a' Framing='OctetCounting'/>")).destinations;
-  EXPECT_THAT(destinations.front().parameters, testing::Contains(Pair("Framing", "OctetCounting")));
+/// The parameters of one TCP destination with these attributes and elements.
+WindowsAgentCommon::ParameterBlock TcpParameters(const std::string& attributes, const std::string& elements = {}) {
+  return Read(InDestinations("<Destination Type='tcp' Address='a' " + attributes + ">" + elements + "</Destination>"))
+      .destinations.front()
+      .parameters;
+}
+
+TEST(Settings, FramingAndBuilderAreForTheSocket) {
+  for (const char* const framing : {"LineFeed", "OctetCounting"}) {
+    EXPECT_THAT(TcpParameters("Framing='" + std::string(framing) + "'"), testing::Contains(Pair("Framing", framing)));
+  }
+  for (const char* const builder : {"SyslogPayloadBuilder", "SyslogBsdPayloadBuilder", "RawPayloadBuilder"}) {
+    EXPECT_THAT(TcpParameters("Builder='" + std::string(builder) + "'"),
+                testing::Contains(Pair("PayloadBuilderType", builder)));
+  }
+}
+
+TEST(Settings, NumbersAreTakenUpToTheirBounds) {
+  EXPECT_THAT(TcpParameters("Port='1'"), testing::Contains(Pair("TargetPort", "1")));
+  EXPECT_THAT(TcpParameters("Port='65535'"), testing::Contains(Pair("TargetPort", "65535")));
+  const Settings inputs =
+      Read(InInputs("<StandardInput MaxLineBytes='256'/><File MaxLineBytes='16777216' Path='" + Absolute("a") + "'/>"));
+  EXPECT_EQ(inputs.inputs[0].maxLineBytes, 256u);
+  EXPECT_EQ(inputs.inputs[1].maxLineBytes, 16777216u);
+  const Settings builds =
+      Read(InComponents("<Component Name='a' BuildNumber='0'/><Component Name='b' BuildNumber='4294967295'/>"));
+  EXPECT_EQ(builds.components[0].buildNumber, 0u);
+  EXPECT_EQ(builds.components[1].buildNumber, 4294967295u);
+}
+
+TEST(Settings, AddressInBracketsGetsNoMore) {
+  const Settings settings = Read(InDestinations("<Destination Type='tcp' Address='[::1]' Port='1'/>"));
+  EXPECT_EQ(settings.destinations.front().Url(), "tcp://[::1]:1");
+}
+
+TEST(Settings, ComponentNameMayHaveEveryCharacterThatItSays) {
+  const std::string longest = "0123456789._-AZaz" + std::string(64 - 17, 'x');
+  EXPECT_EQ(Read(InComponents("<Component Name='" + longest + "' BuildNumber='1'/>")).components[0].name, longest);
 }
 
 TEST(Settings, DestinationsAreEqualWhenAllIsTheSame) {
@@ -146,7 +180,17 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"ListTwice", "<AgentConfig><Inputs/>\n<Inputs/></AgentConfig>", "line 2: Inputs is given twice"},
         ErrorCase{"UnknownInput", InInputs("<Pipe/>"),
                   "line 3: Inputs has no element 'Pipe'; there are: File, StandardInput"},
+        ErrorCase{"DestinationsTwice", "<AgentConfig><Destinations/>\n<Destinations/></AgentConfig>",
+                  "line 2: Destinations is given twice"},
+        ErrorCase{"ComponentsTwice", "<AgentConfig><Components/>\n<Components/></AgentConfig>",
+                  "line 2: Components is given twice"},
         ErrorCase{"AttributeOfInputs", "<AgentConfig><Inputs A='1'/></AgentConfig>", "Inputs has no attribute 'A'"},
+        ErrorCase{"AttributeOfDestinations", "<AgentConfig><Destinations A='1'/></AgentConfig>",
+                  "Destinations has no attribute 'A'"},
+        ErrorCase{"AttributeOfComponents", "<AgentConfig><Components A='1'/></AgentConfig>",
+                  "Components has no attribute 'A'"},
+        ErrorCase{"AttributeOfStandardInput", InInputs("<StandardInput Path='a'/>"),
+                  "line 3: StandardInput has no attribute 'Path'"},
         ErrorCase{"FileWithoutPath", InInputs("<File/>"), "line 3: the attribute Path is missing or empty"},
         ErrorCase{"FileWithEmptyPath", InInputs("<File Path=''/>"), "line 3: the attribute Path is missing or empty"},
         ErrorCase{"RelativePath", InInputs("<File Path='a/b'/>"), "line 3: the path 'a/b' is not absolute"},
@@ -179,6 +223,30 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"FramingOfUdp", InDestinations("<Destination Type='udp' Address='a' Framing='LineFeed'/>"),
                   "Destination has no attribute 'Framing'"},
         ErrorCase{"TlsRangeOfTcp", InDestinations(tcp + " MinTls='TLSv1'/>"), "Destination has no attribute 'MinTls'"},
+        ErrorCase{"AttributeOfADestination", InDestinations(tcp + " Protocol='tcp'/>"),
+                  "line 3: Destination has no attribute 'Protocol'"},
+        ErrorCase{"EmptyFraming", InDestinations(tcp + " Framing=''/>"), "the attribute Framing is missing or empty"},
+        ErrorCase{"TextInADestination", InDestinations(tcp + ">x</Destination>"), "line 3: Destination holds no text"},
+        ErrorCase{
+            "BothTlsVersions",
+            InDestinations("<Destination Type='tls' Address='a' MinTls='x' MaxTls='y'>"
+                           "<Certificate>good</Certificate></Destination>"),
+            "line 3: The minimum SSL protocol (x) is unrecognized. The maximum SSL protocol (y) is unrecognized."},
+        ErrorCase{"AttributeOfACertificate",
+                  InDestinations("<Destination Type='tls' Address='a'>\n<Certificate A='1'>good</Certificate>"
+                                 "</Destination>"),
+                  "line 4: Certificate has no attribute 'A'"},
+        ErrorCase{"ElementInACertificate",
+                  InDestinations("<Destination Type='tls' Address='a'>\n<Certificate>good<b/></Certificate>"
+                                 "</Destination>"),
+                  "line 4: Certificate holds no elements"},
+        ErrorCase{"ParameterWithoutName", InDestinations(tcp + ">\n<Parameter Value='1'/></Destination>"),
+                  "line 4: the attribute Name is missing or empty"},
+        ErrorCase{"ParameterWithoutValue", InDestinations(tcp + ">\n<Parameter Name='MaxPayloadSize'/></Destination>"),
+                  "line 4: MaxPayloadSize is ''; it takes a number"},
+        ErrorCase{"AttributeOfAParameter",
+                  InDestinations(tcp + ">\n<Parameter Name='MaxPayloadSize' Value='1' Unit='KiB'/></Destination>"),
+                  "line 4: Parameter has no attribute 'Unit'"},
         ErrorCase{"UnknownTlsVersion",
                   InDestinations("<Destination Type='tls' Address='a' MinTls='TLSv9'><Certificate>good</Certificate>"
                                  "</Destination>"),
@@ -225,6 +293,10 @@ INSTANTIATE_TEST_SUITE_P(
                   "is no name of a component"},
         ErrorCase{"NoBuildNumber", InComponents("<Component Name='x'/>"), "the attribute BuildNumber is missing"},
         ErrorCase{"NegativeBuildNumber", InComponents("<Component Name='x' BuildNumber='-1'/>"), "BuildNumber is '-1'"},
+        ErrorCase{"BuildNumberTooHigh", InComponents("<Component Name='x' BuildNumber='4294967296'/>"),
+                  "BuildNumber is '4294967296'; it takes a number from 0 to 4294967295"},
+        ErrorCase{"AttributeOfAComponent", InComponents("<Component Name='x' BuildNumber='1' Build='2'/>"),
+                  "line 3: Component has no attribute 'Build'"},
         ErrorCase{"ComponentTwice",
                   InComponents("<Component Name='Core' BuildNumber='1'/>\n<Component Name='core' BuildNumber='2'/>"),
                   "line 4: the component core is given twice"}),

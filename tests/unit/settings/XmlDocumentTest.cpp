@@ -80,6 +80,28 @@ TEST(XmlDocument, DepthCannotBeHidden) {
   EXPECT_NE(ErrorOf(closed), "none");
 }
 
+TEST(XmlDocument, WhatOnlyLooksLikeTagsIsNoDepth) {
+  std::string deep;
+  for (std::size_t i = 0; i <= maxXmlDepth; ++i) deep += "<b>";
+  EXPECT_EQ(ErrorOf("<!-->" + deep + "--><a/>"), "none");
+  EXPECT_EQ(ErrorOf("<?>" + deep + "?><a/>"), "none");
+  EXPECT_EQ(ErrorOf("<a><![CDATA[" + deep + "]]></a>"), "none");
+}
+
+TEST(XmlDocument, TagsHaveProperNames) {
+  for (const char character : std::string("\"'=<?!&")) {
+    EXPECT_EQ(ErrorOf(std::string("<a>\n<b") + character + "c/></a>"), "line 2: this tag has no proper name")
+        << character;
+  }
+}
+
+TEST(XmlDocument, BlanksOfEveryKindPartAttributes) {
+  const XmlElement root = ParseXml("<a\tx='1'\r\ny='2' z =\t'3'\r\n/>\r\n");
+  ASSERT_EQ(root.attributes.size(), 3u);
+  EXPECT_EQ(root.attributes[1].second, "2");
+  EXPECT_EQ(root.attributes[2].second, "3");
+}
+
 TEST(XmlDocument, DocumentTypesAreRefused) {
   EXPECT_EQ(ErrorOf("<!DOCTYPE a [<!ENTITY b \"bbbb\">]>\n<a>&b;</a>"), "line 1: document types are not allowed");
 }
@@ -94,6 +116,8 @@ TEST(XmlDocument, TextIsUtf8WithoutControlCharacters) {
   EXPECT_EQ(ErrorOf(std::string("<a/>\n\0<b/>", 10)), "line 2: a control character");
   EXPECT_EQ(ErrorOf("<a x='&#10;'/>"), "line 1: a control character in the attribute 'x'");
   EXPECT_EQ(ErrorOf("<a x='&#0;'/>"), "line 1: a control character in the attribute 'x'");
+  EXPECT_EQ(ErrorOf("<a/>\n\xC3"), "line 2: this is not UTF-8");
+  EXPECT_EQ(ErrorOf("<a x='&#127;'/>"), "line 1: a control character in the attribute 'x'");
   EXPECT_EQ(ErrorOf("<?xml version='1.0' encoding='ISO-8859-1'?><a/>"), "line 1: the encoding has to be UTF-8");
 }
 

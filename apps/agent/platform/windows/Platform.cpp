@@ -1,18 +1,13 @@
 #include <platform/Platform.h>
 #include <platform/Service.h>
+#include <shared/platform/windows/ProgramStart.h>
 
 #include <host/Paths.h>
 #include <host/Text.h>
 
 #include <ace/Init_ACE.h>
 
-// windows.h comes first: the others need its types.
 #include <windows.h>
-
-#include <fcntl.h>
-#include <io.h>
-#include <shellapi.h>
-#include <stdio.h>
 
 #include <algorithm>
 #include <array>
@@ -163,21 +158,11 @@ std::optional<std::size_t> InputFile::Read(char* buffer, std::size_t size) {
 }  // namespace sorvex::agent
 
 int main() {
-  // Only the wide command line holds every character; the narrow one went through the machine's code page.
-  int count = 0;
-  LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
-  if (wide == nullptr) return 2;
-  std::vector<std::string> arguments;
-  for (int index = 1; index < count; ++index) arguments.push_back(WindowsAgentCommon::WideToUtf8(wide[index]));
-  LocalFree(wide);
-
-  SetConsoleOutputCP(CP_UTF8);
-  // Output is the same bytes on every platform.
-  _setmode(_fileno(stdout), _O_BINARY);
-  _setmode(_fileno(stderr), _O_BINARY);
+  std::optional<std::vector<std::string>> arguments = sorvex::StartProgram();
+  if (!arguments) return 2;
   // On this system ACE's own objects are made by the program.
   ACE::init();
-  const int status = sorvex::agent::RunAgent(std::move(arguments));
+  const int status = sorvex::agent::RunAgent(std::move(*arguments));
   ACE::fini();
   return status;
 }

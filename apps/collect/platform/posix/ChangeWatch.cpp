@@ -45,7 +45,7 @@ bool IsRemote(const std::filesystem::path& path) {
 
 struct ChangeWatch::State {
   int wakeDescriptor = -1;
-  int changeDescriptor = -1;  ///< -1: the system has none left
+  int changeDescriptor = -1;  ///< -1: none needed so far, or the system has none left
 
   ~State() {
     if (wakeDescriptor >= 0) close(wakeDescriptor);
@@ -56,13 +56,14 @@ struct ChangeWatch::State {
 ChangeWatch::ChangeWatch() : m_pState(std::make_unique<State>()) {
   m_pState->wakeDescriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (m_pState->wakeDescriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-  m_pState->changeDescriptor = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
 }
 
 ChangeWatch::~ChangeWatch() = default;
 
 ChangeWatch::Answer ChangeWatch::Add(const std::filesystem::path& path, int& number) {
   if (IsRemote(path)) return Answer::Unsupported;
+  // A user has few of them, and an agent that follows no files needs none.
+  if (m_pState->changeDescriptor < 0) m_pState->changeDescriptor = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   if (m_pState->changeDescriptor < 0) return Answer::LimitReached;
   number = inotify_add_watch(m_pState->changeDescriptor, path.c_str(), wantedEvents);
   if (number >= 0) return Answer::Watched;

@@ -1,14 +1,11 @@
 #include <platform/Platform.h>
 
 #include <Text.h>
+#include <shared/platform/windows/ProgramStart.h>
 
 #include <windows.h>
 
-#include <fcntl.h>
-#include <io.h>
-#include <shellapi.h>
 #include <signal.h>
-#include <stdio.h>
 
 #include <array>
 
@@ -40,18 +37,6 @@ bool IsStoredAs(const std::filesystem::path& path) {
 }  // namespace sorvex::configserver
 
 int main() {
-  // Only the wide command line holds every character; the narrow one went through the machine's code page.
-  int count = 0;
-  LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
-  if (wide == nullptr) return 2;
-  std::vector<std::string> arguments;
-  for (int index = 1; index < count; ++index) {
-    arguments.push_back(sorvex::configserver::PathToUtf8(std::filesystem::path(wide[index])));
-  }
-  LocalFree(wide);
-  SetConsoleOutputCP(CP_UTF8);
-  // Output is the same bytes on every platform.
-  _setmode(_fileno(stdout), _O_BINARY);
-  _setmode(_fileno(stderr), _O_BINARY);
-  return sorvex::configserver::RunServer(std::move(arguments));
+  std::optional<std::vector<std::string>> arguments = sorvex::StartProgram();
+  return arguments ? sorvex::configserver::RunServer(std::move(*arguments)) : 2;
 }

@@ -1,5 +1,6 @@
 // The examples of docs/protocol.md are what the clients write and read.
 #include "TestBlock.h"
+#include "support/AllRecords.h"
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
 #include "wire/ProtocolMismatchException.h"
@@ -205,6 +206,9 @@ TEST_F(ProtocolDocument, HasAnExampleOfEveryRecord) {
   std::vector<std::string> names;
   for (const auto& [name, bytes] : m_examples) names.push_back(name);
   EXPECT_THAT(names, testing::UnorderedElementsAreArray(expected));
+  sorvex::test::AllRecords::ForEach([&]<class Form>(Form) {
+    EXPECT_THAT(names, testing::Contains(std::string(Form::Record::name) + ' ' + WireVersionText(Form::protocol)));
+  });
 }
 
 TEST_F(ProtocolDocument, RequestsAreWhatTheClientsWrite) {

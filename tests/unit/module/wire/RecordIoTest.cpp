@@ -1,8 +1,11 @@
 #include "wire/RecordIo.h"
 
 #include "TestBlock.h"
+#include "support/AllRecords.h"
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
+#include "support/RecordingLogger.h"
+#include "wire/ProtocolException.h"
 #include "wire/SocketSerializer.h"
 
 #include <host/Exceptions.h>
@@ -11,6 +14,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -260,20 +264,126 @@ TEST(RecordSize, OfAnEmptyKeyCountsADigestThatIsNotWritten) {
   EXPECT_EQ(Written(request).size(), request.recordSize + 8U - 36U);
 }
 
-TEST(RecordReading, TellsEachFieldBeforeAByteOfItIsRead) {
+using Fields = std::vector<std::pair<std::string, std::size_t>>;
+
+TEST(RecordReading, NamesEachFieldBeforeAByteOfItIsRead) {
   auto socket = std::make_shared<FakeRawSocket>(
       HexBytes("00000004 00000000 00000003 '2.0' 00000007 00000001 00000000 'k' 00000001 00000000 'c'"));
   VaroCommunicationAPI::SocketSerializer serializer(socket);
   ConfigurationUpdateResponse response(WireProtocol::Version2);
-  std::vector<std::pair<const void*, std::size_t>> seen;
-  ReadRecord(serializer, response, [&](const void* field) { seen.emplace_back(field, socket->Unread()); });
-  EXPECT_EQ(seen, (std::vector<std::pair<const void*, std::size_t>>{{&response.requestType, 37},
-                                                                    {&response.recordSize, 33},
-                                                                    {&response.recordVersion, 29},
-                                                                    {&response.resultCode, 22},
-                                                                    {&response.serverPublicKey, 18},
-                                                                    {&response.configurationData, 9}}));
+  Fields seen;
+  ReadRecord(serializer, response, [&](std::string_view field) { seen.emplace_back(field, socket->Unread()); });
+  EXPECT_EQ(seen, (Fields{{"requestType", 37},
+                          {"recordSize", 33},
+                          {"recordVersion", 29},
+                          {"resultCode", 22},
+                          {"serverPublicKey", 18},
+                          {"configurationData", 9}}));
   EXPECT_EQ(response.resultCode, 7U);
+}
+
+/// Gives texts and data that it visits a value, and keeps the names of all fields with their bounds, 0 of an integer.
+struct FieldFiller {
+  void operator()(const char* name, std::uint32_t&) { m_fields.emplace_back(name, 0); }
+  void operator()(const char* name, std::int64_t&) { m_fields.emplace_back(name, 0); }
+  void operator()(const char* name, WireString& field, std::uint32_t clampLength) {
+    SetWireString(field, name);
+    m_fields.emplace_back(name, clampLength);
+  }
+  void operator()(const char* name, WireBinary& field, bool, std::uint32_t clampLength) {
+    SetWireBinary(field, *MakeBlock(name));
+    m_fields.emplace_back(name, clampLength);
+  }
+
+  Fields m_fields;
+};
+
+template <class Form>
+class EachRecord : public testing::Test {
+ protected:
+  using Record = typename Form::Record;
+
+  EachRecord() {
+    FieldFiller filler;
+    Record::VisitFields(m_record, filler);
+    m_fields = filler.m_fields;
+    m_bytes = Written(m_record);
+    const auto socket = std::make_shared<FakeRawSocket>(m_bytes);
+    VaroCommunicationAPI::SocketSerializer serializer(socket);
+    Record read = Form::Make();
+    ReadRecord(serializer, read, [&](std::string_view) { m_offsets.push_back(m_bytes.size() - socket->Unread()); });
+  }
+
+  /// What is logged while a record that consists of these bytes is read.
+  static std::vector<std::string> ReadingLogs(const std::string& bytes) {
+    const sorvex::test::RecordingLogger logger;
+    VaroCommunicationAPI::SocketSerializer serializer(std::make_shared<FakeRawSocket>(bytes));
+    Record read = Form::Make();
+    EXPECT_THROW(ReadRecord(serializer, read), WindowsAgentCommon::SocketException);
+    return logger->Lines("Code.SSLConfigServerAPIClient.ReadRecord");
+  }
+
+  static std::vector<std::string> FailureAt(const std::string& field) {
+    return {"Debug Failed at the field " + field + " of " + Record::name + "."};
+  }
+
+  Record m_record = Form::Make();
+  Fields m_fields;
+  std::string m_bytes;
+  std::vector<std::size_t> m_offsets;  ///< of the fields
+};
+
+template <class List>
+struct TestTypes;
+template <class... Forms>
+struct TestTypes<sorvex::test::TypeList<Forms...>> {
+  using Type = testing::Types<Forms...>;
+};
+TYPED_TEST_SUITE(EachRecord, TestTypes<sorvex::test::AllRecords>::Type);
+
+TYPED_TEST(EachRecord, TellsTheFieldThatIsCutShort) {
+  ASSERT_EQ(this->m_fields.size(), this->m_offsets.size());
+  for (std::size_t i = 0; i < this->m_fields.size(); ++i) {
+    const std::string& field = this->m_fields[i].first;
+    EXPECT_EQ(this->ReadingLogs(this->m_bytes.substr(0, this->m_offsets[i])), this->FailureAt(field));
+    EXPECT_EQ(this->ReadingLogs(this->m_bytes.substr(0, this->m_offsets[i] + 3)), this->FailureAt(field));
+  }
+}
+
+TYPED_TEST(EachRecord, TellsTheFieldThatIsAboveItsBound) {
+  ASSERT_EQ(this->m_fields.size(), this->m_offsets.size());
+  for (std::size_t i = 0; i < this->m_fields.size(); ++i) {
+    const auto& [field, bound] = this->m_fields[i];
+    if (bound == 0) continue;
+    std::string bytes = this->m_bytes.substr(0, this->m_offsets[i]);
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>((bound + 1) >> shift);
+    // The empty digest of data that carry one.
+    bytes += std::string(4, '\0');
+    EXPECT_EQ(this->ReadingLogs(bytes), this->FailureAt(field));
+  }
+}
+
+TYPED_TEST(EachRecord, TellsTheFieldThatIsNotWritten) {
+  ASSERT_EQ(this->m_fields.size(), this->m_offsets.size());
+  for (std::size_t i = 0; i < this->m_fields.size(); ++i) {
+    const sorvex::test::RecordingLogger logger;
+    const auto socket = std::make_shared<FakeRawSocket>();
+    socket->SetRoom(this->m_offsets[i]);
+    VaroCommunicationAPI::SocketSerializer serializer(socket);
+    EXPECT_THROW(WriteRecord(serializer, this->m_record), WindowsAgentCommon::SocketException);
+    EXPECT_EQ(logger->Lines("Code.SSLConfigServerAPIClient.WriteRecord"), this->FailureAt(this->m_fields[i].first));
+  }
+}
+
+TEST(RecordReading, LogsNothingAboutAFieldAtWhichTheReaderItselfStops) {
+  const sorvex::test::RecordingLogger logger;
+  VaroCommunicationAPI::SocketSerializer serializer(std::make_shared<FakeRawSocket>(HexBytes("00000003")));
+  UpdateStatusResponse response;
+  const auto stop = [](std::string_view field) {
+    if (field == "recordSize") throw ProtocolException("file", "function", 1);
+  };
+  EXPECT_THROW(ReadRecord(serializer, response, stop), ProtocolException);
+  EXPECT_TRUE(logger->Lines("Code.SSLConfigServerAPIClient.ReadRecord").empty());
 }
 
 TEST(RecordReading, KeepsASizeThatIsWrong) {

@@ -183,7 +183,7 @@ TEST_P(Exchanges, ThrowWhereverTheResponseIsCut) {
     EXPECT_THROW(GetParam().call(conversation), SocketException) << cut;
     Strings lines = GetParam().AllLines();
     lines.pop_back();
-    EXPECT_EQ(m_log->Lines(), lines) << cut;
+    EXPECT_EQ(m_log->Lines("Code.SSLConfigServerAPIClient_v"), lines) << cut;
   }
 }
 
@@ -195,7 +195,7 @@ TEST_P(Exchanges, ThrowWhereverTheRequestIsCut) {
     Conversation conversation(GetParam().protocol, GetParam().response);
     conversation.m_socket->SetRoom(room);
     EXPECT_THROW(GetParam().call(conversation), SocketException) << room;
-    EXPECT_EQ(m_log->Lines(), Strings{"Debug " + GetParam().sending}) << room;
+    EXPECT_EQ(m_log->Lines("Code.SSLConfigServerAPIClient_v"), Strings{"Debug " + GetParam().sending}) << room;
     EXPECT_EQ(conversation.m_socket->Unread(), GetParam().response.size()) << room;
   }
 }

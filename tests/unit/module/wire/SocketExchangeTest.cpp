@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace SSLConfigServerProto {
 namespace {
@@ -128,6 +129,7 @@ struct Refusal {
   std::uint32_t (ISSLConfigServerAPIClient::*update)(WindowsAgentCommon::ISerializer&, const std::string&);
   const char* response;  ///< to `update`, or to the establishment of the connection when there is none
   const char* lastLine;
+  const char* failedField = nullptr;  ///< logged after that line
 };
 
 const Refusal refusals[] = {
@@ -138,18 +140,23 @@ const Refusal refusals[] = {
     {"server of version 1", WireProtocol::Version2, nullptr, "00000001",
      "Debug Receiving connection establishment response..."},
     {"record version", WireProtocol::Version1, nullptr, "00000001 0000000B 00100001",
-     "Info Bad string read; given length exceeded maximum string clamp length of 1048576."},
+     "Info Bad string read; given length exceeded maximum string clamp length of 1048576.",
+     "Debug Failed at the field recordVersion of ConnectionEstablishmentResponse."},
     {"server's version", WireProtocol::Version2, nullptr, "00000006 00000012 00000003 '2.0' 00000000 00100001",
-     "Info Bad string read; given length exceeded maximum string clamp length of 1048576."},
+     "Info Bad string read; given length exceeded maximum string clamp length of 1048576.",
+     "Debug Failed at the field wireProtocolVersion of ConnectionEstablishmentResponse2."},
     {"configuration", WireProtocol::Version1, &ISSLConfigServerAPIClient::ConfigurationUpdate,
      "00000004 00000012 00000003 '1.0' 00000000 06400001",
-     "Info Bad data read; given length exceeded maximum binary clamp length of 104857600."},
+     "Info Bad data read; given length exceeded maximum binary clamp length of 104857600.",
+     "Debug Failed at the field configurationData of ConfigurationUpdateResponse."},
     {"code", WireProtocol::Version2, &ISSLConfigServerAPIClient::CodeUpdate,
      "00000005 00000012 00000003 '2.0' 00000000 06400001 00000000",
-     "Info Bad data read; given length exceeded maximum binary clamp length of 104857600."},
+     "Info Bad data read; given length exceeded maximum binary clamp length of 104857600.",
+     "Debug Failed at the field codeData of CodeUpdateResponse."},
     {"digest", WireProtocol::Version2, &ISSLConfigServerAPIClient::CodeUpdate,
      "00000005 00000012 00000003 '2.0' 00000000 00000003 00000021",
-     "Info Bad string read; given length exceeded maximum string clamp length of 32."},
+     "Info Bad string read; given length exceeded maximum string clamp length of 32.",
+     "Debug Failed at the field codeData of CodeUpdateResponse."},
 };
 
 TYPED_TEST(SocketExchange, RefusesResponsesThatComeByteByByte) {
@@ -173,7 +180,12 @@ TYPED_TEST(SocketExchange, RefusesResponsesThatComeByteByByte) {
     } else {
       EXPECT_THROW(client->ConnectionEstablishment(*this->m_serializer, CONNECTION_FLAG_NONE), SocketException);
     }
-    EXPECT_EQ(this->m_log->Lines("Code.SSLConfigServerAPIClient").back(), refusal.lastLine);
+    std::vector<std::string> lines = this->m_log->Lines("Code.SSLConfigServerAPIClient");
+    if (refusal.failedField) {
+      EXPECT_EQ(lines.back(), refusal.failedField);
+      lines.pop_back();
+    }
+    EXPECT_EQ(lines.back(), refusal.lastLine);
     this->m_socket->Close();
   }
 }

@@ -1,4 +1,4 @@
-#include "platform/SystemVersion.h"
+#include "platform/windows/CryptProviderName.h"
 
 #include <windows.h>
 
@@ -11,6 +11,12 @@ unsigned int SystemVersionNumber() {
     return GetVersionExW(&version) ? version.dwMajorVersion * 10 + version.dwMinorVersion : 0;
   }();
   return number;
+}
+
+std::wstring GetCryptProviderName(unsigned int systemVersionNumber) {
+  std::wstring name = L"Microsoft Enhanced RSA and AES Cryptographic Provider";
+  if (systemVersionNumber < 52) name += L" (Prototype)";
+  return name;
 }
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -1,8 +1,0 @@
-#include <host/IComponentFactory.h>
-
-namespace WindowsAgentCommon {
-
-// Defined here so that the interface has one v-table and one type_info in the whole process.
-IComponentFactory::~IComponentFactory() = default;
-
-}  // namespace WindowsAgentCommon

@@ -1,0 +1,26 @@
+// What a system's resolver says, for `ResolveHost`.
+#pragma once
+
+#include "platform/NameResolver.h"
+
+namespace VaroCommunicationAPI::Platform {
+
+/// As `ResolveHost`, of a host without brackets and a port in range. May return no address without an error.
+ResolvedHost LookUpName(const std::wstring& host, std::uint32_t port, AddressFamily family,
+                        const std::function<bool()>& isInterrupted);
+
+/// The addresses of the list that begins with `entry`, of the system's own type.
+template <class Entry>
+std::vector<ACE_INET_Addr> AddressesOf(const Entry* entry) {
+  std::vector<ACE_INET_Addr> addresses;
+  // Some headers declare the next one with a type of its own.
+  for (; entry != nullptr; entry = reinterpret_cast<const Entry*>(entry->ai_next)) {
+    ACE_INET_Addr address;
+    if (address.set(reinterpret_cast<const sockaddr_in*>(entry->ai_addr), static_cast<int>(entry->ai_addrlen)) == 0) {
+      addresses.push_back(address);
+    }
+  }
+  return addresses;
+}
+
+}  // namespace VaroCommunicationAPI::Platform

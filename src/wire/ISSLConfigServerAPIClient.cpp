@@ -1,7 +1,0 @@
-#include "wire/ISSLConfigServerAPIClient.h"
-
-namespace SSLConfigServerProto {
-
-ISSLConfigServerAPIClient::~ISSLConfigServerAPIClient() = default;
-
-}  // namespace SSLConfigServerProto

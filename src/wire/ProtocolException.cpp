@@ -1,7 +1,0 @@
-#include "wire/ProtocolException.h"
-
-namespace SSLConfigServerProto {
-
-ProtocolException::~ProtocolException() = default;
-
-}  // namespace SSLConfigServerProto

@@ -1,0 +1,111 @@
+// The agent as it runs all day, with the reference configuration server over HTTPS.
+#include "HttpsServedAgent.h"
+#include "RunFixture.h"
+
+namespace sorvex::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class RunHttpsTest : public testing::Test {
+ protected:
+  void SetUp() override { std::filesystem::create_directory(Logs()); }
+
+  std::filesystem::path Logs() const { return m_agent.Directory().Path() / "logs"; }
+  void Serve(const std::string& destinations, const std::string& components = {}) {
+    m_strServed = MakeConfiguration(Logs() / "*.log", destinations, components);
+    m_agent.Server().Write("default/AgentConfig.xml", m_strServed);
+  }
+  std::string OwnFile(const char* name) const { return TemporaryDirectory::Read(m_agent.Directory().Path() / name); }
+  bool WaitForAnswers(const std::string& answer, std::size_t number) {
+    return WaitUntil([&] { return CountOf(m_agent.Server().Log(), answer) >= number; });
+  }
+
+  HttpsServedAgent m_agent;
+  std::string m_strServed;
+};
+
+TEST_F(RunHttpsTest, RegistersReportsAndAppliesWhatItIsGiven) {
+  LoopbackTcpServer receiver;
+  Append(Logs() / "a.log", "one\n");
+  Serve(TcpDestination(receiver.Port()));
+  const RunningAgent agent(m_agent.GetInstallation(), {"--os-version", "Test 1", "--agent-version", "9.9"});
+  EXPECT_EQ(receiver.WaitForBytes(4), "one\n");
+  EXPECT_THAT(m_agent.Server().Read("agents/agent-7/registration.txt"),
+              HasSubstr("os-version: Test 1\nagent-version: 9.9\n"));
+  EXPECT_TRUE(WaitUntil([&] { return OwnFile("AgentConfig.md5").size() == 32; }));
+  EXPECT_EQ(OwnFile("AgentConfig.xml"), m_strServed);
+
+  // It asks again, and finds that it has it.
+  ASSERT_TRUE(WaitForAnswers(" fingerprint: 200 ", 3)) << m_agent.Server().Log();
+  EXPECT_EQ(CountOf(m_agent.Server().Log(), " configuration: 200 success"), 1u);
+  EXPECT_EQ(CountOf(m_agent.Server().Log(), " register: 200 "), 1u);
+  EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
+  // What is reported is how long the agent has been up, and no time of day.
+  const std::string status = m_agent.Server().Read("agents/agent-7/status.txt");
+  ASSERT_THAT(status, HasSubstr("\nstatus: 1\nuptime: "));
+  EXPECT_LT(std::stol(status.substr(status.find("uptime: ") + 8)), 3600);
+  EXPECT_EQ(StatusOf(m_agent.GetInstallation(), "mode"), "https");
+  EXPECT_THAT(StatusOf(m_agent.GetInstallation(), "connection"), HasSubstr("in order, last used 20"));
+  EXPECT_THAT(agent.Log() + m_agent.Server().Log(), Not(HasSubstr(HttpsServedAgent::token)));
+}
+
+TEST_F(RunHttpsTest, ChangedConfigurationArrives) {
+  LoopbackTcpServer first;
+  LoopbackTcpServer second;
+  Append(Logs() / "a.log", "one\n");
+  Serve(TcpDestination(first.Port()));
+  const RunningAgent agent(m_agent.GetInstallation());
+  EXPECT_EQ(first.WaitForBytes(4), "one\n");
+  Serve(TcpDestination(second.Port()));
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 2; })) << agent.Log();
+  Append(Logs() / "a.log", "two\n");
+  EXPECT_EQ(second.WaitForBytes(4), "two\n");
+  EXPECT_EQ(OwnFile("AgentConfig.xml"), m_strServed);
+}
+
+TEST_F(RunHttpsTest, PatchOfANewerComponentIsFetched) {
+  m_agent.Directory().Write("AgentCore.manifest", "Build Number: 10\n");
+  m_agent.Server().Write("patches/agentcore.tar.gz", "the archive");
+  Serve("",
+        "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"
+        "<Component Name=\"Missing\" BuildNumber=\"1\"/>");
+  const RunningAgent agent(m_agent.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog("The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
+  ASSERT_TRUE(agent.WaitForLog("The configuration server has no patch x64_72_missing_1.tar.gz."));
+  EXPECT_EQ(OwnFile("patch/x64_72_agentcore_11.tar.gz"), "the archive");
+}
+
+TEST_F(RunHttpsTest, TerminationIsReportedToTheServer) {
+  Serve("");
+  // Between two rounds, so that nothing but this report has to be done within the time that an end may take.
+  RunningAgent agent(m_agent.GetInstallation(), {}, "4");
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
+  EXPECT_EQ(agent.End(), 0);
+  EXPECT_THAT(m_agent.Server().Read("agents/agent-7/status.txt"), HasSubstr("\nstatus: 0\nuptime: "));
+}
+
+/// A page of something between the two, in the place of an answer.
+class RunHttpsPageTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(RunHttpsPageTest, IsNotTakenForAnAnswer) {
+  HttpsServedAgent served({"--fault", "html", "--fault-on", GetParam(), "--fault-times", "1"});
+  const std::string configuration = MakeConfiguration(served.Directory().Path() / "a", "");
+  served.Server().Write("default/AgentConfig.xml", configuration);
+  const RunningAgent agent(served.GetInstallation());
+  const std::filesystem::path file = served.Directory().Path() / "AgentConfig.xml";
+  EXPECT_TRUE(WaitUntil([&] { return TemporaryDirectory::Read(file) == configuration; })) << agent.Log();
+  const bool isRefused = GetParam() == std::string("configuration");
+  EXPECT_THAT(agent.Log(),
+              HasSubstr(isRefused ? "The configuration from the server is refused, and the one before stays"
+                                  : "The configuration server failed ("));
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, RunHttpsPageTest,
+                         testing::Values("register", "status", "fingerprint", "configuration"),
+                         [](const testing::TestParamInfo<const char*>& test) { return std::string(test.param); });
+
+}  // namespace
+}  // namespace sorvex::test
