@@ -1,7 +1,5 @@
 #include "platform/NameResolver.h"
 
-#include "platform/SocketErrors.h"
-
 #include <host/Text.h>
 
 #include <netdb.h>
@@ -65,7 +63,7 @@ int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInte
 }
 #endif
 
-int ToSocketError(int resolverCode) {
+SocketError ToSocketError(int resolverCode) {
   switch (resolverCode) {
     case EAI_CANCELED: return ErrorInterrupted;
     case EAI_AGAIN:

@@ -1,7 +1,5 @@
 #include "platform/NameResolver.h"
 
-#include "platform/SocketErrors.h"
-
 #include <winsock2.h>
 
 #include <windows.h>
@@ -77,7 +75,7 @@ ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFa
   auto question = std::make_unique<Question>(std::move(name), port, family);
   if (const int code = Ask(question, isInterrupted); code != 0) {
     // A name without an address of the family is as good as none. Some systems give a number that is none of theirs.
-    resolved.m_error = code == WSANO_DATA || code < 0 ? ErrorHostNotFound : code;
+    resolved.m_error = code == WSANO_DATA || code < 0 ? ErrorHostNotFound : ToCallerError(code);
     return resolved;
   }
   for (const ADDRINFOEXW* entry = question->m_pResult; entry;

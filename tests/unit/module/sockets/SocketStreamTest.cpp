@@ -1,5 +1,5 @@
 // Connecting to one of several addresses.
-#include "sockets/StreamConnector.h"
+#include "sockets/SocketStream.h"
 
 #include <support/BlackHole.h>
 #include <support/LoopbackTcpServer.h>
@@ -9,28 +9,34 @@
 namespace sorvex::test {
 namespace {
 
-using VaroCommunicationAPI::ConnectStream;
+using namespace VaroCommunicationAPI::Platform;
+using VaroCommunicationAPI::StreamUse;
 
 ACE_INET_Addr Loopback(std::uint16_t port) { return ACE_INET_Addr(port, "127.0.0.1"); }
 
 bool Never() { return false; }
 
+SocketError ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& addresses,
+                          const VaroCommunicationAPI::IsInterrupted& isInterrupted) {
+  return VaroCommunicationAPI::ConnectStream(stream, addresses, StreamUse::Exchange, isInterrupted);
+}
+
 TEST(StreamConnector, WithoutAddressFails) {
   ACE_SOCK_Stream stream;
-  EXPECT_EQ(ConnectStream(stream, {}, &Never), 11001);
+  EXPECT_EQ(ConnectStream(stream, {}, &Never), ErrorHostNotFound);
   EXPECT_EQ(stream.get_handle(), ACE_INVALID_HANDLE);
 }
 
 TEST(StreamConnector, TakesTheFirstAddressThatAccepts) {
   LoopbackTcpServer server;
   ACE_SOCK_Stream stream;
-  EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(server.Port())}, &Never), 0);
+  EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(server.Port())}, &Never), ErrorNone);
   stream.close();
 }
 
 TEST(StreamConnector, GivesTheErrorOfTheLastAddress) {
   ACE_SOCK_Stream stream;
-  EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(UnusedPort())}, &Never), 10061);
+  EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(UnusedPort())}, &Never), ErrorConnectionRefused);
   EXPECT_EQ(stream.get_handle(), ACE_INVALID_HANDLE);
 }
 
@@ -38,7 +44,8 @@ TEST(StreamConnector, ThatIsInterruptedDoesNotGoOnToTheNextAddress) {
   const BlackHole hole;
   LoopbackTcpServer server;
   ACE_SOCK_Stream stream;
-  EXPECT_EQ(ConnectStream(stream, {Loopback(hole.Port()), Loopback(server.Port())}, [] { return true; }), 10004);
+  EXPECT_EQ(ConnectStream(stream, {Loopback(hole.Port()), Loopback(server.Port())}, [] { return true; }),
+            ErrorInterrupted);
   EXPECT_EQ(stream.get_handle(), ACE_INVALID_HANDLE);
   EXPECT_EQ(server.Connections(), 0);
 }
