@@ -143,16 +143,10 @@ bool DestinationSocket<Sender>::Connect() {
 template <class Sender>
 std::int32_t DestinationSocket<Sender>::SendEvent(const WindowsAgentCommon::Event& event) {
   if (!m_pPayloadBuilder) return -1;
-  // Each caller builds into a text of its own; the last one used lends it its memory.
-  std::string payload;
-  {
-    const std::lock_guard lock(m_payloadMutex);
-    payload.swap(m_strPayload);
-  }
-  m_pPayloadBuilder->BuildPayload(event, payload);
-  const std::int32_t result = Send(payload.data(), static_cast<std::uint32_t>(payload.size()));
-  const std::lock_guard lock(m_payloadMutex);
-  m_strPayload.swap(payload);
+  std::unique_ptr<std::string> payload = m_payloadTexts.Take();
+  m_pPayloadBuilder->BuildPayload(event, *payload);
+  const std::int32_t result = Send(payload->data(), static_cast<std::uint32_t>(payload->size()));
+  m_payloadTexts.Keep(std::move(payload));
   return result;
 }
 

@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -130,8 +129,7 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Sender::In
   std::uint32_t m_maxPayloadSize = m_traits.m_defaultMaxPayloadSize;
   RelaxedValue<bool> m_bBlockingSendStrategy{true};
   std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> m_pPayloadBuilder;
-  std::mutex m_payloadMutex;
-  std::string m_strPayload;
+  SpareTexts m_payloadTexts;
 
   /// The task's queue.
   PayloadQueue m_queue;

@@ -4,6 +4,30 @@
 
 namespace VaroCommunicationAPI {
 
+SpareTexts::~SpareTexts() {
+  for (const std::atomic<std::string*>& text : m_texts) delete text.load();
+}
+
+std::unique_ptr<std::string> SpareTexts::Take() {
+  for (std::atomic<std::string*>& text : m_texts) {
+    if (!text.load(std::memory_order_relaxed)) continue;
+    if (std::string* const taken = text.exchange(nullptr, std::memory_order_acquire)) {
+      return std::unique_ptr<std::string>(taken);
+    }
+  }
+  return std::make_unique<std::string>();
+}
+
+void SpareTexts::Keep(std::unique_ptr<std::string> text) {
+  for (std::atomic<std::string*>& place : m_texts) {
+    std::string* nobodys = nullptr;
+    if (place.compare_exchange_strong(nobodys, text.get(), std::memory_order_release, std::memory_order_relaxed)) {
+      static_cast<void>(text.release());
+      return;
+    }
+  }
+}
+
 Platform::ResolvedHost DestinationState::ResolveTarget(Platform::AddressFamily family,
                                                        const std::function<bool()>& isInterrupted) const {
   return m_services.m_resolveHost(m_strHost, m_port, family, isInterrupted);

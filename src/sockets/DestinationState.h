@@ -6,11 +6,13 @@
 
 #include <host/Log.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -44,6 +46,25 @@ class MessageCounter {
  private:
   RelaxedValue<std::uint32_t> m_messages{0};
   RelaxedValue<std::uint32_t> m_bytes{0};
+};
+
+/// Memory in which threads build payloads, kept from one payload to the next. Whoever takes a text has it alone. Takes
+/// no lock. Any thread.
+class SpareTexts {
+ public:
+  SpareTexts() = default;
+  ~SpareTexts();
+  SpareTexts(const SpareTexts&) = delete;
+  SpareTexts& operator=(const SpareTexts&) = delete;
+
+  /// A text of whatever content.
+  std::unique_ptr<std::string> Take();
+
+  /// Keeps a text, unless there are several already.
+  void Keep(std::unique_ptr<std::string> text);
+
+ private:
+  std::array<std::atomic<std::string*>, 8> m_texts{};
 };
 
 /// Target, counters, life and services of one socket.
