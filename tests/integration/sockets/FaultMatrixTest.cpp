@@ -4,11 +4,9 @@
 // docs/reliability.md.
 #include "Receiver.h"
 #include "platform/SocketErrors.h"
-#include "sockets/SSLTCPSocket.h"
-#include "sockets/TCPSocket.h"
-#include "sockets/UDPSocket.h"
 
 #include <support/BlackHole.h>
+#include <support/MakeDestination.h>
 #include <support/RecordingLogger.h>
 #include <support/SkippingTime.h>
 
@@ -32,10 +30,6 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using VaroCommunicationAPI::SocketServices;
-using VaroCommunicationAPI::SSLProtocolList;
-using VaroCommunicationAPI::SSLTCPSocket;
-using VaroCommunicationAPI::TCPSocket;
-using VaroCommunicationAPI::UDPSocket;
 using WindowsAgentCommon::ISocket;
 
 enum class Strategy { Blocking, Queued };
@@ -60,15 +54,6 @@ enum class Fault {
   TwoStops,
   BackBeforeStop
 };
-
-const char* Name(Transport transport) {
-  switch (transport) {
-    case Transport::Tcp: return "TCP";
-    case Transport::Tls: return "TLS";
-    case Transport::Udp: return "UDP";
-  }
-  return "?";
-}
 
 const char* Name(Strategy strategy) { return strategy == Strategy::Blocking ? "blocking" : "queued"; }
 
@@ -124,15 +109,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   static bool IsTls() { return TestedTransport() == Transport::Tls; }
   static bool IsQueued() { return GetParam().strategy == Strategy::Queued; }
 
-  void Create() {
-    if (IsUdp()) {
-      m_pSocket = std::make_unique<UDPSocket>(Services());
-    } else if (IsTls()) {
-      m_pSocket = std::make_unique<SSLTCPSocket>(SSLProtocolList(), Services());
-    } else {
-      m_pSocket = std::make_unique<TCPSocket>(Services());
-    }
-  }
+  void Create() { m_pSocket = MakeDestination(TestedTransport(), Services()); }
 
   /// The case's clock; a resolver and a system for datagrams that fail while the case says so.
   SocketServices Services() {

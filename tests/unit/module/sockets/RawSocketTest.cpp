@@ -3,8 +3,10 @@
 #include "Transports.h"
 #include "sockets/RawSocket.h"
 
+#include <support/ConnectionHandles.h>
 #include <support/RecordingLogger.h>
 
+#include <ace/ACE.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <boost/asio/error.hpp>
@@ -257,6 +259,24 @@ TYPED_TEST(RawSocket, APeerThatResetsGivesAnErrorAndNoSignal) {
   EXPECT_THAT(this->socket.GetLastResultCode(), testing::AnyOf(10053, 10054));
   EXPECT_THAT(this->log->Lines(), ElementsAre(WindowsAgentCommon::Format("Error Error sending data: %d",
                                                                          this->socket.GetLastResultCode())));
+}
+
+TYPED_TEST(RawSocket, WhatThePeerSaidBeforeItReadsIsReceived) {
+  const std::string block(8'000'000, 'x');
+  auto server = TypeParam::MakeServer(
+      [](auto& self, auto& connection, int) {
+        connection.Write("answer");
+        self.KeepAllOf(connection);
+      },
+      65536);
+  this->Open(server.Port());
+  const std::vector<ACE_HANDLE> handles = HandlesConnectedTo(server.Port());
+  ASSERT_EQ(handles.size(), 1u);
+  ASSERT_TRUE(WaitUntil([&] { return ACE::handle_read_ready(handles.front(), &ACE_Time_Value::zero) == 1; }));
+  EXPECT_EQ(this->socket.Send(block.data(), 8'000'000), 8'000'000);
+  char answer[6];
+  EXPECT_EQ(this->socket.Receive(answer, 6, 5000), 6);
+  EXPECT_EQ(std::string(answer, 6), "answer");
 }
 
 /// A raw socket over scripted results instead of a network.
