@@ -43,9 +43,9 @@ class ISocketStream {
   /// Logs what came of the attempt to connect, as far as this kind of stream tells it.
   virtual void ReportConnect(const WindowsAgentCommon::Log& log, SocketError error) const = 0;
 
-  /// Writes all `length` bytes, waiting for room without a limit; to a peer of a delivery, which has ended the
-  /// connection, that wait is an error. `onProgress` is called when the system has accepted bytes. The outcome counts
-  /// those that the peer can read once they are there.
+  /// Writes all `length` bytes, waiting for room without a limit. In a delivery, a peer that ends the connection ends
+  /// that wait with an error. `onProgress` is called when the system has accepted bytes. The outcome counts those that
+  /// the peer can read once they are there.
   virtual Platform::WriteOutcome Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
                                        const std::function<void()>& onProgress) = 0;
 

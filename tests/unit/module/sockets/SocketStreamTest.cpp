@@ -21,26 +21,26 @@ SocketError ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Ad
   return VaroCommunicationAPI::ConnectStream(stream, addresses, StreamUse::Exchange, isInterrupted);
 }
 
-TEST(StreamConnector, WithoutAddressFails) {
+TEST(ConnectStream, WithoutAddressFails) {
   ACE_SOCK_Stream stream;
   EXPECT_EQ(ConnectStream(stream, {}, &Never), ErrorHostNotFound);
   EXPECT_EQ(stream.get_handle(), ACE_INVALID_HANDLE);
 }
 
-TEST(StreamConnector, TakesTheFirstAddressThatAccepts) {
+TEST(ConnectStream, TakesTheFirstAddressThatAccepts) {
   LoopbackTcpServer server;
   ACE_SOCK_Stream stream;
   EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(server.Port())}, &Never), ErrorNone);
   stream.close();
 }
 
-TEST(StreamConnector, GivesTheErrorOfTheLastAddress) {
+TEST(ConnectStream, GivesTheErrorOfTheLastAddress) {
   ACE_SOCK_Stream stream;
   EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(UnusedPort())}, &Never), ErrorConnectionRefused);
   EXPECT_EQ(stream.get_handle(), ACE_INVALID_HANDLE);
 }
 
-TEST(StreamConnector, ThatIsInterruptedDoesNotGoOnToTheNextAddress) {
+TEST(ConnectStream, ThatIsInterruptedDoesNotGoOnToTheNextAddress) {
   const BlackHole hole;
   LoopbackTcpServer server;
   ACE_SOCK_Stream stream;
