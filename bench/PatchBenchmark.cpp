@@ -203,8 +203,11 @@ class Contestants {
 
   Outcome FetchAndHashByClient() const {
     const Outcome fetched = FetchByClient();
-    Process process([this] { return Execute({"openssl", "md5", ClientFile().string()}); }, m_nothing.Get(),
-                    m_nothing.Get());
+    Process process(
+        [this] {
+          return Execute({"openssl", "md5", ClientFile().string()});
+        },
+        m_nothing.Get(), m_nothing.Get());
     const Outcome hashed = process.Wait();
     if (!process.IsSuccess()) throw std::runtime_error("openssl md5 failed");
     return {fetched.seconds + hashed.seconds, fetched.cpuSeconds + hashed.cpuSeconds,

@@ -233,10 +233,12 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   forward->add_flag("--queued", forwardCommand.queued, "Send through the queue instead of waiting for each event");
   forward->add_option("--builder", forwardCommand.builder, "Payload builder (default: SyslogPayloadBuilder)");
   std::string framing;
+  std::vector<std::string> framingNames;
+  for (const auto& [name, value] : settings::framings) framingNames.emplace_back(name);
   forward
       ->add_option("--framing", framing,
                    "What parts payloads over TCP and TLS: LineFeed (default) or OctetCounting (RFC 6587)")
-      ->check(CLI::IsMember({"LineFeed", "OctetCounting"}))
+      ->check(CLI::IsMember(framingNames))
       ->type_name("NAME");
   AddRepeated(*forward, "--set", socketParameters, "Further parameter of the socket")->type_name("KEY=VALUE");
   CLI::Option* const giveUp = forward

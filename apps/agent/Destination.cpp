@@ -1,16 +1,11 @@
 #include <Destination.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <stdexcept>
-#include <utility>
 
 namespace sorvex::agent {
 namespace {
-
-constexpr std::array<std::pair<std::string_view, Scheme>, 3> schemes{
-    {{"tcp", Scheme::Tcp}, {"tls", Scheme::Tls}, {"udp", Scheme::Udp}}};
 
 /// RFC 3986, 3.1: letters of either case.
 bool IsScheme(std::string_view text, std::string_view name) {
@@ -21,7 +16,7 @@ bool IsScheme(std::string_view text, std::string_view name) {
 
 Scheme ParseScheme(std::string_view text) {
   std::string known;
-  for (const auto& [name, scheme] : schemes) {
+  for (const auto& [name, scheme] : settings::destinationTypes) {
     if (IsScheme(text, name)) return scheme;
     known += (known.empty() ? "" : ", ") + std::string(name);
   }

@@ -1,13 +1,15 @@
 // The destination of events, as the command line names it.
 #pragma once
 
+#include <settings/DestinationNames.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace sorvex::agent {
 
-enum class Scheme { Tcp, Tls, Udp };
+using Scheme = settings::DestinationType;
 
 struct Destination {
   std::string url;  ///< as it was written

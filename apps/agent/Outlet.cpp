@@ -1,12 +1,12 @@
 #include <Outlet.h>
 
+#include <MakeSocket.h>
 #include <Output.h>
 
 #include <host/EnvironmentBlockHelper.h>
 
 #include <chrono>
 #include <exception>
-#include <stdexcept>
 
 namespace sorvex::agent {
 namespace {
@@ -25,21 +25,6 @@ constexpr std::chrono::milliseconds stopPause = 5ms;
 constexpr std::int32_t payloadTooLong = 10040;
 constexpr std::int32_t addressFamilyNotSupported = 10047;
 
-std::shared_ptr<ISocket> CreateSocket(const Destination& destination, const ForwardCommand& command,
-                                      IConnectionFactory& factory) {
-  constexpr std::uint8_t stream = SOCKET_FLAG_STREAM | SOCKET_FLAG_INTERNET;
-  constexpr std::uint8_t datagram = SOCKET_FLAG_DATAGRAM | SOCKET_FLAG_INTERNET;
-  std::shared_ptr<IRawSocket> rawSocket;
-  if (destination.scheme == Scheme::Tls) {
-    factory.CreateSSLSocket(stream, command.tlsVersions, rawSocket);
-  } else {
-    factory.CreateSocket(destination.scheme == Scheme::Udp ? datagram : stream, rawSocket);
-  }
-  std::shared_ptr<ISocket> socket = std::dynamic_pointer_cast<ISocket>(rawSocket);
-  if (!socket) throw std::runtime_error("the module made no socket for " + destination.url);
-  return socket;
-}
-
 /// Whether an event without text has any bytes on the wire.
 bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& command) {
   const EnvironmentBlockHelper parameters(command.parameters);
@@ -55,7 +40,7 @@ bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& co
 Outlet::Outlet(const Destination& destination, const ForwardCommand& command, IConnectionFactory& factory)
     : m_destination(destination),
       m_command(command),
-      m_pSocket(CreateSocket(destination, command, factory)),
+      m_pSocket(MakeSocket(factory, destination.scheme, command.tlsVersions, destination.url)),
       m_pUdpSocket(dynamic_cast<const IUDPSocket*>(m_pSocket.get())),
       m_bSendsEmptyPayloads(SendsEmptyPayloads(destination, command)) {}
 

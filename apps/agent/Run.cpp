@@ -3,6 +3,7 @@
 #include <Certificate.h>
 #include <ConfigurationStore.h>
 #include <ConnectionMode.h>
+#include <MakeSocket.h>
 #include <ServerLoop.h>
 #include <StatusReport.h>
 #include <platform/InstanceLock.h>
@@ -70,22 +71,6 @@ class Timer {
   std::chrono::milliseconds m_interval;
   SteadyClock::time_point m_next{};
 };
-
-std::shared_ptr<ISocket> MakeSocket(IConnectionFactory& factory, const settings::DestinationSettings& destination) {
-  constexpr std::uint8_t stream = SOCKET_FLAG_STREAM | SOCKET_FLAG_INTERNET;
-  constexpr std::uint8_t datagram = SOCKET_FLAG_DATAGRAM | SOCKET_FLAG_INTERNET;
-  std::shared_ptr<IRawSocket> socket;
-  switch (destination.type) {
-    case settings::DestinationType::Tls:
-      factory.CreateSSLSocket(stream, settings::MakeTlsRange(destination.minTls, destination.maxTls), socket);
-      break;
-    case settings::DestinationType::Tcp: factory.CreateSocket(stream, socket); break;
-    case settings::DestinationType::Udp: factory.CreateSocket(datagram, socket); break;
-  }
-  auto result = std::dynamic_pointer_cast<ISocket>(socket);
-  if (!result) throw std::runtime_error("the module made no socket for " + destination.Url());
-  return result;
-}
 
 /// A configuration passed from another thread.
 class Mailbox {
@@ -309,14 +294,17 @@ class Runner {
   Collector m_collector{{},
                         m_options.stateDirectory / "positions",
                         [this](collect::Severity severity, const std::string& text) { LogOfInputs(severity, text); }};
-  delivery::Delivery m_delivery{
-      {[this](const settings::DestinationSettings& destination) { return MakeSocket(m_factory, destination); },
-       [this](std::uint64_t source) { return m_collector.GetName(source); },
-       [this](collect::Mark mark) {
-         m_collector.Taken(mark);
-         m_hasTaken = true;
-       },
-       [this] { m_collector.Wake(); }, GetHostName()}};
+  delivery::Delivery m_delivery{{[this](const settings::DestinationSettings& destination) {
+                                   return MakeSocket(m_factory, destination.type,
+                                                     settings::MakeTlsRange(destination.minTls, destination.maxTls),
+                                                     destination.Url());
+                                 },
+                                 [this](std::uint64_t source) { return m_collector.GetName(source); },
+                                 [this](collect::Mark mark) {
+                                   m_collector.Taken(mark);
+                                   m_hasTaken = true;
+                                 },
+                                 [this] { m_collector.Wake(); }, GetHostName()}};
   NotingSink m_sink{m_delivery};
   std::unique_ptr<ServerLoop> m_pServerLoop;  ///< last: its thread uses the others
 };

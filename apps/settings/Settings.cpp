@@ -172,17 +172,13 @@ void ReadTlsRange(Attributes& attributes, DestinationSettings& destination) {
 }
 
 DestinationSettings ReadDestination(const XmlElement& element, const CertificateReader& readCertificate) {
-  constexpr std::array<std::pair<std::string_view, DestinationType>, 3> types{
-      {{"tcp", DestinationType::Tcp}, {"tls", DestinationType::Tls}, {"udp", DestinationType::Udp}}};
   constexpr std::array<std::pair<std::string_view, std::string_view>, 3> builders{
       {{"SyslogPayloadBuilder", "SyslogPayloadBuilder"},
        {"SyslogBsdPayloadBuilder", "SyslogBsdPayloadBuilder"},
        {"RawPayloadBuilder", "RawPayloadBuilder"}}};
-  constexpr std::array<std::pair<std::string_view, std::string_view>, 2> framings{
-      {{"LineFeed", "LineFeed"}, {"OctetCounting", "OctetCounting"}}};
   Attributes attributes(element);
   DestinationSettings destination;
-  destination.type = attributes.GetOneOf("Type", types, true);
+  destination.type = attributes.GetOneOf("Type", destinationTypes, true);
 
   // First, so that only these are checked: the parameters added below come from attributes.
   std::optional<std::string> certificate;
@@ -277,14 +273,15 @@ std::vector<ComponentSettings> ReadComponents(const XmlElement& list) {
 }  // namespace
 
 std::string DestinationSettings::Url() const {
-  const char* const scheme = type == DestinationType::Tls ? "tls" : type == DestinationType::Udp ? "udp" : "tcp";
+  const auto* const scheme =
+      std::ranges::find(destinationTypes, type, &std::pair<std::string_view, DestinationType>::second);
   const auto value = [this](const char* key) {
     const auto found = parameters.find(key);
     return found == parameters.end() ? std::string() : found->second;
   };
   const std::string address = value("TargetAddress");
   const bool isLiteral = address.find(':') != std::string::npos && !address.starts_with('[');
-  return std::string(scheme) + "://" + (isLiteral ? "[" + address + "]" : address) + ":" + value("TargetPort");
+  return std::string(scheme->first) + "://" + (isLiteral ? "[" + address + "]" : address) + ":" + value("TargetPort");
 }
 
 Settings ReadSettings(std::string_view text, const CertificateReader& readCertificate) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <collect/Collector.h>
+#include <settings/DestinationNames.h>
 #include <settings/XmlDocument.h>
 
 #include <host/ParameterBlock.h>
@@ -14,8 +15,6 @@
 #include <vector>
 
 namespace sorvex::settings {
-
-enum class DestinationType { Tcp, Tls, Udp };
 
 /// A destination and all settings of its socket. Equal values are the same destination.
 struct DestinationSettings {

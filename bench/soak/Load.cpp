@@ -106,7 +106,7 @@ void Load::CheckLaw() {
   // A refusal is counted as submitted if the socket was open at that moment. A stream is open until it is shut down; a
   // datagram socket is not while it cannot be connected.
   const std::uint32_t refused = m_pSocket->GetMessagesSubmitted() - m_accepted;
-  const bool isStream = m_name.find("udp") == std::string::npos;
+  const bool isStream = m_name.find("UDP") == std::string::npos;
   if (refused > m_refused + m_refusedAtEnd || (isStream && refused < m_refused)) {
     Complain("refused at once " + std::to_string(refused) + ", but the producers saw " + std::to_string(m_refused) +
              " and at the end " + std::to_string(m_refusedAtEnd));

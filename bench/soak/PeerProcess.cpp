@@ -30,8 +30,8 @@ struct PeerKind {
 };
 
 constexpr PeerKind peerKinds[] = {
-    {"tcp-queued", false, false},   {"tls-queued", false, true},   {"udp-queued", true, false},
-    {"tcp-blocking", false, false}, {"tls-blocking", false, true}, {"udp-blocking", true, false},
+    {"TCP-queued", false, false},   {"TLS-queued", false, true},   {"UDP-queued", true, false},
+    {"TCP-blocking", false, false}, {"TLS-blocking", false, true}, {"UDP-blocking", true, false},
 };
 
 /// Runs the peers until `input` ends. Returns the exit status.

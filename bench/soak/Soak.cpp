@@ -17,15 +17,12 @@
 // - in the last tenth of the time the process held at most 4 MiB more resident memory than in the second tenth, and no
 //   more open files than one for each socket above those of the second tenth (which a socket may have spent without a
 //   connection), and after the end as many open files as before the first socket.
-#include "sockets/SSLTCPSocket.h"
-#include "sockets/TCPSocket.h"
-#include "sockets/UDPSocket.h"
-
 #include "Load.h"
 #include "PeerProcess.h"
 #include "ProcessUsage.h"
 
 #include <support/AcceleratedTime.h>
+#include <support/MakeDestination.h>
 #include <support/TlsIdentity.h>
 
 #include <host/LoggerFactory.h>
@@ -112,20 +109,17 @@ class Soak {
   void Start() {
     const std::string certificate = test::ToBase64(test::TlsIdentity("client").CertificatePem());
     for (const char* const strategy : {"queued", "blocking"}) {
-      Add<TCPSocket>("tcp", strategy, {}, m_time);
-      Add<SSLTCPSocket>("tls", strategy, {{"Certificate", certificate}}, SSLProtocolList(), m_time);
-      Add<UDPSocket>("udp", strategy, {}, m_time);
+      for (const test::Transport transport : test::allTransports) Add(transport, strategy, certificate);
     }
   }
 
-  template <class Socket, class... Arguments>
-  void Add(const std::string& transport, const std::string& strategy, WindowsAgentCommon::ParameterBlock parameters,
-           Arguments... arguments) {
+  void Add(test::Transport transport, const std::string& strategy, const std::string& certificate) {
     const bool isQueued = strategy == "queued";
-    const std::string name = transport + '-' + strategy;
+    const std::string name = std::string(test::Name(transport)) + '-' + strategy;
+    WindowsAgentCommon::ParameterBlock parameters{{"Certificate", certificate}};
     parameters.emplace("TargetPort", std::to_string(m_peers.PortOf(name)));
     parameters.emplace("Socket.BlockingSendStrategy", isQueued ? "false" : "true");
-    const auto socket = std::make_shared<Socket>(arguments...);
+    const std::shared_ptr<WindowsAgentCommon::ISocket> socket = test::MakeDestination(transport, {.m_pTime = m_time});
     socket->Initialize(parameters);
     const auto seed = m_options.seed + static_cast<std::uint32_t>(100 * m_loads.size());
     m_loads.push_back(std::make_unique<Load>(name, socket, isQueued ? queuedProducers : 1, seed));

@@ -62,27 +62,25 @@ bool CertificateManager::RetrieveServerCertificateText(std::string& text) {
   context.set_mode(ACE_SSL_Context::SSLv23_client);
   SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);
   m_protocols.applyTo(context);
-  const Platform::BrokenPipeGuard noSignal;
-  TlsStream stream(context);
-  if (const int error = ConnectToServer(stream); error != 0) {
-    m_log.Error("Cannot connect to configuration server (%d)", error);
-    ReportTlsFailureReason(m_log, stream.FailureReason());
+  TlsStream stream(context, StreamUse::Exchange, m_handshakeLimit);
+  if (const SocketError error = ConnectToServer(stream)) {
+    m_log.Error("Cannot connect to configuration server (%d)", error.Number());
+    stream.ReportReason(m_log);
     return false;
   }
-  ReportTlsConnection(m_log, stream);
+  stream.ReportConnect(m_log, {});
   text = m_services.m_peerCertificateText(stream);
   if (text.empty()) m_log.Error("Failed to validate the certificate from the configuration server");
   return !text.empty();
 }
 
-/// Returns 0 or the error. The server is not verified here: the caller checks its certificate afterwards.
-int CertificateManager::ConnectToServer(TlsStream& stream) const {
+/// The server is not verified here: the caller checks its certificate afterwards.
+SocketError CertificateManager::ConnectToServer(TlsStream& stream) const {
   const auto goOn = [] { return false; };
   const std::wstring server = WindowsAgentCommon::Utf8ToWide(m_strServer);
   const Platform::ResolvedHost resolved = Platform::ResolveHost(server, m_port, Platform::AddressFamily::Any, goOn);
-  if (resolved.m_error != 0) return resolved.m_error;
-  stream.SetServerName(server);
-  return stream.Connect(resolved.m_addresses, m_handshakeLimit, goOn);
+  if (resolved.m_error) return resolved.m_error;
+  return stream.Connect(resolved.m_addresses, server, goOn);
 }
 
 bool CertificateManager::GetContextFromCertificateText(const std::string& text, CertificateHolder& holder) {

@@ -79,7 +79,7 @@ class CertificateManager {
   static bool GetSubjectRDN(const CertificateHolder& holder, std::wstring& name);
 
  private:
-  int ConnectToServer(TlsStream& stream) const;
+  SocketError ConnectToServer(TlsStream& stream) const;
   void EndChain(const CertificateHolder& top, std::vector<std::string>& chain);
 
   WindowsAgentCommon::Log m_log;

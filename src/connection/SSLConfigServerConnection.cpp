@@ -276,7 +276,7 @@ bool SSLConfigServerConnection::EstablishInOlderVersion() {
   try {
     return Accept(m_pClient->ConnectionEstablishment(*m_pSerializer, m_connectionFlags));
   } catch (const WindowsAgentCommon::SocketException&) {
-    if (m_pSocket->GetLastResultCode() == Platform::ErrorWaitTimeout) throw;
+    if (m_pSocket->GetLastResultCode() == Platform::ErrorWaitTimeout.Number()) throw;
   }
   m_log.Info("The connection on which the server told its wire protocol is of no further use; connecting anew.");
   if (!m_pSocket->Connect()) return Fail(connectionFailed);

@@ -1,7 +1,6 @@
 #include "platform/NameResolver.h"
 
 #include "platform/NameLookup.h"
-#include "platform/SocketErrors.h"
 
 #include <utility>
 
@@ -15,7 +14,7 @@ ResolvedHost ResolveHost(const std::wstring& host, std::uint32_t port, AddressFa
     return {{}, ErrorInvalidArgument};
   }
   ResolvedHost resolved = LookUpName(name, port, family, isInterrupted);
-  if (resolved.m_error == 0 && resolved.m_addresses.empty()) resolved.m_error = ErrorHostNotFound;
+  if (!resolved.m_error && resolved.m_addresses.empty()) resolved.m_error = ErrorHostNotFound;
   return resolved;
 }
 

@@ -1,6 +1,8 @@
 // Host names to addresses.
 #pragma once
 
+#include "platform/SocketErrors.h"
+
 #include <ace/INET_Addr.h>
 
 #include <cstdint>
@@ -14,7 +16,7 @@ enum class AddressFamily { Any, IPv4 };
 
 struct ResolvedHost {
   std::vector<ACE_INET_Addr> m_addresses;  ///< in the order in which they should be tried; empty on failure
-  int m_error = 0;                         ///< 0, or the callers' error number
+  SocketError m_error;
 };
 
 /// Resolves a name or a literal address (an IPv6 address may have brackets) and a port of 1 to 65535. Calls

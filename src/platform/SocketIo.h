@@ -1,6 +1,8 @@
 // Socket operations that differ between the systems.
 #pragma once
 
+#include "platform/SocketErrors.h"
+
 #include <ace/Basic_Types.h>
 #include <ace/Time_Value.h>
 #include <ace/os_include/os_stddef.h>
@@ -19,7 +21,7 @@ ACE_HANDLE OpenSocket(int family, int type);
 /// The result of one write.
 struct WriteOutcome {
   std::size_t m_bytes = 0;  ///< bytes accepted by the system, even if an error followed
-  int m_error = 0;          ///< 0, or the callers' error number
+  SocketError m_error;
 };
 
 /// Writes what the system accepts at once of `length` bytes; never blocks or raises a signal. The handle must be in
@@ -29,17 +31,17 @@ WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length);
 /// The result of sending datagrams once.
 struct DatagramOutcome {
   std::size_t m_datagrams = 0;  ///< accepted by the system, from the first
-  int m_error = 0;              ///< 0, or the callers' error number of the first that was not accepted
+  SocketError m_error;          ///< of the first that was not accepted
 };
 
 /// Sends `datagrams` in order, each as one, over a connected socket in non-blocking mode, with as few system calls as
 /// the system allows. Never blocks. Stops at the first that is not accepted.
 DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const char>> datagrams);
 
-/// Checks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
-/// connection is up, 10101 after an orderly close, or the number of the error that ended it. Adds the number of
-/// discarded bytes to `discarded`, if given.
-int PeerState(ACE_HANDLE handle, std::size_t* discarded = nullptr);
+/// Checks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns no error
+/// while the connection is up, 10101 after an orderly close, or the error that ended it. Adds the number of discarded
+/// bytes to `discarded`, if given.
+SocketError PeerState(ACE_HANDLE handle, std::size_t* discarded = nullptr);
 
 /// Limits the unsent data that the system holds for a connected stream: written data are sent soon, a slow peer is
 /// noticed, and less is lost when the connection breaks. A system that refuses only holds more.
@@ -54,8 +56,8 @@ std::optional<std::uint64_t> PeerProgress(ACE_HANDLE handle);
 bool HasDeliveredAll(ACE_HANDLE handle);
 
 /// Sets TCP keep-alive on a connected socket: idle time before the first probe and time between probes, in
-/// milliseconds (a system that counts seconds rounds up). Returns 0 or the system's own error number.
-int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs);
+/// milliseconds (a system that counts seconds rounds up).
+SocketError SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs);
 
 /// A socket's TCP keep-alive settings. A system need not report the times.
 struct KeepAlive {
@@ -64,8 +66,8 @@ struct KeepAlive {
   std::optional<std::uint32_t> m_intervalMs;
 };
 
-/// Reads back what `SetKeepAlive` sets. Returns 0 or the system's own error number.
-int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive);
+/// Reads back what `SetKeepAlive` sets.
+SocketError GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive);
 
 /// For its lifetime and on its thread, a write to a closed connection raises no signal that would end the process.
 /// Changes nothing process-wide. Nests.

@@ -1,10 +1,11 @@
 #include "sockets/DestinationSocket.h"
 
-#include "platform/SocketIo.h"
+#include "sockets/StreamDestinationSocket.h"
+#include "sockets/UDPSocket.h"
 
+#include <host/Exceptions.h>
 #include <host/IPayloadFactory.h>
-#include <host/ITCPSocket.h>
-#include <host/IUDPSocket.h>
+#include <host/LoggerFactory.h>
 #include <host/ServiceLookup.h>
 #include <host/SystemError.h>
 
@@ -12,7 +13,6 @@
 #include <ace/Thread_Manager.h>
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
 namespace VaroCommunicationAPI {
@@ -29,9 +29,6 @@ constexpr const char* defaultBuilder = "SyslogPayloadBuilder";
 /// How long the send thread waits for a payload before it looks around.
 constexpr auto idlePeriod = 1000ms;
 constexpr auto producerPatience = 5000ms;
-
-/// A stop does not wait out the pauses between attempts.
-constexpr auto stoppingPause = 20ms;
 
 /// ACE makes its thread manager when somebody first asks for it, and two threads that do so at once race. Here one asks
 /// for all.
@@ -50,26 +47,24 @@ std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> MakeBuilder(const std::stri
 
 }  // namespace
 
-template <class Interface>
-DestinationSocket<Interface>::DestinationSocket(std::uint32_t maxPayloadSize, std::shared_ptr<ISocketTime> time)
-    : m_pTime(std::move(time)),
-      m_defaultMaxPayloadSize(maxPayloadSize),
-      m_maxPayloadSize(maxPayloadSize),
-      m_pPayloadBuilder(MakeBuilder(defaultBuilder)) {
+template <class Sender>
+void DestinationSocket<Sender>::Prepare() {
   thr_mgr(ThreadManager());
   msg_queue(&m_queue);
   m_queue.low_water_mark(defaultLowWaterMark);
   m_queue.high_water_mark(defaultHighWaterMark);
+  m_queue.SetFraming(m_state.m_framing);
+  m_pPayloadBuilder = MakeBuilder(defaultBuilder);
 }
 
-template <class Interface>
-DestinationSocket<Interface>::~DestinationSocket() = default;
+template <class Sender>
+DestinationSocket<Sender>::~DestinationSocket() = default;
 
-template <class Interface>
-void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::ParameterBlock& parameters) {
+template <class Sender>
+void DestinationSocket<Sender>::Initialize(const WindowsAgentCommon::ParameterBlock& parameters) {
   // A send thread that is still there reads what is set here.
   EndLife();
-  m_life.SetOpen(false);
+  m_state.m_life.SetOpen(false);
   const WindowsAgentCommon::EnvironmentBlockHelper helper(parameters);
   std::uint32_t lowWaterMark = 0;
   std::uint32_t highWaterMark = 0;
@@ -80,256 +75,234 @@ void DestinationSocket<Interface>::Initialize(const WindowsAgentCommon::Paramete
   bool isBlocking = true;
   helper.GetBooleanValue("Socket.BlockingSendStrategy", isBlocking, true);
   m_bBlockingSendStrategy = isBlocking;
-  std::wstring host;
-  std::uint32_t port = 0;
-  helper.GetWideStringValue("TargetAddress", host, L"127.0.0.1");
-  helper.GetUInt32Value("TargetPort", port, defaultPort);
-  helper.GetUInt32Value("MaxPayloadSize", m_maxPayloadSize, m_defaultMaxPayloadSize);
-  ReadParameters(helper);
-  std::string builderType;
-  helper.GetStringValue("PayloadBuilderType", builderType, defaultBuilder);
-  AcceptParameters(host, port, m_maxPayloadSize, builderType);
-  if (auto builder = MakeBuilder(builderType)) m_pPayloadBuilder = std::move(builder);
-  Open(host, port);
+  DestinationParameters common;
+  helper.GetWideStringValue("TargetAddress", common.m_strHost, L"127.0.0.1");
+  helper.GetUInt32Value("TargetPort", common.m_port, defaultPort);
+  helper.GetUInt32Value("MaxPayloadSize", common.m_maxPayloadSize, m_traits.m_defaultMaxPayloadSize);
+  helper.GetStringValue("PayloadBuilderType", common.m_strBuilderType, defaultBuilder);
+  m_maxPayloadSize = common.m_maxPayloadSize;
+  m_sender.Configure(helper, common);
+  m_queue.SetFraming(m_state.m_framing);
+  if (auto builder = MakeBuilder(common.m_strBuilderType)) m_pPayloadBuilder = std::move(builder);
+  Open(common.m_strHost, common.m_port);
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::Open(const std::wstring& host, std::uint32_t port) {
-  const SocketLife::Operation operation(m_life);
+template <class Sender>
+void DestinationSocket<Sender>::Open(const std::wstring& host, std::uint32_t port) {
+  const SocketLife::Operation operation(m_state.m_life);
   if (!operation) return;
   // A send thread that is running reads these, and logs.
-  if (m_log.GetName().empty() || m_strHost != host || m_port != port) {
-    m_strHost = host;
-    m_port = port;
-    NameLogger();
+  if (m_state.m_log.GetName().empty() || m_state.m_strHost != host || m_state.m_port != port) {
+    m_state.m_strHost = host;
+    m_state.m_port = port;
+    m_state.m_log = WindowsAgentCommon::LoggerFactory::GetLogger(WindowsAgentCommon::Format(
+        m_traits.m_loggerName, static_cast<const void*>(this), m_state.m_strHost, m_state.m_port));
   }
-  this->Connect();
-  if (!m_life.Start(GetService(), IsOpenWithoutConnection(), [this] { return StartThread(); })) {
-    m_log.Error("The send thread could not be started: %s", WindowsAgentCommon::GetLastErrorText(ACE_OS::last_error()));
+  m_sender.Connect();
+  if (!m_state.m_life.Start(GetService(), m_traits.m_bOpensUnconnected, [this] { return StartThread(); })) {
+    m_state.m_log.Error("The send thread could not be started: %s",
+                        WindowsAgentCommon::GetLastErrorText(ACE_OS::last_error()));
   }
 }
 
-template <class Interface>
-bool DestinationSocket<Interface>::StartThread() {
+template <class Sender>
+SocketLife::Service DestinationSocket<Sender>::GetService() const {
+  return IsQueued() ? SocketLife::Service::SendThread : SocketLife::Service::None;
+}
+
+template <class Sender>
+bool DestinationSocket<Sender>::StartThread() {
   // The last thread, if there was one, has closed the queue and need only return.
   wait();
   m_queue.activate();
   return activate(0, 1, 0, 0, -1) == 0;
 }
 
-template <class Interface>
-bool DestinationSocket<Interface>::IsOpen() const {
-  return m_life.IsOpen();
+template <class Sender>
+bool DestinationSocket<Sender>::IsOpen() const {
+  return m_state.m_life.IsOpen();
 }
 
-template <class Interface>
-std::int32_t DestinationSocket<Interface>::SendEvent(const WindowsAgentCommon::Event& event) {
+template <class Sender>
+void DestinationSocket<Sender>::Close() {
+  m_state.m_life.Abandon();
+  m_sender.Close();
+}
+
+template <class Sender>
+bool DestinationSocket<Sender>::IsConnected() const {
+  return m_sender.IsConnected();
+}
+
+template <class Sender>
+bool DestinationSocket<Sender>::Connect() {
+  const SocketLife::Operation operation(m_state.m_life);
+  return operation && m_sender.Connect();
+}
+
+template <class Sender>
+std::int32_t DestinationSocket<Sender>::SendEvent(const WindowsAgentCommon::Event& event) {
   if (!m_pPayloadBuilder) return -1;
-  // Each caller builds into a text of its own; the last one used lends it its memory.
-  std::string payload;
-  {
-    const std::lock_guard lock(m_payloadMutex);
-    payload.swap(m_strPayload);
-  }
-  m_pPayloadBuilder->BuildPayload(event, payload);
-  const std::int32_t result = Send(payload.data(), static_cast<std::uint32_t>(payload.size()));
-  const std::lock_guard lock(m_payloadMutex);
-  m_strPayload.swap(payload);
+  std::unique_ptr<std::string> payload = m_payloadTexts.Take();
+  m_pPayloadBuilder->BuildPayload(event, *payload);
+  const std::int32_t result = Send(payload->data(), static_cast<std::uint32_t>(payload->size()));
+  m_payloadTexts.Keep(std::move(payload));
   return result;
 }
 
-template <class Interface>
-std::int32_t DestinationSocket<Interface>::Send(const void* buffer, std::uint32_t length) {
+template <class Sender>
+std::int32_t DestinationSocket<Sender>::Send(const void* buffer, std::uint32_t length) {
   if (IsQueued()) return Submit(buffer, length);
-  const SocketLife::Operation operation(m_life);
+  const SocketLife::Operation operation(m_state.m_life);
   return operation ? Submit(buffer, length) : -1;
 }
 
-template <class Interface>
-std::int32_t DestinationSocket<Interface>::Submit(const void* buffer, std::uint32_t length) {
-  if (!m_life.IsOpen()) {
-    ReportRefusal();
-    return -1;
-  }
+template <class Sender>
+std::int32_t DestinationSocket<Sender>::Submit(const void* buffer, std::uint32_t length) {
+  if (!m_state.m_life.IsOpen()) return -1;
   const std::uint32_t limited = std::min(length, m_maxPayloadSize);
-  m_messagesSubmitted += 1;
-  m_bytesSubmitted += length;
+  m_state.m_submitted.Add(1, length);
   if (limited < length) {
-    m_messagesTruncated += 1;
-    m_bytesTruncated += length - limited;
-    ReportTruncation(length, limited);
+    m_state.m_truncated.Add(1, length - limited);
+    if (m_traits.m_truncationReport) m_state.m_log.Debug(m_traits.m_truncationReport, length, limited);
   }
   const bool isSent = IsQueued() ? m_queue.Put({static_cast<const char*>(buffer), limited}, producerPatience)
-                                 : SendPayload(buffer, BlockingLength(length, limited)) > 0;
-  return isSent ? static_cast<std::int32_t>(limited + m_framing.AddedBytes(limited)) : -1;
+                                 : SendPayload(buffer, m_traits.m_bCutsWhenBlocking ? limited : length) > 0;
+  return isSent ? static_cast<std::int32_t>(limited + m_state.m_framing.AddedBytes(limited)) : -1;
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::SetFraming(const Framing& framing) {
-  m_framing = framing;
-  m_queue.SetFraming(framing);
+template <class Sender>
+std::int32_t DestinationSocket<Sender>::SendPayload(const void* buffer, std::uint32_t length) {
+  return m_sender.SendPayload({static_cast<const char*>(buffer), length});
 }
 
-template <class Interface>
-int DestinationSocket<Interface>::svc() {
+template <class Sender>
+std::int32_t DestinationSocket<Sender>::Receive(void*, std::uint32_t, std::uint32_t) {
+  throw WindowsAgentCommon::OperationNotSupportedException(m_traits.m_className, m_traits.m_receiveFunction, __LINE__);
+}
+
+template <class Sender>
+int DestinationSocket<Sender>::svc() {
   // The thread writes to the network alone: the signal is off for its whole life.
   const Platform::BrokenPipeGuard noSignal;
-  m_log.Info("Thread running...");
-  bool isAfterIdle = true;
+  m_state.m_log.Info("Thread running...");
+  m_sender.Idle();
   bool isEnding = false;
   bool isDone = false;
   while (!isDone) {
     FramedPayloads payloads;
-    isAfterIdle = isAfterIdle || m_queue.is_empty();
+    if (m_queue.is_empty()) m_sender.Idle();
     switch (m_queue.Await(isEnding ? 0ms : idlePeriod, payloads)) {
       case PayloadQueue::Head::Payloads: {
-        const std::size_t sent = SendPayloads(payloads, std::exchange(isAfterIdle, false));
+        const std::size_t sent = m_sender.SendPayloads(payloads);
         m_queue.Remove(sent);
-        isDone = sent < payloads.m_lengths.size() && m_life.IsStopping() && !CanDeliver();
+        isDone = sent < payloads.m_lengths.size() && m_state.m_life.IsStopping() && !m_sender.CanDeliver();
         break;
       }
       case PayloadQueue::Head::HangUp:
         // Producers that were let in before a stop may stand behind it.
-        isEnding = m_life.IsStopping();
+        isEnding = m_state.m_life.IsStopping();
         isDone = !isEnding;
         break;
-      case PayloadQueue::Head::Nothing:
-        if (!isEnding) ReportIdle();
-        isDone = isEnding;
-        break;
+      case PayloadQueue::Head::Nothing: isDone = isEnding; break;
       case PayloadQueue::Head::Closed: isDone = true; break;
     }
   }
-  m_life.EndService([this] { DropQueued(); });
-  m_log.Info("Thread exiting");
+  m_state.m_life.EndService([this] {
+    const PayloadQueue::Given given = m_queue.GiveUp();
+    m_state.m_dropped.Add(given.m_payloads, given.m_bytes);
+  });
+  m_state.m_log.Info("Thread exiting");
   return 0;
 }
 
-template <class Interface>
-int DestinationSocket<Interface>::Shutdown() {
+template <class Sender>
+int DestinationSocket<Sender>::Shutdown() {
   const SocketLife::Service service = GetService();
-  switch (m_life.BeginStop(service, m_pTime->Now(), [this] { return m_queue.PutHangUp(); })) {
+  switch (m_state.m_life.BeginStop(service, m_state.Now(), [this] { return m_queue.PutHangUp(); })) {
     case SocketLife::StopOutcome::Anothers: return 0;
     case SocketLife::StopOutcome::Refused: return -1;
     case SocketLife::StopOutcome::Begun: break;
   }
   // Producers that wait for room are not to wait for the stop.
   m_queue.pulse();
-  m_life.AwaitOperations();
+  m_state.m_life.AwaitOperations();
   const int result = wait();
-  FinishConnection();
-  m_life.EndStop(service);
+  m_sender.Finish();
+  m_state.m_life.EndStop(service);
   return result;
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::EndLife() {
+template <class Sender>
+void DestinationSocket<Sender>::EndLife() {
   if (Shutdown() != -1) return;
   // A thread that could not be told to end does so by itself: its queue is closed.
   wait();
   Shutdown();
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::DropQueued() {
-  const PayloadQueue::Given given = m_queue.GiveUp();
-  CountDropped(given.m_payloads, given.m_bytes);
+template <class Sender>
+std::wstring DestinationSocket<Sender>::GetHost() const {
+  return m_state.m_strHost;
 }
 
-template <class Interface>
-bool DestinationSocket<Interface>::MustGiveUp() {
-  if (m_life.IsStopping()) LookForProgress();
-  const SteadyTime now = m_pTime->Now();
-  return m_life.MustGiveUp(now, m_lastProgress) || m_turn.MustGiveWay(now) ||
-         (m_connectDeadline && now > *m_connectDeadline);
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetPort() const {
+  return m_state.m_port;
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::NoteProgress() {
-  m_lastProgress = m_pTime->Now();
+template <class Sender>
+std::int32_t DestinationSocket<Sender>::GetLastResultCode() const {
+  return m_state.m_lastResultCode;
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::CountSent(std::size_t messages, std::size_t bytes) {
-  m_messagesSent += static_cast<std::uint32_t>(messages);
-  m_bytesSent += static_cast<std::uint32_t>(bytes);
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetBytesSent() const {
+  return m_state.m_sent.Bytes();
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::CountDropped(std::size_t messages, std::size_t bytes) {
-  m_messagesDropped += static_cast<std::uint32_t>(messages);
-  m_bytesDropped += static_cast<std::uint32_t>(bytes);
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetMessagesSent() const {
+  return m_state.m_sent.Messages();
 }
 
-template <class Interface>
-void DestinationSocket<Interface>::Pause(std::chrono::milliseconds duration) {
-  m_pTime->Pause(duration, m_life);
-  // What fails at once is not tried without pausing until the stop's patience is over.
-  if (m_life.IsStopping()) std::this_thread::sleep_for(stoppingPause);
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetBytesSubmitted() const {
+  return m_state.m_submitted.Bytes();
 }
 
-template <class Interface>
-std::wstring DestinationSocket<Interface>::GetHost() const {
-  return m_strHost;
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetMessagesSubmitted() const {
+  return m_state.m_submitted.Messages();
 }
 
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetPort() const {
-  return m_port;
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetBytesTruncated() const {
+  return m_state.m_truncated.Bytes();
 }
 
-template <class Interface>
-std::int32_t DestinationSocket<Interface>::GetLastResultCode() const {
-  return m_lastResultCode;
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetMessagesTruncated() const {
+  return m_state.m_truncated.Messages();
 }
 
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetBytesSent() const {
-  return m_bytesSent;
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetBytesDropped() const {
+  return m_state.m_dropped.Bytes();
 }
 
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetMessagesSent() const {
-  return m_messagesSent;
+template <class Sender>
+std::uint32_t DestinationSocket<Sender>::GetMessagesDropped() const {
+  return m_state.m_dropped.Messages();
 }
 
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetBytesSubmitted() const {
-  return m_bytesSubmitted;
-}
-
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetMessagesSubmitted() const {
-  return m_messagesSubmitted;
-}
-
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetBytesTruncated() const {
-  return m_bytesTruncated;
-}
-
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetMessagesTruncated() const {
-  return m_messagesTruncated;
-}
-
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetBytesDropped() const {
-  return m_bytesDropped;
-}
-
-template <class Interface>
-std::uint32_t DestinationSocket<Interface>::GetMessagesDropped() const {
-  return m_messagesDropped;
-}
-
-template <class Interface>
-std::size_t DestinationSocket<Interface>::GetQueueSize() const {
+template <class Sender>
+std::size_t DestinationSocket<Sender>::GetQueueSize() const {
   // The queue's own measure takes no constant object.
   return const_cast<DestinationSocket*>(this)->m_queue.message_bytes();
 }
 
-template class DestinationSocket<WindowsAgentCommon::ITCPSocket>;
-template class DestinationSocket<WindowsAgentCommon::IUDPSocket>;
+template class DestinationSocket<StreamSender>;
+template class DestinationSocket<DatagramSender>;
 
 }  // namespace VaroCommunicationAPI

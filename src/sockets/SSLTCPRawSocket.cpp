@@ -1,7 +1,6 @@
 #include "sockets/SSLTCPRawSocket.h"
 
 #include "platform/Files.h"
-#include "sockets/StreamConnector.h"
 
 #include <host/Paths.h>
 #include <host/Text.h>
@@ -17,8 +16,6 @@
 namespace VaroCommunicationAPI {
 
 namespace {
-
-constexpr std::size_t readBufferBytes = 128 * 1024;
 
 /// Verifies the server's chain against the trusted file, and only when that is not enough against the default locations
 /// as well: parsing a system's bundle costs many times a handshake. Returns 1 when the chain is trusted.
@@ -42,7 +39,15 @@ int VerifyChain(X509_STORE_CTX* verification, void*) {
 }  // namespace
 
 SSLTCPRawSocket::SSLTCPRawSocket(const SSLProtocolList& protocols, std::chrono::milliseconds handshakeLimit)
-    : m_protocols(protocols),
+    : RawSocket({.m_loggerName = "Code.SSLTCPRawSocket_%p.%s.%d",
+                 .m_noTimeout = 0xFFFFFFFF,
+                 .m_timeoutError = "Error receiving data: Timeout of %u reached."},
+                [this](const WindowsAgentCommon::Log&) {
+                  ACE_SSL_Context context;
+                  Configure(context);
+                  return std::make_unique<TlsStream>(context, StreamUse::Exchange, m_handshakeLimit);
+                }),
+      m_protocols(protocols),
       m_handshakeLimit(handshakeLimit),
       m_strCertificateFile(WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::GetConfigPath() +
                                                           Platform::configSeparator + L"ConfigurationServer.PEM")) {}
@@ -70,54 +75,6 @@ void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
   context.set_verify_peer(1, 1, 0);
   m_protocols.applyTo(context);
   SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);
-}
-
-int SSLTCPRawSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
-  ACE_SSL_Context context;
-  Configure(context);
-  auto stream = std::make_shared<TlsStream>(context, readBufferBytes);
-  stream->SetServerName(GetHost());
-  const int error = stream->Connect(addresses, m_handshakeLimit, [] { return false; });
-  // It is logged at Debug only.
-  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
-  if (error != 0) return error;
-  SendWithoutDelay(stream->Handle());
-  m_pStream = std::move(stream);
-  return 0;
-}
-
-void SSLTCPRawSocket::CloseStream() {
-  m_pStream->Close();
-  m_pStream.reset();
-}
-
-void SSLTCPRawSocket::ReportConnected() { ReportTlsConnection(m_log, *m_pStream); }
-
-void SSLTCPRawSocket::ReportConnectFailure(int error) {
-  ReportTlsConnectFailure(m_log, error, m_strFailureReason);
-  m_strFailureReason.clear();
-}
-
-RawTransfer SSLTCPRawSocket::SendAll(const void* buffer, std::size_t length) {
-  const Platform::WriteOutcome outcome = m_pStream->Write(
-      static_cast<const char*>(buffer), length, [] { return false; }, [] {});
-  return {outcome.m_error == 0 ? static_cast<ssize_t>(length) : -1, outcome.m_error};
-}
-
-RawTransfer SSLTCPRawSocket::ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait) {
-  // Unlike a plain read, one through TLS may write.
-  const Platform::BrokenPipeGuard noSignal;
-  const int error = m_pStream->Read(static_cast<char*>(buffer), length, wait);
-  if (error == Platform::ErrorPeerClosed) return {0, error};
-  return {error == 0 ? static_cast<ssize_t>(length) : -1, error};
-}
-
-void SSLTCPRawSocket::ReportReceiveFailure(int error, std::uint32_t timeoutMs) {
-  if (error == Platform::ErrorWaitTimeout) {
-    m_log.Error("Error receiving data: Timeout of %u reached.", timeoutMs);
-  } else {
-    m_log.Error("Error receiving data: %d", error);
-  }
 }
 
 }  // namespace VaroCommunicationAPI

@@ -1,13 +1,12 @@
 // A raw socket over TLS.
 #pragma once
 
-#include "sockets/RawSocketBase.h"
+#include "sockets/RawSocket.h"
 #include "sockets/TlsStream.h"
 
 #include <CommunicationAPI/SSLProtocolList.h>
 
 #include <chrono>
-#include <memory>
 #include <string>
 
 class ACE_SSL_Context;
@@ -18,7 +17,7 @@ namespace VaroCommunicationAPI {
 /// set, and the TLS library's default locations, which are loaded for a server that the file does not vouch for; no
 /// name is compared. A time-out of 0xFFFFFFFF means that `Receive` waits without limit, and 0 that it does not wait.
 /// One thread at a time. Destruction closes.
-class SSLTCPRawSocket : public RawSocketBase<SSLTCPRawSocket> {
+class SSLTCPRawSocket : public RawSocket {
  public:
   explicit SSLTCPRawSocket(const SSLProtocolList& protocols,
                            std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
@@ -33,25 +32,11 @@ class SSLTCPRawSocket : public RawSocketBase<SSLTCPRawSocket> {
   virtual std::uint32_t GetBytesReceived() const;  // 13
 
  private:
-  friend class RawSocketBase<SSLTCPRawSocket>;
-
-  static constexpr const char* loggerNameFormat = "Code.SSLTCPRawSocket_%p.%s.%d";
-  static bool WaitsForEver(std::uint32_t timeoutMs) { return timeoutMs == 0xFFFFFFFF; }
-
-  int OpenStream(const std::vector<ACE_INET_Addr>& addresses);
-  void CloseStream();
-  void ReportConnected();
-  void ReportConnectFailure(int error);
-  RawTransfer SendAll(const void* buffer, std::size_t length);
-  RawTransfer ReceiveAll(void* buffer, std::size_t length, const ACE_Time_Value* wait);
-  void ReportReceiveFailure(int error, std::uint32_t timeoutMs);
   void Configure(ACE_SSL_Context& context) const;
 
   const SSLProtocolList m_protocols;
   const std::chrono::milliseconds m_handshakeLimit;
   std::string m_strCertificateFile;
-  std::shared_ptr<TlsStream> m_pStream;
-  std::string m_strFailureReason;
 };
 
 }  // namespace VaroCommunicationAPI

@@ -1,11 +1,8 @@
 #include "sockets/SSLTCPSocket.h"
 
-#include "platform/SocketErrors.h"
-
 #include <host/Base64.h>
 #include <host/EnvironmentBlockHelper.h>
 #include <host/Exceptions.h>
-#include <host/LoggerFactory.h>
 
 #include <ace/SSL/SSL_Context.h>
 #include <openssl/err.h>
@@ -14,6 +11,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace VaroCommunicationAPI {
@@ -37,18 +35,25 @@ std::shared_ptr<X509> ParseCertificate(const std::string& text) {
 
 }  // namespace
 
-SSLTCPSocket::SSLTCPSocket(const SSLProtocolList& protocols, std::shared_ptr<ISocketTime> time,
+SSLTCPSocket::SSLTCPSocket(const SSLProtocolList& protocols, SocketServices services,
                            std::chrono::milliseconds handshakeLimit)
-    : StreamDestinationSocket(std::move(time)), m_protocols(protocols), m_handshakeLimit(handshakeLimit) {}
+    : StreamDestinationSocket(
+          {.m_loggerName = "Code.SSLTCPSocket_%p.%s.%d",
+           .m_className = "SSLTCPSocket",
+           .m_receiveFunction = "VaroCommunicationAPI::SSLTCPSocket::Receive",
+           .m_keepAliveWarning = "Failed to set keepalive options on the SSLTCP syslog connection; the default OS "
+                                 "options will remain in place. Reason: %s",
+           .m_makeStream = [this](const WindowsAgentCommon::Log& log) { return MakeStream(log); },
+           .m_readParameters =
+               [this](const WindowsAgentCommon::EnvironmentBlockHelper& parameters) { ReadCertificate(parameters); }},
+          std::move(services)),
+      m_protocols(protocols),
+      m_handshakeLimit(handshakeLimit) {}
 
 SSLTCPSocket::~SSLTCPSocket() { EndLife(); }
 
-void SSLTCPSocket::ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) {
-  StreamDestinationSocket::ReadParameters(parameters);
+void SSLTCPSocket::ReadCertificate(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) {
   parameters.GetStringValue("Certificate", m_strCertificate, "");
-}
-
-void SSLTCPSocket::AcceptParameters(const std::wstring&, std::uint32_t, std::uint32_t, const std::string&) {
   if (m_strCertificate.empty()) {
     throw WindowsAgentCommon::InitializationException("SSLTCPSocket", "VaroCommunicationAPI::SSLTCPSocket::Open",
                                                       __LINE__,
@@ -56,82 +61,20 @@ void SSLTCPSocket::AcceptParameters(const std::wstring&, std::uint32_t, std::uin
   }
 }
 
-std::int32_t SSLTCPSocket::Receive(void*, std::uint32_t, std::uint32_t) {
-  throw WindowsAgentCommon::OperationNotSupportedException("SSLTCPSocket",
-                                                           "VaroCommunicationAPI::SSLTCPSocket::Receive", __LINE__);
-}
-
-void SSLTCPSocket::NameLogger() {
-  m_log = WindowsAgentCommon::LoggerFactory::GetLogger(
-      WindowsAgentCommon::Format("Code.SSLTCPSocket_%p.%s.%d", static_cast<const void*>(this), m_strHost, m_port));
-}
-
-bool SSLTCPSocket::PrepareStream() {
-  m_pCertificate = ParseCertificate(m_strCertificate);
-  if (!m_pCertificate) m_log.Warn("Failed to parse certificate.  No connection attempt will be made.");
-  return m_pCertificate != nullptr;
-}
-
-void SSLTCPSocket::Configure(ACE_SSL_Context& context) const {
+std::unique_ptr<ISocketStream> SSLTCPSocket::MakeStream(const WindowsAgentCommon::Log& log) const {
+  const std::shared_ptr<X509> certificate = ParseCertificate(m_strCertificate);
+  if (!certificate) {
+    log.Warn("Failed to parse certificate.  No connection attempt will be made.");
+    return nullptr;
+  }
+  ACE_SSL_Context context;
   context.set_mode(ACE_SSL_Context::SSLv23_client);
   // Setting the mode loads what the environment names as trusted: a megabyte a connection, and nothing is verified.
   SSL_CTX_set_cert_store(context.context(), X509_STORE_new());
-  context.certificate(m_pCertificate.get());
+  context.certificate(certificate.get());
   m_protocols.applyTo(context);
   SSL_CTX_set_session_cache_mode(context.context(), SSL_SESS_CACHE_OFF);
-}
-
-int SSLTCPSocket::OpenStream(const std::vector<ACE_INET_Addr>& addresses) {
-  ACE_SSL_Context context;
-  Configure(context);
-  auto stream = std::make_shared<TlsStream>(context);
-  stream->SetServerName(m_strHost);
-  const int error = stream->Connect(addresses, m_handshakeLimit, [this] { return MustGiveUp(); });
-  if (m_log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) m_strFailureReason = stream->FailureReason();
-  if (error != 0) return error;
-  Platform::KeepBacklogSmall(stream->Handle());
-  m_pStream = std::move(stream);
-  ReportTlsConnection(m_log, *m_pStream);
-  return 0;
-}
-
-void SSLTCPSocket::CloseStream() {
-  m_pStream->Close();
-  m_pStream.reset();
-}
-
-void SSLTCPSocket::FinishStream() {
-  m_pStream->Finish([this] { return MustGiveUp(); });
-}
-
-std::optional<std::uint64_t> SSLTCPSocket::StreamProgress() { return Platform::PeerProgress(m_pStream->Handle()); }
-
-Platform::WriteOutcome SSLTCPSocket::WriteStream(const char* data, std::size_t length) {
-  const Platform::BrokenPipeGuard noSignal;
-  return m_pStream->Write(
-      data, length, [this] { return MustGiveUp(); }, [this] { NoteProgress(); }, true);
-}
-
-int SSLTCPSocket::StreamPeerState() {
-  // A read may have to answer.
-  const Platform::BrokenPipeGuard noSignal;
-  return m_pStream->PeerState();
-}
-
-int SSLTCPSocket::SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) {
-  return Platform::SetKeepAlive(m_pStream->Handle(), timeMs, intervalMs);
-}
-
-void SSLTCPSocket::ReportConnectFailure(int error) {
-  ReportTlsConnectFailure(m_log, error, m_strFailureReason);
-  m_strFailureReason.clear();
-}
-
-std::string SSLTCPSocket::ErrorText(int error) const { return TlsErrorText(error); }
-
-const char* SSLTCPSocket::KeepAliveWarning() const {
-  return "Failed to set keepalive options on the SSLTCP syslog connection; the default OS options will remain in "
-         "place. Reason: %s";
+  return std::make_unique<TlsStream>(context, StreamUse::Delivery, m_handshakeLimit);
 }
 
 }  // namespace VaroCommunicationAPI

@@ -6,8 +6,6 @@
 
 #include <CommunicationAPI/SSLProtocolList.h>
 
-#include <openssl/ossl_typ.h>
-
 #include <chrono>
 #include <memory>
 #include <string>
@@ -20,39 +18,17 @@ namespace VaroCommunicationAPI {
 /// receiver that asks for one is shown none, and one that insists on it refuses the connection.
 class SSLTCPSocket : public StreamDestinationSocket {
  public:
-  explicit SSLTCPSocket(const SSLProtocolList& protocols, std::shared_ptr<ISocketTime> time = ISocketTime::System(),
+  explicit SSLTCPSocket(const SSLProtocolList& protocols, SocketServices services = {},
                         std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
   ~SSLTCPSocket() override;
 
-  /// Throws `OperationNotSupportedException`, always: a destination is only written to.
-  std::int32_t Receive(void* buffer, std::uint32_t length, std::uint32_t timeoutMs) override;
-
- protected:
-  void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
-  void AcceptParameters(const std::wstring& host, std::uint32_t port, std::uint32_t maxPayloadSize,
-                        const std::string& builderType) override;
-  void NameLogger() override;
-  bool PrepareStream() override;
-  int OpenStream(const std::vector<ACE_INET_Addr>& addresses) override;
-  void CloseStream() override;
-  void FinishStream() override;
-  std::optional<std::uint64_t> StreamProgress() override;
-  Platform::WriteOutcome WriteStream(const char* data, std::size_t length) override;
-  int StreamPeerState() override;
-  int SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) override;
-  void ReportConnectFailure(int error) override;
-  std::string ErrorText(int error) const override;
-  const char* KeepAliveWarning() const override;
-
  private:
-  void Configure(ACE_SSL_Context& context) const;
+  void ReadCertificate(const WindowsAgentCommon::EnvironmentBlockHelper& parameters);
+  std::unique_ptr<ISocketStream> MakeStream(const WindowsAgentCommon::Log& log) const;
 
   const SSLProtocolList m_protocols;
   const std::chrono::milliseconds m_handshakeLimit;
   std::string m_strCertificate;
-  std::shared_ptr<X509> m_pCertificate;
-  std::shared_ptr<TlsStream> m_pStream;
-  std::string m_strFailureReason;
 };
 
 }  // namespace VaroCommunicationAPI

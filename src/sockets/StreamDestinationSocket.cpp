@@ -1,11 +1,8 @@
 #include "sockets/StreamDestinationSocket.h"
 
-#include "platform/SocketErrors.h"
-
-#include <host/EnvironmentBlockHelper.h>
-#include <host/SystemError.h>
-
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace VaroCommunicationAPI {
 
@@ -39,128 +36,121 @@ SharedTimeValue::operator ACE_Time_Value() const {
                         static_cast<suseconds_t>(microseconds % microsecondsPerSecond));
 }
 
-StreamDestinationSocket::StreamDestinationSocket(std::shared_ptr<ISocketTime> time)
-    : DestinationSocket(defaultMaxPayloadSize, std::move(time)) {
-  SetFraming(Framing(Framing::Kind::LineFeed));
+StreamSender::StreamSender(DestinationState& state, StreamTransport transport)
+    : m_state(state), m_transport(std::move(transport)) {
+  m_state.m_framing = Framing(Framing::Kind::LineFeed);
 }
 
-void StreamDestinationSocket::ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) {
-  parameters.GetBooleanValue("Socket.KeepAlive.Enabled", m_bKeepAliveEnabled, false);
-  parameters.GetUInt32Value("Socket.KeepAlive.Time", m_keepAliveTimeMs, 60000);
-  parameters.GetUInt32Value("Socket.KeepAlive.Interval", m_keepAliveIntervalMs, 5000);
+void StreamSender::Configure(const WindowsAgentCommon::EnvironmentBlockHelper& helper, const DestinationParameters&) {
+  helper.GetBooleanValue("Socket.KeepAlive.Enabled", m_bKeepAliveEnabled, false);
+  helper.GetUInt32Value("Socket.KeepAlive.Time", m_keepAliveTimeMs, 60000);
+  helper.GetUInt32Value("Socket.KeepAlive.Interval", m_keepAliveIntervalMs, 5000);
   bool appendsLineFeed = true;
-  parameters.GetBooleanValue("AppendLineFeed", appendsLineFeed, true);
+  helper.GetBooleanValue("AppendLineFeed", appendsLineFeed, true);
   std::string framing;
-  parameters.GetStringValue("Framing", framing, "LineFeed");
+  helper.GetStringValue("Framing", framing, "LineFeed");
   Framing::Kind kind = Framing::Parse(framing).value_or(Framing::Kind::LineFeed);
   if (kind == Framing::Kind::LineFeed && !appendsLineFeed) kind = Framing::Kind::None;
-  SetFraming(Framing(kind));
+  m_state.m_framing = Framing(kind);
+  if (m_transport.m_readParameters) m_transport.m_readParameters(helper);
 }
 
-void StreamDestinationSocket::Close() {
-  m_life.Abandon();
-  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
-  CloseInTurn();
-}
-
-void StreamDestinationSocket::CloseInTurn() {
-  if (!m_bConnected) return;
-  const Platform::BrokenPipeGuard noSignal;
-  CloseStream();
-  m_bConnected = false;
-}
-
-void StreamDestinationSocket::FinishConnection() {
-  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
-  const Platform::BrokenPipeGuard noSignal;
-  if (m_bConnected && !MustGiveUp()) FinishStream();
-  CloseInTurn();
-}
-
-void StreamDestinationSocket::LookForProgress() {
-  if (!m_bConnected) return;
-  if (const auto progress = StreamProgress(); progress != m_progress) {
-    m_progress = progress;
-    NoteProgress();
+bool StreamSender::MustGiveUp() {
+  // About ten times a second while something is waited for.
+  if (m_state.m_life.IsStopping() && m_pStream) {
+    if (const auto progress = m_state.m_services.m_peerProgress(m_pStream->Handle()); progress != m_progress) {
+      m_progress = progress;
+      m_state.NoteProgress();
+    }
   }
+  return m_state.MustGiveUp() || (m_connectDeadline && m_state.Now() > *m_connectDeadline);
 }
 
-bool StreamDestinationSocket::IsConnected() const { return m_bConnected; }
-
-Platform::ResolvedHost StreamDestinationSocket::ResolveTarget() {
-  return Platform::ResolveHost(m_strHost, m_port, Platform::AddressFamily::Any, [this] { return MustGiveUp(); });
+void StreamSender::Close() {
+  const ConnectionTurn::Holder turn(m_state.m_turn, m_state.Now());
+  CloseInTurn();
 }
 
-bool StreamDestinationSocket::Connect() {
-  const SocketLife::Operation operation(m_life);
-  if (!operation) return false;
-  const ConnectionTurn::Holder turn(m_turn, m_pTime->Now());
-  if (m_life.IsServing()) m_connectDeadline = m_pTime->Now() + claimedConnectLimit;
+void StreamSender::CloseInTurn() {
+  m_bConnected = false;
+  m_pStream.reset();
+}
+
+void StreamSender::Finish() {
+  const ConnectionTurn::Holder turn(m_state.m_turn, m_state.Now());
+  if (m_pStream && !MustGiveUp()) m_pStream->Finish(m_mustGiveUp);
+  CloseInTurn();
+}
+
+bool StreamSender::IsConnected() const { return m_bConnected; }
+
+bool StreamSender::Connect() {
+  const ConnectionTurn::Holder turn(m_state.m_turn, m_state.Now());
+  if (m_state.m_life.IsServing()) m_connectDeadline = m_state.Now() + claimedConnectLimit;
   const bool isConnected = ConnectInTurn();
   m_connectDeadline.reset();
   return isConnected;
 }
 
-bool StreamDestinationSocket::ConnectInTurn() {
+bool StreamSender::ConnectInTurn() {
   CloseInTurn();
-  m_bLastAttemptFailed = m_life.IsStopping();
-  const ACE_Time_Value attemptTime = m_pTime->WallClock();
+  m_bLastAttemptFailed = m_state.m_life.IsStopping();
+  const ACE_Time_Value attemptTime = m_state.m_services.m_pTime->WallClock();
   m_lastConnectAttemptTime = attemptTime;
-  const Platform::BrokenPipeGuard noSignal;
-  if (!PrepareStream()) return false;
-  // Resolved anew each time: the target may have moved, and the network may not have been there before.
-  const Platform::ResolvedHost target = ResolveTarget();
-  const int error = target.m_error != 0 ? target.m_error : OpenStream(target.m_addresses);
-  if (error != 0) {
-    ReportConnectFailure(error);
-    return FailConnect(error, attemptTime);
+  std::unique_ptr<ISocketStream> stream = m_transport.m_makeStream(m_state.m_log);
+  if (!stream) return false;
+  const Platform::ResolvedHost target = m_state.ResolveTarget(Platform::AddressFamily::Any, m_mustGiveUp);
+  const SocketError error =
+      target.m_error ? target.m_error : stream->Connect(target.m_addresses, m_state.m_strHost, m_mustGiveUp);
+  stream->ReportConnect(m_state.m_log, error);
+  SetLastError(error);
+  if (error) {
+    m_lastConnectFailureTime = attemptTime;
+    return false;
   }
   if (m_bKeepAliveEnabled) {
-    if (const int keepAliveError = SetStreamKeepAlive(m_keepAliveTimeMs, m_keepAliveIntervalMs); keepAliveError != 0) {
-      m_log.Warn(KeepAliveWarning(), WindowsAgentCommon::GetLastErrorText(keepAliveError));
-    }
+    const SocketError refusal =
+        m_state.m_services.m_setKeepAlive(stream->Handle(), m_keepAliveTimeMs, m_keepAliveIntervalMs);
+    if (refusal) m_state.m_log.Warn(m_transport.m_keepAliveWarning, refusal.Text());
   }
+  m_pStream = std::move(stream);
   m_bConnected = true;
   m_bLastAttemptFailed = false;
-  m_lastResultCode = 0;
   m_nextReconnect = {};
   m_nextReconnectTime = ACE_Time_Value::zero;
   m_connectedSinceTime = attemptTime;
-  m_lastWrite = m_lastLook = m_pTime->Now();
+  m_lastWrite = m_lastLook = m_state.Now();
   return true;
 }
 
-bool StreamDestinationSocket::FailConnect(int error, const ACE_Time_Value& attemptTime) {
-  m_lastResultCode = error;
-  m_lastConnectFailureTime = attemptTime;
-  return false;
-}
-
-bool StreamDestinationSocket::PrepareStream() { return true; }
-
-std::string StreamDestinationSocket::ErrorText(int error) const { return Platform::SocketErrorText(error); }
-
-std::int32_t StreamDestinationSocket::SendPayload(const void* buffer, std::uint32_t length) {
+std::int32_t StreamSender::SendPayload(std::span<const char> payload) {
   // A text of its own for each caller: another one may have its turn.
-  std::vector<char> framed(length + GetFraming().AddedBytes(length));
-  GetFraming().Write({static_cast<const char*>(buffer), length}, framed.data());
-  const Outcome outcome = TrySend({framed, {&length, 1}}, false);
-  if (outcome.m_pause > 0ms) Pause(outcome.m_pause);
+  const Framing& framing = m_state.m_framing;
+  std::vector<char> framed(payload.size() + framing.AddedBytes(payload.size()));
+  framing.Write(payload, framed.data());
+  const auto length = static_cast<std::uint32_t>(payload.size());
+  const Outcome outcome = SendAndPause({framed, {&length, 1}}, false);
   if (!outcome.m_bConnected) return -2;
   return outcome.m_payloads == 1 ? static_cast<std::int32_t>(outcome.m_bytes) : -1;
 }
 
-std::size_t StreamDestinationSocket::SendPayloads(const FramedPayloads& payloads, bool isAfterIdle) {
-  const Outcome outcome = TrySend(payloads, isAfterIdle);
-  if (outcome.m_pause > 0ms) Pause(outcome.m_pause);
-  return outcome.m_payloads;
+std::size_t StreamSender::SendPayloads(const FramedPayloads& payloads) {
+  return SendAndPause(payloads, std::exchange(m_bAfterIdle, false)).m_payloads;
 }
 
-StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(const FramedPayloads& payloads, bool isAfterIdle) {
-  const ConnectionTurn::Holder turn(m_turn);
-  const SteadyTime now = m_pTime->Now();
+void StreamSender::Idle() { m_bAfterIdle = true; }
+
+StreamSender::Outcome StreamSender::SendAndPause(const FramedPayloads& payloads, bool isAfterIdle) {
+  const Outcome outcome = TrySend(payloads, isAfterIdle);
+  if (outcome.m_pause > 0ms) m_state.Pause(outcome.m_pause);
+  return outcome;
+}
+
+StreamSender::Outcome StreamSender::TrySend(const FramedPayloads& payloads, bool isAfterIdle) {
+  const ConnectionTurn::Holder turn(m_state.m_turn);
+  const SteadyTime now = m_state.Now();
   CloseIfPeerHasClosed(now, isAfterIdle);
-  if (!m_bConnected) {
+  if (!m_pStream) {
     if (!Reconnect(now)) return {.m_bConnected = false, .m_pause = disconnectedPause};
     // A receiver that accepts and closes at once costs one payload and not a batch.
     return Write(FirstOf(payloads), now);
@@ -168,73 +158,72 @@ StreamDestinationSocket::Outcome StreamDestinationSocket::TrySend(const FramedPa
   return Write(payloads, now);
 }
 
-FramedPayloads StreamDestinationSocket::FirstOf(const FramedPayloads& payloads) const {
+FramedPayloads StreamSender::FirstOf(const FramedPayloads& payloads) const {
   const std::uint32_t length = payloads.m_lengths.front();
-  return {payloads.m_bytes.first(length + GetFraming().AddedBytes(length)), payloads.m_lengths.first(1)};
+  return {payloads.m_bytes.first(length + m_state.m_framing.AddedBytes(length)), payloads.m_lengths.first(1)};
 }
 
-StreamDestinationSocket::Outcome StreamDestinationSocket::Write(const FramedPayloads& payloads, SteadyTime now) {
-  const Platform::WriteOutcome written = WriteStream(payloads.m_bytes.data(), payloads.m_bytes.size());
+StreamSender::Outcome StreamSender::Write(const FramedPayloads& payloads, SteadyTime now) {
+  const Platform::WriteOutcome written =
+      m_pStream->Write(payloads.m_bytes.data(), payloads.m_bytes.size(), m_mustGiveUp, m_noteProgress);
   Outcome outcome = CountAccepted(payloads.m_lengths, written.m_bytes);
-  if (written.m_error == 0) {
+  SetLastError(written.m_error);
+  if (!written.m_error) {
     m_lastWrite = now;
-    m_lastResultCode = 0;
   } else {
     outcome.m_pause = HandleWriteError(written.m_error, outcome.m_bTorn, now);
   }
   return outcome;
 }
 
-void StreamDestinationSocket::CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle) {
+void StreamSender::CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle) {
   // A payload written into a closed connection would be lost without an error. And what a receiver says has to be taken
   // from it now and then, or it waits for that and reads no more.
-  if (!m_bConnected) return;
+  if (!m_pStream) return;
   if (!isAfterIdle && now - m_lastWrite <= trustedSilence && now - m_lastLook <= trustedSilence) return;
   m_lastLook = now;
-  if (const int error = StreamPeerState(); error != 0) {
-    m_lastResultCode = error;
+  if (const SocketError error = m_pStream->PeerState()) {
+    SetLastError(error);
     ReportLostConnection(error, now);
   }
 }
 
-bool StreamDestinationSocket::Reconnect(SteadyTime now) {
+bool StreamSender::Reconnect(SteadyTime now) {
   // A stop makes one last attempt, also when none is due.
-  const bool isLastAttempt = m_life.IsStopping() && !m_bLastAttemptFailed;
+  const bool isLastAttempt = m_state.m_life.IsStopping() && !m_bLastAttemptFailed;
   if (now < m_nextReconnect && !isLastAttempt) return false;
-  m_log.Debug("Socket isn't connected; calling reconnect...");
+  m_state.m_log.Debug("Socket isn't connected; calling reconnect...");
   if (ConnectInTurn()) {
-    m_log.Info("Reconnect succeeded.");
+    m_state.m_log.Info("Reconnect succeeded.");
     return true;
   }
   SetNextReconnect(now + reconnectInterval);
-  m_log.Warn("Reconnect failed; will try again later. Reason: %s", ErrorText(m_lastResultCode));
+  m_state.m_log.Warn("Reconnect failed; will try again later. Reason: %s", m_lastError.Text());
   return false;
 }
 
-StreamDestinationSocket::Outcome StreamDestinationSocket::CountAccepted(std::span<const std::uint32_t> lengths,
-                                                                        std::size_t acceptedBytes) {
+StreamSender::Outcome StreamSender::CountAccepted(std::span<const std::uint32_t> lengths, std::size_t acceptedBytes) {
   Outcome outcome;
   std::size_t end = 0;
   for (const std::uint32_t length : lengths) {
-    if (end + GetFraming().NeededBytes(length) > acceptedBytes) break;
-    end += length + GetFraming().AddedBytes(length);
+    if (end + m_state.m_framing.NeededBytes(length) > acceptedBytes) break;
+    end += length + m_state.m_framing.AddedBytes(length);
     ++outcome.m_payloads;
   }
   outcome.m_bytes = std::min(end, acceptedBytes);
   outcome.m_bTorn = end != acceptedBytes;
-  CountSent(outcome.m_payloads, outcome.m_bytes);
+  m_state.m_sent.Add(outcome.m_payloads, outcome.m_bytes);
   return outcome;
 }
 
-std::chrono::milliseconds StreamDestinationSocket::HandleWriteError(int error, bool isTorn, SteadyTime now) {
-  m_lastResultCode = error;
-  m_log.Error("Error sending data: %d", error);
+std::chrono::milliseconds StreamSender::HandleWriteError(SocketError error, bool isTorn, SteadyTime now) {
+  m_state.m_log.Error("Error sending data: %d", error.Number());
   std::chrono::milliseconds pause{0};
   if (error == Platform::ErrorWaitTimeout) {
-    m_log.Debug("Socket timeout.");
+    m_state.m_log.Debug("Socket timeout.");
     pause = timeoutPause;
   } else if (error == Platform::ErrorWouldBlock) {
-    m_log.Debug("Would block.");
+    m_state.m_log.Debug("Would block.");
   } else {
     ReportLostConnection(error, now);
     return pause;
@@ -247,44 +236,46 @@ std::chrono::milliseconds StreamDestinationSocket::HandleWriteError(int error, b
   return pause;
 }
 
-void StreamDestinationSocket::ReportLostConnection(int error, SteadyTime now) {
-  m_log.Warn("Socket connection problem (error = '%s'). Trying to reconnect...", ErrorText(error));
+void StreamSender::ReportLostConnection(SocketError error, SteadyTime now) {
+  m_state.m_log.Warn("Socket connection problem (error = '%s'). Trying to reconnect...", error.Text());
   CloseInTurn();
   SetNextReconnect(now);
 }
 
-void StreamDestinationSocket::SetNextReconnect(SteadyTime when) {
+void StreamSender::SetLastError(SocketError error) {
+  m_lastError = error;
+  m_state.m_lastResultCode = error.Number();
+}
+
+void StreamSender::SetNextReconnect(SteadyTime when) {
   m_nextReconnect = when;
-  const auto delay = std::chrono::duration_cast<std::chrono::microseconds>(when - m_pTime->Now());
-  m_nextReconnectTime = m_pTime->WallClock() + ACE_Time_Value(0, static_cast<suseconds_t>(delay.count()));
+  const auto delay = std::chrono::duration_cast<std::chrono::microseconds>(when - m_state.Now());
+  m_nextReconnectTime =
+      m_state.m_services.m_pTime->WallClock() + ACE_Time_Value(0, static_cast<suseconds_t>(delay.count()));
 }
 
-void StreamDestinationSocket::AcceptParameters(const std::wstring&, std::uint32_t, std::uint32_t, const std::string&) {}
-
-bool StreamDestinationSocket::IsOpenWithoutConnection() const { return true; }
-
-void StreamDestinationSocket::ReportRefusal() {}
-
-void StreamDestinationSocket::ReportIdle() {}
-
-std::uint32_t StreamDestinationSocket::BlockingLength(std::uint32_t length, std::uint32_t) const {
-  // The whole payload, deliberately: this strategy counts what the limit would cut, and does not cut it.
-  return length;
+bool StreamSender::CanDeliver() {
+  const ConnectionTurn::Holder turn(m_state.m_turn);
+  return !MustGiveUp() && (m_pStream || !m_bLastAttemptFailed);
 }
 
-void StreamDestinationSocket::ReportTruncation(std::uint32_t, std::uint32_t) {}
+StreamDestinationSocket::StreamDestinationSocket(const StreamTransport& transport, SocketServices services)
+    : DestinationSocket({.m_loggerName = transport.m_loggerName,
+                         .m_className = transport.m_className,
+                         .m_receiveFunction = transport.m_receiveFunction,
+                         .m_defaultMaxPayloadSize = defaultMaxPayloadSize,
+                         .m_bOpensUnconnected = true,
+                         // Deliberately: the blocking strategy counts what the limit would cut, and does not cut it.
+                         .m_bCutsWhenBlocking = false,
+                         .m_truncationReport = nullptr},
+                        std::move(services), transport) {}
 
-bool StreamDestinationSocket::CanDeliver() {
-  const ConnectionTurn::Holder turn(m_turn);
-  return !MustGiveUp() && (m_bConnected || !m_bLastAttemptFailed);
-}
+ACE_Time_Value StreamDestinationSocket::GetLastConnectAttemptTime() const { return m_sender.LastConnectAttemptTime(); }
 
-ACE_Time_Value StreamDestinationSocket::GetLastConnectAttemptTime() const { return m_lastConnectAttemptTime; }
+ACE_Time_Value StreamDestinationSocket::GetConnectedSinceTime() const { return m_sender.ConnectedSinceTime(); }
 
-ACE_Time_Value StreamDestinationSocket::GetConnectedSinceTime() const { return m_connectedSinceTime; }
+ACE_Time_Value StreamDestinationSocket::GetLastConnectFailureTime() const { return m_sender.LastConnectFailureTime(); }
 
-ACE_Time_Value StreamDestinationSocket::GetLastConnectFailureTime() const { return m_lastConnectFailureTime; }
-
-ACE_Time_Value StreamDestinationSocket::GetNextReconnectTime() const { return m_nextReconnectTime; }
+ACE_Time_Value StreamDestinationSocket::GetNextReconnectTime() const { return m_sender.NextReconnectTime(); }
 
 }  // namespace VaroCommunicationAPI

@@ -1,19 +1,17 @@
 // What the destination sockets over a stream share: reconnecting by the clock, framing, keep-alive and the times.
 #pragma once
 
-#include "platform/NameResolver.h"
-#include "platform/SocketIo.h"
 #include "sockets/DestinationSocket.h"
+#include "sockets/SocketStream.h"
 
 #include <host/ITCPSocket.h>
 
-#include <ace/INET_Addr.h>
-
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
-#include <string>
-#include <vector>
 
 namespace VaroCommunicationAPI {
 
@@ -27,74 +25,40 @@ class SharedTimeValue {
   RelaxedValue<std::int64_t> m_microseconds{0};
 };
 
-/// Derived classes open, write and close the stream. The operations on it are serialised; `Close`, `Connect` and `Open`
-/// in one thread end what another one waits for.
-class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITCPSocket> {
+/// What a destination over a stream is, decided by its class.
+struct StreamTransport {
+  const char* m_loggerName;  ///< as in `DestinationTraits`, and the next two
+  const char* m_className;
+  const char* m_receiveFunction;
+  const char* m_keepAliveWarning;  ///< that keep-alive could not be set; a format of the reason
+  StreamMaker m_makeStream;
+  /// Reads the parameters that are this transport's alone. May be empty.
+  std::function<void(const WindowsAgentCommon::EnvironmentBlockHelper& parameters)> m_readParameters;
+};
+
+/// Sends payloads over one stream after the other. The operations on a stream are serialised; `Close` and `Connect` in
+/// one thread end what another one waits for.
+class StreamSender {
  public:
-  explicit StreamDestinationSocket(std::shared_ptr<ISocketTime> time);
+  using Interface = WindowsAgentCommon::ITCPSocket;
 
-  /// Ends a stop that another thread waits for as well: what is not delivered is given up.
-  void Close() override;
-  bool IsConnected() const override;
-  /// While a send thread is running, for at most a second. Returns false while another thread stops the socket.
-  bool Connect() override;
-  std::int32_t SendPayload(const void* buffer, std::uint32_t length) override;
-  ACE_Time_Value GetLastConnectAttemptTime() const override;
-  ACE_Time_Value GetConnectedSinceTime() const override;
-  ACE_Time_Value GetLastConnectFailureTime() const override;
-  ACE_Time_Value GetNextReconnectTime() const override;
+  StreamSender(DestinationState& state, StreamTransport transport);
 
- protected:
-  /// Gets ready to connect. Returns false, with the reason reported, when no attempt can be made; nothing else is then
-  /// noted of it.
-  virtual bool PrepareStream();
+  void Configure(const WindowsAgentCommon::EnvironmentBlockHelper& helper, const DestinationParameters& common);
+  /// While a send thread is running, for at most a second.
+  bool Connect();
+  void Close();
+  bool IsConnected() const;
+  std::int32_t SendPayload(std::span<const char> payload);
+  std::size_t SendPayloads(const FramedPayloads& payloads);
+  void Idle();
+  bool CanDeliver();
+  void Finish();
 
-  /// Connects the stream to the first address that accepts. Returns 0 or the callers' error number, and then leaves no
-  /// stream behind. Gives up when `MustGiveUp` says so.
-  virtual int OpenStream(const std::vector<ACE_INET_Addr>& addresses) = 0;
-
-  /// Ends and releases the stream.
-  virtual void CloseStream() = 0;
-
-  /// Ends what this side sends and waits until the peer has it all, discarding what it says, or until `MustGiveUp`.
-  virtual void FinishStream() = 0;
-
-  /// A number that changes when the peer has taken something, where the system tells.
-  virtual std::optional<std::uint64_t> StreamProgress() = 0;
-
-  /// Writes all `length` bytes, waiting for room without a limit until `MustGiveUp` says so.
-  virtual Platform::WriteOutcome WriteStream(const char* data, std::size_t length) = 0;
-
-  /// 0 while the peer holds the connection, else the callers' number of how it ended it. Never blocks.
-  virtual int StreamPeerState() = 0;
-
-  /// Sets keep-alive on the stream's handle. Returns 0 or the system's own error number.
-  virtual int SetStreamKeepAlive(std::uint32_t timeMs, std::uint32_t intervalMs) = 0;
-
-  /// Logs that the stream could not be opened, as far as the class tells it.
-  virtual void ReportConnectFailure(int error) = 0;
-
-  /// The text of an error number that this class has given out.
-  virtual std::string ErrorText(int error) const;
-
-  /// The warning, with one text for the reason, that keep-alive could not be set.
-  virtual const char* KeepAliveWarning() const = 0;
-
-  /// Resolves the target's name. The system's resolver, but for tests.
-  virtual Platform::ResolvedHost ResolveTarget();
-
-  void ReadParameters(const WindowsAgentCommon::EnvironmentBlockHelper& parameters) override;
-  void AcceptParameters(const std::wstring& host, std::uint32_t port, std::uint32_t maxPayloadSize,
-                        const std::string& builderType) override;
-  bool IsOpenWithoutConnection() const override;
-  void ReportRefusal() override;
-  void ReportIdle() override;
-  std::uint32_t BlockingLength(std::uint32_t length, std::uint32_t limited) const override;
-  void ReportTruncation(std::uint32_t length, std::uint32_t limited) override;
-  bool CanDeliver() override;
-  void FinishConnection() override;
-  void LookForProgress() override;
-  std::size_t SendPayloads(const FramedPayloads& payloads, bool isAfterIdle) override;
+  ACE_Time_Value LastConnectAttemptTime() const { return m_lastConnectAttemptTime; }
+  ACE_Time_Value ConnectedSinceTime() const { return m_connectedSinceTime; }
+  ACE_Time_Value LastConnectFailureTime() const { return m_lastConnectFailureTime; }
+  ACE_Time_Value NextReconnectTime() const { return m_nextReconnectTime; }
 
  private:
   /// What became of a batch.
@@ -106,34 +70,58 @@ class StreamDestinationSocket : public DestinationSocket<WindowsAgentCommon::ITC
     std::chrono::milliseconds m_pause{0};  ///< what to wait before the next attempt
   };
 
+  bool MustGiveUp();
   bool ConnectInTurn();
   void CloseInTurn();
+  Outcome SendAndPause(const FramedPayloads& payloads, bool isAfterIdle);
   Outcome TrySend(const FramedPayloads& payloads, bool isAfterIdle);
   Outcome Write(const FramedPayloads& payloads, SteadyTime now);
   FramedPayloads FirstOf(const FramedPayloads& payloads) const;
   void CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle);
   bool Reconnect(SteadyTime now);
   Outcome CountAccepted(std::span<const std::uint32_t> lengths, std::size_t acceptedBytes);
-  bool FailConnect(int error, const ACE_Time_Value& attemptTime);
-  std::chrono::milliseconds HandleWriteError(int error, bool isTorn, SteadyTime now);
-  void ReportLostConnection(int error, SteadyTime now);
+  std::chrono::milliseconds HandleWriteError(SocketError error, bool isTorn, SteadyTime now);
+  void ReportLostConnection(SocketError error, SteadyTime now);
+  void SetLastError(SocketError error);
   void SetNextReconnect(SteadyTime when);
 
-  RelaxedValue<bool> m_bConnected{false};
+  DestinationState& m_state;
+  const StreamTransport m_transport;
+  const IsInterrupted m_mustGiveUp = [this] { return MustGiveUp(); };
+  const std::function<void()> m_noteProgress = [this] { m_state.NoteProgress(); };
+
   bool m_bKeepAliveEnabled = false;
   std::uint32_t m_keepAliveTimeMs = 0;
   std::uint32_t m_keepAliveIntervalMs = 0;
 
+  /// The send thread's: it has had nothing to send.
+  bool m_bAfterIdle = false;
+
   // Of whose turn it is.
+  std::unique_ptr<ISocketStream> m_pStream;  ///< null when not connected
+  SocketError m_lastError;
   SteadyTime m_lastWrite;
   SteadyTime m_lastLook;
   std::optional<std::uint64_t> m_progress;
+  std::optional<SteadyTime> m_connectDeadline;  ///< when the attempt to connect that is under way has to end
   bool m_bLastAttemptFailed = false;
   SteadyTime m_nextReconnect;
+
+  RelaxedValue<bool> m_bConnected{false};
   SharedTimeValue m_lastConnectAttemptTime;
   SharedTimeValue m_connectedSinceTime;
   SharedTimeValue m_lastConnectFailureTime;
   SharedTimeValue m_nextReconnectTime;
+};
+
+class StreamDestinationSocket : public DestinationSocket<StreamSender> {
+ public:
+  StreamDestinationSocket(const StreamTransport& transport, SocketServices services);
+
+  ACE_Time_Value GetLastConnectAttemptTime() const override;
+  ACE_Time_Value GetConnectedSinceTime() const override;
+  ACE_Time_Value GetLastConnectFailureTime() const override;
+  ACE_Time_Value GetNextReconnectTime() const override;
 };
 
 }  // namespace VaroCommunicationAPI

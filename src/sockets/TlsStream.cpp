@@ -1,8 +1,5 @@
 #include "sockets/TlsStream.h"
 
-#include "platform/SocketErrors.h"
-#include "sockets/StreamConnector.h"
-
 #include <host/Text.h>
 
 #include <ace/OS_NS_errno.h>
@@ -25,10 +22,17 @@ void ForgetErrors() {
   ACE_OS::last_error(0);
 }
 
+/// The library's codes carry their origin in the upper bits.
+SocketError LibraryError(unsigned long code) {
+  return SocketError(static_cast<std::int32_t>(code), ERR_GET_LIB(code) != 0 ? ERR_reason_error_string(code) : nullptr);
+}
+
 }  // namespace
 
-TlsStream::TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes) : m_stream(&context) {
-  if (readBufferBytes == 0) return;
+TlsStream::TlsStream(ACE_SSL_Context& context, StreamUse use, std::chrono::milliseconds handshakeLimit)
+    : m_use(use), m_handshakeLimit(handshakeLimit), m_stream(&context) {
+  if (use != StreamUse::Exchange) return;
+  constexpr std::size_t readBufferBytes = 128 * 1024;
   SSL* const ssl = m_stream.ssl();
   SSL_set_read_ahead(ssl, 1);
   SSL_set_default_read_buffer_len(ssl, readBufferBytes);
@@ -46,28 +50,31 @@ void TlsStream::SetServerName(const std::wstring& host) {
   SSL_ctrl(m_stream.ssl(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, name.data());
 }
 
-int TlsStream::Connect(const std::vector<ACE_INET_Addr>& addresses, std::chrono::milliseconds handshakeLimit,
-                       const IsInterrupted& isInterrupted) {
+SocketError TlsStream::Connect(const std::vector<ACE_INET_Addr>& addresses, const std::wstring& host,
+                               const IsInterrupted& isInterrupted) {
+  const Platform::BrokenPipeGuard noSignal;
+  SetServerName(host);
   ACE_SOCK_Stream connection;
-  if (const int error = ConnectStream(connection, addresses, isInterrupted); error != 0) return error;
+  if (const SocketError error = ConnectStream(connection, addresses, m_use, isInterrupted)) return error;
   m_stream.set_handle(connection.get_handle());
-  const int error = Handshake(handshakeLimit, isInterrupted);
-  if (error != 0) Close();
+  const SocketError error = Handshake(isInterrupted);
+  if (error) Close();
   return error;
 }
 
-int TlsStream::Handshake(std::chrono::milliseconds limit, const IsInterrupted& isInterrupted) {
-  const Deadline deadline = std::chrono::steady_clock::now() + limit;
+SocketError TlsStream::Handshake(const IsInterrupted& isInterrupted) {
+  const Deadline deadline = std::chrono::steady_clock::now() + m_handshakeLimit;
   for (;;) {
     ForgetErrors();
     const int result = SSL_connect(m_stream.ssl());
-    if (result == 1) return 0;
-    if (const int error = WaitToRetry(result, isInterrupted, deadline); error != 0) return error;
+    if (result == 1) return {};
+    if (const SocketError error = WaitToRetry(result, isInterrupted, deadline)) return error;
   }
 }
 
 Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                                        const std::function<void()>& onProgress, bool discards) {
+                                        const std::function<void()>& onProgress) {
+  const Platform::BrokenPipeGuard noSignal;
   Platform::WriteOutcome outcome;
   BIO* const network = SSL_get_wbio(m_stream.ssl());
   std::uint64_t moved = BIO_number_written(network);
@@ -83,16 +90,18 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
       onProgress();
     }
     if (result == 1) continue;
-    outcome.m_error = discards && SSL_want_write(m_stream.ssl())
-                          ? WaitForRoom(
-                                Handle(), [this] { return PeerState(); }, isInterrupted)
+    outcome.m_error = m_use == StreamUse::Delivery && SSL_want_write(m_stream.ssl())
+                          ? WaitForRoom(*this, isInterrupted)
                           : WaitToRetry(result, isInterrupted, std::nullopt);
-    if (outcome.m_error != 0) break;
+    if (outcome.m_error) break;
   }
   return outcome;
 }
 
-int TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) {
+SocketError TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) {
+  // Unlike a plain read, one through TLS may write.
+  const Platform::BrokenPipeGuard noSignal;
+  const auto goOn = [] { return false; };
   std::size_t filled = 0;
   while (filled < length) {
     ForgetErrors();
@@ -100,20 +109,13 @@ int TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait
     const int result = SSL_read_ex(m_stream.ssl(), buffer + filled, length - filled, &count);
     filled += count;
     if (result == 1) continue;
-    Deadline deadline;
-    if (wait) {
-      deadline = std::chrono::steady_clock::now() + std::chrono::seconds(wait->sec()) +
-                 std::chrono::microseconds(wait->usec());
-    }
-    if (const int error = WaitToRetry(
-            result, [] { return false; }, deadline);
-        error != 0)
-      return error;
+    if (const SocketError error = WaitToRetry(result, goOn, DeadlineAfter(wait))) return error;
   }
-  return 0;
+  return {};
 }
 
-int TlsStream::PeerState() {
+SocketError TlsStream::PeerState() {
+  const Platform::BrokenPipeGuard noSignal;
   // As over plain TCP: what a receiver says is discarded, within bounds, because the end stands behind it.
   constexpr int maxReads = 16;
   char buffer[4096];
@@ -125,21 +127,22 @@ int TlsStream::PeerState() {
       m_bPeerTalks = true;
       continue;
     }
-    const int error = Diagnose(result);
-    return error == Platform::ErrorWouldBlock ? 0 : error;
+    const SocketError error = Diagnose(result);
+    return error == Platform::ErrorWouldBlock ? Platform::ErrorNone : error;
   }
-  return 0;
+  return {};
 }
 
 void TlsStream::Finish(const IsInterrupted& isInterrupted) {
+  const Platform::BrokenPipeGuard noSignal;
   for (;;) {
     ForgetErrors();
     const int result = SSL_shutdown(m_stream.ssl());
-    if (result >= 0 || WaitToRetry(result, isInterrupted, std::nullopt) != 0) break;
+    if (result >= 0 || WaitToRetry(result, isInterrupted, std::nullopt)) break;
   }
   m_stream.peer().close_writer();
   AwaitDelivery(
-      Handle(), [this] { return PeerState(); }, [this] { return m_bPeerTalks; }, isInterrupted);
+      *this, [this] { return m_bPeerTalks; }, isInterrupted);
 }
 
 void TlsStream::Close() {
@@ -153,9 +156,7 @@ void TlsStream::Close() {
   m_stream.set_handle(ACE_INVALID_HANDLE);
 }
 
-const char* TlsStream::ProtocolText() const { return SSL_get_version(m_stream.ssl()); }
-
-const char* TlsStream::CipherText() const { return SSL_CIPHER_get_name(SSL_get_current_cipher(m_stream.ssl())); }
+ACE_HANDLE TlsStream::Handle() const { return m_stream.get_handle(); }
 
 std::string TlsStream::PeerCertificatePem() const {
   const std::unique_ptr<X509, decltype(&X509_free)> certificate(SSL_get1_peer_certificate(m_stream.ssl()), &X509_free);
@@ -166,68 +167,60 @@ std::string TlsStream::PeerCertificatePem() const {
   return {data, static_cast<std::size_t>(size)};
 }
 
-int TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline) {
-  if (const int error = Diagnose(result); error != Platform::ErrorWouldBlock) return error;
+SocketError TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline) {
+  if (const SocketError error = Diagnose(result); error != Platform::ErrorWouldBlock) return error;
   const Readiness readiness = SSL_want_write(m_stream.ssl()) ? Readiness::Writable : Readiness::Readable;
   return WaitUntilReady(Handle(), readiness, isInterrupted, deadline);
 }
 
 /// What an operation of the library ended with that returned `result`.
-int TlsStream::Diagnose(int result) {
+SocketError TlsStream::Diagnose(int result) {
   m_failure.clear();
   // First of all: the system keeps its number only until the next call.
   ACE_OS::set_errno_to_last_error();
-  const int systemError = Platform::LastSocketError();
+  const SocketError systemError = Platform::LastSocketError();
   switch (SSL_get_error(m_stream.ssl(), result)) {
     case SSL_ERROR_WANT_READ:
     case SSL_ERROR_WANT_WRITE: return Platform::ErrorWouldBlock;
     case SSL_ERROR_ZERO_RETURN: return Platform::ErrorPeerClosed;
-    case SSL_ERROR_SYSCALL: return systemError != 0 ? systemError : Platform::ErrorPeerClosed;
+    case SSL_ERROR_SYSCALL: return systemError ? systemError : Platform::ErrorPeerClosed;
     default: return ReadLibraryErrors();
   }
 }
 
 /// Empties the library's list of errors into `m_failure`. Returns the first, which is the cause.
-int TlsStream::ReadLibraryErrors() {
+SocketError TlsStream::ReadLibraryErrors() {
   const unsigned long cause = ERR_peek_error();
-  while (const unsigned long code = ERR_get_error()) m_failure.push_back(code);
+  while (const unsigned long code = ERR_get_error()) m_failure.push_back(LibraryError(code));
   // The end of the stream without the library's farewell.
   if (ERR_GET_REASON(cause) == SSL_R_UNEXPECTED_EOF_WHILE_READING) return Platform::ErrorPeerClosed;
-  return static_cast<int>(cause);
+  return LibraryError(cause);
 }
 
-std::string TlsStream::FailureReason() const {
-  std::string reason;
-  for (const unsigned long code : m_failure) {
-    if (!reason.empty()) reason += "; ";
-    reason += TlsErrorText(static_cast<int>(code));
+void TlsStream::ReportConnect(const WindowsAgentCommon::Log& log, SocketError error) const {
+  if (error) {
+    log.Error("Cannot connect to server (%d)", error.Number());
+    ReportReason(log);
+  } else {
+    SSL* const ssl = m_stream.ssl();
+    log.Debug("Connected to server using %s (cipher: %s)", SSL_get_version(ssl),
+              SSL_CIPHER_get_name(SSL_get_current_cipher(ssl)));
   }
+}
+
+void TlsStream::ReportReason(const WindowsAgentCommon::Log& log) const {
+  if (m_failure.empty() || !log.IsEnabled(WindowsAgentCommon::LogLevel::Debug)) return;
+  std::string reason;
+  for (const SocketError error : m_failure) {
+    if (!reason.empty()) reason += "; ";
+    reason += error.Text();
+  }
+  const auto cause = static_cast<std::uint32_t>(m_failure.front().Number());
   if (const long verification = SSL_get_verify_result(m_stream.ssl());
-      !m_failure.empty() && ERR_GET_REASON(m_failure.front()) == SSL_R_CERTIFICATE_VERIFY_FAILED &&
-      verification != X509_V_OK) {
+      ERR_GET_REASON(cause) == SSL_R_CERTIFICATE_VERIFY_FAILED && verification != X509_V_OK) {
     reason += std::string(" (") + X509_verify_cert_error_string(verification) + ')';
   }
-  return reason;
-}
-
-std::string TlsErrorText(int error) {
-  // The system's and the callers' numbers are far below the library's, which carry their origin in the upper bits.
-  const auto code = static_cast<unsigned long>(static_cast<unsigned int>(error));
-  const char* const reason = ERR_GET_LIB(code) != 0 ? ERR_reason_error_string(code) : nullptr;
-  return reason ? reason : Platform::SocketErrorText(error);
-}
-
-void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& stream) {
-  log.Debug("Connected to server using %s (cipher: %s)", stream.ProtocolText(), stream.CipherText());
-}
-
-void ReportTlsFailureReason(const WindowsAgentCommon::Log& log, const std::string& reason) {
-  if (!reason.empty()) log.Debug("The TLS library's reason: %s", reason);
-}
-
-void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason) {
-  log.Error("Cannot connect to server (%d)", error);
-  ReportTlsFailureReason(log, reason);
+  log.Debug("The TLS library's reason: %s", reason);
 }
 
 }  // namespace VaroCommunicationAPI

@@ -1,17 +1,12 @@
-// A TLS client connection over TCP that can be given up.
+// A stream over TLS.
 #pragma once
 
-#include "platform/SocketIo.h"
+#include "sockets/SocketStream.h"
 
-#include <host/Log.h>
-
-#include <ace/INET_Addr.h>
 #include <ace/SSL/SSL_SOCK_Stream.h>
 
 #include <chrono>
 #include <cstddef>
-#include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,84 +15,49 @@ namespace VaroCommunicationAPI {
 /// How long a server may take for the handshake. One that accepts connections and says nothing holds nobody for ever.
 constexpr std::chrono::milliseconds defaultHandshakeLimit = std::chrono::seconds(60);
 
-/// One connection, from `Connect` to `Close`; another needs another object. One thread at a time. Errors are the
-/// callers' numbers, or the TLS library's own code where it refused. The callers see to it that no signal is raised,
-/// but for closing.
-class TlsStream {
+/// The one place that talks to the TLS library while a connection stands. What the library refuses has its own code for
+/// a number.
+class TlsStream : public ISocketStream {
  public:
-  /// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.
-  using IsInterrupted = std::function<bool()>;
-
-  /// The connection follows the settings of `context` as they are now and does not need it afterwards. Who reads much
-  /// gives `readBufferBytes`, so that several records are read from the system at once; the buffer is kept from the
-  /// first read on.
-  explicit TlsStream(ACE_SSL_Context& context, std::size_t readBufferBytes = 0);
-  ~TlsStream();
+  /// The connection follows the settings of `context` as they are now and does not need it afterwards. One for an
+  /// exchange reads several records from the system at once, through a buffer that it keeps.
+  TlsStream(ACE_SSL_Context& context, StreamUse use, std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
+  ~TlsStream() override;
   TlsStream(const TlsStream&) = delete;
   TlsStream& operator=(const TlsStream&) = delete;
 
-  /// To be called before `Connect`: lets the server know which of its names is meant. An address is not sent.
-  void SetServerName(const std::wstring& host);
+  /// Lets the server know which of its names is meant, unless `host` is an address.
+  SocketError Connect(const std::vector<ACE_INET_Addr>& addresses, const std::wstring& host,
+                      const IsInterrupted& isInterrupted) override;
+  void ReportConnect(const WindowsAgentCommon::Log& log, SocketError error) const override;
 
-  /// Connects to the first of `addresses` that accepts, without a time-out, and shakes hands within `handshakeLimit`
-  /// (error 137 when that is over). Returns 0 or the error, and then leaves nothing open.
-  int Connect(const std::vector<ACE_INET_Addr>& addresses, std::chrono::milliseconds handshakeLimit,
-              const IsInterrupted& isInterrupted);
-
-  /// Writes all `length` bytes in records as full as they can be, waiting for room without a limit. `onProgress` is
-  /// called when the system has accepted bytes. The outcome counts the bytes of records that it has accepted whole.
-  /// Where a peer may speak that nobody listens to, `discards`: what it says while there is no room is discarded, and
-  /// its end is an error then.
+  /// Counts the bytes of records that the system has accepted whole.
   Platform::WriteOutcome Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
-                               const std::function<void()>& onProgress, bool discards = false);
-
-  /// Reads exactly `length` bytes. Waits at most `wait` each time that nothing is there (error 137), or without a limit
-  /// when it is null. Returns 0 or the error; what came before it is lost.
-  int Read(char* buffer, std::size_t length, const ACE_Time_Value* wait);
-
-  /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns 0 while the
-  /// connection stands, 10101 after an orderly close, or the error it died of.
-  int PeerState();
-
-  /// Tells the peer that nothing follows and waits until it has everything, or has closed; discards what it says.
-  void Finish(const IsInterrupted& isInterrupted);
-
-  /// Tells the peer, without waiting for it, and closes. Idempotent.
-  void Close();
-
-  ACE_HANDLE Handle() const { return m_stream.get_handle(); }
-  const char* ProtocolText() const;
-  const char* CipherText() const;
+                               const std::function<void()>& onProgress) override;
+  SocketError Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) override;
+  SocketError PeerState() override;
+  void Finish(const IsInterrupted& isInterrupted) override;
+  void Close() override;
+  ACE_HANDLE Handle() const override;
 
   /// The certificate that the server showed, or an empty text when it showed none.
   std::string PeerCertificatePem() const;
 
-  /// What the TLS library gave as the reason of the last failure; empty when the failure was not its.
-  std::string FailureReason() const;
+  /// Logs what the TLS library gave as the reason of the last failure, unless the failure was not its.
+  void ReportReason(const WindowsAgentCommon::Log& log) const;
 
  private:
-  using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+  void SetServerName(const std::wstring& host);
+  SocketError Handshake(const IsInterrupted& isInterrupted);
+  SocketError Diagnose(int result);
+  SocketError WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline);
+  SocketError ReadLibraryErrors();
 
-  int Handshake(std::chrono::milliseconds limit, const IsInterrupted& isInterrupted);
-  int Diagnose(int result);
-  int WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline);
-  int ReadLibraryErrors();
-
+  const StreamUse m_use;
+  const std::chrono::milliseconds m_handshakeLimit;
   ACE_SSL_SOCK_Stream m_stream;
   bool m_bPeerTalks = false;
-  std::vector<unsigned long> m_failure;  ///< the errors of the last failed operation, the cause first
+  std::vector<SocketError> m_failure;  ///< the errors of the last failed operation, the cause first
 };
-
-/// The text of an error that `TlsStream` gave.
-std::string TlsErrorText(int error);
-
-/// Logs which version and cipher the connection uses.
-void ReportTlsConnection(const WindowsAgentCommon::Log& log, const TlsStream& stream);
-
-/// Logs what the TLS library gave as the reason, unless that is empty.
-void ReportTlsFailureReason(const WindowsAgentCommon::Log& log, const std::string& reason);
-
-/// Logs that no connection was made, and the library's `reason` unless it is empty.
-void ReportTlsConnectFailure(const WindowsAgentCommon::Log& log, int error, const std::string& reason);
 
 }  // namespace VaroCommunicationAPI

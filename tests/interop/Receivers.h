@@ -3,6 +3,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Transport.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -21,13 +22,6 @@ enum class Writing {
 
 /// What separates messages in a stream.
 enum class StreamFraming { LineFeed, OctetCounting };
-
-/// How messages reach a receiver.
-enum class Transport { Tcp, Tls, Udp };
-
-inline void PrintTo(Transport transport, std::ostream* out) {
-  *out << (transport == Transport::Tcp ? "TCP" : transport == Transport::Tls ? "TLS" : "UDP");
-}
 
 /// A separate daemon, unprivileged, in its own directory, on a free loopback port. One thread.
 class Receiver {

@@ -120,8 +120,8 @@ class Reception : public testing::TestWithParam<Parameters> {
 
 std::string NameOf(const testing::TestParamInfo<Parameters>& test) {
   const auto [daemon, transport, queued] = test.param;
-  const std::string over = transport == Transport::Tcp ? "Tcp" : transport == Transport::Tls ? "Tls" : "Udp";
-  return (daemon == Daemon::Rsyslog ? "Rsyslog" : "SyslogNg") + over + (queued ? "Queued" : "Blocking");
+  return std::string(daemon == Daemon::Rsyslog ? "Rsyslog" : "SyslogNg") + Name(transport) +
+         (queued ? "Queued" : "Blocking");
 }
 
 class StreamReception : public Reception {};

@@ -1,7 +1,7 @@
 // Clocks for long load tests of sockets.
 #pragma once
 
-#include "sockets/SocketTime.h"
+#include "sockets/SocketServices.h"
 
 #include <ace/OS_NS_sys_time.h>
 

@@ -1,7 +1,7 @@
 // Clocks for sockets whose pauses and intervals would make a test long.
 #pragma once
 
-#include "sockets/SocketTime.h"
+#include "sockets/SocketServices.h"
 
 #include <ace/OS_NS_sys_time.h>
 

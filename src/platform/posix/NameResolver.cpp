@@ -1,5 +1,4 @@
 #include "platform/NameLookup.h"
-#include "platform/SocketErrors.h"
 
 #include <host/Text.h>
 
@@ -64,7 +63,7 @@ int Ask(std::unique_ptr<Question>& question, const std::function<bool()>& isInte
 }
 #endif
 
-int ToSocketError(int resolverCode) {
+SocketError ToSocketError(int resolverCode) {
   switch (resolverCode) {
     case EAI_CANCELED: return ErrorInterrupted;
     case EAI_AGAIN:
@@ -89,7 +88,7 @@ ResolvedHost LookUpName(const std::wstring& host, std::uint32_t port, AddressFam
     code = Ask(question, isInterrupted);
   }
   if (code != 0) return {{}, ToSocketError(code)};
-  return {AddressesOf(question->m_request.ar_result)};
+  return {AddressesOf(question->m_request.ar_result), ErrorNone};
 }
 
 }  // namespace VaroCommunicationAPI::Platform

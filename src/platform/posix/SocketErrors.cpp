@@ -12,83 +12,81 @@ namespace {
 
 struct ErrorPair {
   int system;
-  int caller;
+  SocketError caller;
 };
 
 // Where two system numbers share a caller's number, converting back gives the first.
 constexpr ErrorPair errorPairs[] = {
     {ETIME, ErrorWaitTimeout},
     {EINTR, ErrorInterrupted},
-    {EBADF, 10009},
-    {EACCES, 10013},
-    {EFAULT, 10014},
+    {EBADF, SocketError(10009)},
+    {EACCES, SocketError(10013)},
+    {EFAULT, SocketError(10014)},
     {EINVAL, ErrorInvalidArgument},
-    {EMFILE, 10024},
+    {EMFILE, SocketError(10024)},
     {EWOULDBLOCK, ErrorWouldBlock},
-    {EINPROGRESS, 10036},
-    {EALREADY, 10037},
-    {ENOTSOCK, 10038},
-    {EDESTADDRREQ, 10039},
+    {EINPROGRESS, SocketError(10036)},
+    {EALREADY, SocketError(10037)},
+    {ENOTSOCK, SocketError(10038)},
+    {EDESTADDRREQ, SocketError(10039)},
     {EMSGSIZE, ErrorMessageTooLong},
-    {EPROTOTYPE, 10041},
-    {ENOPROTOOPT, 10042},
-    {EPROTONOSUPPORT, 10043},
-    {ESOCKTNOSUPPORT, 10044},
-    {EOPNOTSUPP, 10045},
-    {EPFNOSUPPORT, 10046},
+    {EPROTOTYPE, SocketError(10041)},
+    {ENOPROTOOPT, SocketError(10042)},
+    {EPROTONOSUPPORT, SocketError(10043)},
+    {ESOCKTNOSUPPORT, SocketError(10044)},
+    {EOPNOTSUPP, SocketError(10045)},
+    {EPFNOSUPPORT, SocketError(10046)},
     {EAFNOSUPPORT, ErrorAddressFamilyNotSupported},
-    {EADDRINUSE, 10048},
-    {EADDRNOTAVAIL, 10049},
-    {ENETDOWN, 10050},
-    {ENETUNREACH, 10051},
-    {ENETRESET, 10052},
-    {ECONNABORTED, 10053},
+    {EADDRINUSE, SocketError(10048)},
+    {EADDRNOTAVAIL, SocketError(10049)},
+    {ENETDOWN, SocketError(10050)},
+    {ENETUNREACH, SocketError(10051)},
+    {ENETRESET, SocketError(10052)},
+    {ECONNABORTED, SocketError(10053)},
     {ECONNRESET, ErrorConnectionReset},
     {EPIPE, ErrorConnectionReset},
-    {ENOBUFS, 10055},
-    {EISCONN, 10056},
+    {ENOBUFS, SocketError(10055)},
+    {EISCONN, SocketError(10056)},
     {ENOTCONN, ErrorNotConnected},
-    {ESHUTDOWN, 10058},
-    {ETOOMANYREFS, 10059},
-    {ETIMEDOUT, 10060},
+    {ESHUTDOWN, SocketError(10058)},
+    {ETOOMANYREFS, SocketError(10059)},
+    {ETIMEDOUT, SocketError(10060)},
     {ECONNREFUSED, ErrorConnectionRefused},
-    {ELOOP, 10062},
-    {ENAMETOOLONG, 10063},
-    {EHOSTDOWN, 10064},
-    {EHOSTUNREACH, 10065},
-    {EUSERS, 10068},
-    {EDQUOT, 10069},
-    {ESTALE, 10070},
-    {EREMOTE, 10071},
+    {ELOOP, SocketError(10062)},
+    {ENAMETOOLONG, SocketError(10063)},
+    {EHOSTDOWN, SocketError(10064)},
+    {EHOSTUNREACH, SocketError(10065)},
+    {EUSERS, SocketError(10068)},
+    {EDQUOT, SocketError(10069)},
+    {ESTALE, SocketError(10070)},
+    {EREMOTE, SocketError(10071)},
 };
 
 }  // namespace
 
-int ToCallerError(int systemError) {
+SocketError ToCallerError(int systemError) {
   for (const ErrorPair& pair : errorPairs) {
     if (pair.system == systemError) return pair.caller;
   }
-  return systemError;
+  return SocketError(systemError);
 }
 
-int ToSystemError(int callerError) {
+int ToSystemError(SocketError error) {
   for (const ErrorPair& pair : errorPairs) {
-    if (pair.caller == callerError) return pair.system;
+    if (pair.caller == error) return pair.system;
   }
-  return callerError;
+  return error.Number();
 }
 
-int LastSocketError() { return ToCallerError(errno); }
+SocketError LastSocketError() { return ToCallerError(errno); }
 
-std::string SocketErrorText(int callerError) {
-  switch (callerError) {
-    // No errno exists for these; the resolver has its own texts.
-    case ErrorPeerClosed: return "Connection closed by the peer";
-    case ErrorHostNotFound: return gai_strerror(EAI_NONAME);
-    case ErrorHostTryAgain: return gai_strerror(EAI_AGAIN);
-    case ErrorHostNoRecovery: return gai_strerror(EAI_FAIL);
-    default: return WindowsAgentCommon::GetLastErrorText(ToSystemError(callerError));
-  }
+std::string SocketError::SystemText() const {
+  // No errno stands for these; the resolver has its own texts.
+  if (*this == ErrorPeerClosed) return "Connection closed by the peer";
+  if (*this == ErrorHostNotFound) return gai_strerror(EAI_NONAME);
+  if (*this == ErrorHostTryAgain) return gai_strerror(EAI_AGAIN);
+  if (*this == ErrorHostNoRecovery) return gai_strerror(EAI_FAIL);
+  return WindowsAgentCommon::GetLastErrorText(ToSystemError(*this));
 }
 
 }  // namespace VaroCommunicationAPI::Platform

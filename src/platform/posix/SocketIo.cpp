@@ -1,7 +1,5 @@
 #include "platform/SocketIo.h"
 
-#include "platform/SocketErrors.h"
-
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -84,7 +82,7 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
   return outcome;
 }
 
-int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
+SocketError PeerState(ACE_HANDLE handle, std::size_t* discarded) {
   // A receiver has no reason to send. If it does, the data are discarded, because an end of file may follow; with a
   // limit, because a peer that never stops sending must not prevent writing.
   constexpr int maxReads = 16;
@@ -94,12 +92,12 @@ int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
     if (count == 0) return ErrorPeerClosed;
     if (count == -1) {
       if (errno == EINTR) continue;
-      if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return {};
       return LastSocketError();
     }
     if (discarded) *discarded += static_cast<std::size_t>(count);
   }
-  return 0;
+  return {};
 }
 
 void KeepBacklogSmall(ACE_HANDLE handle) {
@@ -116,26 +114,26 @@ std::optional<std::uint64_t> PeerProgress(ACE_HANDLE handle) {
 
 bool HasDeliveredAll(ACE_HANDLE handle) { return PeerProgress(handle) == 0u; }
 
-int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
+SocketError SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
   const int on = 1;
   const int idle = SecondsRoundedUp(timeMs);
   const int interval = SecondsRoundedUp(intervalMs);
-  if (setsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on) == -1) return errno;
-  if (setsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle) == -1) return errno;
-  if (setsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval) == -1) return errno;
-  return 0;
+  if (setsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on) == -1) return LastSocketError();
+  if (setsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle) == -1) return LastSocketError();
+  if (setsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval) == -1) return LastSocketError();
+  return {};
 }
 
-int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
+SocketError GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
   int on = 0;
   int idle = 0;
   int interval = 0;
   socklen_t size = sizeof on;
-  if (getsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, &size) == -1) return errno;
-  if (getsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, &size) == -1) return errno;
-  if (getsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, &size) == -1) return errno;
+  if (getsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, &size) == -1) return LastSocketError();
+  if (getsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, &size) == -1) return LastSocketError();
+  if (getsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, &size) == -1) return LastSocketError();
   keepAlive = {on != 0, static_cast<std::uint32_t>(idle) * 1000, static_cast<std::uint32_t>(interval) * 1000};
-  return 0;
+  return {};
 }
 
 BrokenPipeGuard::BrokenPipeGuard() {

@@ -1,5 +1,4 @@
 #include "platform/NameLookup.h"
-#include "platform/SocketErrors.h"
 
 #include <winsock2.h>
 
@@ -70,9 +69,9 @@ ResolvedHost LookUpName(const std::wstring& host, std::uint32_t port, AddressFam
   if (const int code = Ask(question, isInterrupted); code != 0) {
     // A name without an address of the family counts as unknown. Some systems return a number that is not one of
     // theirs.
-    return {{}, code == WSANO_DATA || code < 0 ? ErrorHostNotFound : code};
+    return {{}, code == WSANO_DATA || code < 0 ? ErrorHostNotFound : ToCallerError(code)};
   }
-  return {AddressesOf(question->m_pResult)};
+  return {AddressesOf(question->m_pResult), ErrorNone};
 }
 
 }  // namespace VaroCommunicationAPI::Platform

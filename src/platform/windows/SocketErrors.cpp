@@ -7,16 +7,16 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-int ToCallerError(int systemError) { return systemError; }
+SocketError ToCallerError(int systemError) { return SocketError(systemError); }
 
-int ToSystemError(int callerError) { return callerError; }
+int ToSystemError(SocketError error) { return error.Number(); }
 
-int LastSocketError() { return errno; }
+SocketError LastSocketError() { return ToCallerError(errno); }
 
-std::string SocketErrorText(int callerError) {
-  // The C run time's number, which has another meaning in the system's table.
-  if (callerError == ErrorWaitTimeout) return "The wait timed out";
-  return WindowsAgentCommon::GetLastErrorText(callerError);
+std::string SocketError::SystemText() const {
+  // The C run time's number, for which the system's table has another meaning.
+  if (*this == ErrorWaitTimeout) return "The wait timed out";
+  return WindowsAgentCommon::GetLastErrorText(m_number);
 }
 
 }  // namespace VaroCommunicationAPI::Platform

@@ -1,7 +1,5 @@
 #include "platform/SocketIo.h"
 
-#include "platform/SocketErrors.h"
-
 #include <winsock2.h>
 
 #include <mstcpip.h>
@@ -13,6 +11,9 @@
 namespace VaroCommunicationAPI::Platform {
 
 namespace {
+
+/// Of a call past ACE, which leaves nothing in `errno`.
+SocketError LastError() { return ToCallerError(WSAGetLastError()); }
 
 SOCKET ToSocket(ACE_HANDLE handle) { return reinterpret_cast<SOCKET>(handle); }
 
@@ -75,7 +76,7 @@ WriteOutcome SendNow(ACE_HANDLE handle, const void* data, std::size_t length) {
   const int chunk = static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
   const int count = send(ToSocket(handle), static_cast<const char*>(data), chunk, 0);
   if (count == SOCKET_ERROR) {
-    outcome.m_error = WSAGetLastError();
+    outcome.m_error = LastError();
   } else {
     outcome.m_bytes = static_cast<std::size_t>(count);
   }
@@ -87,27 +88,27 @@ DatagramOutcome SendDatagrams(ACE_HANDLE handle, std::span<const std::span<const
   for (const std::span<const char> datagram : datagrams) {
     const WriteOutcome written = SendNow(handle, datagram.data(), datagram.size());
     outcome.m_error = written.m_error;
-    if (outcome.m_error != 0) break;
+    if (outcome.m_error) break;
     ++outcome.m_datagrams;
   }
   return outcome;
 }
 
-int PeerState(ACE_HANDLE handle, std::size_t* discarded) {
+SocketError PeerState(ACE_HANDLE handle, std::size_t* discarded) {
   // A receiver has no reason to send. If it does, the data are discarded, because an end of file may follow; with a
   // limit, because a peer that never stops sending must not prevent writing.
   constexpr int maxReads = 16;
   char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
     const int readable = IsReadable(ToSocket(handle));
-    if (readable == 0) return 0;
-    if (readable == SOCKET_ERROR) return WSAGetLastError();
+    if (readable == 0) return {};
+    if (readable == SOCKET_ERROR) return LastError();
     const int count = recv(ToSocket(handle), buffer, sizeof buffer, 0);
     if (count == 0) return ErrorPeerClosed;
-    if (count == SOCKET_ERROR) return WSAGetLastError() == WSAEWOULDBLOCK ? 0 : WSAGetLastError();
+    if (count == SOCKET_ERROR) return LastError() == ErrorWouldBlock ? ErrorNone : LastError();
     if (discarded) *discarded += static_cast<std::size_t>(count);
   }
-  return 0;
+  return {};
 }
 
 void KeepBacklogSmall(ACE_HANDLE handle) {
@@ -127,15 +128,15 @@ bool HasDeliveredAll(ACE_HANDLE handle) {
   return info && (info->m_state == stateFinWait2 || info->m_state == stateTimeWait);
 }
 
-int SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
+SocketError SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs) {
   tcp_keepalive settings{1, timeMs, intervalMs};
   DWORD returned = 0;
   const int result = WSAIoctl(ToSocket(handle), SIO_KEEPALIVE_VALS, &settings, sizeof settings, nullptr, 0, &returned,
                               nullptr, nullptr);
-  return result == SOCKET_ERROR ? WSAGetLastError() : 0;
+  return result == SOCKET_ERROR ? LastError() : ErrorNone;
 }
 
-int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
+SocketError GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
   // Options of newer systems than the headers know; older ones report no times. In seconds.
   constexpr int idleOption = 3;
   constexpr int intervalOption = 17;
@@ -146,11 +147,11 @@ int GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
     return value;
   };
   const std::optional<DWORD> on = read(SOL_SOCKET, SO_KEEPALIVE);
-  if (!on) return WSAGetLastError();
+  if (!on) return LastError();
   keepAlive = {*on != 0, {}, {}};
   if (const auto idle = read(IPPROTO_TCP, idleOption)) keepAlive.m_timeMs = *idle * 1000;
   if (const auto interval = read(IPPROTO_TCP, intervalOption)) keepAlive.m_intervalMs = *interval * 1000;
-  return 0;
+  return {};
 }
 
 // This system raises no signal.

@@ -4,11 +4,9 @@
 // docs/reliability.md.
 #include "Receiver.h"
 #include "platform/SocketErrors.h"
-#include "sockets/SSLTCPSocket.h"
-#include "sockets/TCPSocket.h"
-#include "sockets/UDPSocket.h"
 
 #include <support/BlackHole.h>
+#include <support/MakeDestination.h>
 #include <support/RecordingLogger.h>
 #include <support/SkippingTime.h>
 
@@ -31,10 +29,7 @@ using namespace VaroCommunicationAPI::Platform;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
-using VaroCommunicationAPI::SSLProtocolList;
-using VaroCommunicationAPI::SSLTCPSocket;
-using VaroCommunicationAPI::TCPSocket;
-using VaroCommunicationAPI::UDPSocket;
+using VaroCommunicationAPI::SocketServices;
 using WindowsAgentCommon::ISocket;
 
 enum class Strategy { Blocking, Queued };
@@ -59,15 +54,6 @@ enum class Fault {
   TwoStops,
   BackBeforeStop
 };
-
-const char* Name(Transport transport) {
-  switch (transport) {
-    case Transport::Tcp: return "TCP";
-    case Transport::Tls: return "TLS";
-    case Transport::Udp: return "UDP";
-  }
-  return "?";
-}
 
 const char* Name(Strategy strategy) { return strategy == Strategy::Blocking ? "blocking" : "queued"; }
 
@@ -94,57 +80,6 @@ const char* Name(Fault fault) {
   }
   return "?";
 }
-
-/// The resolver's answers to the sockets of a case.
-struct Resolver {
-  std::atomic<int> error{0};
-};
-
-/// The system's answers to a UDP socket of a case.
-struct DatagramGate {
-  std::atomic<int> error{0};
-};
-
-/// A socket that asks the case's resolver first.
-template <class Socket>
-class SocketOfCase : public Socket {
- public:
-  template <class... Arguments>
-  SocketOfCase(const Resolver& resolver, Arguments&&... arguments)
-      : Socket(std::forward<Arguments>(arguments)...), m_resolver(resolver) {}
-
- protected:
-  ResolvedHost ResolveTarget() override {
-    ResolvedHost failed;
-    failed.m_error = m_resolver.error;
-    return failed.m_error != 0 ? failed : Socket::ResolveTarget();
-  }
-
- private:
-  const Resolver& m_resolver;
-};
-
-class UDPSocketOfCase : public UDPSocket {
- public:
-  UDPSocketOfCase(const Resolver& resolver, const DatagramGate& gate,
-                  std::shared_ptr<VaroCommunicationAPI::ISocketTime> time)
-      : UDPSocket(std::move(time)), m_resolver(resolver), m_gate(gate) {}
-
- protected:
-  ResolvedHost ResolveTarget(AddressFamily family) override {
-    ResolvedHost failed;
-    failed.m_error = m_resolver.error;
-    return failed.m_error != 0 ? failed : UDPSocket::ResolveTarget(family);
-  }
-  DatagramOutcome SendDatagrams(std::span<const Payload> payloads) override {
-    const int error = m_gate.error;
-    return error != 0 ? DatagramOutcome{0, error} : UDPSocket::SendDatagrams(payloads);
-  }
-
- private:
-  const Resolver& m_resolver;
-  const DatagramGate& m_gate;
-};
 
 struct Cell {
   Transport transport;
@@ -174,14 +109,22 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   static bool IsTls() { return TestedTransport() == Transport::Tls; }
   static bool IsQueued() { return GetParam().strategy == Strategy::Queued; }
 
-  void Create() {
-    if (IsUdp()) {
-      m_pSocket = std::make_unique<UDPSocketOfCase>(m_resolver, m_gate, m_pTime);
-    } else if (IsTls()) {
-      m_pSocket = std::make_unique<SocketOfCase<SSLTCPSocket>>(m_resolver, SSLProtocolList(), m_pTime);
-    } else {
-      m_pSocket = std::make_unique<SocketOfCase<TCPSocket>>(m_resolver, m_pTime);
-    }
+  void Create() { m_pSocket = MakeDestination(TestedTransport(), Services()); }
+
+  /// The case's clock; a resolver and a system for datagrams that fail while the case says so.
+  SocketServices Services() {
+    SocketServices services;
+    services.m_pTime = m_pTime;
+    services.m_resolveHost = [this](const auto&... question) {
+      ResolvedHost failed;
+      failed.m_error = SocketError(m_resolveError);
+      return failed.m_error ? failed : ResolveHost(question...);
+    };
+    services.m_sendDatagrams = [this](ACE_HANDLE handle, std::span<const std::span<const char>> datagrams) {
+      const SocketError error(m_datagramError);
+      return error ? DatagramOutcome{0, error} : SendDatagrams(handle, datagrams);
+    };
+    return services;
   }
 
   void Initialize(std::uint16_t port, WindowsAgentCommon::ParameterBlock parameters = {}) {
@@ -321,8 +264,8 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
 
   RecordingLogger m_log;
   std::shared_ptr<SkippingTime> m_pTime = std::make_shared<SkippingTime>();
-  Resolver m_resolver;
-  DatagramGate m_gate;
+  std::atomic<std::int32_t> m_resolveError{0};
+  std::atomic<std::int32_t> m_datagramError{0};
   Reception m_reception;
   std::unique_ptr<ISocket> m_pSocket;
   std::mutex m_mutex;
@@ -552,7 +495,7 @@ void FaultMatrix::IntoReceiverWithWrongCertificate() {
 }
 
 void FaultMatrix::IntoNameThatNeverResolves() {
-  m_resolver.error = ErrorHostNotFound;
+  m_resolveError = ErrorHostNotFound.Number();
   Initialize(514);
   SendSome(3);
   if (!IsUdp()) {
@@ -583,19 +526,19 @@ void FaultMatrix::IntoNameThatNeverResolves() {
 
 void FaultMatrix::IntoNameThatResolvesLater() {
   Receiver receiver(TestedTransport(), m_reception);
-  m_resolver.error = ErrorHostNotFound;
+  m_resolveError = ErrorHostNotFound.Number();
   Initialize(receiver.Port());
   if (IsUdp()) {
     // A closed UDP socket counts what it refuses.
     SendSome(499);
     EXPECT_FALSE(m_pSocket->IsOpen());
-    m_resolver.error = 0;
+    m_resolveError = 0;
     Send();
     EXPECT_TRUE(WaitUntil([&] { return m_pSocket->IsOpen(); }));
   } else {
     Send();
     EXPECT_TRUE(WaitForText(reconnectFailed));
-    m_resolver.error = 0;
+    m_resolveError = 0;
     m_pTime->Advance(15s);
   }
   SendSome(5);
@@ -661,11 +604,11 @@ void FaultMatrix::IntoFullQueue() {
                     },
                     0, {.receiveBufferBytes = 65536});
   Initialize(receiver.Port(), {{"Socket.QueueLowWaterMark", "1000"}, {"Socket.QueueHighWaterMark", "2000"}});
-  if (IsUdp()) m_gate.error = 10055;  // datagrams are not waited for: the system has no room for them
+  if (IsUdp()) m_datagramError = 10055;  // datagrams are not waited for: the system has no room for them
   while (Send(IsUdp() ? 500 : 30000)) {
   }
   isReading = true;
-  m_gate.error = 0;
+  m_datagramError = 0;
   EXPECT_TRUE(WaitUntil([&] { return m_pSocket->GetQueueSize() == 0; }));
   Send();
   WaitForLast();

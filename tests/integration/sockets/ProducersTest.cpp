@@ -1,8 +1,7 @@
 // Eight producers, the send thread and a reader of the counters on one socket, over each transport.
 #include "Receiver.h"
-#include "sockets/SSLTCPSocket.h"
-#include "sockets/TCPSocket.h"
-#include "sockets/UDPSocket.h"
+
+#include <support/MakeDestination.h>
 
 #include <gtest/gtest.h>
 
@@ -19,18 +18,7 @@ using WindowsAgentCommon::ISocket;
 
 constexpr int producers = 8;
 
-class Producers : public testing::TestWithParam<Transport> {
- protected:
-  static std::unique_ptr<ISocket> MakeSocket() {
-    using namespace VaroCommunicationAPI;
-    switch (GetParam()) {
-      case Transport::Tcp: return std::make_unique<TCPSocket>();
-      case Transport::Tls: return std::make_unique<SSLTCPSocket>(SSLProtocolList());
-      case Transport::Udp: return std::make_unique<UDPSocket>();
-    }
-    return nullptr;
-  }
-};
+class Producers : public testing::TestWithParam<Transport> {};
 
 /// Reads every number that a socket reports, so that a race shows.
 std::uint64_t ReadEverything(const ISocket& socket) {
@@ -45,7 +33,7 @@ TEST_P(Producers, EachKeepItsOrderAndNothingIsLost) {
   const int payloadsEach = GetParam() == Transport::Udp ? 20 : 2000;
   Reception reception;
   Receiver receiver(GetParam(), reception);
-  const std::unique_ptr<ISocket> socket = MakeSocket();
+  const std::unique_ptr<ISocket> socket = MakeDestination(GetParam());
   socket->Initialize({{"TargetPort", std::to_string(receiver.Port())},
                       {"Socket.BlockingSendStrategy", "false"},
                       {"Socket.QueueLowWaterMark", "10000"},
@@ -89,10 +77,8 @@ TEST_P(Producers, EachKeepItsOrderAndNothingIsLost) {
   EXPECT_EQ(next.size(), static_cast<std::size_t>(producers));
 }
 
-INSTANTIATE_TEST_SUITE_P(Transports, Producers, testing::Values(Transport::Tcp, Transport::Tls, Transport::Udp),
-                         [](const testing::TestParamInfo<Transport>& test) {
-                           return test.param == Transport::Tcp ? "TCP" : test.param == Transport::Tls ? "TLS" : "UDP";
-                         });
+INSTANTIATE_TEST_SUITE_P(Transports, Producers, testing::ValuesIn(allTransports),
+                         [](const testing::TestParamInfo<Transport>& test) { return Name(test.param); });
 
 }  // namespace
 }  // namespace sorvex::test

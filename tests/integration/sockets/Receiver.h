@@ -3,6 +3,7 @@
 
 #include <support/LoopbackTlsServer.h>
 #include <support/LoopbackUdpServer.h>
+#include <support/Transport.h>
 
 #include <cstdint>
 #include <functional>
@@ -13,8 +14,6 @@
 #include <vector>
 
 namespace sorvex::test {
-
-enum class Transport { Tcp, Tls, Udp };
 
 /// What receivers have received over all their lives, by connection. Thread-safe.
 class Reception {

@@ -62,7 +62,7 @@ TEST(ReceiverRestart, DoublesNothingTearsNothingAndLosesOnlyWhatTheSystemHadAcce
   std::optional<LoopbackTcpServer> receiver(std::in_place, receive);
   const std::uint16_t port = receiver->Port();
 
-  VaroCommunicationAPI::TCPSocket socket(std::make_shared<AcceleratedTime>(factor));
+  VaroCommunicationAPI::TCPSocket socket({.m_pTime = std::make_shared<AcceleratedTime>(factor)});
   socket.Initialize({{"TargetPort", std::to_string(port)}, {"Socket.BlockingSendStrategy", "false"}});
 
   std::atomic<bool> isDone{false};

@@ -85,7 +85,7 @@ class NameResolver : public testing::Test {
 
 TEST_F(NameResolver, GivesUpWhenInterrupted) {
   const ResolvedHost resolved = Resolve(3);
-  EXPECT_EQ(resolved.m_error, 10004);
+  EXPECT_EQ(resolved.m_error.Number(), 10004);
   EXPECT_THAT(resolved.m_addresses, IsEmpty());
   EXPECT_EQ(m_questions, 4);
   EXPECT_EQ(resolver.m_cancels, 1);
@@ -106,20 +106,20 @@ TEST_F(NameResolver, LeavesQuestionToResolverThatStillAsksIt) {
 
 TEST_F(NameResolver, TakesBackQuestionThatWasNotAskedYet) {
   resolver.m_cancelCode = EAI_CANCELED;
-  EXPECT_EQ(Resolve(0).m_error, 10004);
+  EXPECT_EQ(Resolve(0).m_error.Number(), 10004);
 }
 
 TEST_F(NameResolver, WaitsForAnswer) {
   resolver.m_pollsUntilAnswer = 4;
   resolver.m_answerCode = EAI_NONAME;
-  EXPECT_EQ(Resolve(100).m_error, 11001);
+  EXPECT_EQ(Resolve(100).m_error.Number(), 11001);
   EXPECT_EQ(m_questions, 3);
   EXPECT_EQ(resolver.m_cancels, 0);
 }
 
 TEST_F(NameResolver, TellsThatResolverTakesNoQuestion) {
   resolver.m_submitCode = EAI_AGAIN;
-  EXPECT_EQ(Resolve(100).m_error, 11002);
+  EXPECT_EQ(Resolve(100).m_error.Number(), 11002);
 }
 
 struct Codes {
@@ -134,7 +134,7 @@ class NameResolverCode : public NameResolver, public testing::WithParamInterface
 TEST_P(NameResolverCode, IsConverted) {
   resolver.m_pollsUntilAnswer = 1;
   resolver.m_answerCode = GetParam().resolver;
-  EXPECT_EQ(Resolve(100).m_error, GetParam().caller);
+  EXPECT_EQ(Resolve(100).m_error.Number(), GetParam().caller);
 }
 
 INSTANTIATE_TEST_SUITE_P(Codes, NameResolverCode,
@@ -147,18 +147,18 @@ TEST_F(NameResolver, DoesNotReportNumberOfCallersOwnThread) {
   resolver.m_answerCode = EAI_SYSTEM;
   for (const int unrelated : {0, EACCES}) {
     errno = unrelated;
-    EXPECT_EQ(Resolve(100).m_error, 11002);
+    EXPECT_EQ(Resolve(100).m_error.Number(), 11002);
   }
 }
 
 TEST_F(NameResolver, WithoutAddressInAnswerFindsNothing) {
   resolver.m_pollsUntilAnswer = 1;
   resolver.m_answerCode = 0;
-  EXPECT_EQ(Resolve(100).m_error, 11001);
+  EXPECT_EQ(Resolve(100).m_error.Number(), 11001);
 }
 
 TEST_F(NameResolver, IsNotAskedForLiteralAddress) {
-  EXPECT_EQ(ResolveHost(L"127.0.0.1", 514, AddressFamily::Any, [] { return true; }).m_error, 0);
+  EXPECT_EQ(ResolveHost(L"127.0.0.1", 514, AddressFamily::Any, [] { return true; }).m_error.Number(), 0);
   EXPECT_EQ(resolver.m_pRequest, nullptr);
 }
 

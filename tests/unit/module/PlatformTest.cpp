@@ -184,11 +184,12 @@ TEST(WipeMemory, OverwritesEveryByte) {
 class SocketErrorNumber : public testing::TestWithParam<int> {};
 
 TEST_P(SocketErrorNumber, IsSameAfterBothConversions) {
-  EXPECT_EQ(Platform::ToCallerError(Platform::ToSystemError(GetParam())), GetParam());
+  const Platform::SocketError error(GetParam());
+  EXPECT_EQ(Platform::ToCallerError(Platform::ToSystemError(error)), error);
 }
 
 TEST_P(SocketErrorNumber, HasTextOfOneLine) {
-  const std::string text = Platform::SocketErrorText(GetParam());
+  const std::string text = Platform::SocketError(GetParam()).Text();
   EXPECT_NE(text, "");
   EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos);
 }
@@ -200,18 +201,18 @@ INSTANTIATE_TEST_SUITE_P(Numbers, SocketErrorNumber,
                                          10061, 10062, 10063, 10064, 10065, 10101, 11001, 11002, 11003));
 
 TEST(SocketErrors, ZeroIsZero) {
-  EXPECT_EQ(Platform::ToCallerError(0), 0);
-  EXPECT_EQ(Platform::ToSystemError(0), 0);
+  EXPECT_EQ(Platform::ToCallerError(0), Platform::ErrorNone);
+  EXPECT_EQ(Platform::ToSystemError(Platform::ErrorNone), 0);
 }
 
 TEST(SocketErrors, NumberWithoutCounterpartStays) {
-  EXPECT_EQ(Platform::ToCallerError(987654), 987654);
-  EXPECT_EQ(Platform::ToSystemError(987654), 987654);
+  EXPECT_EQ(Platform::ToCallerError(987654).Number(), 987654);
+  EXPECT_EQ(Platform::ToSystemError(Platform::SocketError(987654)), 987654);
 }
 
 TEST(SocketErrors, TextsOfConditionsDiffer) {
-  EXPECT_NE(Platform::SocketErrorText(10061), Platform::SocketErrorText(10054));
-  EXPECT_NE(Platform::SocketErrorText(11001), Platform::SocketErrorText(11002));
+  EXPECT_NE(Platform::SocketError(10061).Text(), Platform::SocketError(10054).Text());
+  EXPECT_NE(Platform::SocketError(11001).Text(), Platform::SocketError(11002).Text());
 }
 
 // Socket operations
@@ -221,9 +222,9 @@ class SocketOperations : public testing::Test {
   ACE_HANDLE Handle() { return m_connection.Near().get_handle(); }
 
   /// The state of the near end once it is not "open" any more.
-  int StateAfterEnd() {
-    int state = 0;
-    while (state == 0 && ACE::handle_read_ready(Handle(), &patience) != -1) state = Platform::PeerState(Handle());
+  Platform::SocketError StateAfterEnd() {
+    Platform::SocketError state;
+    while (!state && ACE::handle_read_ready(Handle(), &patience) != -1) state = Platform::PeerState(Handle());
     return state;
   }
 
@@ -234,7 +235,7 @@ TEST_F(SocketOperations, SendNowSendsWhatThereIsRoomFor) {
   m_connection.Near().enable(ACE_NONBLOCK);
   const Platform::WriteOutcome outcome = Platform::SendNow(Handle(), "hello", 5);
   EXPECT_EQ(outcome.m_bytes, 5U);
-  EXPECT_EQ(outcome.m_error, 0);
+  EXPECT_EQ(outcome.m_error.Number(), 0);
   char received[5];
   EXPECT_EQ(m_connection.Far().recv_n(received, sizeof received, &patience), 5);
   EXPECT_EQ(std::string(received, 5), "hello");
@@ -246,11 +247,11 @@ TEST_F(SocketOperations, SendNowWouldBlockWhenThereIsNoRoom) {
   constexpr std::size_t moreThanAnySystemBuffers = std::size_t{1} << 28;
   std::size_t sent = 0;
   Platform::WriteOutcome outcome;
-  while (outcome.m_error == 0 && sent < moreThanAnySystemBuffers) {
+  while (!outcome.m_error && sent < moreThanAnySystemBuffers) {
     outcome = Platform::SendNow(Handle(), block.data(), block.size());
     sent += outcome.m_bytes;
   }
-  EXPECT_EQ(outcome.m_error, 10035);
+  EXPECT_EQ(outcome.m_error.Number(), 10035);
   EXPECT_EQ(outcome.m_bytes, 0U);
 }
 
@@ -258,26 +259,26 @@ TEST_F(SocketOperations, SendNowAfterResetGivesErrorAndNoSignal) {
   m_connection.Near().enable(ACE_NONBLOCK);
   m_connection.ResetFar();
   ASSERT_EQ(ACE::handle_read_ready(Handle(), &patience), 1);
-  EXPECT_EQ(Platform::SendNow(Handle(), "x", 1).m_error, 10054);
-  EXPECT_NE(Platform::SendNow(Handle(), "x", 1).m_error, 0);
+  EXPECT_EQ(Platform::SendNow(Handle(), "x", 1).m_error.Number(), 10054);
+  EXPECT_NE(Platform::SendNow(Handle(), "x", 1).m_error.Number(), 0);
 }
 
-TEST_F(SocketOperations, PeerStateOfOpenConnectionIsZero) { EXPECT_EQ(Platform::PeerState(Handle()), 0); }
+TEST_F(SocketOperations, PeerStateOfOpenConnectionIsZero) { EXPECT_EQ(Platform::PeerState(Handle()).Number(), 0); }
 
 TEST_F(SocketOperations, PeerStateAfterOrderlyCloseIs10101) {
   m_connection.Far().close();
-  EXPECT_EQ(StateAfterEnd(), 10101);
+  EXPECT_EQ(StateAfterEnd().Number(), 10101);
 }
 
 TEST_F(SocketOperations, PeerStateAfterResetIs10054) {
   m_connection.ResetFar();
-  EXPECT_EQ(StateAfterEnd(), 10054);
+  EXPECT_EQ(StateAfterEnd().Number(), 10054);
 }
 
 TEST_F(SocketOperations, PeerStateWithDataIsOpenAndDiscardsIt) {
   ASSERT_EQ(m_connection.Far().send_n("hello", 5), 5);
   ASSERT_EQ(ACE::handle_read_ready(Handle(), &patience), 1);
-  EXPECT_EQ(Platform::PeerState(Handle()), 0);
+  EXPECT_EQ(Platform::PeerState(Handle()).Number(), 0);
   const ACE_Time_Value atOnce(0);
   EXPECT_NE(ACE::handle_read_ready(Handle(), &atOnce), 1);
 }
@@ -285,11 +286,11 @@ TEST_F(SocketOperations, PeerStateWithDataIsOpenAndDiscardsIt) {
 TEST_F(SocketOperations, PeerStateFindsCloseBehindData) {
   ASSERT_EQ(m_connection.Far().send_n("hello", 5), 5);
   m_connection.Far().close();
-  EXPECT_EQ(StateAfterEnd(), 10101);
+  EXPECT_EQ(StateAfterEnd().Number(), 10101);
 }
 
 TEST_F(SocketOperations, SetKeepAliveTurnsKeepAliveOn) {
-  EXPECT_EQ(Platform::SetKeepAlive(Handle(), 30000, 1000), 0);
+  EXPECT_EQ(Platform::SetKeepAlive(Handle(), 30000, 1000).Number(), 0);
   int on = 0;
   int size = sizeof on;
   m_connection.Near().get_option(SOL_SOCKET, SO_KEEPALIVE, &on, &size);
@@ -297,7 +298,7 @@ TEST_F(SocketOperations, SetKeepAliveTurnsKeepAliveOn) {
 }
 
 TEST_F(SocketOperations, SetKeepAliveOnClosedHandleFails) {
-  EXPECT_NE(Platform::SetKeepAlive(ACE_INVALID_HANDLE, 1, 1), 0);
+  EXPECT_NE(Platform::SetKeepAlive(ACE_INVALID_HANDLE, 1, 1).Number(), 0);
 }
 
 TEST_F(SocketOperations, GuardedWriteToEndedConnectionGivesErrorOnly) {
@@ -318,14 +319,14 @@ ResolvedHost Resolve(const std::wstring& host, std::uint32_t port = 514, Address
 
 TEST(ResolveHost, TakesLiteralIPv4) {
   const ResolvedHost resolved = Resolve(L"127.0.0.1");
-  EXPECT_EQ(resolved.m_error, 0);
+  EXPECT_EQ(resolved.m_error.Number(), 0);
   ASSERT_THAT(resolved.m_addresses, SizeIs(1));
   EXPECT_EQ(resolved.m_addresses[0], ACE_INET_Addr(static_cast<unsigned short>(514), "127.0.0.1"));
 }
 
 TEST(ResolveHost, TakesLiteralIPv6) {
   const ResolvedHost resolved = Resolve(L"::1");
-  EXPECT_EQ(resolved.m_error, 0);
+  EXPECT_EQ(resolved.m_error.Number(), 0);
   ASSERT_THAT(resolved.m_addresses, SizeIs(1));
   EXPECT_EQ(resolved.m_addresses[0].get_type(), AF_INET6);
   EXPECT_EQ(resolved.m_addresses[0].get_port_number(), 514);
@@ -340,12 +341,12 @@ TEST(ResolveHost, TakesLiteralIPv6InBrackets) {
 TEST(ResolveHost, GivesNoIPv6WhenIPv4IsAskedFor) {
   const ResolvedHost resolved = Resolve(L"::1", 514, AddressFamily::IPv4);
   EXPECT_THAT(resolved.m_addresses, IsEmpty());
-  EXPECT_NE(resolved.m_error, 0);
+  EXPECT_NE(resolved.m_error.Number(), 0);
 }
 
 TEST(ResolveHost, FindsLocalhost) {
   const ResolvedHost resolved = Resolve(L"localhost");
-  EXPECT_EQ(resolved.m_error, 0);
+  EXPECT_EQ(resolved.m_error.Number(), 0);
   ASSERT_FALSE(resolved.m_addresses.empty());
   EXPECT_TRUE(resolved.m_addresses[0].is_loopback());
   EXPECT_EQ(resolved.m_addresses[0].get_port_number(), 514);
@@ -361,16 +362,18 @@ TEST(ResolveHost, DoesNotFindUnknownName) {
   // A machine without a name server says "try again" instead.
   const ResolvedHost resolved = Resolve(L"no-such-host.invalid");
   EXPECT_THAT(resolved.m_addresses, IsEmpty());
-  EXPECT_THAT(resolved.m_error, AnyOf(11001, 11002, 11003));
+  EXPECT_THAT(resolved.m_error.Number(), AnyOf(11001, 11002, 11003));
 }
 
-TEST(ResolveHost, RefusesEmptyName) { EXPECT_EQ(Resolve(L"").m_error, 10022); }
+TEST(ResolveHost, RefusesEmptyName) { EXPECT_EQ(Resolve(L"").m_error.Number(), 10022); }
 
-TEST(ResolveHost, RefusesNameWithZero) { EXPECT_EQ(Resolve(std::wstring(L"127.0.0.1\0x", 11)).m_error, 10022); }
+TEST(ResolveHost, RefusesNameWithZero) {
+  EXPECT_EQ(Resolve(std::wstring(L"127.0.0.1\0x", 11)).m_error.Number(), 10022);
+}
 
-TEST(ResolveHost, RefusesPortZero) { EXPECT_EQ(Resolve(L"127.0.0.1", 0).m_error, 10022); }
+TEST(ResolveHost, RefusesPortZero) { EXPECT_EQ(Resolve(L"127.0.0.1", 0).m_error.Number(), 10022); }
 
-TEST(ResolveHost, RefusesPort65536) { EXPECT_EQ(Resolve(L"127.0.0.1", 65536).m_error, 10022); }
+TEST(ResolveHost, RefusesPort65536) { EXPECT_EQ(Resolve(L"127.0.0.1", 65536).m_error.Number(), 10022); }
 
 TEST(ResolveHost, TakesPort65535) {
   const ResolvedHost resolved = Resolve(L"127.0.0.1", 65535);

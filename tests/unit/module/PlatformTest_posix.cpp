@@ -70,12 +70,16 @@ void PrintTo(const NumberPair& pair, std::ostream* out) { *out << pair.system <<
 
 class ErrnoPair : public testing::TestWithParam<NumberPair> {};
 
-TEST_P(ErrnoPair, IsConvertedToCallers) { EXPECT_EQ(Platform::ToCallerError(GetParam().system), GetParam().caller); }
+TEST_P(ErrnoPair, IsConvertedToCallers) {
+  EXPECT_EQ(Platform::ToCallerError(GetParam().system).Number(), GetParam().caller);
+}
 
-TEST_P(ErrnoPair, IsConvertedBack) { EXPECT_EQ(Platform::ToSystemError(GetParam().caller), GetParam().system); }
+TEST_P(ErrnoPair, IsConvertedBack) {
+  EXPECT_EQ(Platform::ToSystemError(Platform::SocketError(GetParam().caller)), GetParam().system);
+}
 
 TEST_P(ErrnoPair, HasTextOfTheSystemsNumber) {
-  EXPECT_EQ(Platform::SocketErrorText(GetParam().caller), WindowsAgentCommon::GetLastErrorText(GetParam().system));
+  EXPECT_EQ(Platform::SocketError(GetParam().caller).Text(), WindowsAgentCommon::GetLastErrorText(GetParam().system));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -96,23 +100,23 @@ INSTANTIATE_TEST_SUITE_P(
                     NumberPair{EUSERS, 10068}, NumberPair{EDQUOT, 10069}, NumberPair{ESTALE, 10070},
                     NumberPair{EREMOTE, 10071}));
 
-TEST(Errno, BrokenPipeIsResetConnection) { EXPECT_EQ(Platform::ToCallerError(EPIPE), 10054); }
+TEST(Errno, BrokenPipeIsResetConnection) { EXPECT_EQ(Platform::ToCallerError(EPIPE).Number(), 10054); }
 
-TEST(Errno, WithoutCounterpartStays) { EXPECT_EQ(Platform::ToCallerError(ENOENT), ENOENT); }
+TEST(Errno, WithoutCounterpartStays) { EXPECT_EQ(Platform::ToCallerError(ENOENT).Number(), ENOENT); }
 
 TEST(Errno, IsWhatLastSocketErrorConverts) {
   errno = ECONNREFUSED;
-  EXPECT_EQ(Platform::LastSocketError(), 10061);
+  EXPECT_EQ(Platform::LastSocketError().Number(), 10061);
 }
 
 TEST(SocketErrorText, OfPeerClosedIsTheModulesOwn) {
-  EXPECT_EQ(Platform::SocketErrorText(10101), "Connection closed by the peer");
+  EXPECT_EQ(Platform::SocketError(10101).Text(), "Connection closed by the peer");
 }
 
 TEST(SocketErrorText, OfNamesIsTheResolvers) {
-  EXPECT_EQ(Platform::SocketErrorText(11001), gai_strerror(EAI_NONAME));
-  EXPECT_EQ(Platform::SocketErrorText(11002), gai_strerror(EAI_AGAIN));
-  EXPECT_EQ(Platform::SocketErrorText(11003), gai_strerror(EAI_FAIL));
+  EXPECT_EQ(Platform::SocketError(11001).Text(), gai_strerror(EAI_NONAME));
+  EXPECT_EQ(Platform::SocketError(11002).Text(), gai_strerror(EAI_AGAIN));
+  EXPECT_EQ(Platform::SocketError(11003).Text(), gai_strerror(EAI_FAIL));
 }
 
 // Files
@@ -325,13 +329,13 @@ class KeepAliveTime : public testing::TestWithParam<KeepAliveTimes> {
 };
 
 TEST_P(KeepAliveTime, BeforeFirstProbeIsSetInSecondsRoundedUp) {
-  ASSERT_EQ(Platform::SetKeepAlive(m_connection.Near().get_handle(), GetParam().milliseconds, 7000), 0);
+  ASSERT_EQ(Platform::SetKeepAlive(m_connection.Near().get_handle(), GetParam().milliseconds, 7000).Number(), 0);
   EXPECT_EQ(ReadBack(TCP_KEEPIDLE), GetParam().seconds);
   EXPECT_EQ(ReadBack(TCP_KEEPINTVL), 7);
 }
 
 TEST_P(KeepAliveTime, BetweenProbesIsSetInSecondsRoundedUp) {
-  ASSERT_EQ(Platform::SetKeepAlive(m_connection.Near().get_handle(), 7000, GetParam().milliseconds), 0);
+  ASSERT_EQ(Platform::SetKeepAlive(m_connection.Near().get_handle(), 7000, GetParam().milliseconds).Number(), 0);
   EXPECT_EQ(ReadBack(TCP_KEEPINTVL), GetParam().seconds);
   EXPECT_EQ(ReadBack(TCP_KEEPIDLE), 7);
 }
@@ -344,7 +348,7 @@ INSTANTIATE_TEST_SUITE_P(Times, KeepAliveTime,
 TEST(SetKeepAlive, OnSomethingElseThanSocketGivesTheSystemsError) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  EXPECT_EQ(Platform::SetKeepAlive(ends[0], 1000, 1000), ENOTSOCK);
+  EXPECT_EQ(Platform::SetKeepAlive(ends[0], 1000, 1000), Platform::ToCallerError(ENOTSOCK));
   close(ends[0]);
   close(ends[1]);
 }
@@ -478,7 +482,7 @@ TEST_F(BrokenPipe, GuardKeepsSignalBlockedThatWasBlocked) {
 }
 
 TEST_F(BrokenPipe, SendNowNeedsNoGuard) {
-  EXPECT_EQ(Platform::SendNow(m_socket, "x", 1).m_error, 10054);
+  EXPECT_EQ(Platform::SendNow(m_socket, "x", 1).m_error.Number(), 10054);
   EXPECT_EQ(brokenPipes, 0);
 }
 

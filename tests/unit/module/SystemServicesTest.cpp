@@ -77,15 +77,15 @@ TEST_F(PublicKeyExport, WithoutContainerGivesErrorAndNothing) {
 TEST(KeepAlive, IsOffOnANewConnection) {
   LoopbackConnection connection;
   Platform::KeepAlive keepAlive{true, {}, {}};
-  ASSERT_EQ(Platform::GetKeepAlive(connection.Near().get_handle(), keepAlive), 0);
+  ASSERT_EQ(Platform::GetKeepAlive(connection.Near().get_handle(), keepAlive).Number(), 0);
   EXPECT_FALSE(keepAlive.m_bEnabled);
 }
 
 TEST(KeepAlive, IsReadBackAsSet) {
   LoopbackConnection connection;
-  ASSERT_EQ(Platform::SetKeepAlive(connection.Near().get_handle(), 30000, 2000), 0);
+  ASSERT_EQ(Platform::SetKeepAlive(connection.Near().get_handle(), 30000, 2000).Number(), 0);
   Platform::KeepAlive keepAlive;
-  ASSERT_EQ(Platform::GetKeepAlive(connection.Near().get_handle(), keepAlive), 0);
+  ASSERT_EQ(Platform::GetKeepAlive(connection.Near().get_handle(), keepAlive).Number(), 0);
   EXPECT_TRUE(keepAlive.m_bEnabled);
   EXPECT_EQ(keepAlive.m_timeMs.value_or(30000), 30000U);
   EXPECT_EQ(keepAlive.m_intervalMs.value_or(2000), 2000U);
@@ -93,7 +93,7 @@ TEST(KeepAlive, IsReadBackAsSet) {
 
 TEST(KeepAlive, OfAClosedHandleIsAnError) {
   Platform::KeepAlive keepAlive;
-  EXPECT_NE(Platform::GetKeepAlive(ACE_INVALID_HANDLE, keepAlive), 0);
+  EXPECT_NE(Platform::GetKeepAlive(ACE_INVALID_HANDLE, keepAlive).Number(), 0);
 }
 
 TEST(TimeZone, AgreesWithTheClockOfTheStandardLibrary) {

@@ -11,26 +11,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Keeps what the result code is when the target's name is asked for.
-class WatchingSocket : public ScriptedStreamSocket {
- public:
-  std::vector<std::int32_t> codes;
-
- protected:
-  VaroCommunicationAPI::Platform::ResolvedHost ResolveTarget() override {
-    codes.push_back(GetLastResultCode());
-    return ScriptedStreamSocket::ResolveTarget();
-  }
-};
-
 TEST(ClosedPeer, IsTheResultCodeUntilTheReconnectIsOver) {
   RecordingLogger log;
-  WatchingSocket socket;
+  ScriptedStreamSocket socket;
+  std::vector<std::int32_t> codes;
+  socket.OnResolve([&] { codes.push_back(socket.GetLastResultCode()); });
   socket.Initialize({});
   socket.Time().Advance(2s);
-  socket.NextPeerStates({10101});
+  socket.NextPeerStates({VaroCommunicationAPI::Platform::ErrorPeerClosed});
   EXPECT_EQ(socket.Send("x", 1), 2);
-  EXPECT_THAT(socket.codes, testing::ElementsAre(0, 10101));
+  EXPECT_THAT(codes, testing::ElementsAre(0, 10101));
   EXPECT_EQ(socket.GetLastResultCode(), 0);
 }
 

@@ -1,5 +1,5 @@
 // Connecting while the system's call ends early. The call itself is scripted here.
-#include "sockets/StreamConnector.h"
+#include "sockets/SocketStream.h"
 
 #include <support/LoopbackTcpServer.h>
 
@@ -39,9 +39,11 @@ class Connecting : public testing::Test {
     stream.close();
   }
 
-  int Connect(bool isInterrupted) {
+  std::int32_t Connect(bool isInterrupted) {
     return VaroCommunicationAPI::ConnectStream(stream, {ACE_INET_Addr(server.Port(), "127.0.0.1")},
-                                               [isInterrupted] { return isInterrupted; });
+                                               VaroCommunicationAPI::StreamUse::Exchange,
+                                               [isInterrupted] { return isInterrupted; })
+        .Number();
   }
 
   LoopbackTcpServer server;

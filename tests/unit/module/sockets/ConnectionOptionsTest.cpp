@@ -41,7 +41,7 @@ class ConnectionOptions : public testing::Test {
 
   Platform::KeepAlive KeepAliveOfHandle() {
     Platform::KeepAlive keepAlive;
-    EXPECT_EQ(Platform::GetKeepAlive(Handle(), keepAlive), 0);
+    EXPECT_EQ(Platform::GetKeepAlive(Handle(), keepAlive).Number(), 0);
     return keepAlive;
   }
 

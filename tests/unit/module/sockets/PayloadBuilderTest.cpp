@@ -7,6 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
 namespace sorvex::test {
 namespace {
 
@@ -49,6 +54,41 @@ TEST_F(DestinationPayload, SendEventReturnsWhatSendReturns) {
   ScriptedStreamSocket socket;
   EXPECT_EQ(socket.SendEvent(event), -1);
   EXPECT_EQ(socket.GetMessagesSubmitted(), 0u);
+}
+
+// --- The texts in which payloads are built.
+
+using VaroCommunicationAPI::SpareTexts;
+
+TEST(PayloadTexts, AreUsedAgainAndNeverByTwo) {
+  SpareTexts texts;
+  std::unique_ptr<std::string> first = texts.Take();
+  std::unique_ptr<std::string> second = texts.Take();
+  const std::string* const kept = first.get();
+  ASSERT_NE(kept, second.get());
+  texts.Keep(std::move(first));
+  first = texts.Take();
+  EXPECT_EQ(first.get(), kept);
+  EXPECT_NE(texts.Take().get(), kept);
+}
+
+TEST(PayloadTexts, AreEachTakersAlone) {
+  SpareTexts texts;
+  std::vector<std::future<bool>> done;
+  // More than are kept.
+  for (char thread = 'a'; thread < 'a' + 12; ++thread) {
+    done.push_back(std::async(std::launch::async, [&texts, thread] {
+      const std::string mine(100, thread);
+      for (int i = 0; i < 5000; ++i) {
+        std::unique_ptr<std::string> text = texts.Take();
+        *text = mine;
+        if (*text != mine) return false;
+        texts.Keep(std::move(text));
+      }
+      return true;
+    }));
+  }
+  for (std::future<bool>& each : done) EXPECT_TRUE(each.get());
 }
 
 }  // namespace

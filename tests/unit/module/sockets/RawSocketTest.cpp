@@ -1,10 +1,12 @@
-// What the raw sockets over TCP and over TLS do alike, against real peers on the loopback, and their shared base
+// What the raw sockets over TCP and over TLS do alike, against real peers on the loopback, and what they share
 // against scripted results.
 #include "Transports.h"
-#include "sockets/RawSocketBase.h"
+#include "sockets/RawSocket.h"
 
+#include <support/ConnectionHandles.h>
 #include <support/RecordingLogger.h>
 
+#include <ace/ACE.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <boost/asio/error.hpp>
@@ -20,8 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using VaroCommunicationAPI::RawSocketBase;
-using VaroCommunicationAPI::RawTransfer;
+using VaroCommunicationAPI::Platform::SocketError;
 
 template <class Transport>
 class RawSocket : public testing::Test {
@@ -260,35 +261,71 @@ TYPED_TEST(RawSocket, APeerThatResetsGivesAnErrorAndNoSignal) {
                                                                          this->socket.GetLastResultCode())));
 }
 
-/// The shared base over scripted results instead of a network.
-class FakeRawSocket : public RawSocketBase<FakeRawSocket> {
+TYPED_TEST(RawSocket, WhatThePeerSaidBeforeItReadsIsReceived) {
+  const std::string block(8'000'000, 'x');
+  auto server = TypeParam::MakeServer(
+      [](auto& self, auto& connection, int) {
+        connection.Write("answer");
+        self.KeepAllOf(connection);
+      },
+      65536);
+  this->Open(server.Port());
+  const std::vector<ACE_HANDLE> handles = HandlesConnectedTo(server.Port());
+  ASSERT_EQ(handles.size(), 1u);
+  ASSERT_TRUE(WaitUntil([&] { return ACE::handle_read_ready(handles.front(), &ACE_Time_Value::zero) == 1; }));
+  EXPECT_EQ(this->socket.Send(block.data(), 8'000'000), 8'000'000);
+  char answer[6];
+  EXPECT_EQ(this->socket.Receive(answer, 6, 5000), 6);
+  EXPECT_EQ(std::string(answer, 6), "answer");
+}
+
+/// A raw socket over scripted results instead of a network.
+class FakeRawSocket : public VaroCommunicationAPI::RawSocket {
  public:
-  std::deque<RawTransfer> results;  // of the next exchanges
+  FakeRawSocket()
+      : RawSocket({.m_loggerName = "Code.FakeRawSocket_%p.%s.%d", .m_noTimeout = 0xFFFFFFFF, .m_timeoutError = nullptr},
+                  [this](const WindowsAgentCommon::Log&) { return std::make_unique<Stream>(*this); }) {}
+
+  std::deque<SocketError> results;  // of the next exchanges
   const ACE_Time_Value* lastWait = nullptr;
   ACE_Time_Value lastWaitValue;
   std::uint32_t TotalSent() const { return m_bytesSent; }
   std::uint32_t TotalReceived() const { return m_bytesReceived; }
 
  private:
-  friend class RawSocketBase<FakeRawSocket>;
-  static constexpr const char* loggerNameFormat = "Code.FakeRawSocket_%p.%s.%d";
-  static bool WaitsForEver(std::uint32_t timeoutMs) { return timeoutMs == 0xFFFFFFFF; }
-  int OpenStream(const std::vector<ACE_INET_Addr>&) { return 0; }
-  void CloseStream() {}
-  void ReportConnected() {}
-  void ReportConnectFailure(int) {}
-  RawTransfer SendAll(const void*, std::size_t) { return Next(); }
-  RawTransfer ReceiveAll(void*, std::size_t, const ACE_Time_Value* wait) {
-    lastWait = wait;
-    if (wait) lastWaitValue = *wait;
-    return Next();
-  }
-  void ReportReceiveFailure(int error, std::uint32_t) { m_log.Error("Error receiving data: %d", error); }
-  RawTransfer Next() {
-    const RawTransfer result = results.front();
-    results.pop_front();
-    return result;
-  }
+  class Stream : public VaroCommunicationAPI::ISocketStream {
+   public:
+    explicit Stream(FakeRawSocket& script) : m_script(script) {}
+    SocketError Connect(const std::vector<ACE_INET_Addr>&, const std::wstring&,
+                        const VaroCommunicationAPI::IsInterrupted&) override {
+      return {};
+    }
+    void ReportConnect(const WindowsAgentCommon::Log&, SocketError) const override {}
+    VaroCommunicationAPI::Platform::WriteOutcome Write(const char*, std::size_t length,
+                                                       const VaroCommunicationAPI::IsInterrupted&,
+                                                       const std::function<void()>&) override {
+      const SocketError error = Next();
+      return {error ? 0 : length, error};
+    }
+    SocketError Read(char*, std::size_t, const ACE_Time_Value* wait) override {
+      m_script.lastWait = wait;
+      if (wait) m_script.lastWaitValue = *wait;
+      return Next();
+    }
+    SocketError PeerState() override { return {}; }
+    void Finish(const VaroCommunicationAPI::IsInterrupted&) override {}
+    void Close() override {}
+    ACE_HANDLE Handle() const override { return ACE_INVALID_HANDLE; }
+
+   private:
+    SocketError Next() {
+      const SocketError result = m_script.results.front();
+      m_script.results.pop_front();
+      return result;
+    }
+
+    FakeRawSocket& m_script;
+  };
 };
 
 class RawBase : public testing::Test {
@@ -300,58 +337,60 @@ class RawBase : public testing::Test {
 };
 
 TEST_F(RawBase, ASendTimeoutIsToldAtDebugAsWell) {
-  socket.results = {{-1, 137}};
+  socket.results = {SocketError(137)};
   EXPECT_EQ(socket.Send("abc", 3), -1);
   EXPECT_EQ(socket.GetLastResultCode(), 137);
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 137", "Debug Socket timeout."));
 }
 
 TEST_F(RawBase, ASendThatWouldBlockIsToldAtDebugAsWell) {
-  socket.results = {{-1, 10035}};
+  socket.results = {SocketError(10035)};
   EXPECT_EQ(socket.Send("abc", 3), -1);
   EXPECT_EQ(socket.GetLastResultCode(), 10035);
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10035", "Debug Would block."));
 }
 
-TEST_F(RawBase, AShortSendIsAnErrorAndItsBytesCount) {
-  socket.results = {{2, 10054}};
-  EXPECT_EQ(socket.Send("abc", 3), 2);
+TEST_F(RawBase, ASendThatFailsCountsNothing) {
+  socket.results = {SocketError(10054)};
+  EXPECT_EQ(socket.Send("abc", 3), -1);
   EXPECT_EQ(socket.GetLastResultCode(), 10054);
-  EXPECT_EQ(socket.TotalSent(), 2u);
+  EXPECT_EQ(socket.TotalSent(), 0u);
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error sending data: 10054"));
 }
 
-TEST_F(RawBase, AShortReceiveIsAnErrorAndItsBytesCount) {
-  socket.results = {{2, 10054}};
+TEST_F(RawBase, AReceiveThatFailsCountsNothing) {
+  socket.results = {SocketError(10054), SocketError(10101)};
   char buffer[3];
-  EXPECT_EQ(socket.Receive(buffer, 3, 100), 2);
+  EXPECT_EQ(socket.Receive(buffer, 3, 100), -1);
   EXPECT_EQ(socket.GetLastResultCode(), 10054);
-  EXPECT_EQ(socket.TotalReceived(), 2u);
+  EXPECT_EQ(socket.Receive(buffer, 3, 100), 0);
+  EXPECT_EQ(socket.GetLastResultCode(), 10101);
+  EXPECT_EQ(socket.TotalReceived(), 0u);
 }
 
 TEST_F(RawBase, ASuccessClearsTheResultCode) {
-  socket.results = {{-1, 137}, {3, 0}};
+  socket.results = {SocketError(137), SocketError()};
   socket.Send("abc", 3);
   socket.Send("abc", 3);
   EXPECT_EQ(socket.GetLastResultCode(), 0);
 }
 
 TEST_F(RawBase, TheTimeoutIsConvertedToSecondsAndMicroseconds) {
-  socket.results = {{1, 0}};
+  socket.results = {SocketError()};
   char byte;
   socket.Receive(&byte, 1, 2500);
   EXPECT_EQ(socket.lastWaitValue, ACE_Time_Value(2, 500000));
 }
 
 TEST_F(RawBase, TheTimeoutWrapsAt32BitsOfMicroseconds) {
-  socket.results = {{1, 0}};
+  socket.results = {SocketError()};
   char byte;
   socket.Receive(&byte, 1, 4294968);  // 4294968000 microseconds are 704 beyond 32 bits
   EXPECT_EQ(socket.lastWaitValue, ACE_Time_Value(0, 704));
 }
 
 TEST_F(RawBase, TheSpecialTimeoutWaitsForEver) {
-  socket.results = {{1, 0}};
+  socket.results = {SocketError()};
   char byte;
   socket.Receive(&byte, 1, 0xFFFFFFFF);
   EXPECT_EQ(socket.lastWait, nullptr);
@@ -359,7 +398,7 @@ TEST_F(RawBase, TheSpecialTimeoutWaitsForEver) {
 
 TEST_F(RawBase, TotalsWrapAt32Bits) {
   for (int i = 0; i < 3; ++i) {
-    socket.results = {{0x7FFFFFFF, 0}};
+    socket.results = {SocketError()};
     socket.Send("", 0x7FFFFFFF);
   }
   EXPECT_EQ(socket.TotalSent(), 0x7FFFFFFFu * 3u);

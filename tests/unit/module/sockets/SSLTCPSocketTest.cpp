@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(TLSDestinationClock, TheWarningOfABadCertificateRecursEveryFifteenSeconds) {
   RecordingLogger log;
   const auto time = std::make_shared<FakeSocketTime>();
-  SSLTCPSocket socket(SSLProtocolList(), time);
+  SSLTCPSocket socket(SSLProtocolList(), {.m_pTime = time});
   LoopbackTlsServer server;
   socket.Initialize(OverTls::Target(server.Port(), false, ToBase64("nothing")));
   const std::string warning = "Warn Failed to parse certificate.  No connection attempt will be made.";
@@ -143,7 +143,7 @@ TEST(TLSDestinationClock, TheWarningOfABadCertificateRecursEveryFifteenSeconds) 
 TEST(TLSDestinationClock, ABadCertificateLeavesResultCodeAndFailureTimeAlone) {
   RecordingLogger log;
   const auto time = std::make_shared<FakeSocketTime>();
-  SSLTCPSocket socket(SSLProtocolList(), time);
+  SSLTCPSocket socket(SSLProtocolList(), {.m_pTime = time});
   const std::uint16_t port = UnusedPort();
   socket.Initialize(OverTls::Target(port, false));
   ASSERT_EQ(socket.GetLastResultCode(), 10061);
@@ -182,7 +182,7 @@ TEST_F(TLSDestination, TheVersionLiesWithinTheRange) {
 
 TEST_F(TLSDestination, AServerThatNeverAnswersTheHandshakeIsLeftAfterTheLimit) {
   LoopbackTcpServer silent([](LoopbackTcpServer& self, ServerConnection&, int) { self.HoldUntilStopped(); });
-  SSLTCPSocket hasty(SSLProtocolList(), VaroCommunicationAPI::ISocketTime::System(), 300ms);
+  SSLTCPSocket hasty(SSLProtocolList(), {}, 300ms);
   const auto start = std::chrono::steady_clock::now();
   hasty.Initialize(OverTls::Target(silent.Port(), false));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 290ms);
@@ -224,7 +224,7 @@ TEST_F(TLSDestination, APeerThatSaysFarewellIsReconnectedWithoutLosingAPayload) 
   });
   SendOneAndTwo(server, isClosing);
   EXPECT_EQ(server.Handshakes(), 2);
-  EXPECT_THAT(log->Lines(), Contains("Warn Socket connection problem (error = '" + SocketErrorText(ErrorPeerClosed) +
+  EXPECT_THAT(log->Lines(), Contains("Warn Socket connection problem (error = '" + ErrorPeerClosed.Text() +
                                      "'). Trying to reconnect..."));
 }
 

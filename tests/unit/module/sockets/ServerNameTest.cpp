@@ -45,13 +45,12 @@ TEST_P(ServerName, IsSentUnlessItIsAnAddress) {
   ACE_SSL_Context context;
   context.set_mode(ACE_SSL_Context::SSLv23_client);
   VaroCommunicationAPI::SSLProtocolList().applyTo(context);
-  TlsStream stream(context);
-  stream.SetServerName(GetParam().host);
+  TlsStream stream(context, VaroCommunicationAPI::StreamUse::Exchange);
   const auto goOn = [] { return false; };
   using namespace VaroCommunicationAPI::Platform;
   ASSERT_EQ(stream.Connect(ResolveHost(L"127.0.0.1", server.Port(), AddressFamily::Any, goOn).m_addresses,
-                           VaroCommunicationAPI::defaultHandshakeLimit, goOn),
-            0);
+                           GetParam().host, goOn),
+            ErrorNone);
   EXPECT_EQ(server.Name(), GetParam().sent);
 }
 

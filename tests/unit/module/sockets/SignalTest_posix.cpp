@@ -1,6 +1,6 @@
 // Signals that reach a thread while it connects, sends or receives.
 #include "Transports.h"
-#include "sockets/StreamConnector.h"
+#include "sockets/SocketStream.h"
 
 #include <support/BlackHole.h>
 #include <support/ConnectionHandles.h>
@@ -75,7 +75,9 @@ TEST(Signals, DoNotEndAConnect) {
   ACE_SOCK_Stream stream;
   const Interrupter interrupter;
   EXPECT_EQ(VaroCommunicationAPI::ConnectStream(stream, {ACE_INET_Addr(hole.Port(), "127.0.0.1")},
-                                                [] { return handled >= manySignals; }),
+                                                VaroCommunicationAPI::StreamUse::Exchange,
+                                                [] { return handled >= manySignals; })
+                .Number(),
             10004);
   EXPECT_GE(handled, manySignals);
 }

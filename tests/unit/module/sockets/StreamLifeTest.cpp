@@ -151,7 +151,7 @@ TEST_F(StreamLife, AShutdownWhileOpenConnectsLeavesNeitherThreadNorConnection) {
   Latch connect;
   socket.OnConnect([&] {
     connect.Pass();
-    return 0;
+    return SocketError();
   });
   auto opened = std::async(std::launch::async, [this] { socket.Initialize(queued); });
   ASSERT_TRUE(connect.WaitUntilReached());
@@ -260,7 +260,7 @@ class HeldConnects {
     socket.OnConnect([this, firstAccepted] {
       const int number = ++m_count;
       if (number == 2) second.Pass();
-      return number >= firstAccepted ? 0 : static_cast<int>(ErrorConnectionRefused);
+      return number >= firstAccepted ? SocketError() : ErrorConnectionRefused;
     });
   }
   int Count() const { return m_count; }
@@ -298,7 +298,7 @@ TEST_F(StreamLife, AStopMakesNoMoreThanOneAttempt) {
 TEST_F(StreamLife, LostConnectionsAreMadeAgainDuringAStop) {
   ASSERT_NO_FATAL_FAILURE(HoldFirstWrite());
   Send("second");
-  socket.NextWrites({{{}, 0}, {0, ErrorConnectionReset}, {0, ErrorConnectionReset}});
+  socket.NextWrites({{{}, ErrorNone}, {0, ErrorConnectionReset}, {0, ErrorConnectionReset}});
   std::future<int> stopped = BeginShutdown();
   write.Open();
   EXPECT_EQ(stopped.get(), 0);
@@ -365,7 +365,7 @@ TEST_F(StreamLife, AnotherThreadsConnectIsLimitedWhileThereIsASendThread) {
       socket.Time().Advance(10ms);
       hasEnded = socket.MustEndWait();
     }
-    return static_cast<int>(ErrorInterrupted);
+    return ErrorInterrupted;
   });
   EXPECT_FALSE(socket.Connect());
   EXPECT_TRUE(hasEnded);
@@ -379,7 +379,7 @@ TEST_F(StreamLife, AFirstConnectIsNotLimited) {
       socket.Time().Advance(1s);
       hasEnded = hasEnded || socket.MustEndWait();
     }
-    return 0;
+    return SocketError();
   });
   socket.Initialize(queued);
   EXPECT_FALSE(hasEnded);

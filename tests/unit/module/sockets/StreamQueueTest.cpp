@@ -219,16 +219,15 @@ TEST_F(StreamQueue, APayloadAcceptedWithoutItsLineFeedIsNotResent) {
 }
 
 TEST_F(StreamQueue, RetriesOncePerSecondWhileDisconnected) {
-  socket.NextConnects({ErrorConnectionRefused, ErrorConnectionRefused, 0});
+  socket.NextConnects({ErrorConnectionRefused, ErrorConnectionRefused, ErrorNone});
   socket.Initialize(queued);
   Send("hello");
   ASSERT_TRUE(WaitForSent(1));
   EXPECT_EQ(socket.Time().Pauses(), std::vector<std::chrono::milliseconds>(15, 1000ms));
-  EXPECT_THAT(
-      log->Lines(),
-      ElementsAre("Info Thread running...", "Debug Socket isn't connected; calling reconnect...",
-                  "Warn Reconnect failed; will try again later. Reason: " + SocketErrorText(ErrorConnectionRefused),
-                  "Debug Socket isn't connected; calling reconnect...", "Info Reconnect succeeded."));
+  EXPECT_THAT(log->Lines(),
+              ElementsAre("Info Thread running...", "Debug Socket isn't connected; calling reconnect...",
+                          "Warn Reconnect failed; will try again later. Reason: " + ErrorConnectionRefused.Text(),
+                          "Debug Socket isn't connected; calling reconnect...", "Info Reconnect succeeded."));
 }
 
 TEST_F(StreamQueue, AFullQueueDoesNotCostAPayloadItsPlaceWhenItIsPutBack) {

@@ -102,9 +102,9 @@ TEST_F(StreamSendPayload, FailedReconnectReturnsMinusOneAfterOneSecond) {
   Open();
   EXPECT_EQ(Send("hello"), -1);
   EXPECT_THAT(socket.Time().Pauses(), ElementsAre(1000ms));
-  EXPECT_THAT(log->Lines(), ElementsAre("Debug Socket isn't connected; calling reconnect...",
-                                        "Warn Reconnect failed; will try again later. Reason: " +
-                                            SocketErrorText(ErrorConnectionRefused)));
+  EXPECT_THAT(log->Lines(),
+              ElementsAre("Debug Socket isn't connected; calling reconnect...",
+                          "Warn Reconnect failed; will try again later. Reason: " + ErrorConnectionRefused.Text()));
   EXPECT_EQ(socket.GetLastResultCode(), 10061);
   EXPECT_EQ(socket.GetMessagesSent(), 0u);
 }
@@ -146,7 +146,7 @@ TEST_F(StreamSendPayload, NextReconnectTimeIsFifteenSecondsAfterTheFailedAttempt
 
 TEST_F(StreamSendPayload, TimesTellAttemptsSuccessesAndFailures) {
   socket.Time().SetWallClock(1000s);
-  socket.NextConnects({0, ErrorConnectionRefused});
+  socket.NextConnects({ErrorNone, ErrorConnectionRefused});
   Open();
   EXPECT_EQ(socket.GetLastConnectAttemptTime(), ACE_Time_Value(1000));
   EXPECT_EQ(socket.GetConnectedSinceTime(), ACE_Time_Value(1000));
@@ -177,7 +177,7 @@ TEST_F(StreamSendPayload, WriteErrorIsLoggedAndTheNextPayloadReconnectsAtOnce) {
   EXPECT_EQ(Send("two"), 4);
   EXPECT_THAT(log->Lines(),
               ElementsAre("Error Error sending data: 10054",
-                          "Warn Socket connection problem (error = '" + SocketErrorText(ErrorConnectionReset) +
+                          "Warn Socket connection problem (error = '" + ErrorConnectionReset.Text() +
                               "'). Trying to reconnect...",
                           "Debug Socket isn't connected; calling reconnect...", "Info Reconnect succeeded."));
   EXPECT_EQ(socket.GetMessagesSent(), 1u);
@@ -248,19 +248,18 @@ TEST_F(StreamSendPayload, AClosedPeerIsReconnectedBeforeThePayloadIsWritten) {
   EXPECT_EQ(Send("two"), 4);
   EXPECT_EQ(socket.ConnectCount(), 2);
   EXPECT_THAT(socket.Written(), ElementsAre("one\n", "two\n"));
-  EXPECT_THAT(log->Lines(),
-              ElementsAre("Warn Socket connection problem (error = '" + SocketErrorText(ErrorPeerClosed) +
-                              "'). Trying to reconnect...",
-                          "Debug Socket isn't connected; calling reconnect...", "Info Reconnect succeeded."));
+  EXPECT_THAT(
+      log->Lines(),
+      ElementsAre("Warn Socket connection problem (error = '" + ErrorPeerClosed.Text() + "'). Trying to reconnect...",
+                  "Debug Socket isn't connected; calling reconnect...", "Info Reconnect succeeded."));
 }
 
 TEST_F(StreamSendPayload, ResolvesTheNameAnewAtEachConnect) {
   socket.NextResolveErrors({ErrorHostNotFound, ErrorHostNotFound});
   Open();
-  EXPECT_EQ(socket.GetLastResultCode(), ErrorHostNotFound);
+  EXPECT_EQ(socket.GetLastResultCode(), ErrorHostNotFound.Number());
   EXPECT_EQ(Send("x"), -1);
-  EXPECT_EQ(log->Count("Warn Reconnect failed; will try again later. Reason: " + SocketErrorText(ErrorHostNotFound)),
-            1u);
+  EXPECT_EQ(log->Count("Warn Reconnect failed; will try again later. Reason: " + ErrorHostNotFound.Text()), 1u);
   socket.Time().Advance(15s);
   EXPECT_EQ(Send("y"), 2);
   EXPECT_EQ(socket.ResolveCount(), 3);
@@ -283,7 +282,7 @@ TEST_F(StreamSendPayload, KeepAliveTimesAreTakenFromTheParameters) {
 }
 
 TEST_F(StreamSendPayload, KeepAliveThatCannotBeSetKeepsTheConnection) {
-  socket.FailKeepAlive(22);
+  socket.FailKeepAlive(SocketError(22));
   Open({{"Socket.KeepAlive.Enabled", "true"}});
   EXPECT_TRUE(socket.IsConnected());
   EXPECT_EQ(log->Lines().size(), 1u);

@@ -107,7 +107,7 @@ TYPED_TEST(StreamSocket, AReconnectThatIsRefusedTellsTheReason) {
   EXPECT_EQ(this->Send("x"), -1);
   ExpectedLines expected = TypeParam::FailureLines(10061);
   expected.insert(expected.begin(), "Debug Socket isn't connected; calling reconnect...");
-  expected.emplace_back("Warn Reconnect failed; will try again later. Reason: " + SocketErrorText(10061));
+  expected.emplace_back("Warn Reconnect failed; will try again later. Reason: " + SocketError(10061).Text());
   EXPECT_THAT(this->log->Lines(), ElementsAreArray(expected));
 }
 
@@ -134,8 +134,8 @@ TYPED_TEST(StreamSocket, APeerThatClosesIsReconnectedWithoutLosingAPayload) {
   this->Send("six");
   EXPECT_EQ(server.WaitForBytes(12), "one\ntwo\nsix\n");
   EXPECT_EQ(server.Connections(), 2);
-  EXPECT_THAT(this->log->Lines(), Contains("Warn Socket connection problem (error = '" +
-                                           SocketErrorText(ErrorPeerClosed) + "'). Trying to reconnect..."));
+  EXPECT_THAT(this->log->Lines(), Contains("Warn Socket connection problem (error = '" + ErrorPeerClosed.Text() +
+                                           "'). Trying to reconnect..."));
 }
 
 TYPED_TEST(StreamSocket, APeerThatTalksIsListenedToForItsEndAlone) {
@@ -230,13 +230,6 @@ TYPED_TEST(StreamSocket, ShutdownInterruptsABlockingSendToAReceiverThatNeverRead
   sender.join();
 }
 
-/// A socket whose system does not tell what the peer has taken.
-template <class Socket>
-class WithoutPeerProgress : public Socket {
- protected:
-  std::optional<std::uint64_t> StreamProgress() override { return {}; }
-};
-
 TYPED_TEST(StreamSocket, AStopCountsWhatTheSystemTakesAsProgress) {
   // Some three seconds for what the queue holds, in steps shorter than a stop's patience and long enough to be waited
   // for.
@@ -251,7 +244,9 @@ TYPED_TEST(StreamSocket, AStopCountsWhatTheSystemTakesAsProgress) {
         }
       },
       65536);
-  WithoutPeerProgress<typename TypeParam::DestinationSocket> destination;
+  // The system does not tell what the peer has taken.
+  typename TypeParam::DestinationSocket destination(
+      {.m_peerProgress = [](ACE_HANDLE) { return std::optional<std::uint64_t>(); }});
   WindowsAgentCommon::ParameterBlock parameters = TypeParam::Target(server.Port(), true);
   parameters.emplace("Socket.QueueHighWaterMark", "100000000");
   destination.Initialize(parameters);
@@ -356,22 +351,16 @@ TYPED_TEST(StreamSocket, KeepAliveIsSetOnTheConnection) {
   EXPECT_THAT(this->log->Lines(), ElementsAreArray(TypeParam::ConnectedLines()));
 }
 
-/// A socket whose system refuses keep-alive.
-template <class Socket>
-class WithoutKeepAlive : public Socket {
- protected:
-  int SetStreamKeepAlive(std::uint32_t, std::uint32_t) override { return ToSystemError(10042); }
-};
-
 TYPED_TEST(StreamSocket, KeepAliveThatCannotBeSetIsWarnedOf) {
   typename TypeParam::Server server;
-  WithoutKeepAlive<typename TypeParam::DestinationSocket> destination;
+  typename TypeParam::DestinationSocket destination(
+      {.m_setKeepAlive = [](ACE_HANDLE, std::uint32_t, std::uint32_t) { return SocketError(10042); }});
   WindowsAgentCommon::ParameterBlock parameters = TypeParam::Target(server.Port(), false);
   parameters.emplace("Socket.KeepAlive.Enabled", "true");
   destination.Initialize(parameters);
   EXPECT_TRUE(destination.IsConnected());
   EXPECT_THAT(this->log->Lines(),
-              ElementsAreArray(TypeParam::ConnectedLines({TypeParam::keepAliveWarning + SocketErrorText(10042)})));
+              ElementsAreArray(TypeParam::ConnectedLines({TypeParam::keepAliveWarning + SocketError(10042).Text()})));
 }
 
 TYPED_TEST(StreamSocket, TheQueueHasItsMarksFromTheStart) {
@@ -406,16 +395,12 @@ TYPED_TEST(StreamSocket, ANameWithSeveralAddressesIsTriedUntilOneAccepts) {
   EXPECT_TRUE(this->socket.IsConnected());
 }
 
-/// A socket whose target's name has one address only, of version 6.
-template <class Socket>
-class ToIPv6Name : public Socket {
- protected:
-  ResolvedHost ResolveTarget() override {
-    ResolvedHost target;
-    target.m_addresses.emplace_back(static_cast<u_short>(this->m_port), "::1", AF_INET6);
-    return target;
-  }
-};
+/// A resolver to which every name has one address only, of version 6.
+ResolvedHost ResolveToIPv6(const std::wstring&, std::uint32_t port, AddressFamily, const std::function<bool()>&) {
+  ResolvedHost target;
+  target.m_addresses.emplace_back(static_cast<u_short>(port), "::1", AF_INET6);
+  return target;
+}
 
 TYPED_TEST(StreamSocket, ConnectsToAnIPv6Address) {
   std::unique_ptr<typename TypeParam::Server> server;
@@ -425,7 +410,7 @@ TYPED_TEST(StreamSocket, ConnectsToAnIPv6Address) {
     GTEST_SKIP() << "this machine has no IPv6 loopback: " << error.what();
   }
   WindowsAgentCommon::ParameterBlock parameters = TypeParam::Target(server->Port(), false);
-  ToIPv6Name<typename TypeParam::DestinationSocket> named;
+  typename TypeParam::DestinationSocket named({.m_resolveHost = &ResolveToIPv6});
   named.Initialize(parameters);
   EXPECT_TRUE(named.IsConnected());
   for (const char* const address : {"::1", "[::1]"}) {

@@ -1,7 +1,6 @@
 // A connection of the TLS destination socket that is cut while it is in the middle of a batch.
 #include "Transports.h"
 
-#include <support/ConnectionHandles.h>
 #include <support/RecordingLogger.h>
 
 #include <gmock/gmock.h>
@@ -12,19 +11,13 @@
 namespace sorvex::test {
 namespace {
 
-/// For which the system keeps as little as it can, so that the receiver reads in the batch that is being written.
-class TightSocket : public DefaultSSLTCPSocket {
- protected:
-  int OpenStream(const std::vector<ACE_INET_Addr>& addresses) override {
-    const int error = DefaultSSLTCPSocket::OpenStream(addresses);
-    const int bytes = 4096;
-    for (ACE_HANDLE handle : HandlesConnectedTo(static_cast<std::uint16_t>(m_port))) {
-      EXPECT_EQ(ACE_OS::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bytes), sizeof bytes),
-                0);
-    }
-    return error;
-  }
-};
+/// Makes the system keep as little as it can, so that the receiver reads in the batch that is being written. Called
+/// once a connection stands.
+VaroCommunicationAPI::SocketError KeepLittle(ACE_HANDLE handle, std::uint32_t, std::uint32_t) {
+  const int bytes = 4096;
+  EXPECT_EQ(ACE_OS::setsockopt(handle, SOL_SOCKET, SO_SNDBUF, reinterpret_cast<const char*>(&bytes), sizeof bytes), 0);
+  return {};
+}
 
 TEST(TlsDestinationCut, NoPayloadThatTheReceiverHasReadArrivesAgain) {
   constexpr int payloads = 2000;
@@ -38,8 +31,10 @@ TEST(TlsDestinationCut, NoPayloadThatTheReceiverHasReadArrivesAgain) {
       },
       TlsServerOptions{.receiveBufferBytes = 4096});
   RecordingLogger log;
-  TightSocket socket;
-  socket.Initialize(OverTls::Target(server.Port(), true));
+  DefaultSSLTCPSocket socket({.m_setKeepAlive = &KeepLittle});
+  WindowsAgentCommon::ParameterBlock parameters = OverTls::Target(server.Port(), true);
+  parameters.emplace("Socket.KeepAlive.Enabled", "true");
+  socket.Initialize(parameters);
   for (int i = 0; i < payloads; ++i) {
     std::string payload = std::to_string(i) + ' ';
     payload.resize(lineBytes - 1, 'x');

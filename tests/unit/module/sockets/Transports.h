@@ -31,7 +31,8 @@ using ExpectedLines = std::vector<testing::Matcher<std::string>>;
 /// A TLS destination socket of the default versions.
 class DefaultSSLTCPSocket : public VaroCommunicationAPI::SSLTCPSocket {
  public:
-  DefaultSSLTCPSocket() : SSLTCPSocket(VaroCommunicationAPI::SSLProtocolList()) {}
+  explicit DefaultSSLTCPSocket(VaroCommunicationAPI::SocketServices services = {})
+      : SSLTCPSocket(VaroCommunicationAPI::SSLProtocolList(), std::move(services)) {}
 };
 
 /// A raw TLS socket of the default versions that trusts the server of the tests.

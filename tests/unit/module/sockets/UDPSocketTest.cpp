@@ -185,21 +185,22 @@ TEST_F(UDPDestination, APayloadThatNoDatagramHoldsIsRefusedWithItsNumber) {
 /// A UDP socket whose sends and look-ups end as the test has written down, on a clock that the test sets.
 class ScriptedUDPSocket : public UDPSocket {
  public:
-  explicit ScriptedUDPSocket(std::shared_ptr<FakeSocketTime> time = std::make_shared<FakeSocketTime>())
-      : UDPSocket(time), m_pFakeTime(std::move(time)) {}
+  ScriptedUDPSocket() : UDPSocket(Services()) {}
+  // What it is scripted with goes before the socket does.
+  ~ScriptedUDPSocket() override { EndLife(); }
 
-  FakeSocketTime& Time() { return *m_pFakeTime; }
+  FakeSocketTime& Time() { return static_cast<FakeSocketTime&>(*m_state.m_services.m_pTime); }
 
   void NextSends(std::initializer_list<DatagramOutcome> outcomes) {
     const std::lock_guard lock(m_mutex);
     m_outcomes.insert(m_outcomes.end(), outcomes);
   }
-  /// What sends do when nothing is written down for them; 0 takes all.
-  void OtherwiseSend(int error) {
+  /// What sends do when nothing is written down for them; without an error they take all.
+  void OtherwiseSend(SocketError error) {
     const std::lock_guard lock(m_mutex);
     m_otherwise = error;
   }
-  void Resolve(int error) {
+  void Resolve(SocketError error) {
     const std::lock_guard lock(m_mutex);
     m_resolveError = error;
   }
@@ -223,36 +224,40 @@ class ScriptedUDPSocket : public UDPSocket {
     return m_resolves;
   }
 
- protected:
-  ResolvedHost ResolveTarget(AddressFamily family) override {
-    const std::lock_guard lock(m_mutex);
-    if (family == AddressFamily::IPv4) ++m_resolves;
-    ResolvedHost target;
-    target.m_error = m_resolveError;
-    if (m_resolveError == 0 && !m_bWithoutAddress)
-      target.m_addresses.emplace_back(static_cast<u_short>(m_port), "127.0.0.1");
-    return target;
-  }
-  DatagramOutcome SendDatagrams(std::span<const Payload> payloads) override {
-    const std::lock_guard lock(m_mutex);
-    if (payloads.empty()) return {};
-    ++m_calls;
-    DatagramOutcome outcome = m_otherwise == 0 ? DatagramOutcome{payloads.size(), 0} : DatagramOutcome{0, m_otherwise};
-    if (!m_outcomes.empty()) {
-      outcome = m_outcomes.front();
-      m_outcomes.pop_front();
-    }
-    for (const Payload& payload : payloads.first(outcome.m_datagrams))
-      m_sent.emplace_back(payload.begin(), payload.end());
-    return outcome;
+ private:
+  VaroCommunicationAPI::SocketServices Services() {
+    VaroCommunicationAPI::SocketServices services;
+    services.m_pTime = std::make_shared<FakeSocketTime>();
+    services.m_resolveHost = [this](const std::wstring&, std::uint32_t port, AddressFamily family,
+                                    const std::function<bool()>&) {
+      const std::lock_guard lock(m_mutex);
+      if (family == AddressFamily::IPv4) ++m_resolves;
+      ResolvedHost target;
+      target.m_error = m_resolveError;
+      if (!m_resolveError && !m_bWithoutAddress)
+        target.m_addresses.emplace_back(static_cast<u_short>(port), "127.0.0.1");
+      return target;
+    };
+    services.m_sendDatagrams = [this](ACE_HANDLE, std::span<const std::span<const char>> payloads) {
+      const std::lock_guard lock(m_mutex);
+      if (payloads.empty()) return DatagramOutcome();
+      ++m_calls;
+      DatagramOutcome outcome{m_otherwise ? 0 : payloads.size(), m_otherwise};
+      if (!m_outcomes.empty()) {
+        outcome = m_outcomes.front();
+        m_outcomes.pop_front();
+      }
+      for (const std::span<const char> payload : payloads.first(outcome.m_datagrams))
+        m_sent.emplace_back(payload.begin(), payload.end());
+      return outcome;
+    };
+    return services;
   }
 
- private:
-  std::shared_ptr<FakeSocketTime> m_pFakeTime;
   mutable std::mutex m_mutex;
   std::deque<DatagramOutcome> m_outcomes;
-  int m_otherwise = 0;
-  int m_resolveError = 0;
+  SocketError m_otherwise;
+  SocketError m_resolveError;
   bool m_bWithoutAddress = false;
   std::vector<std::string> m_sent;
   int m_calls = 0;
@@ -281,7 +286,7 @@ const std::string firstFailure =
 
 TEST_F(UDPRecovery, AFailureIsToldOnceAndCostsASecond) {
   Initialize(false);
-  socket.OtherwiseSend(10061);
+  socket.OtherwiseSend(SocketError(10061));
   for (int i = 0; i < 499; ++i) EXPECT_EQ(Send("x"), -1);
   EXPECT_EQ(socket.GetConsecutiveSendFailures(), 499u);
   EXPECT_EQ(socket.GetLastResultCode(), 10061);
@@ -292,13 +297,13 @@ TEST_F(UDPRecovery, AFailureIsToldOnceAndCostsASecond) {
 
 TEST_F(UDPRecovery, SendPayloadGivesMinusTwoForAFailure) {
   Initialize(false);
-  socket.OtherwiseSend(10061);
+  socket.OtherwiseSend(SocketError(10061));
   EXPECT_EQ(socket.SendPayload("x", 1), -2);
 }
 
 TEST_F(UDPRecovery, TheFiveHundredthFailureReconnects) {
   Initialize(false);
-  socket.OtherwiseSend(10061);
+  socket.OtherwiseSend(SocketError(10061));
   for (int i = 0; i < 500; ++i) Send("x");
   EXPECT_THAT(log->Lines(), ElementsAre(firstFailure, "Info Attempting reconnect for UDP connection 127.0.0.1:514...",
                                         "Info Reconnect for UDP connection 127.0.0.1:514 succeeded."));
@@ -308,8 +313,8 @@ TEST_F(UDPRecovery, TheFiveHundredthFailureReconnects) {
 
 TEST_F(UDPRecovery, AReconnectThatFailsIsToldAndLeavesItClosed) {
   Initialize(false);
-  socket.OtherwiseSend(10051);
-  socket.Resolve(11002);
+  socket.OtherwiseSend(SocketError(10051));
+  socket.Resolve(SocketError(11002));
   for (int i = 0; i < 500; ++i) Send("x");
   EXPECT_FALSE(socket.IsOpen());
   EXPECT_EQ(socket.GetConsecutiveSendFailures(), 500u);
@@ -324,7 +329,7 @@ TEST_F(UDPRecovery, AReconnectThatFailsIsToldAndLeavesItClosed) {
 
 TEST_F(UDPRecovery, ASuccessDoesNotResetTheCounterAndAConnectDoes) {
   Initialize(false);
-  socket.NextSends({{0, 10061}});
+  socket.NextSends({{0, SocketError(10061)}});
   EXPECT_EQ(Send("x"), -1);
   EXPECT_EQ(Send("y"), 1);
   EXPECT_EQ(socket.GetLastResultCode(), 0);
@@ -334,11 +339,11 @@ TEST_F(UDPRecovery, ASuccessDoesNotResetTheCounterAndAConnectDoes) {
 }
 
 TEST_F(UDPRecovery, EveryFiveHundredthRefusedSendOpensAnewWithTheBlockingStrategy) {
-  socket.Resolve(11001);
+  socket.Resolve(SocketError(11001));
   Initialize(false);
   for (int i = 0; i < 499; ++i) EXPECT_EQ(Send("x"), -1);
   EXPECT_THAT(log->Lines(), IsEmpty());
-  socket.Resolve(0);
+  socket.Resolve(ErrorNone);
   EXPECT_EQ(Send("x"), -1);
   EXPECT_TRUE(socket.IsOpen());
   EXPECT_EQ(Send("found"), 5);
@@ -349,9 +354,9 @@ TEST_F(UDPRecovery, EveryFiveHundredthRefusedSendOpensAnewWithTheBlockingStrateg
 }
 
 TEST_F(UDPRecovery, EveryFiveHundredthRefusedSendOpensAnewWithTheQueuedStrategy) {
-  socket.Resolve(11001);
+  socket.Resolve(SocketError(11001));
   Initialize(true);
-  socket.Resolve(0);
+  socket.Resolve(ErrorNone);
   for (int i = 0; i < 500; ++i) EXPECT_EQ(Send("x"), -1);
   ASSERT_TRUE(WaitUntil([&] { return socket.IsOpen(); }));
   EXPECT_EQ(Send("found"), 5);
@@ -370,7 +375,7 @@ TEST_F(UDPRecovery, ASocketThatItsOwnerClosedStaysClosed) {
 TEST_F(UDPRecovery, WhatIsNotTakenOfABatchIsSentAgainInOrder) {
   Initialize(true);
   // However the payloads fall into batches.
-  socket.NextSends({{0, 10055}, {2, 10055}});
+  socket.NextSends({{0, SocketError(10055)}, {2, SocketError(10055)}});
   for (const char* const text : {"a", "b", "c", "d"}) EXPECT_EQ(Send(text), 1);
   ASSERT_TRUE(WaitUntil([&] { return socket.GetMessagesSent() == 4; }));
   EXPECT_EQ(socket.Shutdown(), 0);
@@ -384,7 +389,7 @@ TEST_F(UDPRecovery, ASystemWithoutRoomIsWaitedForAndIsNoFailure) {
     ScriptedUDPSocket waiting;
     waiting.Initialize(Target(514, isQueued));
     log->Clear();
-    waiting.NextSends({{0, 10035}, {0, 10035}});
+    waiting.NextSends({{0, SocketError(10035)}, {0, SocketError(10035)}});
     EXPECT_EQ(waiting.Send("a", 1), 1);
     EXPECT_EQ(waiting.Send("b", 1), 1);
     EXPECT_EQ(waiting.Shutdown(), 0);
@@ -423,8 +428,8 @@ TEST_F(UDPRecovery, AnEmptyPayloadDoesNotHoldUpTheQueue) {
 }
 
 TEST_F(UDPRecovery, ShutdownGivesUpWhatCannotBeSentWithinTwoSeconds) {
-  ScriptedUDPSocket failing(std::make_shared<FakeSocketTime>());
-  failing.OtherwiseSend(10051);
+  ScriptedUDPSocket failing;
+  failing.OtherwiseSend(SocketError(10051));
   failing.Initialize(Target(514, true));
   for (int i = 0; i < 10; ++i) EXPECT_EQ(failing.Send("x", 1), 1);
   std::thread clock([&] {
@@ -455,7 +460,7 @@ TEST_F(UDPRecovery, ASecondInitializeOpensAShutSocketAgain) {
 TEST(UDPStop, AFailingDestinationIsNotTriedWithoutPausing) {
   RecordingLogger log;
   ScriptedUDPSocket socket;
-  socket.OtherwiseSend(10055);
+  socket.OtherwiseSend(SocketError(10055));
   socket.Initialize(Target(514, true));
   socket.Send("x", 1);
   ASSERT_TRUE(WaitUntil([&] { return socket.Calls() > 0; }));

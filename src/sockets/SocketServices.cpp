@@ -1,4 +1,4 @@
-#include "sockets/SocketTime.h"
+#include "sockets/SocketServices.h"
 
 #include <ace/OS_NS_sys_time.h>
 

@@ -1,0 +1,113 @@
+// What a destination socket and the sender that it holds share.
+#pragma once
+
+#include "sockets/Framing.h"
+#include "sockets/SocketServices.h"
+
+#include <host/Log.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace VaroCommunicationAPI {
+
+using Platform::SocketError;
+
+/// A number that one thread writes and others read while they please.
+template <class T>
+class RelaxedValue {
+ public:
+  explicit RelaxedValue(T value = T{}) : m_value(value) {}
+  void operator=(T value) { m_value.store(value, std::memory_order_relaxed); }
+  operator T() const { return m_value.load(std::memory_order_relaxed); }
+  void operator+=(T amount) { m_value.fetch_add(amount, std::memory_order_relaxed); }
+
+ private:
+  std::atomic<T> m_value;
+};
+
+/// Messages, and their bytes. Any thread.
+class MessageCounter {
+ public:
+  void Add(std::size_t messages, std::size_t bytes) {
+    m_messages += static_cast<std::uint32_t>(messages);
+    m_bytes += static_cast<std::uint32_t>(bytes);
+  }
+  std::uint32_t Messages() const { return m_messages; }
+  std::uint32_t Bytes() const { return m_bytes; }
+
+ private:
+  RelaxedValue<std::uint32_t> m_messages{0};
+  RelaxedValue<std::uint32_t> m_bytes{0};
+};
+
+/// Memory in which threads build payloads, kept from one payload to the next. Whoever takes a text has it alone. Takes
+/// no lock. Any thread.
+class SpareTexts {
+ public:
+  SpareTexts() = default;
+  ~SpareTexts();
+  SpareTexts(const SpareTexts&) = delete;
+  SpareTexts& operator=(const SpareTexts&) = delete;
+
+  /// A text of whatever content.
+  std::unique_ptr<std::string> Take();
+
+  /// Keeps a text, unless there are several already.
+  void Keep(std::unique_ptr<std::string> text);
+
+ private:
+  std::array<std::atomic<std::string*>, 8> m_texts{};
+};
+
+/// Target, counters, life and services of one socket.
+class DestinationState {
+ public:
+  explicit DestinationState(SocketServices services) : m_services(std::move(services)) {}
+
+  SteadyTime Now() const { return m_services.m_pTime->Now(); }
+
+  /// Resolves the target's name: anew each time, because the target may have moved, and the network may not have been
+  /// there before.
+  Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family,
+                                       const std::function<bool()>& isInterrupted) const;
+
+  /// Whether what waits for the peer has to end: the socket is stopping and nothing has moved for a while, or another
+  /// thread claims the connection. Whose turn it is only.
+  bool MustGiveUp() const;
+
+  /// Tells that bytes have moved. Whose turn it is only.
+  void NoteProgress();
+
+  /// Waits as the sending thread, less when a stop begins.
+  void Pause(std::chrono::milliseconds duration);
+
+  const SocketServices m_services;
+  SocketLife m_life;
+  ConnectionTurn m_turn;
+
+  // Set while nobody sends, but for the last error.
+  WindowsAgentCommon::Log m_log;
+  std::wstring m_strHost;
+  std::uint32_t m_port = 0;
+  Framing m_framing;
+
+  RelaxedValue<std::int32_t> m_lastResultCode{0};
+  MessageCounter m_submitted;
+  MessageCounter m_sent;
+  MessageCounter m_truncated;
+  MessageCounter m_dropped;
+
+ private:
+  /// Of whose turn it is.
+  SteadyTime m_lastProgress;
+};
+
+}  // namespace VaroCommunicationAPI
