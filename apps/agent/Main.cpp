@@ -40,7 +40,7 @@ bool IsService(const Options& options) {
   return loop != nullptr && loop->isService;
 }
 
-/// Nobody sees the standard error of a service: its log says why it ends.
+/// Nobody sees a service's standard error: its log says why it ends.
 void ReportFailure(const Options& options, const std::string& reason) {
   if (IsService(options))
     WindowsAgentCommon::LoggerFactory::GetLogger("Code.Agent").Error("The agent ends: %s", reason);
@@ -106,7 +106,7 @@ int RunAgent(std::vector<std::string> arguments) {
     if (!options) return status;
     InstallInterruptHandler();
     const AceLibrary ace;
-    // What it throws would end a service without a word to the service manager.
+    // An exception would end a service without a report to the service manager.
     const auto run = [&options] {
       try {
         return RunBounded([&options](LastWords& lastWords) {

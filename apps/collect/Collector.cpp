@@ -95,7 +95,7 @@ void Collector::State::Wait(std::chrono::milliseconds limit) {
   }
   const auto begin = m_limits.now();
   m_watch.Wait(limit, true, HasInput() && m_standardInput->WantsMore());
-  // A wait that has run out has seen no change, and nothing has to settle.
+  // A wait that timed out has seen no change, and nothing has to settle.
   const auto end = m_limits.now();
   if (end - begin < limit) m_changeTime = end;
 }

@@ -11,7 +11,7 @@
 
 namespace SSLConfigServerProto {
 
-/// Told of each field when it can do without.
+/// Does nothing before a field.
 struct ReadOn {
   void operator()(std::string_view) const {}
 };
@@ -19,7 +19,7 @@ struct ReadOn {
 /// Logs at Debug which field of which record was not moved. `operation` is "ReadRecord" or "WriteRecord".
 void LogFailedField(const char* operation, const char* record, const char* field);
 
-/// Moves one field. What the serializer throws passes out as it is, after the field was logged.
+/// Moves one field. Logs the field and rethrows what the serializer throws.
 template <class Move>
 void MoveField(const char* operation, const char* record, const char* field, Move move) {
   try {
@@ -127,7 +127,7 @@ void CompleteRequest(Request& request, WireProtocol protocol) {
   request.recordSize = MeasureRecord(request);
 }
 
-/// Throws what the serializer throws; a `SocketException` is logged with the field before.
+/// Throws what the serializer throws; for a `SocketException` the field is logged first.
 template <class Record>
 void WriteRecord(WindowsAgentCommon::ISerializer& serializer, const Record& record) {
   Record::VisitFields(record, RecordWriter(serializer, Record::name));

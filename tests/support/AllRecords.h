@@ -1,4 +1,4 @@
-// Every record of the wire protocol, for what is tested, fuzzed and measured of all of them.
+// Every record of the wire protocol, for tests, fuzz targets and benchmarks of all of them.
 #pragma once
 
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
@@ -10,12 +10,12 @@ namespace sorvex::test {
 
 using SSLConfigServerProto::WireProtocol;
 
-/// One of the forms that a record has on the wire.
+/// One of a record's forms on the wire.
 template <class RecordType, WireProtocol version>
 struct RecordForm {
   using Record = RecordType;
   static constexpr WireProtocol protocol = version;
-  /// Whether the record has other fields in the other version of the protocol.
+  /// Whether the record has different fields in the other version of the protocol.
   static constexpr bool bVersionTellsFields = std::is_constructible_v<Record, WireProtocol>;
 
   static Record Make() {
@@ -43,8 +43,8 @@ using RecordOfVersion1 = RecordForm<Record, WireProtocol::Version1>;
 template <class Record>
 using RecordOfVersion2 = RecordForm<Record, WireProtocol::Version2>;
 
-/// Each record in each form; one that looks alike in both versions stands here in one of them. New ones come last: the
-/// corpora of the fuzz targets go by the order.
+/// Each record in each form; one that is the same in both versions is listed in only one of them. New ones come last:
+/// the corpora of the fuzz targets depend on the order.
 using AllRecords = TypeList<RecordOfVersion1<SSLConfigServerProto::ConnectionEstablishmentRequest>,
                             RecordOfVersion2<SSLConfigServerProto::ConnectionEstablishmentRequest2>,
                             RecordOfVersion2<SSLConfigServerProto::RegisterInstanceRequest>,

@@ -5,7 +5,7 @@
 
 namespace WindowsAgentCommon {
 
-/// Closed at the end.
+/// Closed on destruction.
 struct Descriptor {
   explicit Descriptor(int opened) : descriptor(opened) {}
   ~Descriptor() { ::close(descriptor); }

@@ -1,5 +1,5 @@
-// An agent with its configuration server over HTTPS. Requests go to port 443, to which a proxy of the test gives
-// another meaning; the certificate is fetched without it.
+// An agent with its configuration server over HTTPS. Requests go to port 443, which a proxy of the test redirects; the
+// certificate is fetched without it.
 #pragma once
 
 #include "AgentFixture.h"
@@ -12,7 +12,7 @@
 
 namespace sorvex::test {
 
-/// An agent that was installed for the server.
+/// An agent installed for the server.
 class HttpsServedAgent {
  public:
   static constexpr const char* token = "8a2b4c6d-0e1f-4a3b-9c5d-7e8f9a0b1c2d";
@@ -22,7 +22,7 @@ class HttpsServedAgent {
     m_server.Write("tokens.txt", std::string(token) + "\n");
   }
 
-  /// The agent's server is this one from now on.
+  /// Makes this server the agent's from now on.
   void InstallFor(const ConfigServer& server) {
     m_pProxyOfProcess = nullptr;
     m_pProxy = std::make_unique<ConnectProxy>(server.HttpsPort());

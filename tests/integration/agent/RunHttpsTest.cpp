@@ -1,4 +1,4 @@
-// The agent as it runs all day, with the reference configuration server over HTTPS.
+// The running agent with the reference configuration server over HTTPS.
 #include "HttpsServedAgent.h"
 #include "RunFixture.h"
 
@@ -38,12 +38,12 @@ TEST_F(RunHttpsTest, RegistersReportsAndAppliesWhatItIsGiven) {
   EXPECT_TRUE(WaitUntil([&] { return OwnFile("AgentConfig.md5").size() == 32; }));
   EXPECT_EQ(OwnFile("AgentConfig.xml"), m_strServed);
 
-  // It asks again, and finds that it has it.
+  // It asks again, and learns that it is up to date.
   ASSERT_TRUE(WaitForAnswers(" fingerprint: 200 ", 3)) << m_agent.Server().Log();
   EXPECT_EQ(CountOf(m_agent.Server().Log(), " configuration: 200 success"), 1u);
   EXPECT_EQ(CountOf(m_agent.Server().Log(), " register: 200 "), 1u);
   EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
-  // What is reported is how long the agent has been up, and no time of day.
+  // It reports how long the agent has been up, not the time of day.
   const std::string status = m_agent.Server().Read("agents/agent-7/status.txt");
   ASSERT_THAT(status, HasSubstr("\nstatus: 1\nuptime: "));
   EXPECT_LT(std::stol(status.substr(status.find("uptime: ") + 8)), 3600);
@@ -80,14 +80,14 @@ TEST_F(RunHttpsTest, PatchOfANewerComponentIsFetched) {
 
 TEST_F(RunHttpsTest, TerminationIsReportedToTheServer) {
   Serve("");
-  // Between two rounds, so that nothing but this report has to be done within the time that an end may take.
+  // Between two rounds, so that only this report must be made within the time limit for the end.
   RunningAgent agent(m_agent.GetInstallation(), {}, "4");
   ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   EXPECT_EQ(agent.End(), 0);
   EXPECT_THAT(m_agent.Server().Read("agents/agent-7/status.txt"), HasSubstr("\nstatus: 0\nuptime: "));
 }
 
-/// A page of something between the two, in the place of an answer.
+/// A page from something in between, instead of an answer.
 class RunHttpsPageTest : public testing::TestWithParam<const char*> {};
 
 TEST_P(RunHttpsPageTest, IsNotTakenForAnAnswer) {

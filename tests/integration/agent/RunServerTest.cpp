@@ -186,7 +186,7 @@ TEST_F(RunServerTest, DamagedFileIsFetchedAnew) {
 
 TEST_F(RunServerTest, TerminationIsReportedToTheServer) {
   Serve(Configuration(""));
-  // Between two rounds, so that nothing but this report has to be done within the time that an end may take.
+  // Between two rounds, so that only this report must be made within the time limit for the end.
   RunningAgent agent(m_agent.GetInstallation(), {}, "4");
   ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   EXPECT_EQ(agent.End(), 0);

@@ -40,7 +40,7 @@ class ManagedService {
   }
   const SERVICE_STATUS& Status() const { return m_status; }
 
-  /// How it is started, and with which arguments, as a program takes them apart.
+  /// Its command line, split into arguments as a program does.
   DWORD StartType() const {
     const std::vector<std::byte> buffer = Configuration();
     return reinterpret_cast<const QUERY_SERVICE_CONFIGW*>(buffer.data())->dwStartType;
@@ -116,7 +116,7 @@ TEST(RunService, IsInstalledStartedStoppedAndRemoved) {
 TEST(RunService, IsInstalledWithWhatItWasGiven) {
   const Installation installation;
   installation.Run({"service", "remove"});
-  // What a command line takes apart again has to be quoted for it.
+  // Arguments must be quoted for the parser of command lines.
   const std::string version = "a \"b\\\" \\\\c\\";
   const ProcessResult installed =
       installation.Run({"service", "install", "--interval", "77", "--os-version", version, "--agent-version", "9\\"});
@@ -136,7 +136,7 @@ TEST(RunService, IsInstalledWithWhatItWasGiven) {
 TEST(RunService, SaysThatItFailed) {
   const Installation installation;
   installation.Run({"service", "remove"});
-  // Two agents never work on one state directory.
+  // Two agents cannot use one state directory.
   const RunningAgent first(installation);
   ASSERT_TRUE(first.WaitForLog("The agent starts"));
   ASSERT_EQ(installation.Run({"service", "install", "--interval", "1"}).status, 0);

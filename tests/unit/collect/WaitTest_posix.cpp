@@ -70,7 +70,7 @@ TEST_F(CollectorWaitPosix, AfterAWaitThatRanOutNothingHasToSettle) {
   EXPECT_THAT(sink.lines, ElementsAre("one", "two"));
 }
 
-/// The system gives a user few of what it reports changes through: 128, where nobody has said otherwise.
+/// The system limits the inotify instances of a user: 128 by default.
 TEST_F(CollectorWaitPosix, WithoutFilesNothingIsTakenOfWhatReportsChanges) {
   const auto count = [] {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");

@@ -1,4 +1,4 @@
-// docs/operations.md has every text that is logged and every result code, and no others.
+// docs/operations.md has every logged text and every result code, and no others.
 #include "SourceText.h"
 
 #include <CommunicationAPI/SSLConfigServerProtocolDefinition.h>
@@ -69,12 +69,12 @@ std::ostream& operator<<(std::ostream& out, const LogText& text) { return out <<
 
 using LogTexts = std::set<LogText>;
 
-/// Whether there is a word in it, beside what is filled in.
+/// Whether it has a word apart from the placeholders.
 bool HasWords(const std::string& text) {
   return boost::regex_search(boost::regex_replace(text, boost::regex("%[a-z]+"), ""), boost::regex("[A-Za-z]{2}"));
 }
 
-/// What the tables of messages have. A cell may hold several texts, with " / " between them.
+/// The texts in the tables of messages. A cell may hold several, separated by " / ".
 LogTexts Documented() {
   LogTexts texts;
   for (const Cells& cells : Rows({"level", "text"})) {
@@ -90,7 +90,7 @@ LogTexts Documented() {
   return texts;
 }
 
-/// What the sources log.
+/// The texts that the sources log.
 struct Logged {
   LogTexts texts;                     ///< given as literals to operations of loggers
   std::set<std::string> expressions;  ///< what else is given to them, or text without a word
@@ -119,7 +119,7 @@ Logged FindLogged() {
   return logged;
 }
 
-/// What reaches a logger otherwise than as a literal: how the texts begin that stand elsewhere.
+/// What reaches a logger other than as a literal: how the texts defined elsewhere begin.
 const struct {
   const char* expression;
   std::vector<std::string> beginnings;
@@ -173,7 +173,7 @@ TEST_F(OperationsDocument, HasEachTextAtItsLevels) {
   }
 }
 
-/// The numbers of the constants that a source defines in the form that `pattern` finds.
+/// The values of the constants in a source that match `pattern`.
 std::set<std::uint32_t> NumbersIn(const std::filesystem::path& file, const char* pattern) {
   const std::string code = TakeApart(ReadWhole(file)).code;
   const boost::regex number(pattern);
@@ -210,7 +210,7 @@ TEST(OperationsDocumentCodes, OfSocketsAreThoseOfTheSources) {
     }
   }
   const auto own = NumbersIn(root / "src" / "platform" / "SocketErrors.h", R"(\bError\w+ = (\d+))");
-  // Those that come from the system alone.
+  // Those that only the system reports.
   auto all = NumbersIn(root / "src" / "platform" / "posix" / "SocketErrors.cpp", R"(, (\d+)\})");
   all.insert(own.begin(), own.end());
   all.insert(167772160);  // the first of the TLS library's

@@ -11,7 +11,7 @@ namespace sorvex::test {
 
 namespace {
 
-/// What the escape sequences of the logged texts stand for.
+/// The meaning of the escape sequences in logged texts.
 char Unescaped(char letter) {
   switch (letter) {
     case 'n': return '\n';
@@ -52,7 +52,7 @@ class Reader {
     }
   }
 
-  /// A digit separator is no start of a character.
+  /// A digit separator does not start a character.
   bool IsInsideOfNumber() const {
     return !m_result.code.empty() && std::isxdigit(static_cast<unsigned char>(m_result.code.back())) != 0;
   }

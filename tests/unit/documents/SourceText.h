@@ -1,4 +1,4 @@
-// C++ sources as a test looks at them.
+// C++ sources as a test sees them.
 #pragma once
 
 #include <filesystem>
@@ -7,17 +7,17 @@
 
 namespace sorvex::test {
 
-/// A source taken apart.
+/// A parsed source.
 struct SourceText {
-  /// Without comments; each run of adjacent string literals is its number between double quotes.
+  /// Without comments; each run of adjacent string literals is replaced by its number between double quotes.
   std::string code;
-  /// What those runs say, by their numbers.
+  /// The text of those runs, by their numbers.
   std::vector<std::string> literals;
 };
 
 SourceText TakeApart(const std::string& source);
 
-/// All of a file, which has to be there.
+/// A whole file, which must exist.
 std::string ReadWhole(const std::filesystem::path& file);
 
 /// The files below the folder that end in .cpp or .h.

@@ -81,7 +81,7 @@ TEST(SocketParameters, WithPlacesOfTheirOwnAreNotTakenHere) {
         Placed{"PayloadBuilderType", "--builder", "the attribute Builder"},
         Placed{"Certificate", "--certificate", "the element Certificate"}}) {
     const std::string start = "'" + std::string(placed.key) + "' is set by ";
-    // Also where no socket would take it, so that the reader learns where it belongs.
+    // Even where no socket would take it, so that the reader learns where it belongs.
     for (const bool hasStream : {true, false}) {
       EXPECT_EQ(ErrorOf({{placed.key, "1"}}, hasStream, Place::CommandLine), start + placed.option);
       EXPECT_EQ(ErrorOf({{placed.key, "1"}}, hasStream, Place::Configuration), start + placed.attribute);

@@ -1,4 +1,4 @@
-// How a console program of this system begins.
+// How a console program starts on this system.
 #pragma once
 
 #include <optional>
@@ -7,8 +7,8 @@
 
 namespace sorvex {
 
-/// The arguments in UTF-8, without the program's name; a lone surrogate becomes U+FFFD. From here on standard output
-/// and error take bytes as they are, in UTF-8. Nothing when the system does not give the arguments.
+/// Returns the arguments in UTF-8, without the program's name; a lone surrogate becomes U+FFFD. From here on standard
+/// output and error take bytes unchanged, in UTF-8. Returns nothing when the system does not provide the arguments.
 std::optional<std::vector<std::string>> StartProgram();
 
 }  // namespace sorvex

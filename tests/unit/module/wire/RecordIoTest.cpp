@@ -282,7 +282,7 @@ TEST(RecordReading, NamesEachFieldBeforeAByteOfItIsRead) {
   EXPECT_EQ(response.resultCode, 7U);
 }
 
-/// Gives texts and data that it visits a value, and keeps the names of all fields with their bounds, 0 of an integer.
+/// Gives the texts and data that it visits a value, and keeps all fields' names with their bounds, 0 for an integer.
 struct FieldFiller {
   void operator()(const char* name, std::uint32_t&) { m_fields.emplace_back(name, 0); }
   void operator()(const char* name, std::int64_t&) { m_fields.emplace_back(name, 0); }
@@ -314,7 +314,7 @@ class EachRecord : public testing::Test {
     ReadRecord(serializer, read, [&](std::string_view) { m_offsets.push_back(m_bytes.size() - socket->Unread()); });
   }
 
-  /// What is logged while a record that consists of these bytes is read.
+  /// The log while a record of these bytes is read.
   static std::vector<std::string> ReadingLogs(const std::string& bytes) {
     const sorvex::test::RecordingLogger logger;
     VaroCommunicationAPI::SocketSerializer serializer(std::make_shared<FakeRawSocket>(bytes));
@@ -357,7 +357,7 @@ TYPED_TEST(EachRecord, TellsTheFieldThatIsAboveItsBound) {
     if (bound == 0) continue;
     std::string bytes = this->m_bytes.substr(0, this->m_offsets[i]);
     for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>((bound + 1) >> shift);
-    // The empty digest of data that carry one.
+    // The empty digest of data that have one.
     bytes += std::string(4, '\0');
     EXPECT_EQ(this->ReadingLogs(bytes), this->FailureAt(field));
   }
