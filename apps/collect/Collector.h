@@ -77,7 +77,8 @@ class Collector {
   };
 
   /// Reads `positionsFile`, if there is one. One that cannot be read is logged and kept beside, with `.corrupt` added
-  /// to its name. An empty path keeps no positions. Throws `std::system_error` when the system has no means to wait.
+  /// to its name. An empty path keeps no positions. Without inputs, those that were used before a restart are known
+  /// until the first `Change`. Throws `std::system_error` when the system has no means to wait.
   Collector(std::vector<InputSettings> inputs, std::filesystem::path positionsFile, Log log, Limits limits = {});
   ~Collector();
   Collector(const Collector&) = delete;

@@ -46,6 +46,20 @@ TEST_P(CollectAfterRestart, WhatWasWrittenMeanwhileIsNotSkipped) {
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "new"));
 }
 
+TEST_P(CollectAfterRestart, InputsThatAreToldLaterAreKnownStill) {
+  Append("a.log", "one\n");
+  Start({Files("*.log", false)});
+  Deliver();
+  collector.reset();
+  Append("b.log", "new\n");
+  for (int restart = 0; restart < 2; ++restart) {
+    Start({});
+    EXPECT_THAT(Deliver(), IsEmpty());
+  }
+  collector->Change({Files("*.log", false)});
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+}
+
 TEST_P(CollectAfterRestart, RestOfARenamedFileIsFound) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
