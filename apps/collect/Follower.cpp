@@ -757,7 +757,11 @@ Turn Follower::HandOut(FollowedFile& file, LineSink& sink) {
     turn.bytes += line->size;
   }
   ExtendHead(file.place.head, m_block.offset, block, file.read);
-  if (turn.end == Turn::End::Refused) return turn;
+  if (turn.end == Turn::End::Refused) {
+    // As long as nothing of it was handed out, nobody would see that the file holds something else by now.
+    if (file.read == 0) m_block = {};
+    return turn;
+  }
   if (!m_block.isLast || !isFresh) turn.end = Turn::End::Done;
   m_block = {};
   return turn;
