@@ -784,9 +784,9 @@ void Follower::TakenOfDeparted(Mark mark) {
   const auto saved = m_saved.find(departed->first);
   if (saved == m_saved.end()) return;
   std::uint64_t& position = saved->second.position;
-  position = std::max(position, std::min(mark.position, departed->second.read));
+  position = std::max(position, mark.position);
   m_bPositionsChanged = true;
-  if (position == departed->second.read) m_departed.erase(departed);
+  if (position >= departed->second.read) m_departed.erase(departed);
 }
 
 std::string Follower::GetName(std::uint64_t source) const {

@@ -51,6 +51,7 @@ class CollectDeparted : public CollectorFixture {
     onItsWay = sink.marks[1];
     collector->Change({});
     EXPECT_THAT(Gather(), IsEmpty());
+    collector->Save();
   }
 
   void Return() { collector->Change({Files("a.log")}); }
