@@ -327,7 +327,11 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
 
   Place place;
   std::optional<Generation> before;
-  const std::optional<Generation> saved = TakeSaved(seen);
+  std::optional<Generation> saved = TakeSaved(seen);
+  const bool isSame =
+      saved && status.size >= saved->read && HasHead(*pFile, status.size, saved->place.head, error) && !error;
+  // Under another name it is another file, which got the number of one that was deleted.
+  if (saved && !isSame && saved->place.path != seen.path) saved.reset();
   const bool isKnownInput = m_knownPatterns.contains(seen.pInput->settings.pattern);
   FollowedFile* const pOriginal = !saved && isKnownInput ? FindOriginal(seen.path) : nullptr;
   std::optional<Generation> rest;
@@ -337,7 +341,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
     rest = TakeRest(*pOriginal, *pFile, status.size);
     if (!rest && IsToBeHeld(*pOriginal, seen, *pFile, listing)) return;
   }
-  if (saved && status.size >= saved->read && HasHead(*pFile, status.size, saved->place.head, error)) {
+  if (isSame) {
     rest = saved;
     place = saved->place;
     place.isRotated = place.isRotated || place.path != seen.path;

@@ -136,6 +136,28 @@ TEST_P(CollectAfterRestart, FileOfAnotherBirthIsAnotherFile) {
   EXPECT_THAT(Gather(), ElementsAre("one"));
 }
 
+TEST_P(CollectAfterRestart, CopyWithTheNumberOfADeletedFileIsACopyAllTheSame) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  collector.reset();
+  Append("a.log", "two\n");
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.2");
+  std::filesystem::resize_file(folder.Path() / "a.log", 0);
+  Append("a.log", "three\n");
+  std::error_code error;
+  const FileIdentity identity = GetFileStatus(folder.Path() / "a.log.2", error).identity;
+  ChangePositions([&](Positions& positions) {
+    Place deleted = positions.places.at(0);
+    deleted.identity = identity;
+    deleted.path = folder.Path() / "a.log.1";
+    deleted.head.hash += 1;
+    positions.places.push_back(deleted);
+  });
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
 TEST_P(CollectAfterRestart, DamagedPositionsAreKeptAside) {
   Append("a.log", "one\n");
   Append("b.log", "one\n");
