@@ -787,10 +787,8 @@ void Follower::TakenOfDeparted(Mark mark) {
   if (departed == m_departed.end()) return;
   const auto saved = m_saved.find(departed->first);
   if (saved == m_saved.end()) return;
-  std::uint64_t& position = saved->second.position;
-  position = std::max(position, mark.position);
+  saved->second.position = std::max(saved->second.position, mark.position);
   m_bPositionsChanged = true;
-  if (position >= departed->second.read) m_departed.erase(departed);
 }
 
 std::string Follower::GetName(std::uint64_t source) const {
