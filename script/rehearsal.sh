@@ -80,8 +80,8 @@ prepare_programs() {
   fi
   agent+=(--config-dir "$(agent_path "$work/agent")")
   mkdir -p -- "$work/agent" "$work/server/default" "$work/server/patches"
-  openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=demo -keyout "$work/key.pem" -out "$work/certificate.pem" \
-    2>/dev/null
+  openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=demo \
+    -keyout "$work/key.pem" -out "$work/certificate.pem" 2>/dev/null
 }
 
 # start_server makes the server listen, always on the same port.
