@@ -19,7 +19,8 @@ class Collector::State {
         m_limits(std::move(limits)),
         m_positionsFile(std::move(positionsFile), m_log),
         m_follower(m_watch, m_log, m_limits, m_nextSource, m_positionsFile.Load()) {
-    Change(std::move(inputs));
+    // A change to no inputs at all would forget those that were used before the restart.
+    if (!inputs.empty()) Change(std::move(inputs));
   }
 
   Progress Collect(LineSink& sink);

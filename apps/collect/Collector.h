@@ -77,7 +77,8 @@ class Collector {
   };
 
   /// Reads `positionsFile`, if it exists. An unreadable one is logged and renamed by adding `.corrupt`. An empty path
-  /// keeps no positions. Throws `std::system_error` when the system has no means to wait.
+  /// keeps no positions. Without inputs, those used before a restart stay known until the first `Change`. Throws
+  /// `std::system_error` when the system has no means to wait.
   Collector(std::vector<InputSettings> inputs, std::filesystem::path positionsFile, Log log, Limits limits = {});
   ~Collector();
   Collector(const Collector&) = delete;

@@ -327,7 +327,11 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
 
   Place place;
   std::optional<Generation> before;
-  const std::optional<Place> saved = TakeSaved(seen);
+  std::optional<Generation> saved = TakeSaved(seen);
+  const bool isSame =
+      saved && status.size >= saved->read && HasHead(*pFile, status.size, saved->place.head, error) && !error;
+  // Under another name it is another file, which got the number of one that was deleted.
+  if (saved && !isSame && saved->place.path != seen.path) saved.reset();
   const bool isKnownInput = m_knownPatterns.contains(seen.pInput->settings.pattern);
   FollowedFile* const pOriginal = !saved && isKnownInput ? FindOriginal(seen.path) : nullptr;
   std::optional<Generation> rest;
@@ -337,12 +341,13 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
     rest = TakeRest(*pOriginal, *pFile, status.size);
     if (!rest && IsToBeHeld(*pOriginal, seen, *pFile, listing)) return;
   }
-  if (saved && status.size >= saved->position && HasHead(*pFile, status.size, saved->head, error)) {
-    place = *saved;
+  if (isSame) {
+    rest = saved;
+    place = saved->place;
     place.isRotated = place.isRotated || place.path != seen.path;
   } else if (saved) {
     m_log(Severity::Info, Printable(seen.path) + " is not what it was; read from its start");
-    before = Generation{*saved, saved->position, m_nextSource++, m_limits.now()};
+    before = saved;
   } else if (rest) {
     place = rest->place;
     place.isRotated = true;
@@ -357,9 +362,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   file.before = before;
   if (rest) {
     // Lines in transit belonged to this file.
-    m_bySource.erase(file.source);
-    file.source = rest->source;
-    m_bySource.emplace(file.source, &file);
+    SetSource(file, rest->source);
     file.read = rest->read;
   }
   file.listing = m_listing;
@@ -417,7 +420,7 @@ bool Follower::IsToBeHeld(FollowedFile& original, const Seen& seen, const Opened
 }
 
 /// Takes over the saved state of a file, if any.
-std::optional<Place> Follower::TakeSaved(const Seen& seen) {
+std::optional<Generation> Follower::TakeSaved(const Seen& seen) {
   auto found = m_saved.find(seen.status.identity);
   if (found == m_saved.end()) {
     // The number of the volume may have changed since.
@@ -430,9 +433,21 @@ std::optional<Place> Follower::TakeSaved(const Seen& seen) {
       return std::nullopt;
     }
   }
-  Place place = std::move(found->second);
+  const Generation former = Return(found->second);
   m_saved.erase(found);
-  return place;
+  return former;
+}
+
+/// What a file was that is followed again: lines of it that are still on their way do not come once more.
+Generation Follower::Return(const Place& place) {
+  Generation former{place, place.position, m_nextSource++, m_limits.now()};
+  const auto departed = m_departed.find(place.identity);
+  if (departed != m_departed.end()) {
+    former.source = departed->second.source;
+    former.read = departed->second.read;
+    m_departed.erase(departed);
+  }
+  return former;
 }
 
 /// Finds files that were renamed while nobody followed them, to names that no input's pattern matches.
@@ -451,9 +466,11 @@ void Follower::AdoptRotated(Listing& listing) {
     const FileStatus status = pFile->GetStatus(error);
     if (error || status.size <= place.position || !HasHead(*pFile, status.size, place.head, error)) continue;
     FollowedFile& file = Add(identity, place.path, *input, std::move(pFile));
+    const Generation former = Return(place);
+    SetSource(file, former.source);
     file.place = place;
     file.place.isRotated = true;
-    file.read = place.position;
+    file.read = former.read;
     file.hasName = false;
     m_rotated.insert(&file);
     MarkReady(file);
@@ -494,6 +511,7 @@ void Follower::ForgetOld() {
   }
   if (count > 0) m_bPositionsChanged = true;
   std::erase_if(m_savedPaths, [this](const auto& entry) { return !m_saved.contains(entry.second); });
+  std::erase_if(m_departed, [this](const auto& entry) { return !m_saved.contains(entry.first); });
 }
 
 FollowedFile& Follower::Add(const FileIdentity& identity, const std::filesystem::path& path,
@@ -520,6 +538,7 @@ void Follower::Drop(FollowedFile& file) {
   if (!isDeleted && !file.isRefused) {
     m_savedPaths.insert_or_assign(file.place.path.native(), file.place.identity);
     m_saved.insert_or_assign(file.place.identity, file.place);
+    if (!file.IsDelivered()) m_departed.insert_or_assign(file.place.identity, Departed{file.source, file.read});
   }
   Close(file);
   if (file.isReady) std::erase(m_ready, &file);
@@ -611,14 +630,18 @@ bool Follower::Look(FollowedFile& file) {
 void Follower::Truncate(FollowedFile& file) {
   m_log(Severity::Info, Printable(file.place.path) + " was truncated; read from its start");
   file.before = Generation{file.place, file.read, file.source, m_limits.now()};
-  m_bySource.erase(file.source);
-  file.source = m_nextSource++;
-  m_bySource.emplace(file.source, &file);
+  SetSource(file, m_nextSource++);
   file.place.position = file.read = 0;
   // There may be a copy whose reading was postponed.
   m_bListingWanted = true;
   file.place.head = {};
   m_bPositionsChanged = true;
+}
+
+void Follower::SetSource(FollowedFile& file, std::uint64_t source) {
+  m_bySource.erase(file.source);
+  file.source = source;
+  m_bySource.emplace(file.source, &file);
 }
 
 void Follower::MarkReady(FollowedFile& file) {
@@ -738,7 +761,11 @@ Turn Follower::HandOut(FollowedFile& file, LineSink& sink) {
     turn.bytes += line->size;
   }
   ExtendHead(file.place.head, m_block.offset, block, file.read);
-  if (turn.end == Turn::End::Refused) return turn;
+  if (turn.end == Turn::End::Refused) {
+    // As long as nothing of it was handed out, nobody would see that the file holds something else by now.
+    if (file.read == 0) m_block = {};
+    return turn;
+  }
   if (!m_block.isLast || !isFresh) turn.end = Turn::End::Done;
   m_block = {};
   return turn;
@@ -746,11 +773,21 @@ Turn Follower::HandOut(FollowedFile& file, LineSink& sink) {
 
 void Follower::Taken(Mark mark) {
   const auto found = m_bySource.find(mark.source);
-  if (found == m_bySource.end()) return;
+  if (found == m_bySource.end()) return TakenOfDeparted(mark);
   FollowedFile& file = *found->second;
   const std::uint64_t position = std::min(mark.position, file.read);
   if (position <= file.place.position) return;
   file.place.position = position;
+  m_bPositionsChanged = true;
+}
+
+void Follower::TakenOfDeparted(Mark mark) {
+  const auto departed = std::find_if(m_departed.begin(), m_departed.end(),
+                                     [&mark](const auto& entry) { return entry.second.source == mark.source; });
+  if (departed == m_departed.end()) return;
+  const auto saved = m_saved.find(departed->first);
+  if (saved == m_saved.end()) return;
+  saved->second.position = std::max(saved->second.position, mark.position);
   m_bPositionsChanged = true;
 }
 
@@ -761,6 +798,7 @@ std::string Follower::GetName(std::uint64_t source) const {
 
 void Follower::Rewind() {
   m_block = {};
+  m_departed.clear();
   for (const auto& [identity, pFile] : m_files) {
     if (pFile->IsDelivered()) continue;
     pFile->read = pFile->place.position;

@@ -88,6 +88,12 @@ class Follower {
     Time changeTime;
   };
 
+  /// A file that is no longer followed, with lines handed out but not yet taken.
+  struct Departed {
+    std::uint64_t source = 0;
+    std::uint64_t read = 0;
+  };
+
   /// The results of one listing.
   struct Listing {
     std::vector<Seen> seen;
@@ -111,7 +117,8 @@ class Follower {
   void FollowNames(Listing& listing);
   void Leave(FollowedFile& file, Listing& listing);
   void Adopt(const Seen& seen, Listing& listing);
-  std::optional<Place> TakeSaved(const Seen& seen);
+  std::optional<Generation> TakeSaved(const Seen& seen);
+  Generation Return(const Place& place);
   FollowedFile* FindOriginal(const std::filesystem::path& path) const;
   std::optional<Generation> TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const;
   bool IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing);
@@ -131,6 +138,8 @@ class Follower {
   bool Look(FollowedFile& file);
   void Fail(FollowedFile& file, const std::error_code& error);
   void Truncate(FollowedFile& file);
+  void SetSource(FollowedFile& file, std::uint64_t source);
+  void TakenOfDeparted(Mark mark);
   void MarkReady(FollowedFile& file);
   void LookAtPolled();
   void LookAtRotated();
@@ -147,6 +156,7 @@ class Follower {
   std::unordered_set<std::string> m_knownPatterns;  ///< inputs whose files were listed before
   ByIdentity<Place> m_saved;                        ///< files that are not followed now
   std::unordered_map<NativeString, FileIdentity> m_savedPaths;
+  ByIdentity<Departed> m_departed;  ///< of those in `m_saved`
 
   ByIdentity<std::unique_ptr<FollowedFile>> m_files;
   std::unordered_map<NativeString, FollowedFile*> m_byPath;     ///< those that have a name

@@ -81,6 +81,27 @@ TEST_F(RunTest, KilledAgentSkipsNothing) {
   }
 }
 
+TEST_F(RunTest, FileThatAppearsWhileTheAgentIsStoppedIsReadWhole) {
+  LoopbackTcpServer server;
+  // Of files that are there at first, only what is added is read.
+  m_installation.Directory().Write("AgentConfig.xml", "<AgentConfig><Inputs><File Path=\"" +
+                                                          (Logs() / "*.log").string() + "\"/></Inputs><Destinations>" +
+                                                          TcpDestination(server.Port()) +
+                                                          "</Destinations></AgentConfig>");
+  Append(Log(), "one\n");
+  {
+    RunningAgent agent(m_installation);
+    ASSERT_TRUE(WaitUntil([&] {
+      Append(Log(), "two\n");
+      return !server.Received().empty();
+    }));
+    EXPECT_EQ(agent.End(), 0);
+  }
+  Append(Log("b.log"), "three\n");
+  const RunningAgent agent(m_installation);
+  EXPECT_TRUE(WaitUntil([&] { return server.Received().ends_with("three\n"); })) << server.Received();
+}
+
 TEST_F(RunTest, LinesThatNobodyTookAreSentByTheNextAgent) {
   const RefusingPort refusing;
   Configure(TcpDestination(refusing.Port()));

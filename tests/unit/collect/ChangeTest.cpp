@@ -40,6 +40,79 @@ TEST_P(CollectChanged, NewInputBeginsAsItIsTold) {
   EXPECT_THAT(Deliver(), ElementsAre("two"));
 }
 
+/// An input that goes while a line of it has been handed out and is not delivered everywhere.
+class CollectDeparted : public CollectorFixture {
+ protected:
+  void LoseInputWithLineOnItsWay() {
+    Append("a.log", "one\ntwo\n");
+    Start({Files("a.log")});
+    EXPECT_THAT(Gather(), ElementsAre("one", "two"));
+    collector->Taken(sink.marks[0]);
+    onItsWay = sink.marks[1];
+    collector->Change({});
+    EXPECT_THAT(Gather(), IsEmpty());
+    collector->Save();
+  }
+
+  void Return() { collector->Change({Files("a.log")}); }
+
+  /// After a restart.
+  Lines GatherAnew() {
+    collector->Save();
+    Start({Files("a.log")});
+    return Gather();
+  }
+
+  Mark onItsWay;
+};
+INSTANTIATE_TEST_SUITE_P(Modes, CollectDeparted, testing::ValuesIn(GetModes()), ModeName);
+
+TEST_P(CollectDeparted, LineThatIsDeliveredMeanwhileDoesNotComeAgain) {
+  LoseInputWithLineOnItsWay();
+  collector->Taken(onItsWay);
+  Append("a.log", "three\n");
+  Return();
+  EXPECT_THAT(Gather(), ElementsAre("three"));
+}
+
+TEST_P(CollectDeparted, LineThatIsDeliveredMeanwhileDoesNotComeAgainAfterARestart) {
+  LoseInputWithLineOnItsWay();
+  collector->Taken(onItsWay);
+  EXPECT_THAT(GatherAnew(), IsEmpty());
+}
+
+TEST_P(CollectDeparted, LineThatIsStillOnItsWayDoesNotComeAgain) {
+  LoseInputWithLineOnItsWay();
+  Append("a.log", "three\n");
+  Return();
+  EXPECT_THAT(Gather(), ElementsAre("three"));
+  collector->Taken(onItsWay);
+  EXPECT_THAT(GatherAnew(), ElementsAre("three"));
+}
+
+TEST_P(CollectDeparted, LineThatWasNotDeliveredComesAgainAfterARestart) {
+  LoseInputWithLineOnItsWay();
+  EXPECT_THAT(GatherAnew(), ElementsAre("two"));
+}
+
+TEST_P(CollectDeparted, LineThatIsGivenUpComesAgain) {
+  LoseInputWithLineOnItsWay();
+  collector->Rewind();
+  Return();
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectDeparted, RenamedFileGoesOnAsWell) {
+  LoseInputWithLineOnItsWay();
+  Append("a.log", "three\n");
+  Rename("a.log", "other");
+  Append("a.log", "four\n");
+  Return();
+  EXPECT_THAT(Gather(), ElementsAre("three", "four"));
+  collector->Taken(onItsWay);
+  EXPECT_THAT(GatherAnew(), ElementsAre("three", "four"));
+}
+
 TEST_P(CollectChanged, FileMovesFromOneInputToAnother) {
   Append("a.log", "one\n");
   Start({Files("a.log")});

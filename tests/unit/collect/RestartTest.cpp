@@ -46,6 +46,20 @@ TEST_P(CollectAfterRestart, WhatWasWrittenMeanwhileIsNotSkipped) {
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "new"));
 }
 
+TEST_P(CollectAfterRestart, InputsThatAreToldLaterAreKnownStill) {
+  Append("a.log", "one\n");
+  Start({Files("*.log", false)});
+  Deliver();
+  collector.reset();
+  Append("b.log", "new\n");
+  for (int restart = 0; restart < 2; ++restart) {
+    Start({});
+    EXPECT_THAT(Deliver(), IsEmpty());
+  }
+  collector->Change({Files("*.log", false)});
+  EXPECT_THAT(Gather(), ElementsAre("new"));
+}
+
 TEST_P(CollectAfterRestart, RestOfARenamedFileIsFound) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
@@ -120,6 +134,28 @@ TEST_P(CollectAfterRestart, FileOfAnotherBirthIsAnotherFile) {
   ChangePositions([](Positions& positions) { positions.places.at(0).identity.birth += 1; });
   Start({Files("a.log")});
   EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, CopyWithTheNumberOfADeletedFileIsACopyAllTheSame) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  collector.reset();
+  Append("a.log", "two\n");
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.2");
+  std::filesystem::resize_file(folder.Path() / "a.log", 0);
+  Append("a.log", "three\n");
+  std::error_code error;
+  const FileIdentity identity = GetFileStatus(folder.Path() / "a.log.2", error).identity;
+  ChangePositions([&](Positions& positions) {
+    Place deleted = positions.places.at(0);
+    deleted.identity = identity;
+    deleted.path = folder.Path() / "a.log.1";
+    deleted.head.hash += 1;
+    positions.places.push_back(deleted);
+  });
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
 }
 
 TEST_P(CollectAfterRestart, DamagedPositionsAreKeptAside) {

@@ -211,6 +211,18 @@ TEST_P(CollectRotated, CopyIsNotReadBeforeItsOriginalIsTruncated) {
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
 }
 
+TEST_P(CollectRotated, CopyIsReadOnceWhenItsOriginalWasRefusedFromItsFirstLine) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  sink.room = 0;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.1");
+  std::filesystem::resize_file(folder.Path() / "a.log", 0);
+  Append("a.log", "two\n");
+  sink.room = 10;
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("one", "two"));
+}
+
 TEST_P(CollectRotated, CopyIsKnownAfterARestart) {
   Append("a.log", "one\n");
   Start({Files("a.log*")});
