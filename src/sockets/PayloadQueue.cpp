@@ -47,11 +47,14 @@ bool PayloadQueue::is_empty_i() { return m_chunks.empty(); }
 bool PayloadQueue::Put(std::span<const char> payload, std::chrono::milliseconds patience) {
   const Guard guard(lock_);
   if (state_ == DEACTIVATED) return false;
-  if (is_full_i()) {
+  const bool bWait = is_full_i();
+  if (bWait) {
     auto deadline = DeadlineAfter(patience);
     if (wait_not_full_cond(&deadline) == -1) return false;
   }
   Append(payload);
+  // One wakes the next: all at once would only contend for the lock.
+  if (bWait && !is_full_i()) not_full_cond_.signal();
   return true;
 }
 
@@ -119,7 +122,7 @@ PayloadQueue::Head PayloadQueue::Await(std::chrono::milliseconds patience, Frame
   cur_count_ -= m_lengths.size();
   cur_bytes_ -= bytes;
   cur_length_ -= bytes;
-  if (cur_bytes_ <= low_water_mark_) not_full_cond_.broadcast();
+  if (cur_bytes_ <= low_water_mark_) not_full_cond_.signal();
   return Head::Payloads;
 }
 

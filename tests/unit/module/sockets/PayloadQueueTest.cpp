@@ -193,6 +193,19 @@ TEST_F(QueueOfPayloads, WakesAProducerOnceThereIsRoom) {
   EXPECT_TRUE(put.get());
 }
 
+TEST_F(QueueOfPayloads, LetsInEveryProducerThatRoomIsThereFor) {
+  queue.high_water_mark(100);
+  queue.low_water_mark(50);
+  ASSERT_TRUE(Put(std::string(100, 'x')));
+  std::vector<std::future<bool>> puts;
+  for (int i = 0; i < 4; ++i) {
+    puts.push_back(std::async(std::launch::async, [this] { return queue.Put("waits", 10s); }));
+    EXPECT_EQ(puts.back().wait_for(20ms), std::future_status::timeout);
+  }
+  Await();
+  for (std::future<bool>& put : puts) EXPECT_TRUE(put.get());
+}
+
 TEST_F(QueueOfPayloads, WakesTheThreadThatWaits) {
   auto head = std::async(std::launch::async, [this] {
     FramedPayloads payloads;
