@@ -75,7 +75,8 @@ TEST(Settings, StandardInputHasTheDefaultOfFiles) {
 
 TEST(Settings, DestinationBecomesTheBlockOfItsSocket) {
   const Settings settings = Read(InDestinations(
-      "<Destination Type=\"tls\" Address=\"::1\" Port=\"6514\" MinTls=\"TLSv1.2\" Builder=\"RawPayloadBuilder\">"
+      "<Destination Type=\"tls\" Address=\"::1\" Port=\"6514\" MinTls=\"TLSv1.2\" Builder=\"RawPayloadBuilder\" "
+      "Framing=\"OctetCounting\">"
       "<Parameter Name=\"MaxPayloadSize\" Value=\"100\"/><Parameter Name=\"AppendLineFeed\" Value=\"no\"/>"
       "<Certificate>\n good \n</Certificate></Destination>"
       "<Destination Type=\"udp\" Address=\"host\"/>"));
@@ -86,7 +87,8 @@ TEST(Settings, DestinationBecomesTheBlockOfItsSocket) {
   EXPECT_EQ(tls.maxTls, "TLSv1.2");
   EXPECT_EQ(tls.Url(), "tls://[::1]:6514");
   EXPECT_THAT(tls.parameters,
-              ElementsAre(Pair("AppendLineFeed", "no"), Pair("Certificate", "encoded"), Pair("MaxPayloadSize", "100"),
+              ElementsAre(Pair("AppendLineFeed", "no"), Pair("Certificate", "encoded"),
+                          Pair("Framing", "OctetCounting"), Pair("MaxPayloadSize", "100"),
                           Pair("PayloadBuilderType", "RawPayloadBuilder"), Pair("Socket.BlockingSendStrategy", "false"),
                           Pair("TargetAddress", "::1"), Pair("TargetPort", "6514")));
   EXPECT_EQ(settings.destinations[1].Url(), "udp://host:514");
@@ -132,6 +134,14 @@ TEST(Settings, AddressInBracketsGetsNoMore) {
 TEST(Settings, ComponentNameMayHaveEveryCharacterThatItSays) {
   const std::string longest = "0123456789._-AZaz" + std::string(64 - 17, 'x');
   EXPECT_EQ(Read(InComponents("<Component Name='" + longest + "' BuildNumber='1'/>")).components[0].name, longest);
+}
+
+TEST(Settings, ComponentNameHasNoOtherCharacter) {
+  for (const char* const name : {"a/b", "a\\b", "a:b", "a b", "a*b", "\xC3\xA4"}) {
+    EXPECT_THAT(ErrorOf(InComponents("<Component Name='" + std::string(name) + "' BuildNumber='1'/>")),
+                HasSubstr("is no name of a component"))
+        << name;
+  }
 }
 
 TEST(Settings, DestinationsAreEqualWhenAllIsTheSame) {
