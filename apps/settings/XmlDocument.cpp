@@ -175,7 +175,7 @@ XmlElement FindRoot(const Node& document, const Conversion& conversion) {
 }  // namespace
 
 SettingsError::SettingsError(std::size_t line, const std::string& reason)
-    : std::runtime_error("line " + std::to_string(line) + ": " + reason), m_line(line) {}
+    : std::runtime_error("line " + std::to_string(line) + ": " + reason) {}
 
 XmlElement ParseXml(std::string_view text) {
   CheckCharacters(text);
@@ -188,7 +188,7 @@ XmlElement ParseXml(std::string_view text) {
     document->parse<flags>(parsed.data());
   } catch (const xml::parse_error& error) {
     const auto position = static_cast<std::size_t>(error.where<char>() - parsed.data());
-    throw SettingsError(LineAt(text, std::min(position, text.size())), error.what());
+    throw SettingsError(LineAt(text, position), error.what());
   }
   return FindRoot(*document, Conversion(text, parsed.data()));
 }

@@ -15,10 +15,6 @@ class SettingsError : public std::runtime_error {
  public:
   /// `what()` is "line 3: reason".
   SettingsError(std::size_t line, const std::string& reason);
-  std::size_t Line() const { return m_line; }
-
- private:
-  std::size_t m_line;
 };
 
 struct XmlElement {

@@ -87,6 +87,62 @@ TEST_F(RunHttpsTest, TerminationIsReportedToTheServer) {
   EXPECT_THAT(m_agent.Server().Read("agents/agent-7/status.txt"), HasSubstr("\nstatus: 0\nuptime: "));
 }
 
+TEST_F(RunHttpsTest, DisabledUpdatesAreToldOfOnce) {
+  m_agent.Server().Write("agents/agent-7/updates-disabled", "");
+  Serve("");
+  const RunningAgent agent(m_agent.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog("has disabled updates for this agent."));
+  ASSERT_TRUE(WaitForAnswers(" fingerprint: 204 ", 3)) << m_agent.Server().Log();
+  EXPECT_EQ(CountOf(agent.Log(), "has disabled updates"), 1u);
+  EXPECT_THAT(agent.Log(), Not(HasSubstr("The configuration server failed (")));
+  EXPECT_FALSE(std::filesystem::exists(m_agent.Directory().Path() / "AgentConfig.xml"));
+}
+
+struct FailedExchange {
+  const char* name;
+  const char* fault;
+  const char* exchange;
+  const char* failure;  ///< as the log begins to tell it
+};
+
+void PrintTo(const FailedExchange& exchange, std::ostream* out) { *out << exchange.name; }
+
+class RunHttpsFailureTest : public testing::TestWithParam<FailedExchange> {};
+
+TEST_P(RunHttpsFailureTest, IsToldAndTriedAgain) {
+  HttpsServedAgent served({"--fault", GetParam().fault, "--fault-on", GetParam().exchange, "--fault-times", "1"});
+  const std::string configuration = MakeConfiguration(served.Directory().Path() / "a", "");
+  served.Server().Write("default/AgentConfig.xml", configuration);
+  const RunningAgent agent(served.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog("The configuration server failed (" + std::string(GetParam().failure)));
+  EXPECT_TRUE(agent.WaitForLog("The configuration server is back."));
+  EXPECT_EQ(TemporaryDirectory::Read(served.Directory().Path() / "AgentConfig.xml"), configuration);
+  EXPECT_EQ(TemporaryDirectory::Read(served.Directory().Path() / "AgentConfig.md5").size(), 32u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Exchanges, RunHttpsFailureTest,
+    testing::Values(FailedExchange{"Registration", "status:500", "register", "registration: 0, result code 500)"},
+                    FailedExchange{"StatusReport", "status:503", "status", "the status report: 0, result code 503)"},
+                    FailedExchange{"Fingerprint", "status:500", "fingerprint", "the fingerprint: 0, result code 500)"},
+                    FailedExchange{"Configuration", "status:500", "configuration",
+                                   "the configuration: 0, result code 500)"},
+                    FailedExchange{"TextForAFingerprint", "status:200", "fingerprint",
+                                   "the fingerprint: 0, the server's answer is none)"},
+                    FailedExchange{"CutFingerprint", "cut:130", "fingerprint", "the fingerprint: 18, "}),
+    [](const testing::TestParamInfo<FailedExchange>& test) { return std::string(test.param.name); });
+
+TEST(RunHttpsPatchTest, PageIsNoPatch) {
+  HttpsServedAgent served({"--fault", "html", "--fault-on", "patch", "--fault-times", "1"});
+  served.Server().Write("patches/agentcore.tar.gz", "the archive");
+  served.Server().Write(
+      "default/AgentConfig.xml",
+      MakeConfiguration(served.Directory().Path() / "a", "", "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"));
+  const RunningAgent agent(served.GetInstallation());
+  EXPECT_TRUE(agent.WaitForLog("failed (the patch x64_72_agentcore_11.tar.gz: 0, what came is no archive)"));
+  EXPECT_TRUE(agent.WaitForLog("The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
+}
+
 /// A page from something in between, instead of an answer.
 class RunHttpsPageTest : public testing::TestWithParam<const char*> {};
 

@@ -46,6 +46,8 @@ TEST_F(RunServerTest, RegistersReportsAndAppliesWhatItIsGiven) {
   EXPECT_THAT(m_agent.Server().Read("agents/agent-7/registration.txt"),
               HasSubstr("os-version: Test 1\nagent-version: 9.9\n"));
   EXPECT_TRUE(WaitForStatus("1"));
+  // The time of day is reported, and not how long the agent has been up.
+  EXPECT_THAT(m_agent.Server().Read("agents/agent-7/status.txt"), HasSubstr("\ntime: 20"));
   // It asks again, and learns that it is up to date.
   m_agent.Server().WaitForLog("configuration: 5 no update needed");
   EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
@@ -83,9 +85,14 @@ TEST_F(RunServerTest, ConfigurationWithAnErrorIsRefusedAndReported) {
   EXPECT_TRUE(WaitUntil([&] {
     return StatusOf(m_agent.GetInstallation(), "refused").starts_with("line 3: the attribute Type is missing");
   }));
+  // It comes again with each round.
+  const std::size_t deliveries = CountOf(m_agent.Server().Log(), "configuration: 0 success");
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(m_agent.Server().Log(), "configuration: 0 success") >= deliveries + 4; }))
+      << m_agent.Server().Log();
   EXPECT_EQ(CountOf(agent.Log(), "is refused"), 1u);
   Serve(good + " ");
   EXPECT_TRUE(WaitForStatus("1"));
+  EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "refused").empty(); }));
 }
 
 TEST_F(RunServerTest, LastGoodConfigurationServesWithoutTheServer) {

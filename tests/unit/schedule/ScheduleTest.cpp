@@ -73,6 +73,12 @@ TEST(SystemRandom, SpreadsFromZeroToOne) {
   EXPECT_THAT(quarters, testing::Each(testing::Gt(100)));
 }
 
+TEST(SystemRandom, CopiesDoNotRepeatEachOther) {
+  const Random one = SystemRandom();
+  const Random copy = one;
+  EXPECT_NE(one(), copy());
+}
+
 TEST(SystemRandom, IsAnotherEachTime) {
   const Random one = SystemRandom();
   const Random other = SystemRandom();

@@ -68,10 +68,17 @@ TEST(Settings, InputsAreReadWithTheirDefaults) {
   EXPECT_EQ(settings.inputs[2].maxLineBytes, 1000u);
 }
 
+TEST(Settings, StandardInputHasTheDefaultOfFiles) {
+  EXPECT_EQ(Read(InInputs("<StandardInput/>")).inputs.front().maxLineBytes,
+            collect::InputSettings::defaultMaxLineBytes);
+}
+
 TEST(Settings, DestinationBecomesTheBlockOfItsSocket) {
   const Settings settings = Read(InDestinations(
-      "<Destination Type=\"tls\" Address=\"::1\" Port=\"6514\" MinTls=\"TLSv1.2\" Builder=\"RawPayloadBuilder\">"
-      "<Parameter Name=\"MaxPayloadSize\" Value=\"100\"/><Certificate>\n good \n</Certificate></Destination>"
+      "<Destination Type=\"tls\" Address=\"::1\" Port=\"6514\" MinTls=\"TLSv1.2\" Builder=\"RawPayloadBuilder\" "
+      "Framing=\"OctetCounting\">"
+      "<Parameter Name=\"MaxPayloadSize\" Value=\"100\"/><Parameter Name=\"AppendLineFeed\" Value=\"no\"/>"
+      "<Certificate>\n good \n</Certificate></Destination>"
       "<Destination Type=\"udp\" Address=\"host\"/>"));
   ASSERT_EQ(settings.destinations.size(), 2u);
   const DestinationSettings& tls = settings.destinations[0];
@@ -80,7 +87,8 @@ TEST(Settings, DestinationBecomesTheBlockOfItsSocket) {
   EXPECT_EQ(tls.maxTls, "TLSv1.2");
   EXPECT_EQ(tls.Url(), "tls://[::1]:6514");
   EXPECT_THAT(tls.parameters,
-              ElementsAre(Pair("Certificate", "encoded"), Pair("MaxPayloadSize", "100"),
+              ElementsAre(Pair("AppendLineFeed", "no"), Pair("Certificate", "encoded"),
+                          Pair("Framing", "OctetCounting"), Pair("MaxPayloadSize", "100"),
                           Pair("PayloadBuilderType", "RawPayloadBuilder"), Pair("Socket.BlockingSendStrategy", "false"),
                           Pair("TargetAddress", "::1"), Pair("TargetPort", "6514")));
   EXPECT_EQ(settings.destinations[1].Url(), "udp://host:514");
@@ -126,6 +134,14 @@ TEST(Settings, AddressInBracketsGetsNoMore) {
 TEST(Settings, ComponentNameMayHaveEveryCharacterThatItSays) {
   const std::string longest = "0123456789._-AZaz" + std::string(64 - 17, 'x');
   EXPECT_EQ(Read(InComponents("<Component Name='" + longest + "' BuildNumber='1'/>")).components[0].name, longest);
+}
+
+TEST(Settings, ComponentNameHasNoOtherCharacter) {
+  for (const char* const name : {"a/b", "a\\b", "a:b", "a b", "a*b", "\xC3\xA4"}) {
+    EXPECT_THAT(ErrorOf(InComponents("<Component Name='" + std::string(name) + "' BuildNumber='1'/>")),
+                HasSubstr("is no name of a component"))
+        << name;
+  }
 }
 
 TEST(Settings, DestinationsAreEqualWhenAllIsTheSame) {
@@ -201,6 +217,14 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"LineTooLong", InInputs("<File Path='" + Absolute("a") + "' MaxLineBytes='16777217'/>"),
                   "line 3: MaxLineBytes is '16777217'; it takes a number from 256 to 16777216"},
         ErrorCase{"LineTooShort", InInputs("<StandardInput MaxLineBytes='255'/>"), "MaxLineBytes is '255'"},
+        ErrorCase{"LineOfStandardInputTooLong", InInputs("<StandardInput MaxLineBytes='16777217'/>"),
+                  "MaxLineBytes is '16777217'; it takes a number from 256 to 16777216"},
+        ErrorCase{"LineOfAFileTooShort", InInputs("<File Path='" + Absolute("a") + "' MaxLineBytes='255'/>"),
+                  "MaxLineBytes is '255'"},
+        ErrorCase{"TextInStandardInput", InInputs("<StandardInput>x</StandardInput>"),
+                  "line 3: StandardInput holds no text"},
+        ErrorCase{"ElementInStandardInput", InInputs("<StandardInput>\n<b/></StandardInput>"),
+                  "line 4: StandardInput holds no elements"},
         ErrorCase{"NoNumber", InInputs("<StandardInput MaxLineBytes='1000 '/>"), "MaxLineBytes is '1000 '"},
         ErrorCase{"TextInFile", InInputs("<File Path='" + Absolute("a") + "'>x</File>"), "line 3: File holds no text"},
         ErrorCase{"ElementInFile", InInputs("<File Path='" + Absolute("a") + "'>\n<b/></File>"),
@@ -247,6 +271,9 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"AttributeOfAParameter",
                   InDestinations(tcp + ">\n<Parameter Name='MaxPayloadSize' Value='1' Unit='KiB'/></Destination>"),
                   "line 4: Parameter has no attribute 'Unit'"},
+        ErrorCase{"TextInAParameter",
+                  InDestinations(tcp + ">\n<Parameter Name='MaxPayloadSize' Value='1'>2</Parameter></Destination>"),
+                  "line 4: Parameter holds no text"},
         ErrorCase{"UnknownTlsVersion",
                   InDestinations("<Destination Type='tls' Address='a' MinTls='TLSv9'><Certificate>good</Certificate>"
                                  "</Destination>"),
@@ -257,6 +284,9 @@ INSTANTIATE_TEST_SUITE_P(
                   InDestinations("<Destination Type='tls' Address='a'>\n<Certificate>bad</Certificate></Destination>"),
                   "line 4: it holds no certificate"},
         ErrorCase{"CertificateOfTcp", InDestinations(tcp + ">\n<Certificate>good</Certificate></Destination>"),
+                  "line 4: only a tls destination has a certificate"},
+        ErrorCase{"CertificateOfUdp",
+                  InDestinations("<Destination Type='udp' Address='a'>\n<Certificate>good</Certificate></Destination>"),
                   "line 4: only a tls destination has a certificate"},
         ErrorCase{"CertificateTwice",
                   InDestinations("<Destination Type='tls' Address='a'><Certificate>good</Certificate>\n"

@@ -47,6 +47,11 @@ TEST(SocketParameters, AreTakenWithWhatTheyTakeAlone) {
   }
 }
 
+TEST(SocketParameters, AreAllLookedAt) {
+  EXPECT_EQ(ErrorOf({{"AppendLineFeed", "yes"}, {"MaxPayloadSize", "many"}}, true, Place::Configuration),
+            "MaxPayloadSize is 'many'; it takes a number from 0 to 4294967295");
+}
+
 TEST(SocketParameters, AreThoseOfUdpWithoutAStream) {
   for (const FreeParameter& parameter : freeParameters) {
     const char* const value = parameter.takes == Takes::Number ? "1" : "no";

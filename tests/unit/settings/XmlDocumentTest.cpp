@@ -19,12 +19,13 @@ std::string ErrorOf(const std::string& text) {
   return "none";
 }
 
-std::string Nested(std::size_t levels) {
+std::string Repeat(std::size_t times, const std::string& part) {
   std::string text;
-  for (std::size_t i = 0; i < levels; ++i) text += "<a>";
-  for (std::size_t i = 0; i < levels; ++i) text += "</a>";
+  for (std::size_t i = 0; i < times; ++i) text += part;
   return text;
 }
+
+std::string Nested(std::size_t levels) { return Repeat(levels, "<a>") + Repeat(levels, "</a>"); }
 
 TEST(XmlDocument, GivesElementsAttributesTextAndLines) {
   const XmlElement root = ParseXml(
@@ -48,6 +49,14 @@ TEST(XmlDocument, ErrorsHaveTheirLines) {
   EXPECT_EQ(ErrorOf("<a>\n<b x='1' x='2'/></a>"), "line 2: the attribute 'x' is given twice");
 }
 
+/// The parser overwrites what it has read; lines are counted in what was given to it.
+TEST(XmlDocument, LineEndsBehindNamesCount) {
+  EXPECT_THAT(ErrorOf("<a\nx='1'>\n<b>\n</c></a>"), HasSubstr("line 4: "));
+  const XmlElement root = ParseXml("<a\nx='1'>\n<b/></a>");
+  ASSERT_EQ(root.children.size(), 1u);
+  EXPECT_EQ(root.children[0].line, 3u);
+}
+
 TEST(XmlDocument, OneRootIsWanted) {
   EXPECT_EQ(ErrorOf(""), "line 1: there is no element");
   EXPECT_EQ(ErrorOf("<!-- nothing -->"), "line 1: there is no element");
@@ -66,8 +75,7 @@ TEST(XmlDocument, DepthIsBounded) {
 
 /// Each of these hides start tags from a careless reader, and the parser calls itself for each.
 TEST(XmlDocument, DepthCannotBeHidden) {
-  std::string deep;
-  for (int i = 0; i < 200'000; ++i) deep += "<b>";
+  const std::string deep = Repeat(200'000, "<b>");
   EXPECT_NE(ErrorOf("<a\">" + deep + "\">"), "none");
   EXPECT_NE(ErrorOf("<a=\">" + deep + "\">"), "none");
   EXPECT_NE(ErrorOf("<a x\"=\">\" <!-- \">" + deep + " -->"), "none");
@@ -75,24 +83,53 @@ TEST(XmlDocument, DepthCannotBeHidden) {
   EXPECT_NE(ErrorOf("<a x='" + deep), "none");
   EXPECT_NE(ErrorOf("<a><!-- </a></a> -->" + deep), "none");
   EXPECT_NE(ErrorOf("<a>" + deep + "</b></b>"), "none");
-  std::string closed;
-  for (int i = 0; i < 200'000; ++i) closed += "<b x='/>' ></a>";
-  EXPECT_NE(ErrorOf(closed), "none");
+  EXPECT_NE(ErrorOf(Repeat(200'000, "<b x='/>' ></a>")), "none");
+}
+
+TEST(XmlDocument, DepthIsCountedThroughWhatStandsBetween) {
+  const char* const refused = "line 1: elements are nested too deep";
+  const std::size_t tooDeep = maxXmlDepth + 1;
+  EXPECT_EQ(ErrorOf(Repeat(tooDeep, "<b x='/>' >")), refused);
+  EXPECT_EQ(ErrorOf(Repeat(tooDeep, "<b x=\"/>\" >")), refused);
+  EXPECT_EQ(ErrorOf(Repeat(tooDeep, "<b><c></c>")), refused);
+  EXPECT_EQ(ErrorOf("<!-- -->" + Repeat(tooDeep, "<b>") + "<!-- -->"), refused);
+  EXPECT_EQ(ErrorOf("</a>" + Repeat(tooDeep, "<b>")), refused);
+}
+
+TEST(XmlDocument, WhatDoesNotEndIsToldWhereItBegins) {
+  for (const char* const start : {"<!-- x->", "<![CDATA[x]>", "<?x>", "</b"}) {
+    EXPECT_EQ(ErrorOf("<a>\n" + std::string(start) + "\n"), "line 2: what begins here does not end") << start;
+  }
+  for (const char* const start : {"<b", "<b x", "<b <c>", "<b x='1>", "<b x='<'/></a>"}) {
+    EXPECT_EQ(ErrorOf("<a>\n" + std::string(start)), "line 2: this tag does not end") << start;
+  }
+}
+
+TEST(XmlDocument, QuotationMarksBelongToValues) {
+  EXPECT_EQ(ErrorOf("<a>\n<b x\"=\"/></a>"), "line 2: a quotation mark in this tag that belongs to no value");
 }
 
 TEST(XmlDocument, WhatOnlyLooksLikeTagsIsNoDepth) {
-  std::string deep;
-  for (std::size_t i = 0; i <= maxXmlDepth; ++i) deep += "<b>";
+  const std::string deep = Repeat(maxXmlDepth + 1, "<b>");
   EXPECT_EQ(ErrorOf("<!-->" + deep + "--><a/>"), "none");
   EXPECT_EQ(ErrorOf("<?>" + deep + "?><a/>"), "none");
-  EXPECT_EQ(ErrorOf("<a><![CDATA[" + deep + "]]></a>"), "none");
+  EXPECT_EQ(ErrorOf("<a><![CDATA[]>" + deep + "]]></a>"), "none");
+}
+
+TEST(XmlDocument, CommentsSectionsAndInstructionsMayBeEmpty) {
+  EXPECT_EQ(ErrorOf("<!----><?"
+                    "?><a><![CDATA[]]></a>"),
+            "none");
 }
 
 TEST(XmlDocument, TagsHaveProperNames) {
   for (const char character : std::string("\"'=<?!&")) {
     EXPECT_EQ(ErrorOf(std::string("<a>\n<b") + character + "c/></a>"), "line 2: this tag has no proper name")
         << character;
+    EXPECT_EQ(ErrorOf(std::string("<a>\n<b") + character + " /></a>"), "line 2: this tag has no proper name")
+        << character;
   }
+  EXPECT_THAT(ErrorOf("<a>\n</>"), HasSubstr("line 2: invalid closing tag name"));
 }
 
 TEST(XmlDocument, BlanksOfEveryKindPartAttributes) {
@@ -113,8 +150,12 @@ TEST(XmlDocument, OnlyXmlsOwnEntitiesAreKnown) {
 
 TEST(XmlDocument, TextIsUtf8WithoutControlCharacters) {
   EXPECT_EQ(ErrorOf("<a>\n\xE4</a>"), "line 2: this is not UTF-8");
+  EXPECT_EQ(ErrorOf("<a>\n\xE4\n</a>"), "line 2: this is not UTF-8");
+  EXPECT_EQ(ErrorOf("<a>\x1F</a>"), "line 1: a control character");
   EXPECT_EQ(ErrorOf(std::string("<a/>\n\0<b/>", 10)), "line 2: a control character");
   EXPECT_EQ(ErrorOf("<a x='&#10;'/>"), "line 1: a control character in the attribute 'x'");
+  EXPECT_EQ(ErrorOf("<a x='&#31;'/>"), "line 1: a control character in the attribute 'x'");
+  EXPECT_EQ(ErrorOf("<a x='\xC3\xA4'/>"), "none");
   EXPECT_EQ(ErrorOf("<a x='&#0;'/>"), "line 1: a control character in the attribute 'x'");
   EXPECT_EQ(ErrorOf("<a/>\n\xC3"), "line 2: this is not UTF-8");
   EXPECT_EQ(ErrorOf("<a x='&#127;'/>"), "line 1: a control character in the attribute 'x'");
