@@ -17,4 +17,7 @@ inline constexpr std::array<std::pair<std::string_view, DestinationType>, 3> des
 inline constexpr std::array<std::pair<std::string_view, std::string_view>, 2> framings{
     {{"LineFeed", "LineFeed"}, {"OctetCounting", "OctetCounting"}}};
 
+/// Whether a payload without a byte has any on the wire.
+constexpr bool FramesEmptyPayloads(std::string_view framing) { return framing == "LineFeed"; }
+
 }  // namespace sorvex::settings

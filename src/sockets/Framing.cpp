@@ -1,7 +1,7 @@
 #include "sockets/Framing.h"
 
+#include <algorithm>
 #include <charconv>
-#include <cstring>
 
 namespace VaroCommunicationAPI {
 
@@ -31,18 +31,26 @@ std::size_t Framing::AddedBytes(std::size_t length) const {
 }
 
 void Framing::Write(std::span<const char> payload, char* target) const {
-  if (payload.empty() && m_kind != Kind::LineFeed) return;
-  if (m_kind == Kind::OctetCounting) {
-    target = std::to_chars(target, target + AddedBytes(payload.size()), payload.size()).ptr;
-    *target++ = ' ';
+  switch (m_kind) {
+    case Kind::None: std::ranges::copy(payload, target); break;
+    case Kind::LineFeed: *std::ranges::copy(payload, target).out = '\n'; break;
+    case Kind::OctetCounting:
+      if (payload.empty()) break;
+      target = std::to_chars(target, target + AddedBytes(payload.size()), payload.size()).ptr;
+      *target++ = ' ';
+      std::ranges::copy(payload, target);
+      break;
   }
-  if (!payload.empty()) std::memcpy(target, payload.data(), payload.size());
-  if (m_kind == Kind::LineFeed) target[payload.size()] = '\n';
 }
 
 std::size_t Framing::NeededBytes(std::size_t length) const {
-  // Sent again for want of its line feed, a payload would arrive twice. An empty one has only its line feed.
-  if (m_kind == Kind::LineFeed && length > 0) return length;
+  switch (m_kind) {
+    // At the end of a connection the receiver takes what lacks its line feed for a payload: sent again, it would arrive
+    // twice. An empty one has only its line feed.
+    case Kind::LineFeed: return length > 0 ? length : 1;
+    case Kind::None:
+    case Kind::OctetCounting: break;
+  }
   return length + AddedBytes(length);
 }
 

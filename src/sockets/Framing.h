@@ -20,16 +20,17 @@ class Framing {
 
   explicit Framing(Kind kind = Kind::None) : m_kind(kind) {}
 
-  /// The kind called "LineFeed" or "OctetCounting".
+  /// The kind of a name; nothing for an unknown one, and `None` has none.
   static std::optional<Kind> Parse(std::string_view name);
 
   /// Bytes that are added to a payload of `length` bytes.
   std::size_t AddedBytes(std::size_t length) const;
 
-  /// Writes the payload with its framing, `AddedBytes` longer than the payload, to `target`.
+  /// Writes the payload, which may be empty, with its framing to `target`: exactly `AddedBytes` more than the payload.
   void Write(std::span<const char> payload, char* target) const;
 
-  /// How many bytes of a framed payload of `length` bytes the receiver needs to have all of the payload.
+  /// How many bytes of a framed payload of `length` bytes the receiver needs to take them for the payload when the
+  /// connection ends there. A payload of which fewer were accepted is sent again.
   std::size_t NeededBytes(std::size_t length) const;
 
  private:
