@@ -98,12 +98,10 @@ std::shared_ptr<ACE_Message_Block> GetMessageBlock(WireBinary& binary, bool bRel
 
 /// The start of every request and response.
 ///
-/// Each record has its `name`, and `VisitFields(record, visit)`, which calls `visit` for each field in wire order with
-/// its name and itself, then for a string its bound, for data whether they carry a digest and their bound. Writing,
-/// reading and measuring are such visits (src/wire/RecordIo.h).
+/// Each record derived from it has its `name`, and `VisitFields(record, visit)`, which calls `visit` for each field in
+/// wire order with its name and itself, then for a string its bound, for data whether they carry a digest and their
+/// bound. Writing, reading and measuring are such visits (src/wire/RecordIo.h).
 struct RecordHeader {
-  static constexpr const char* name = "RecordHeader";
-
   RecordHeader() = default;
   virtual ~RecordHeader();
 

@@ -142,7 +142,7 @@ void StreamSender::Idle() { m_bAfterIdle = true; }
 
 StreamSender::Outcome StreamSender::SendAndPause(const FramedPayloads& payloads, bool isAfterIdle) {
   const Outcome outcome = TrySend(payloads, isAfterIdle);
-  if (outcome.m_pause > 0ms) m_state.Pause(outcome.m_pause);
+  if (outcome.m_pause.count() > 0) m_state.Pause(outcome.m_pause);
   return outcome;
 }
 

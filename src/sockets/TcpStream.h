@@ -9,7 +9,7 @@
 
 namespace VaroCommunicationAPI {
 
-class TcpStream : public ISocketStream {
+class TcpStream final : public ISocketStream {
  public:
   explicit TcpStream(StreamUse use);
   ~TcpStream() override;

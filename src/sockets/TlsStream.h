@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds defaultHandshakeLimit = std::chrono::seconds
 
 /// The one place that talks to the TLS library while a connection stands. What the library refuses has its own code for
 /// a number.
-class TlsStream : public ISocketStream {
+class TlsStream final : public ISocketStream {
  public:
   /// The connection follows the settings of `context` as they are now and does not need it afterwards. One for an
   /// exchange reads several records from the system at once, through a buffer that it keeps.

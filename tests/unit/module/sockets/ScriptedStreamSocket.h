@@ -144,7 +144,7 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
   }
 
  private:
-  class Stream : public VaroCommunicationAPI::ISocketStream {
+  class Stream final : public VaroCommunicationAPI::ISocketStream {
    public:
     explicit Stream(ScriptedStreamSocket& script) : m_script(script) {}
     ~Stream() override { Close(); }
