@@ -95,7 +95,9 @@ TEST_F(RunTest, FileThatAppearsWhileTheAgentIsStoppedIsReadWhole) {
       Append(Log(), "two\n");
       return !server.Received().empty();
     }));
-    EXPECT_EQ(agent.End(), 0);
+    ASSERT_TRUE(
+        WaitUntil([&] { return std::filesystem::exists(m_installation.Directory().Path() / "state" / "positions"); }));
+    agent.Kill();
   }
   Append(Log("b.log"), "three\n");
   const RunningAgent agent(m_installation);
