@@ -251,7 +251,11 @@ TYPED_TEST(RawSocket, SendingAndReceivingWithoutConnectionFail) {
 }
 
 TYPED_TEST(RawSocket, APeerThatResetsGivesAnErrorAndNoSignal) {
-  typename TypeParam::Server server([](auto&, auto& connection, int) { connection.Reset(); });
+  // Not before the socket knows that it is connected.
+  typename TypeParam::Server server([](auto&, auto& connection, int) {
+    connection.ReadExactly(1);
+    connection.Reset();
+  });
   this->Open(server.Port());
   this->log->Clear();
   const std::string block(100000, 'x');
