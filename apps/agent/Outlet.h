@@ -107,7 +107,7 @@ class Outlet {
   const ForwardCommand& m_command;
   std::shared_ptr<WindowsAgentCommon::ISocket> m_pSocket;
   const WindowsAgentCommon::IUDPSocket* m_pUdpSocket = nullptr;  ///< the same, when it is one
-  const bool m_bSendsEmptyPayloads;                              ///< they have something in transit
+  const bool m_bSendsEmptyPayloads;                              ///< an event without text has bytes on the wire
 
   // The sending thread's own.
   std::uint32_t m_submitted = 0;
