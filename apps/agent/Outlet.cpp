@@ -29,7 +29,7 @@ constexpr std::int32_t addressFamilyNotSupported = 10047;
 bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& command) {
   const EnvironmentBlockHelper parameters(command.parameters);
   std::string framing;
-  parameters.GetStringValue("Framing", framing, "LineFeed");
+  parameters.GetStringValue("Framing", framing, std::string(settings::framings.front().second));
   bool appendsLineFeed = true;
   parameters.GetBooleanValue("AppendLineFeed", appendsLineFeed, true);
   return destination.scheme != Scheme::Udp && settings::FramesEmptyPayloads(framing) && appendsLineFeed;

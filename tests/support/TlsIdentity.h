@@ -2,9 +2,9 @@
 #pragma once
 
 #include <openssl/bio.h>
+#include <openssl/ec.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/rsa.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
@@ -59,7 +59,7 @@ class TlsIdentity {
 
  private:
   static EVP_PKEY* NewKey() {
-    EVP_PKEY* const key = EVP_RSA_gen(2048);
+    EVP_PKEY* const key = EVP_EC_gen("P-256");
     if (!key) throw std::runtime_error("cannot make a key");
     return key;
   }
@@ -77,7 +77,7 @@ class TlsIdentity {
   std::shared_ptr<X509> m_pCertificate;
 };
 
-/// The default certificate of the tests' servers; making a key takes time.
+/// The default certificate of the tests' servers.
 inline const TlsIdentity& ServerIdentity() {
   static const TlsIdentity identity("loopback");
   return identity;

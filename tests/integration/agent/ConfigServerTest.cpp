@@ -86,7 +86,7 @@ TEST_P(AgentWithServer, SaysThatUpdatesAreBlocked) {
 TEST_P(AgentWithServer, GetsTheServersKeyIn2) {
   const ProcessResult result = m_agent.Fetch({"server-key"});
   EXPECT_EQ(result.status, IsVersion2() ? 0 : 1);
-  EXPECT_EQ(m_agent.FileContent().size(), IsVersion2() ? 294u : 0u);
+  EXPECT_EQ(m_agent.FileContent().size(), IsVersion2() ? 91u : 0u);
 }
 
 TEST_P(AgentWithServer, RemembersTheServersVersion) {
@@ -200,7 +200,7 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"CutInARegistration", {"--fault", "cut:17", "--fault-on", "register"}, registration, false, "2"},
         FaultCase{"CutInATest", {"--fault", "cut:17", "--fault-on", "connect"}, testConnection, false},
         FaultCase{
-            "CutInAConfiguration", {"--fault", "cut:400", "--fault-on", "configuration"}, fetchConfiguration, false},
+            "CutInAConfiguration", {"--fault", "cut:150", "--fault-on", "configuration"}, fetchConfiguration, false},
         FaultCase{
             "LateConfiguration", {"--fault", "late:10", "--fault-on", "configuration"}, fetchConfiguration, false},
         FaultCase{"LatePatch", {"--fault", "late:10", "--fault-on", "patch"}, fetchPatch, false},

@@ -182,10 +182,10 @@ TEST(ConfigServer, DeliversItsKeyAlsoWithoutAConfiguration) {
   AdmittedClient client(server);
   const auto delivery = client.Fetch(ConfigurationRequest("2.0"));
   EXPECT_EQ(delivery.result, 5u);
-  // The start of an X.509 SubjectPublicKeyInfo of an RSA key of 2048 bits.
-  EXPECT_EQ(delivery.key.substr(0, 24),
-            HexBytes("30 82 01 22 30 0D 06 09 2A 86 48 86 F7 0D 01 01 01 05 00 03 82 01 0F 00"));
-  EXPECT_EQ(delivery.key.size(), 294u);
+  // The start of an X.509 SubjectPublicKeyInfo of a key on the curve P-256.
+  EXPECT_EQ(delivery.key.substr(0, 27),
+            HexBytes("30 59 30 13 06 07 2A 86 48 CE 3D 02 01 06 08 2A 86 48 CE 3D 03 01 07 03 42 00 04"));
+  EXPECT_EQ(delivery.key.size(), 91u);
 }
 
 TEST(ConfigServer, DeliversAPatchThatWasReplaced) {

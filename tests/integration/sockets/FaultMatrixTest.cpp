@@ -34,61 +34,25 @@ using WindowsAgentCommon::ISocket;
 
 enum class Strategy { Blocking, Queued };
 
-enum class Fault {
-  Refused,
-  Reset,
-  OrderlyClose,
-  BlackHole,
-  NeverReads,
-  ReadsByteByByte,
-  ClosesInHandshake,
-  WrongCertificate,
-  NeverResolves,
-  ResolvesLater,
-  RestartsUnderLoad,
-  FullQueue,
-  ClockSetBack,
-  TalksBack,
-  SlowAtStop,
-  ClosesAtOnce,
-  TwoStops,
-  BackBeforeStop
-};
-
 const char* Name(Strategy strategy) { return strategy == Strategy::Blocking ? "blocking" : "queued"; }
 
-const char* Name(Fault fault) {
-  switch (fault) {
-    case Fault::Refused: return "refused";
-    case Fault::Reset: return "reset";
-    case Fault::OrderlyClose: return "orderly close";
-    case Fault::BlackHole: return "black hole";
-    case Fault::NeverReads: return "accepts and never reads";
-    case Fault::ReadsByteByByte: return "reads one byte at a time";
-    case Fault::ClosesInHandshake: return "closes inside the handshake";
-    case Fault::WrongCertificate: return "wrong certificate";
-    case Fault::NeverResolves: return "name does not resolve";
-    case Fault::ResolvesLater: return "resolves later";
-    case Fault::RestartsUnderLoad: return "restarts under load";
-    case Fault::FullQueue: return "full queue";
-    case Fault::ClockSetBack: return "clock set back";
-    case Fault::TalksBack: return "talks back";
-    case Fault::SlowAtStop: return "slow at the stop";
-    case Fault::ClosesAtOnce: return "accepts and closes at once";
-    case Fault::TwoStops: return "two stops at once";
-    case Fault::BackBeforeStop: return "back just before the stop";
-  }
-  return "?";
-}
+class FaultMatrix;
+
+/// A fault, the transports and strategies that it can happen to, and what is done and expected there.
+struct Fault {
+  const char* m_name;
+  void (FaultMatrix::*m_test)();
+  bool (*m_canHappen)(Transport, Strategy);
+};
 
 struct Cell {
   Transport transport;
   Strategy strategy;
-  Fault fault;
+  const Fault* fault;
 };
 
 void PrintTo(const Cell& cell, std::ostream* out) {
-  *out << Name(cell.transport) << ", " << Name(cell.strategy) << ", " << Name(cell.fault);
+  *out << Name(cell.transport) << ", " << Name(cell.strategy) << ", " << cell.fault->m_name;
 }
 
 /// The observations of a case.
@@ -103,6 +67,26 @@ struct Measured {
 };
 
 class FaultMatrix : public testing::TestWithParam<Cell> {
+ public:
+  void Refused();
+  void Reset() { EndedByPeer(true); }
+  void OrderlyClose() { EndedByPeer(false); }
+  void IntoBlackHole();
+  void IntoReceiverThatNeverReads();
+  void IntoReceiverThatReadsByteByByte();
+  void IntoReceiverThatClosesInHandshake();
+  void IntoReceiverWithWrongCertificate();
+  void IntoNameThatNeverResolves();
+  void IntoNameThatResolvesLater();
+  void IntoReceiverThatRestarts();
+  void IntoFullQueue();
+  void WhileClockIsSetBack();
+  void IntoReceiverThatTalksBack();
+  void IntoReceiverThatIsSlowAtTheStop();
+  void IntoReceiverThatClosesAtOnce();
+  void WithTwoStops();
+  void IntoReceiverThatIsBackBeforeTheStop();
+
  protected:
   static Transport TestedTransport() { return GetParam().transport; }
   static bool IsUdp() { return TestedTransport() == Transport::Udp; }
@@ -244,23 +228,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     return texts;
   }
 
-  void Refused();
   void EndedByPeer(bool isReset);
-  void IntoBlackHole();
-  void IntoReceiverThatNeverReads();
-  void IntoReceiverThatReadsByteByByte();
-  void IntoReceiverThatClosesInHandshake();
-  void IntoReceiverWithWrongCertificate();
-  void IntoNameThatNeverResolves();
-  void IntoNameThatResolvesLater();
-  void IntoReceiverThatRestarts();
-  void IntoFullQueue();
-  void WhileClockIsSetBack();
-  void IntoReceiverThatTalksBack();
-  void IntoReceiverThatIsSlowAtTheStop();
-  void IntoReceiverThatClosesAtOnce();
-  void WithTwoStops();
-  void IntoReceiverThatIsBackBeforeTheStop();
 
   RecordingLogger m_log;
   std::shared_ptr<SkippingTime> m_pTime = std::make_shared<SkippingTime>();
@@ -299,7 +267,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     }
     std::string texts;
     for (const std::string& text : Texts()) texts += (texts.empty() ? "" : "; ") + text;
-    std::ofstream(file, std::ios::app) << "| " << Name(GetParam().fault) << " | " << Name(TestedTransport()) << " | "
+    std::ofstream(file, std::ios::app) << "| " << GetParam().fault->m_name << " | " << Name(TestedTransport()) << " | "
                                        << Name(GetParam().strategy) << " | " << send.str() << " | "
                                        << m_pSocket->GetMessagesSubmitted() << " = " << m_pSocket->GetMessagesSent()
                                        << " + " << m_pSocket->GetMessagesDropped() << " + 0 + "
@@ -730,49 +698,43 @@ void FaultMatrix::IntoReceiverThatIsBackBeforeTheStop() {
   EXPECT_THAT(Texts(), ElementsAreArray(WithConnected({RefusedText(), reconnecting, reconnectFailed, reconnected}, 3)));
 }
 
-TEST_P(FaultMatrix, LosesNothingUnsaid) {
-  switch (GetParam().fault) {
-    case Fault::Refused: return Refused();
-    case Fault::Reset: return EndedByPeer(true);
-    case Fault::OrderlyClose: return EndedByPeer(false);
-    case Fault::BlackHole: return IntoBlackHole();
-    case Fault::NeverReads: return IntoReceiverThatNeverReads();
-    case Fault::ReadsByteByByte: return IntoReceiverThatReadsByteByByte();
-    case Fault::ClosesInHandshake: return IntoReceiverThatClosesInHandshake();
-    case Fault::WrongCertificate: return IntoReceiverWithWrongCertificate();
-    case Fault::NeverResolves: return IntoNameThatNeverResolves();
-    case Fault::ResolvesLater: return IntoNameThatResolvesLater();
-    case Fault::RestartsUnderLoad: return IntoReceiverThatRestarts();
-    case Fault::FullQueue: return IntoFullQueue();
-    case Fault::ClockSetBack: return WhileClockIsSetBack();
-    case Fault::TalksBack: return IntoReceiverThatTalksBack();
-    case Fault::SlowAtStop: return IntoReceiverThatIsSlowAtTheStop();
-    case Fault::ClosesAtOnce: return IntoReceiverThatClosesAtOnce();
-    case Fault::TwoStops: return WithTwoStops();
-    case Fault::BackBeforeStop: return IntoReceiverThatIsBackBeforeTheStop();
-  }
+bool Anywhere(Transport, Strategy) { return true; }
+bool InHandshake(Transport transport, Strategy) { return transport == Transport::Tls; }
+bool OfConnection(Transport transport, Strategy) { return transport != Transport::Udp; }
+bool OfQueue(Transport, Strategy strategy) { return strategy == Strategy::Queued; }
+bool OfQueueOverConnection(Transport transport, Strategy strategy) {
+  return OfConnection(transport, strategy) && OfQueue(transport, strategy);
 }
+
+constexpr Fault faults[] = {
+    {"refused", &FaultMatrix::Refused, Anywhere},
+    {"reset", &FaultMatrix::Reset, Anywhere},
+    {"orderly close", &FaultMatrix::OrderlyClose, Anywhere},
+    {"black hole", &FaultMatrix::IntoBlackHole, Anywhere},
+    {"accepts and never reads", &FaultMatrix::IntoReceiverThatNeverReads, Anywhere},
+    {"reads one byte at a time", &FaultMatrix::IntoReceiverThatReadsByteByByte, Anywhere},
+    {"closes inside the handshake", &FaultMatrix::IntoReceiverThatClosesInHandshake, InHandshake},
+    {"wrong certificate", &FaultMatrix::IntoReceiverWithWrongCertificate, InHandshake},
+    {"name does not resolve", &FaultMatrix::IntoNameThatNeverResolves, Anywhere},
+    {"resolves later", &FaultMatrix::IntoNameThatResolvesLater, Anywhere},
+    {"restarts under load", &FaultMatrix::IntoReceiverThatRestarts, Anywhere},
+    {"full queue", &FaultMatrix::IntoFullQueue, OfQueue},
+    {"clock set back", &FaultMatrix::WhileClockIsSetBack, Anywhere},
+    {"talks back", &FaultMatrix::IntoReceiverThatTalksBack, OfConnection},
+    {"slow at the stop", &FaultMatrix::IntoReceiverThatIsSlowAtTheStop, OfConnection},
+    {"accepts and closes at once", &FaultMatrix::IntoReceiverThatClosesAtOnce, OfConnection},
+    {"two stops at once", &FaultMatrix::WithTwoStops, Anywhere},
+    {"back just before the stop", &FaultMatrix::IntoReceiverThatIsBackBeforeTheStop, OfQueueOverConnection},
+};
+
+TEST_P(FaultMatrix, LosesNothingUnsaid) { (this->*GetParam().fault->m_test)(); }
 
 std::vector<Cell> AllCells() {
   std::vector<Cell> cells;
-  for (int fault = 0; fault <= static_cast<int>(Fault::BackBeforeStop); ++fault) {
+  for (const Fault& fault : faults) {
     for (const Transport transport : {Transport::Tcp, Transport::Tls, Transport::Udp}) {
       for (const Strategy strategy : {Strategy::Blocking, Strategy::Queued}) {
-        const Cell cell{transport, strategy, static_cast<Fault>(fault)};
-        // Only TLS has a handshake, and only one strategy has a queue.
-        if (transport != Transport::Tls &&
-            (cell.fault == Fault::ClosesInHandshake || cell.fault == Fault::WrongCertificate)) {
-          continue;
-        }
-        if (strategy == Strategy::Blocking && (cell.fault == Fault::FullQueue || cell.fault == Fault::BackBeforeStop)) {
-          continue;
-        }
-        // Datagrams have no connection, no answer and no pace.
-        if (transport == Transport::Udp && (cell.fault == Fault::TalksBack || cell.fault == Fault::SlowAtStop ||
-                                            cell.fault == Fault::ClosesAtOnce || cell.fault == Fault::BackBeforeStop)) {
-          continue;
-        }
-        cells.push_back(cell);
+        if (fault.m_canHappen(transport, strategy)) cells.push_back({transport, strategy, &fault});
       }
     }
   }
@@ -783,8 +745,8 @@ INSTANTIATE_TEST_SUITE_P(Cells, FaultMatrix, testing::ValuesIn(AllCells()),
                          [](const testing::TestParamInfo<Cell>& test) {
                            std::string name;
                            bool isStart = true;
-                           for (const char c : std::string(Name(test.param.fault)) + ' ' + Name(test.param.transport) +
-                                                   ' ' + Name(test.param.strategy)) {
+                           for (const char c : std::string(test.param.fault->m_name) + ' ' +
+                                                   Name(test.param.transport) + ' ' + Name(test.param.strategy)) {
                              if (c != ' ') name += static_cast<char>(isStart ? std::toupper(c) : c);
                              isStart = c == ' ';
                            }

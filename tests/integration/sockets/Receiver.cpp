@@ -89,6 +89,7 @@ Reception::Verdict Reception::Judge() const {
         continue;
       }
       if (number <= previous) complain("doubled, or out of order", payload);
+      if (number > previous + 1) ++verdict.gaps;
       previous = number;
       ++verdict.whole;
     }

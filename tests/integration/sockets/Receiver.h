@@ -20,6 +20,7 @@ class Reception {
  public:
   struct Verdict {
     std::uint32_t whole = 0;  ///< payloads that arrived whole
+    int gaps = 0;             ///< places where payloads are missing
     std::string complaint;    ///< empty when nothing is doubled, torn or out of order
   };
 

@@ -1,0 +1,21 @@
+#include "sockets/Framing.h"
+
+#include <settings/DestinationNames.h>
+
+#include <gtest/gtest.h>
+
+namespace sorvex::settings {
+namespace {
+
+using VaroCommunicationAPI::Framing;
+
+TEST(DestinationNames, FramingsAreKnownToTheSockets) {
+  for (const auto& [name, value] : framings) {
+    const auto kind = Framing::Parse(value);
+    ASSERT_TRUE(kind) << name;
+    EXPECT_EQ(FramesEmptyPayloads(value), Framing(*kind).AddedBytes(0) > 0) << name;
+  }
+}
+
+}  // namespace
+}  // namespace sorvex::settings
