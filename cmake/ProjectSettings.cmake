@@ -28,9 +28,11 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  # A clone in another folder reuses what this one has compiled, and precompiled headers are cached.
+  # A clone in another folder reuses what this one has compiled, and precompiled headers are cached. What a file includes
+  # is taken from the compiler's list: preprocessing the file to find out takes a tenth of the time of compiling it.
   set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
-    "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros "${CCACHE}")
+    "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_DEPEND=1 CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros
+    "${CCACHE}")
 endif()
 
 # Compiler and linker settings for everything.
