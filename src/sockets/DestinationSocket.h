@@ -58,8 +58,6 @@ struct DestinationParameters {
 /// Any thread may call `Open`, `Connect`, `Close` and `Shutdown` at any time. A stop ends what other threads do with
 /// the socket: their connects and sends fail, and producers waiting for room are refused. The most derived class calls
 /// `EndLife` in its destructor.
-/// with the socket: what they connect or send fails, and producers that wait for room are refused. The class at the end
-/// of the hierarchy calls `EndLife` in its destructor.
 template <class Sender>
 class DestinationSocket : public WindowsAgentCommon::VaroTask, public Sender::Interface {
  public:
