@@ -208,7 +208,7 @@ struct Contestant {
   const char* title;
   int exchanges;  ///< on each connection
   ActAs actAs;
-  int step = 1;         ///< one agent in so many acts
+  int step = 1;         ///< one agent in this many acts
   bool bundle = false;  ///< whether the environment names it
   Usage total = {};
   std::vector<double> rates = {};  ///< connections a second in each round

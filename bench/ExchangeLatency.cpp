@@ -61,7 +61,7 @@ using WindowsAgentCommon::IRawSocket;
 /// The agent always sets a limit; a socket waits differently without one.
 constexpr std::uint32_t readTimeoutMs = 60'000;
 constexpr int rounds = 10;
-constexpr int delayedShare = 50;  ///< one exchange in so many is made with the delay
+constexpr int delayedShare = 50;  ///< one exchange in this many is made with the delay
 
 template <class Record>
 std::string BytesOf() {
@@ -222,7 +222,7 @@ struct Contestant {
   const char* m_title;
   std::unique_ptr<Server> m_pServer;
   std::function<void()> m_exchange;  ///< owns the connection, which has to end before the server
-  int m_share = 1;                   ///< makes one exchange in so many
+  int m_share = 1;                   ///< makes one exchange in this many
   std::vector<double> m_microseconds = {};
 
   void Run(int exchanges) {

@@ -74,7 +74,7 @@ class DestinationState {
 
   SteadyTime Now() const { return m_services.m_pTime->Now(); }
 
-  /// Resolves the target's name, anew each time: the target may have moved, or the network may only be up now.
+  /// Resolves the target's name again each time: the target may have moved, or the network may only be up now.
   Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family,
                                        const std::function<bool()>& isInterrupted) const;
 

@@ -103,7 +103,7 @@ class SocketLife {
   /// A queued socket is then closed; any other returns to its previous state.
   void EndStop(Service service);
 
-  /// Ends a stop that is under way at once: what has not been delivered is given up. Otherwise does nothing.
+  /// Cuts short a stop that is under way: what has not been delivered is given up. Otherwise does nothing.
   void Abandon();
 
   bool IsStopping() const;

@@ -54,7 +54,7 @@ class ISocketStream {
   virtual SocketError Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) = 0;
 
   /// Checks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns no error
-  /// while the connection stands, 10101 after an orderly close, or the error that ended it.
+  /// while the connection is up, 10101 after an orderly close, or the error that ended it.
   virtual SocketError PeerState() = 0;
 
   /// Tells the peer that nothing follows and waits until it has everything or has closed; discards what it sends.

@@ -12,10 +12,10 @@
 
 namespace VaroCommunicationAPI {
 
-/// How long a server may take for the handshake, so that one that accepts and says nothing blocks nobody indefinitely.
+/// How long a server may take for the handshake, so that one that accepts and stays silent blocks nobody indefinitely.
 constexpr std::chrono::milliseconds defaultHandshakeLimit = std::chrono::seconds(60);
 
-/// The only code that uses the TLS library while a connection stands. Errors of the library carry its own code.
+/// The only code that uses the TLS library while a connection is up. Errors of the library carry its own code.
 class TlsStream final : public ISocketStream {
  public:
   /// The connection copies the settings of `context`, which need not outlive this call. A stream for an exchange reads

@@ -16,8 +16,8 @@
 namespace VaroCommunicationAPI {
 
 /// Sends each payload as a datagram, over IPv4. Recovery counts failures, not time: each failure causes a second's
-/// pause, and every 500th in a row a new socket, for which the name is resolved again. While the socket is not open, so
-/// does every 500th refused payload.
+/// pause, and every 500th in a row a new socket, for which the name is resolved again. While the socket is not open,
+/// every 500th refused payload causes a new one too.
 class DatagramSender {
  public:
   using Interface = WindowsAgentCommon::IUDPSocket;
