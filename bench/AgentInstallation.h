@@ -1,4 +1,4 @@
-// What an agent needs to talk to the reference configuration server of the tests.
+// What an agent needs to talk to the tests' reference configuration server.
 #pragma once
 
 #include "factory/ConnectionFactory.h"
@@ -46,7 +46,7 @@ class AgentInstallation {
   const test::TemporaryDirectory m_directory{"agent-benchmark"};
 };
 
-/// The host of a module that is installed there, with the service that makes sockets.
+/// The host of a module installed there, with the service that makes sockets.
 class AgentHost {
  public:
   explicit AgentHost(const AgentInstallation& installation) {
@@ -55,7 +55,7 @@ class AgentHost {
     m_components.LoadService("IConnectionFactory");
   }
 
-  /// What the module's connection to the server at this loopback port is initialised with.
+  /// Parameters of the module's connection to the server at this loopback port.
   static WindowsAgentCommon::ParameterBlock Parameters(std::uint16_t port, const std::string& identifier) {
     return {{"ConfigurationServer", "127.0.0.1"},
             {"ConfigurationServerPort", std::to_string(port)},

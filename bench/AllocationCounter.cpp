@@ -1,5 +1,5 @@
-// The C library lets a program bring an allocator of its own. This one is the library's, by the names that it keeps for
-// that, with counters per thread: shared ones would take longer than what they count.
+// The C library lets a program bring its own allocator. This one calls the library's, by the names it keeps for that,
+// with counters per thread: shared ones would take longer than what they count.
 #include "AllocationCounter.h"
 
 #include <malloc.h>

@@ -1,4 +1,4 @@
-// The certificate of a benchmark's server as clients want it.
+// The certificate of a benchmark's server, as clients need it.
 #pragma once
 
 #include <support/TlsIdentity.h>
@@ -11,8 +11,8 @@
 
 namespace sorvex::bench {
 
-/// A file in the temporary directory with the certificate that the clients trust; removed on destruction. One at a
-/// time in a process.
+/// A file in the temporary directory with the certificate that clients trust; removed on destruction. One at a time in
+/// a process.
 class CertificateFile {
  public:
   explicit CertificateFile(const test::TlsIdentity& identity)

@@ -18,7 +18,7 @@ using namespace sorvex::collect;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// Takes every line.
+/// Accepts every line.
 class CountingSink : public LineSink {
  public:
   bool Take(std::string_view line, Mark mark) override {
@@ -88,7 +88,7 @@ void MeasureFollowing(const std::filesystem::path& folder, int fileCount, int wr
   CountingSink sink;
   double before = CpuSeconds();
   Collector collector({Files(folder / "*.log")}, folder / "positions", Log);
-  // The first listing and the one that follows it.
+  // The first listing and the next.
   const auto started = Clock::now();
   while (SecondsSince(started) < 1) {
     collector.Collect(sink);

@@ -1,10 +1,10 @@
-// What a client of the wire protocol needs for a configuration of 100 MiB, the largest that there may be, beside what
-// cannot be saved: one copy into memory of its own and, for version 1.0, the MD5 of it.
+// What a wire protocol client needs for a configuration of 100 MiB, the largest allowed, compared with the unavoidable
+// minimum: one copy into its own memory and, for version 1.0, its MD5.
 //
 //   configuration_benchmark [REPETITIONS]
 //
-// The response lies in memory. All take turns; prints the medians of processor time with their ratios, and how much
-// memory was held on top of what was held before the first exchange.
+// The response is in memory. The contestants take turns. Prints the medians of processor time with their ratios, and
+// how much memory was held beyond what was held before the first exchange.
 #include "AllocationCounter.h"
 #include "ConnectedSocket.h"
 #include "Quantile.h"
@@ -58,7 +58,7 @@ class Exchange {
     if (m_pClient->ConfigurationUpdate(m_serializer, noConfiguration) != 0) throw std::runtime_error("no success");
   }
 
-  /// As the agent takes it, and drops it again.
+  /// Takes the configuration as the agent does, and drops it again.
   void TakeConfiguration() const {
     std::shared_ptr<ACE_Message_Block> block;
     std::string md5;
@@ -78,7 +78,7 @@ class Exchange {
   const std::unique_ptr<SSLConfigServerAPIClient> m_pClient;
 };
 
-/// Returns a value of this process in /proc, in bytes.
+/// Returns a memory value of this process from /proc, in bytes.
 std::size_t ProcessBytes(const std::string& key) {
   std::ifstream status("/proc/self/status");
   for (std::string word; status >> word;) {
@@ -87,7 +87,7 @@ std::size_t ProcessBytes(const std::string& key) {
   throw std::runtime_error("/proc/self/status has no " + key);
 }
 
-/// Makes what is resident now the most that was resident.
+/// Resets the peak of resident memory to what is resident now.
 void ResetPeakResident() {
   if (!(std::ofstream("/proc/self/clear_refs") << 5 << std::flush)) throw std::runtime_error("cannot reset the peak");
 }
@@ -96,7 +96,7 @@ double InBlocks(std::size_t bytes, std::size_t before) {
   return (static_cast<double>(bytes) - static_cast<double>(before)) / maxWireDataBytes;
 }
 
-/// Prints how often the configuration is in memory beyond what is there before a client receives its first.
+/// Prints how many times the configuration is in memory beyond what was there before a client received its first.
 class MemoryRows {
  public:
   explicit MemoryRows(const char* version) : m_version(version) {}
@@ -123,7 +123,7 @@ void PrintMemory(const char* version, Exchange& exchange) {
   rows.Print("GetConfigurationData", [&] { exchange.TakeConfiguration(); });
 }
 
-/// Of the processor: whatever else the machine does counts for nobody.
+/// Processor time, so that the machine's other load does not count.
 double Milliseconds(const std::function<void()>& action) {
   const std::clock_t begin = std::clock();
   action();

@@ -1,4 +1,4 @@
-// Raw sockets of the benchmarks: connected from the start, for ever.
+// Raw sockets for benchmarks, which are always connected.
 #pragma once
 
 #include <host/IRawSocket.h>
@@ -12,7 +12,7 @@
 
 namespace sorvex::bench {
 
-/// What is not sending and receiving.
+/// Everything except sending and receiving.
 class ConnectedSocket : public WindowsAgentCommon::IRawSocket {
  public:
   void Open(const std::wstring&, std::uint32_t) override {}
@@ -25,7 +25,7 @@ class ConnectedSocket : public WindowsAgentCommon::IRawSocket {
   std::int32_t GetLastResultCode() const override { return 0; }
 };
 
-/// Takes all that is sent, and delivers its input. Allocates nothing once its output has been as long before.
+/// Accepts everything sent and delivers its input. Allocates nothing once its output has reached its length.
 class MemorySocket : public ConnectedSocket {
  public:
   void SetInput(std::string input) {
@@ -33,7 +33,7 @@ class MemorySocket : public ConnectedSocket {
     Rewind();
   }
 
-  /// Begins anew with the input, and forgets what was sent.
+  /// Starts again with the input and forgets what was sent.
   void Rewind() {
     m_position = 0;
     m_output.clear();

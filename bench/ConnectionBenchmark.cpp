@@ -1,17 +1,17 @@
-// What the connections of many agents to one configuration server cost, beside bare TLS connections to it.
+// What many agents' connections to one configuration server cost, compared with bare TLS connections to it.
 //
 //   connection_benchmark [AGENTS [THREADS]]   (default: 2000 4)
 //
 // Starts sorvex-configserver and has each agent register, report its status and ask for its fingerprint: three
 // connections of two exchanges each. The contestants take turns:
-//   - bare TLS connections by OpenSSL, with one context for all of them;
-//   - the same with a context of its own for each, as the module makes them;
-//   - the same with the exchanges of the agents, each request in one write;
+//   - bare TLS connections by OpenSSL, with one context for all;
+//   - the same with a context each, as the module makes them;
+//   - the same with the agents' exchanges, each request in one write;
 //   - the raw TLS socket, opened and closed;
 //   - the module's connection, with its exchanges;
-//   - the same where the environment names the system's bundle of certificates, by fewer agents.
-// Then 200 connections say one byte of a request each second, and the module's are measured once more. Processor time
-// is that of the threads that are the agents, and of the server's process. Prints Markdown tables.
+//   - the same, by fewer agents, with the environment naming the system's bundle of certificates.
+// Then 200 connections send one byte of a request each second, and the module's are measured again. Processor time is
+// that of the threads acting as agents, and of the server's process. Prints Markdown tables.
 #include "AgentInstallation.h"
 #include "Quantile.h"
 #include "WireData.h"
@@ -58,7 +58,7 @@ constexpr int connectionsPerAgent = 3;
 constexpr int exchangesPerConnection = 2;
 constexpr int dribblingConnections = 200;
 constexpr int openAtOnce = 100;
-/// Its connections take twenty times as long.
+/// Connections with the bundle take twenty times as long, so only one agent in twenty makes them.
 constexpr int bundleStep = 20;
 
 std::string AgentName(int agent) { return "agent-" + std::to_string(agent); }
@@ -67,7 +67,7 @@ std::string AgentName(int agent) { return "agent-" + std::to_string(agent); }
 
 using Context = std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)>;
 
-/// Trusts the file, and negotiates what the module does.
+/// Trusts the file and negotiates what the module does.
 Context MakeContext(const std::string& trusted) {
   Context context(SSL_CTX_new(TLS_client_method()), &SSL_CTX_free);
   SSL_CTX_set_max_proto_version(context.get(), TLS1_2_VERSION);
@@ -107,7 +107,7 @@ class BareConnection {
     }
   }
 
-  /// Sends a request and reads the response by the size in its header.
+  /// Sends a request and reads as much of a response as its header says.
   void Exchange(const std::string& request) const {
     Send(request);
     const std::string header = Receive(8);
@@ -131,7 +131,7 @@ class BareConnection {
   int m_socket;
 };
 
-/// The requests of an agent's connections behind the establishment.
+/// The requests of an agent's connections, after the establishment.
 std::vector<std::string> RequestBytes() {
   SSLConfigServerProto::RegisterInstanceRequest registration;
   SetWireString(registration.osVersion, "Debian 12");
@@ -206,15 +206,15 @@ Usage Measure(const ActAs& actAs, int first, int last, int step, int threads, lo
 
 struct Contestant {
   const char* title;
-  int exchanges;  ///< of a connection
+  int exchanges;  ///< on each connection
   ActAs actAs;
-  int step = 1;         ///< so many agents, of which one acts
-  bool bundle = false;  ///< in the environment
+  int step = 1;         ///< one agent in this many acts
+  bool bundle = false;  ///< whether the environment names it
   Usage total = {};
-  std::vector<double> rates = {};  ///< connections a second, by round
+  std::vector<double> rates = {};  ///< connections a second in each round
 
   void Run(int first, int last, int threads, long server) {
-    // No thread of this process reads the environment meanwhile.
+    // No other thread of this process reads the environment meanwhile.
     if (bundle) setenv("SSL_CERT_FILE", X509_get_default_cert_file(), 1);
     const Usage usage = Measure(actAs, first, last, step, threads, server);
     unsetenv("SSL_CERT_FILE");
@@ -229,7 +229,7 @@ struct Contestant {
   double ServerMicroseconds() const { return total.serverSeconds / total.connections * 1e6; }
 };
 
-/// Connections that say a byte of their request each second.
+/// Connections that send a byte of their request each second.
 class Dribble {
  public:
   Dribble(std::uint16_t port, SSL_CTX* context) : m_request(EstablishmentBytes("dribbling", agentToken)) {
@@ -249,7 +249,7 @@ class Dribble {
   Dribble(const Dribble&) = delete;
   Dribble& operator=(const Dribble&) = delete;
 
-  /// How many bytes each of them has said.
+  /// How many bytes each has sent.
   std::size_t Said() const {
     const std::lock_guard lock(m_mutex);
     return m_said;
@@ -274,7 +274,7 @@ class Dribble {
   std::thread m_thread;
 };
 
-/// What `make` allocates for each of many connections that are open at once, in KiB.
+/// What `make` allocates for each of many connections open at once, in KiB.
 template <class Make>
 double KibibytesOfEach(Make make) {
   const auto used = [] {
@@ -304,7 +304,7 @@ void Run(int agents, int threads) {
   unsetenv("SSL_CERT_FILE");
   unsetenv("SSL_CERT_DIR");
   const AgentInstallation installation;
-  // They have a configuration, as agents have but for their first minute.
+  // The agents have a configuration, as they do from their first minute on.
   installation.Directory().Write("AgentConfig.md5", "0123456789abcdef0123456789abcdef");
   const AgentHost host(installation);
   test::ConfigServer server({"--request-timeout", "600"});

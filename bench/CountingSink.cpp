@@ -1,12 +1,12 @@
-// The far end of script/bench: a receiver that only counts, and measures the sender that it starts itself.
+// The receiver of script/bench, which only counts, and measures the sender that it starts itself.
 //
 //   counting_sink [--terminate] tcp|tls|udp EVENTS COMMAND [ARGUMENT...]
 //
 // Listens on a free loopback port, starts the command with that port in the environment variable SINK_PORT, and counts
-// until that many lines (over UDP: datagrams) have come. Then it waits for the command's end, having asked for it with
-// --terminate (for a daemon, which does not end by itself). Prints bytes, events, the seconds from the first byte to
-// the last, and what the command used: seconds of processor time, and in KiB the most memory that it held, in all and
-// of its own, without what is mapped from files; over TLS the records and the cipher as well.
+// until that many lines (over UDP: datagrams) have arrived. Then waits for the command to end; with --terminate (for a
+// daemon, which does not end by itself) asks it to. Prints bytes, events, the seconds from the first byte to the last,
+// and the command's usage: seconds of processor time, and in KiB its peak memory, in all and its own without files
+// mapped; over TLS also the records and the cipher.
 #include "LoopbackServer.h"
 #include "SinkReceiver.h"
 
@@ -47,13 +47,12 @@ pid_t Start(char** command) {
   _exit(127);
 }
 
-/// Looks now and again at the memory of a process that is not mapped from a file: what it holds beyond its program and
-/// its libraries.
+/// Samples the memory of a process that is not mapped from files: what it holds beyond its program and its libraries.
 class OwnMemoryWatch {
  public:
   explicit OwnMemoryWatch(pid_t process) : m_directory("/proc/" + std::to_string(process)) {}
 
-  /// The most that was seen since the process became the program that it is, in KiB. Ends the watch.
+  /// Returns the peak since the process last became another program, in KiB. Ends the watch.
   long Finish() {
     m_thread.request_stop();
     m_thread.join();
@@ -74,7 +73,7 @@ class OwnMemoryWatch {
     }
   }
 
-  /// 0 when the process has ended.
+  /// 0 if the process has ended.
   long OwnMemory() const {
     std::ifstream status(m_directory + "/status");
     for (std::string name; status >> name; status.ignore(std::numeric_limits<std::streamsize>::max(), '\n')) {
@@ -85,7 +84,7 @@ class OwnMemoryWatch {
   }
 
   const std::string m_directory;
-  long m_peak = 0;  ///< the thread's until it has ended
+  long m_peak = 0;  ///< written by the thread until it ends
   std::jthread m_thread{[this](const std::stop_token& stop) { Run(stop); }};
 };
 
@@ -110,7 +109,7 @@ void Print(const Counts& counts, const rusage& usage, long ownMemory) {
   }
 }
 
-/// Returns whether the command ended well.
+/// Returns whether the command succeeded.
 bool Measure(SinkReceiver& receiver, std::uint64_t wanted, bool terminate, char** command) {
   setenv("SINK_PORT", std::to_string(receiver.Port()).c_str(), 1);
   const pid_t sender = Start(command);

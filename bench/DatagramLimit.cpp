@@ -1,4 +1,4 @@
-// What sending datagrams costs at least: each line of a file as one, without its line feed, in a loop around sendmmsg.
+// The minimum cost of sending datagrams: each line of a file as one, without its line feed, in a loop of sendmmsg.
 //
 //   datagram_limit PORT FILE
 #include "LoopbackServer.h"

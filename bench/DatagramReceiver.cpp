@@ -14,13 +14,13 @@ namespace sorvex::bench {
 namespace {
 
 constexpr int silenceSeconds = 3;
-/// As a receiver that has enough to do: waking one for each datagram would be the larger part of what is measured.
+/// Like a receiver that is busy: waking one for each datagram would dominate the measurement.
 constexpr std::chrono::milliseconds gatheringTime{1};
 
 constexpr std::size_t maxDatagrams = 1024;
 constexpr std::size_t maxDatagramBytes = 2048;
 
-/// All that is sent while the receiver does not get its turn waits here, so that what is lost is lost by the sender.
+/// Holds all that is sent while the receiver does not run, so that only the sender can lose datagrams.
 constexpr int waitingBytes = 1 << 30;
 
 class UdpReceiver : public SinkReceiver {

@@ -1,15 +1,15 @@
-// How long an exchange of the wire protocol takes over loopback, beside the round trip of its bytes.
+// How long a wire protocol exchange takes over loopback, compared with the round trip of its bytes.
 //
 //   exchange_latency [EXCHANGES]
 //
-// A thread answers each request of UpdateStatus, which it knows by its length, with the response in one write. In
-// turns, over TCP and over TLS 1.2, each on a connection of its own:
-//   - the bytes of the request in one write and those of the response in one read, on a socket without delay;
-//   - the client on the same plain calls: what the pieces cost in which the protocol is written and read;
+// A thread answers each UpdateStatus request, recognised by its length, with the response in one write. In turns, over
+// TCP and over TLS 1.2, each on its own connection:
+//   - the request's bytes in one write and the response's in one read, on a socket without delay;
+//   - the client on the same plain calls: shows the cost of writing and reading the protocol in pieces;
 //   - the client on the raw socket, as the agent runs it;
 //   - the same with the delay that the raw socket switches off: the request's first piece goes at once, the others
 //     when the server's system has acknowledged it. Fewer of these, because each may take 40 ms.
-// All of it with client and server on one processor, where only work counts, and on two, where waking the other does
+// All of them with client and server on one processor, where only work counts, and on two, where waking the other does
 // too. Prints median, 99th percentile and the ratio of the medians to the bare round trip.
 #include "CertificateFile.h"
 #include "ConnectedSocket.h"
@@ -58,10 +58,10 @@ using VaroCommunicationAPI::SSLTCPRawSocket;
 using VaroCommunicationAPI::TCPRawSocket;
 using WindowsAgentCommon::IRawSocket;
 
-/// The agent always sets a limit, with which a socket waits in another way than without.
+/// The agent always sets a limit; a socket waits differently without one.
 constexpr std::uint32_t readTimeoutMs = 60'000;
 constexpr int rounds = 10;
-constexpr int delayedShare = 50;  ///< one of that many exchanges is made with the delay
+constexpr int delayedShare = 50;  ///< one exchange in this many is made with the delay
 
 template <class Record>
 std::string BytesOf() {
@@ -87,7 +87,7 @@ void SetDelay(int connection, bool bDelay) {
   }
 }
 
-/// The processors that this process may use.
+/// The processors available to this process.
 std::vector<int> Processors() {
   cpu_set_t set;
   if (sched_getaffinity(0, sizeof set, &set) != 0) ThrowSystemError("sched_getaffinity");
@@ -105,10 +105,10 @@ void StayOn(int processor) {
   if (pthread_setaffinity_np(pthread_self(), sizeof set, &set) != 0) throw std::runtime_error("cannot stay");
 }
 
-/// One end of a connection by the system's own calls, or the TLS library's; closes it. Sends without delay.
+/// One end of a connection, by plain calls of the system or the TLS library; closes it. Sends without delay.
 class BareSocket : public ConnectedSocket {
  public:
-  /// Plain TCP without a context. Shakes hands, as the client unless `bServer`.
+  /// Plain TCP without a context. Otherwise performs the handshake, as the client unless `bServer`.
   BareSocket(int connection, SSL_CTX* context, bool bServer) : m_connection(connection) {
     SetDelay(connection, false);
     if (context == nullptr) return;
@@ -141,7 +141,7 @@ class BareSocket : public ConnectedSocket {
                       : static_cast<std::int32_t>(send(m_connection, buffer, length, MSG_NOSIGNAL));
   }
 
-  /// What comes short is the end of the connection.
+  /// A short read is the end of the connection.
   std::int32_t Receive(void* buffer, std::uint32_t length, std::uint32_t) override {
     std::int32_t filled = 0;
     while (filled < static_cast<std::int32_t>(length)) {
@@ -169,7 +169,7 @@ class Server {
     if (listen(m_listener, 1) != 0) ThrowSystemError("listen");
     m_thread = std::thread([this] { Answer(); });
   }
-  /// The client has closed, or never connected.
+  /// Requires that the client has closed or never connected.
   ~Server() {
     shutdown(m_listener, SHUT_RDWR);
     m_thread.join();
@@ -193,7 +193,7 @@ class Server {
         socket.Send(ResponseBytes().data(), static_cast<std::uint32_t>(ResponseBytes().size()));
       }
     } catch (const std::exception& error) {
-      // The client's end notices as well.
+      // The client fails as well.
       std::fprintf(stderr, "exchange_latency: server: %s\n", error.what());
     }
   }
@@ -205,7 +205,7 @@ class Server {
   std::thread m_thread;
 };
 
-/// Returns this process's connection to a port of its own.
+/// Returns this process's connection to one of its own ports.
 int ConnectionTo(std::uint16_t port) {
   for (int handle = 0; handle < static_cast<int>(sysconf(_SC_OPEN_MAX)); ++handle) {
     sockaddr_in peer{};
@@ -217,12 +217,12 @@ int ConnectionTo(std::uint16_t port) {
   throw std::runtime_error("no connection to the server");
 }
 
-/// A way to make the exchange, with a server of its own.
+/// A way to make the exchange, with its own server.
 struct Contestant {
   const char* m_title;
   std::unique_ptr<Server> m_pServer;
   std::function<void()> m_exchange;  ///< owns the connection, which has to end before the server
-  int m_share = 1;                   ///< makes one exchange of that many
+  int m_share = 1;                   ///< makes one exchange in this many
   std::vector<double> m_microseconds = {};
 
   void Run(int exchanges) {
@@ -237,7 +237,7 @@ struct Contestant {
 
 struct Transport {
   const char* m_title;
-  std::shared_ptr<SSL_CTX> m_pServerContext;  ///< none over plain TCP, as below
+  std::shared_ptr<SSL_CTX> m_pServerContext;  ///< none over plain TCP; the same holds below
   std::shared_ptr<SSL_CTX> m_pClientContext;
   std::function<std::shared_ptr<IRawSocket>()> m_newRawSocket;
 
@@ -280,7 +280,7 @@ void Compare(const Transport& transport, int processors, int serverProcessor, in
     auto server = std::make_unique<Server>(transport.m_pServerContext, serverProcessor);
     auto exchange = connect(*server);
     contestants.push_back({title, std::move(server), std::move(exchange), share});
-    // Warms up.
+    // Warm-up.
     contestants.back().Run(exchanges / rounds);
     contestants.back().m_microseconds.clear();
   };

@@ -61,7 +61,7 @@ void MakeAndReleaseMessageBlock(benchmark::State& state) {
 }
 BENCHMARK(MakeAndReleaseMessageBlock)->Arg(64)->Arg(256)->Arg(1024)->Arg(8192);
 
-/// What the blocks would cost in three allocations, for comparison.
+/// The cost of the blocks if each took three allocations, for comparison.
 void MakeAndReleasePlainMessageBlock(benchmark::State& state) {
   const auto size = static_cast<std::size_t>(state.range(0));
   for (auto _ : state) {
@@ -73,7 +73,7 @@ void MakeAndReleasePlainMessageBlock(benchmark::State& state) {
 }
 BENCHMARK(MakeAndReleasePlainMessageBlock)->Arg(64)->Arg(256)->Arg(1024)->Arg(8192);
 
-/// A window of blocks that are alive at once, as in a send queue: the allocator cannot reuse the last one's memory.
+/// A window of blocks alive at once, as in a send queue: the allocator cannot reuse the previous one's memory.
 void MessageBlocksInAQueue(benchmark::State& state) {
   std::vector<ACE_Message_Block*> queue(1000, nullptr);
   std::size_t position = 0;

@@ -1,9 +1,9 @@
-// Fetches a patch over HTTPS as a host does, into a file.
+// Fetches a patch over HTTPS into a file, as a host does.
 //
 //   https_benchmark CONFIG_DIR SERVER TOKEN NAME FILE
 //
-// The server's certificate is CONFIG_DIR/Console.PEM, fetched when it is not there. Prints the bytes, the seconds that
-// RetrieveSoftwarePatch took, and by how much memory that has raised the most that the process had resident.
+// The server's certificate is CONFIG_DIR/Console.PEM, fetched if it is missing. Prints the bytes, the seconds that
+// RetrieveSoftwarePatch took, and by how much it raised the process's peak resident memory.
 #include "connection/ConfigServerConnection.h"
 
 #include <SorvexHost/Directories.h>
@@ -37,7 +37,7 @@ void Run(char** arguments) {
                               {"ApplicationIdentifier", "bench"}})) {
     throw std::runtime_error("no connection");
   }
-  // What libraries allocate once is there before, and the certificate.
+  // Before measuring: fetches the certificate and makes the libraries' one-time allocations.
   if (!connection.TestConnection()) throw std::runtime_error(connection.GetLastErrorMessage());
   std::ofstream file(arguments[4], std::ios::binary);
   std::string digest;

@@ -1,13 +1,13 @@
-// Fetching a patch of 100 MiB, the largest that there may be, from the reference configuration server.
+// Fetches a patch of 100 MiB, the largest allowed, from the reference configuration server.
 //
 //   patch_benchmark [REPETITIONS]   (default: 5)
 //
-// In turns, each a process of its own that is measured from its start until the file is there:
+// In turns, each in its own process, measured from its start until the file is there:
 //   - the module's connection, which writes the patch to a file;
-//   - "sorvex-agent fetch-patch", which computes the digest of what it writes besides, and gives the file its name;
-//   - "openssl s_client", which is given the same requests and writes to a file all that comes;
-//   - the same, followed by "openssl md5" of that file, which is what the agent has to do.
-// All over TLS 1.2, with a server of version 2.0 and with one of 1.0. Prints a Markdown table.
+//   - "sorvex-agent fetch-patch", which also computes the digest of what it writes, and names the file;
+//   - "openssl s_client", which gets the same requests and writes everything it receives to a file;
+//   - the same, followed by "openssl md5" of that file, which is the agent's work.
+// All over TLS 1.2, with a server of version 2.0 and one of 1.0. Prints a Markdown table.
 #include "AgentInstallation.h"
 #include "Quantile.h"
 #include "WireData.h"
@@ -50,7 +50,7 @@ struct Outcome {
   double peakMebibytes = 0;
 };
 
-/// A child process; ended by force when it is not waited for.
+/// A child process; killed if it is not waited for.
 class Process {
  public:
   /// `act` returns the exit status.
@@ -59,7 +59,7 @@ class Process {
     if (m_process > 0) return;
     dup2(input, STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
-    // The messages of all of them.
+    // Discards everybody's messages.
     dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
     _exit(act());
   }
@@ -117,7 +117,7 @@ class Descriptor {
   const int m_descriptor;
 };
 
-/// A server that has the patch.
+/// A server with the patch.
 class PatchServer : public test::ConfigServer {
  public:
   explicit PatchServer(const std::string& version)
@@ -125,11 +125,11 @@ class PatchServer : public test::ConfigServer {
     std::string patch(patchBytes, '\0');
     for (std::size_t i = 0; i < patch.size(); ++i) patch[i] = static_cast<char>(i * 31 >> 8);
     const std::filesystem::path file = Write("patches/core.tar.gz", patch);
-    // Of a file that may still change the server would compute the digest each time.
+    // The server would recompute the digest for each request if the file were recent, since it may still change.
     std::filesystem::last_write_time(file, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
   }
 
-  /// What an agent says to get the patch.
+  /// What an agent sends to get the patch.
   std::string Requests() const {
     const WireProtocol protocol = m_isVersion2 ? WireProtocol::Version2 : WireProtocol::Version1;
     SSLConfigServerProto::CodeUpdateRequest request;
@@ -144,7 +144,7 @@ class PatchServer : public test::ConfigServer {
     return EncodeRecord(establishment) + EncodeRecord(request);
   }
 
-  /// All that the server says to that.
+  /// The size of everything the server sends in return.
   std::size_t ResponseBytes() const { return (m_isVersion2 ? 26 + 59 : 19 + 23) + patchBytes; }
 
  private:
@@ -186,7 +186,7 @@ class Contestants {
     const std::filesystem::path requests = m_installation.Directory().Write("requests", m_server.Requests());
     const Descriptor input(open(requests.c_str(), O_RDONLY | O_CLOEXEC));
     const Descriptor output(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    // Quiet: it goes on reading when its own input has ended. It does not know when it has all.
+    // Quiet: it keeps reading after its own input has ended. It does not know when it has everything.
     Process client(
         [this] {
           return Execute({"openssl", "s_client", "-quiet", "-tls1_2", "-CAfile", m_installation.TrustedFile(),
@@ -247,7 +247,7 @@ void Compare(const std::string& version, int repetitions) {
   Row agent;
   Row client;
   Row hashingClient;
-  // Warms up: the server computes the digest once.
+  // Warm-up: the server computes the digest once.
   contestants.FetchByAgent();
   for (int i = 0; i < repetitions; ++i) {
     module.Add(contestants.FetchByModule());

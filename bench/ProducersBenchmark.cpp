@@ -1,11 +1,11 @@
-// How many payloads several threads put through the queue of one socket, and whether each gets its share.
+// How many payloads several threads put through one socket's queue, and whether each gets its share.
 //
 //   producers_benchmark [SECONDS [REPETITIONS]]
 //
 // One, two and eight threads send payloads of 256 bytes over TCP, queued, as fast as they can; a thread at the other
-// end of the connection reads and forgets. In turns; prints the medians as a Markdown table: payloads a second,
-// processor time a payload (all threads of the program, the far end's too), allocations a payload (the producers'), and
-// the share of the slowest producer, 1 being what each would have if all had the same.
+// end of the connection reads and discards them. In turns; prints the medians as a Markdown table: payloads a second,
+// processor time a payload (of all the program's threads, including the receiver), allocations a payload (the
+// producers'), and the share of the slowest producer, 1 being an equal share.
 #include "AllocationCounter.h"
 #include "LoopbackServer.h"
 #include "Quantile.h"

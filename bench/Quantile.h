@@ -1,4 +1,4 @@
-// What a benchmark reports of its measurements.
+// How a benchmark summarises its measurements.
 #pragma once
 
 #include <algorithm>
@@ -9,8 +9,8 @@
 
 namespace sorvex::bench {
 
-/// Returns the value below which `share` (0 to 1) of the values lie, between two of them in proportion. `values` must
-/// not be empty.
+/// Returns the value below which `share` (0 to 1) of the values lie, interpolating between two. `values` must not be
+/// empty.
 inline double Quantile(std::vector<double> values, double share) {
   std::sort(values.begin(), values.end());
   const double position = share * static_cast<double>(values.size() - 1);

@@ -1,10 +1,10 @@
-// What the raw TLS socket receives at a time as large as a download, beside the TLS library's own client.
+// How fast the raw TLS socket receives as much as a download at a time, compared with the TLS library's own client.
 //
 //   receive_benchmark [REPETITIONS]
 //
-// A child process serves 100 MiB over TLS 1.2 to each that connects. SSLTCPRawSocket takes them in one Receive, and
-// "openssl s_client" writes them to /dev/null, in turns. The server measures both, from the connection to its end, so
-// that starting a program counts for neither. Prints the rates and the ratio of their medians.
+// A child process serves 100 MiB over TLS 1.2 to each client. SSLTCPRawSocket reads them in one Receive, and "openssl
+// s_client" writes them to /dev/null, in turns. The server measures both over the whole connection, so that starting a
+// program counts for neither. Prints the rates and the ratio of their medians.
 #include "sockets/SSLTCPRawSocket.h"
 
 #include "CertificateFile.h"
@@ -37,7 +37,7 @@ using VaroCommunicationAPI::SSLTCPRawSocket;
 constexpr std::uint32_t downloadBytes = 100 * 1024 * 1024;
 constexpr std::uint32_t noTimeout = 0xFFFFFFFF;
 
-/// One child process that serves one connection after the other until it is destroyed.
+/// One child process that serves one connection after another until it is destroyed.
 class Server {
  public:
   explicit Server(const test::TlsIdentity& identity) : m_listener(BindLoopback(SOCK_STREAM, m_port)) {
@@ -56,7 +56,7 @@ class Server {
 
   std::uint16_t Port() const { return m_port; }
 
-  /// Waits for the end of the next connection and returns how long it stood.
+  /// Waits for the end of the next connection and returns how long it lasted.
   double WaitForSeconds() const {
     double seconds = 0;
     if (read(m_report[0], &seconds, sizeof seconds) != sizeof seconds) ThrowSystemError("server");
@@ -81,7 +81,7 @@ class Server {
     }
   }
 
-  /// Returns when the client has read to the end and closed.
+  /// Returns when the client has read everything and closed.
   static void ServeOne(int connection, SSL_CTX* context, const std::vector<char>& download) {
     const std::unique_ptr<SSL, void (*)(SSL*)> session(SSL_new(context), &SSL_free);
     SSL_set_fd(session.get(), connection);
@@ -133,7 +133,7 @@ void Run(int repetitions) {
   const test::TlsIdentity identity("download");
   const Server server(identity);
   const CertificateFile certificate(identity);
-  // Touched once: what the pages cost is the caller's.
+  // Touched once, because the cost of the pages is the caller's.
   std::vector<char> buffer(downloadBytes, 1);
   const auto rate = [&server] { return downloadBytes / 1e6 / server.WaitForSeconds(); };
   const auto byRawSocket = [&] {

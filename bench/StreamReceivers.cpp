@@ -16,7 +16,7 @@
 namespace sorvex::bench {
 namespace {
 
-// Larger than what arrives at a time, so that one system call takes all there is.
+// Larger than what arrives at a time, so that one system call reads everything there is.
 constexpr std::size_t bufferSize = 1024 * 1024;
 
 std::size_t CountLines(const char* data, std::size_t count) {
@@ -31,7 +31,7 @@ class TcpReceiver : public SinkReceiver {
   std::uint16_t Port() const override { return m_port; }
 
   void CountAll(std::uint64_t wanted, Counts& counts) override {
-    // Connections stay open: closing one would be a lost connection to a daemon.
+    // Connections stay open: a daemon would take a close for a lost connection.
     std::vector<pollfd> watched{{m_listener, POLLIN, 0}};
     while (counts.events < wanted) {
       const int ready = poll(watched.data(), watched.size(), longestSilenceSeconds * 1000);
@@ -49,10 +49,10 @@ class TcpReceiver : public SinkReceiver {
   }
 
  protected:
-  /// Makes a new connection ready; returns false when there is nothing to expect from it.
+  /// Prepares a new connection; returns false if nothing can be expected from it.
   virtual bool Begin(int, Counts&) { return true; }
 
-  /// Takes what one connection has now; returns false at its end.
+  /// Reads what one connection has now; returns false at its end.
   virtual bool Count(int connection, Counts& counts) {
     const ssize_t count = read(connection, m_buffer.data(), m_buffer.size());
     if (count < 0) ThrowSystemError("read");
@@ -96,7 +96,7 @@ class TlsReceiver : public TcpReceiver {
 
   bool Count(int connection, Counts& counts) override {
     SSL* const session = m_sessions[connection].get();
-    // What was read ahead is not seen by the next poll: all of it has to be taken now.
+    // The next poll does not see what was read ahead: it has to be read now.
     for (;;) {
       std::size_t count = 0;
       const int result = SSL_read_ex(session, m_buffer.data(), m_buffer.size(), &count);
@@ -108,7 +108,7 @@ class TlsReceiver : public TcpReceiver {
  private:
   using Session = std::shared_ptr<SSL>;
 
-  /// The library shows each record's header, the type first.
+  /// The library passes each record's header, the type first.
   static void CountRecord(int isWritten, int, int contentType, const void* data, std::size_t length, SSL*,
                           void* counts) {
     if (!counts || isWritten != 0 || contentType != SSL3_RT_HEADER || length == 0) return;
@@ -117,7 +117,7 @@ class TlsReceiver : public TcpReceiver {
 
   test::TlsIdentity m_identity;
   std::shared_ptr<SSL_CTX> m_context;
-  std::map<int, Session> m_sessions;  ///< by the number of the connection
+  std::map<int, Session> m_sessions;  ///< by descriptor
 };
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What each record of the wire protocol costs in memory: time, allocations and calls of the socket, for filling it from
-// texts as a client does, for writing and for reading it.
+// What each record of the wire protocol costs in memory: time, allocations and socket calls, for filling it from texts
+// as a client does, for writing it and for reading it.
 #include "AllocationCounter.h"
 #include "ConnectedSocket.h"
 #include "WireData.h"
@@ -41,7 +41,7 @@ const ACE_Message_Block& Data() {
   return *data;
 }
 
-// --- Fields as long as they are in practice.
+// --- Fields of practical length.
 
 void SetFields(IdentityRecord& request) {
   SetWireString(request.wireProtocolVersion, WireVersionText(WireProtocol::Version1));
@@ -86,10 +86,10 @@ void SetFields(CodeUpdateResponse& response) { SetWireBinary(response.codeData, 
 
 // --- What is measured.
 
-/// Runs `action` as the benchmark, with `socket` as at the beginning each time.
+/// Runs `action` as the benchmark, rewinding `socket` each time.
 template <class Action>
 void Measure(benchmark::State& state, MemorySocket& socket, Action action) {
-  // So that the socket's own memory has grown before.
+  // Lets the socket's own memory grow first.
   action();
   const std::size_t allocations = ThreadAllocations().m_count;
   for (auto _ : state) {
@@ -98,11 +98,11 @@ void Measure(benchmark::State& state, MemorySocket& socket, Action action) {
   }
   state.counters["allocations"] = benchmark::Counter(static_cast<double>(ThreadAllocations().m_count - allocations),
                                                      benchmark::Counter::kAvgIterations);
-  // Of the last iteration, as of every one.
+  // Of the last iteration; all are alike.
   state.counters["socket_calls"] = static_cast<double>(socket.Calls());
 }
 
-/// From the texts to a request that can be written, and its end.
+/// From the texts to a request ready to be written, and its destruction.
 template <class Form>
 void Fill(benchmark::State& state) {
   MemorySocket unused;
@@ -124,7 +124,7 @@ void Encode(benchmark::State& state) {
   Measure(state, *socket, [&] { WriteRecord(serializer, record); });
 }
 
-/// From an empty record to its end.
+/// From an empty record to its destruction.
 template <class Form>
 void Decode(benchmark::State& state) {
   auto record = Form::Make();
@@ -140,7 +140,7 @@ void Decode(benchmark::State& state) {
   });
 }
 
-/// All of an exchange that is the client's.
+/// The client's whole part of an exchange.
 void ExchangeUpdateStatus(benchmark::State& state) {
   UpdateStatusResponse response;
   CompleteRecord(response, WireProtocol::Version2);
@@ -168,11 +168,11 @@ void RegisterAll() {
   benchmark::RegisterBenchmark("Exchange/UpdateStatus", ExchangeUpdateStatus);
 }
 
-/// Whether what operator new and ACE's allocator hand out is counted.
+/// Whether memory from operator new and ACE's allocator is counted.
 bool AllocationsAreCounted() {
   const std::size_t before = ThreadAllocations().m_count;
   const std::shared_ptr<ACE_Message_Block> block = MakeSharedBlock(1);
-  // The block, its data and the count of its owners.
+  // The block, its data and the reference count.
   return ThreadAllocations().m_count == before + 3;
 }
 

@@ -1,4 +1,4 @@
-// Records of the wire protocol for the benchmarks: what fills them, and their bytes.
+// Records of the wire protocol for the benchmarks: their content and their bytes.
 #pragma once
 
 #include "ConnectedSocket.h"
@@ -15,7 +15,7 @@ namespace sorvex::bench {
 
 constexpr std::size_t publicKeyBytes = 294;  ///< RSA with 2048 bits, as X.509 SubjectPublicKeyInfo
 
-/// Returns a block of `size` bytes, not all of them alike.
+/// Returns a block of `size` bytes that are not all alike.
 inline std::shared_ptr<ACE_Message_Block> MakeFilledBlock(std::size_t size) {
   auto block = SSLConfigServerProto::MakeSharedBlock(size);
   for (std::size_t i = 0; i < size; ++i) block->wr_ptr()[i] = static_cast<char>(i * 31 >> 8);
@@ -23,7 +23,7 @@ inline std::shared_ptr<ACE_Message_Block> MakeFilledBlock(std::size_t size) {
   return block;
 }
 
-/// Sets the header of a record whose own fields are set. That of a response has no type: most clients accept any.
+/// Sets the header of a record whose own fields are set. A response gets no type: most clients accept any.
 template <class Record>
 void CompleteRecord(Record& record, SSLConfigServerProto::WireProtocol protocol) {
   if constexpr (requires { Record::type; }) {
@@ -43,7 +43,7 @@ std::string EncodeRecord(const Record& record) {
   return socket->Output();
 }
 
-/// Returns the bytes of the request that begins a connection of version 2.0.
+/// Returns the bytes of the request that establishes a version 2.0 connection.
 inline std::string EstablishmentBytes(const std::string& identifier, const std::string& token) {
   SSLConfigServerProto::ConnectionEstablishmentRequest2 request;
   SetWireString(request.wireProtocolVersion, "2.0");

@@ -1,8 +1,8 @@
-# What the benchmarks' scripts share; sourced after lib.sh.
+# What the benchmark scripts share; sourced after lib.sh.
 bin=$root/build/release/bin
 processors="$(nproc) processors ($(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1))"
 
-# build_benchmarks TARGET... makes the machine ready and builds.
+# build_benchmarks TARGET... prepares the machine and builds.
 build_benchmarks() {
   "$root/script/bootstrap" --bench
   say "building"
@@ -11,12 +11,12 @@ build_benchmarks() {
 
 load() { cut -d ' ' -f 1 /proc/loadavg; }
 
-# value NAME TEXT prints what stands after "NAME: " in a line of the text.
+# value NAME TEXT prints what follows "NAME: " in a line of the text.
 value() { sed -n "s/^$1: //p" <<<"$2"; }
 
 median() { sort -g | awk '{ v[NR] = $1 } END { print NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 
-# report TITLE PROGRAM [ARGUMENT...] runs a benchmark that prints its own table, below a heading.
+# report TITLE PROGRAM [ARGUMENT...] runs a benchmark that prints its own table, under a heading.
 report() {
   local load_before
   load_before=$(load)
@@ -25,14 +25,14 @@ report() {
   printf '\nLoad average %s before, %s after.\n' "$load_before" "$(load)"
 }
 
-# memory PROCESS FIELD prints a field of the process's memory in KiB: of VmRSS and VmHWM, or Pss, Anonymous and others.
+# memory PROCESS FIELD prints a field of the process's memory in KiB: VmRSS, VmHWM, Pss, Anonymous and so on.
 memory() {
   local file=smaps_rollup
   [[ $2 != Vm* ]] || file=status
   awk -v field="$2:" '$1 == field { print $2 }' "/proc/$1/$file"
 }
 
-# cpu_ns PROCESS prints the processor time that its running threads have had.
+# cpu_ns PROCESS prints the processor time used by its running threads.
 cpu_ns() {
   awk '{ sum += $1 } END { printf "%.0f\n", sum }' "/proc/$1"/task/*/schedstat
 }

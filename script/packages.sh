@@ -1,10 +1,10 @@
 # Debian packages, for the scripts that install them; sourced after lib.sh.
 
-# What every build needs, for whichever system.
+# What every build needs, for either system.
 build_packages=(cmake ninja-build ccache libssl-dev libcurl4-openssl-dev libace-ssl-dev libboost1.81-dev libspdlog-dev
   libfmt-dev libcli11-dev)
 
-# missing PACKAGE... prints those that are not installed, one a line.
+# missing PACKAGE... prints those not installed, one a line.
 missing() {
   local installed
   installed=$(dpkg-query -W -f '${Package} ${db:Status-Abbrev}\n' "$@" 2>/dev/null | sed -n 's/ ii $//p' || true)
@@ -26,7 +26,7 @@ apt() { as_root DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout
 
 update_lists() { apt update || die "apt-get update failed"; }
 
-# A package that is not even known needs fresh lists; one that cannot be fetched needs them as well.
+# Both an unknown package and one that cannot be fetched need fresh lists.
 install_packages() {
   may_be_root || die "neither root nor sudo; install as root: $*"
   apt-cache show "$@" >/dev/null 2>&1 || update_lists

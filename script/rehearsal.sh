@@ -1,5 +1,5 @@
-# What script/demo and script/day share: an agent with its configuration server at work, on free loopback ports, in a
-# temporary folder that goes with the script. Sourced after lib.sh. Expects $windows: true when the agent is the Windows
+# What script/demo and script/day share: an agent at work with its configuration server, on free loopback ports, in a
+# temporary folder that is removed at the end. Sourced after lib.sh. Expects $windows: true if the agent is the Windows
 # program, under Wine. With $keep true the folder stays.
 
 work=$(mktemp -d)
@@ -7,23 +7,23 @@ export LC_ALL=C
 declare -A process=() port=()
 declare -A under_wine=() # of the processes
 inputs=() destinations=() components=() # elements of AgentConfig.xml
-doing=starting # what a failure is reported with
+doing=starting # what to report a failure with
 stop_limit=10 # seconds
 
 ended() { ! kill -0 "$1" 2>/dev/null; }
 
-# stop NAME ends a process; its exit status is the result.
+# stop NAME ends a process and returns its exit status.
 stop() {
   local pid=${process[$1]} signal=TERM
   unset "process[$1]"
-  # Wine makes an interrupt the Ctrl-C of a Windows program.
+  # Wine turns an interrupt into the Ctrl-C of a Windows program.
   if [[ -v under_wine[$1] ]]; then signal=INT; fi
   kill -s "$signal" "$pid" 2>/dev/null || true
   wait_until "$stop_limit" ended "$pid" || kill -s KILL "$pid"
   wait "$pid"
 }
 
-# kill_hard NAME ends a process that has no time to do anything about it.
+# kill_hard NAME kills a process without giving it time to react.
 kill_hard() {
   local pid=${process[$1]}
   unset "process[$1]"
@@ -40,7 +40,7 @@ clean_up() {
 trap clean_up EXIT
 trap 'exit 130' INT TERM
 
-# expect SECONDS WHAT COMMAND... waits until the command succeeds; otherwise the script has failed.
+# expect SECONDS WHAT COMMAND... waits until the command succeeds; otherwise the script fails.
 expect() {
   wait_until "$1" "${@:3}" && return
   say "$doing: not within $1 seconds: $2"
@@ -48,7 +48,7 @@ expect() {
   exit 1
 }
 
-# build_programs TARGET... builds agent and server, and the targets, all but the agent for this system.
+# build_programs TARGET... builds agent and server, and the targets; all but the agent for this system.
 build_programs() {
   if $windows; then "$root/script/bootstrap" --windows; else "$root/script/bootstrap"; fi
   say "building"
@@ -59,7 +59,7 @@ build_programs() {
   fi
 }
 
-# agent_path FILE is its name as the agent knows it.
+# agent_path FILE prints its name as the agent knows it.
 agent_path() { if $windows; then printf 'Z:%s' "${1//\//\\}"; else printf '%s' "$1"; fi; }
 
 # prepare_programs sets the commands $agent and $server.
@@ -68,7 +68,8 @@ prepare_programs() {
   agent=("$root/build/dev/bin/sorvex-agent")
   if $windows; then
     wine=("$root/cmake/windows/run-wine" --path "$("$root/script/bootstrap-windows" --print-prefix)/bin")
-    # Key containers lie in the registry of the Wine prefix: the agent has one of its own, over the files of the tests'.
+    # Key containers are in the Wine prefix's registry: the agent gets its own registry, with the files of the tests'
+    # prefix.
     local prefix
     prefix=$("$root/cmake/windows/run-wine" --print-prefix)
     mkdir -- "$work/wine"
@@ -84,7 +85,7 @@ prepare_programs() {
     -keyout "$work/key.pem" -out "$work/certificate.pem" 2>/dev/null
 }
 
-# start_server makes the server listen, always on the same port.
+# start_server waits until the server listens, on the same port each time.
 start_server() {
   "${server[@]}" --listen 127.0.0.1 --wire-port "${port[server]:-0}" >"$work/server.log" 2>&1 &
   process[server]=$!
@@ -95,7 +96,7 @@ server_listens() {
   [[ -n ${port[server]} ]]
 }
 
-# install_agent IDENTIFIER makes its key and install_config.txt, with a token that the server knows.
+# install_agent IDENTIFIER makes the agent's key and install_config.txt, with a token that the server knows.
 install_agent() {
   local token
   token=$(</proc/sys/kernel/random/uuid)
@@ -134,8 +135,8 @@ $(<"$work/certificate.pem")
     </Destination>")
 }
 
-# configure gives the server another configuration for its agents, from $inputs, $destinations and $components; prints
-# what is different, but for certificates.
+# configure gives the server a new configuration for its agents, from $inputs, $destinations and $components; prints the
+# difference without certificates.
 configure() {
   local current=$work/server/default/AgentConfig.xml new=$work/server/default/AgentConfig.xml.new
   [[ -e $current ]] || : >"$current"
@@ -157,8 +158,8 @@ configured() {
   cmp -s -- "$work/server/default/AgentConfig.xml" "$work/agent/AgentConfig.xml" && [[ -s $work/agent/AgentConfig.md5 ]]
 }
 
-# add_patch COMPONENT puts a patch on the server, and the component into $components; patch_arrived says whether the
-# agent has got it.
+# add_patch COMPONENT puts a patch on the server and the component into $components; patch_arrived tells whether the
+# agent has it.
 add_patch() {
   local component=${1,,}
   head -c 100000 /dev/urandom >"$work/server/patches/x64_72_$component.tar.gz"

@@ -15,10 +15,10 @@ using namespace std::chrono_literals;
 
 constexpr auto shutdownLimit = 2s;
 
-/// Less than what a slow receiver takes.
+/// Less than a slow receiver reads.
 constexpr double slowBytesPerSecond = 300'000;
 
-/// The shortest payloads, which are most of them, and the longest, which a datagram still takes whole.
+/// The shortest payloads, and the longest, which still fit whole into a datagram.
 constexpr std::size_t minFiller = 16;
 constexpr std::size_t maxFiller = 960;
 
@@ -26,7 +26,7 @@ constexpr int maxBurst = 32;
 constexpr int minPauseMs = 5;
 constexpr int maxPauseMs = 30;
 
-/// The default high water mark, what each producer may put above it, and what the send thread puts back.
+/// The default high water mark, what each producer may add above it, and what the send thread puts back.
 constexpr std::size_t queueBound = 1'000'000 + 8 * 1024 + 64 * 1024;
 
 }  // namespace
@@ -63,7 +63,7 @@ void Load::Watch() {
   const std::vector<std::uint32_t> counters{m_pSocket->GetMessagesSubmitted(), m_pSocket->GetMessagesSent(),
                                             m_pSocket->GetMessagesDropped(), m_pSocket->GetMessagesTruncated()};
   for (std::size_t i = 0; i < counters.size(); ++i) {
-    // They wrap at 32 bits: what has grown is less than half the range ahead.
+    // They wrap at 32 bits: a counter that has grown is ahead by less than half the range.
     if (counters[i] - m_lastCounters[i] > 0x7FFFFFFF) Complain("counter " + std::to_string(i) + " went back");
   }
   m_lastCounters = counters;
@@ -86,7 +86,7 @@ void Load::ShutDown() {
   const std::uint32_t sentBefore = Sent();
   const int result = m_pSocket->Shutdown();
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
-  // What a slow receiver takes may take its time.
+  // Delivery to a slow receiver may take time.
   const bool isDelivering = Sent() != sentBefore;
   const std::chrono::duration<double> limit =
       shutdownLimit +
@@ -103,8 +103,8 @@ void Load::CheckLaw() {
     Complain("accepted " + std::to_string(m_accepted) + ", but sent or dropped " + std::to_string(done));
   }
   if (m_pSocket->GetQueueSize() != 0) Complain("bytes are left in the queue");
-  // A refusal is counted as submitted if the socket was open at that moment. A stream is open until it is shut down; a
-  // datagram socket is not while it cannot be connected.
+  // A refused payload counts as submitted if the socket was open at that moment. A stream is open until it is shut
+  // down; a datagram socket is closed while it cannot be connected.
   const std::uint32_t refused = m_pSocket->GetMessagesSubmitted() - m_accepted;
   const bool isStream = m_name.find("UDP") == std::string::npos;
   if (refused > m_refused + m_refusedAtEnd || (isStream && refused < m_refused)) {

@@ -1,4 +1,4 @@
-// One socket of the soak with its producers, and the law that its counters have to keep.
+// One socket of the soak with its producers, and the balance its counters must keep.
 #pragma once
 
 #include <host/ISocket.h>
@@ -20,13 +20,13 @@ class Load {
   Load(const Load&) = delete;
   Load& operator=(const Load&) = delete;
 
-  /// Looks at the counters, which may only grow, and at the queue, which has its bound. One thread.
+  /// Checks that the counters only grow and that the queue stays within its bound. One thread.
   void Watch();
 
-  /// Ends the producers before `ShutDown`, which otherwise ends the socket under their hands.
+  /// Ends the producers before `ShutDown`, which otherwise shuts the socket down while they send.
   void JoinProducers();
 
-  /// Shuts the socket down; complains when that takes too long or leaves the counters unbalanced.
+  /// Shuts the socket down; complains if that takes too long or leaves the counters unbalanced.
   void ShutDown();
 
   /// One line of counters.
@@ -46,8 +46,8 @@ class Load {
   std::atomic<bool> m_bStop{false};
   std::atomic<bool> m_bClosing{false};
   std::atomic<std::uint32_t> m_accepted{0};
-  std::atomic<std::uint32_t> m_refused{0};       ///< while the socket was to take payloads
-  std::atomic<std::uint32_t> m_refusedAtEnd{0};  ///< once it was being shut down
+  std::atomic<std::uint32_t> m_refused{0};       ///< while the socket had to accept payloads
+  std::atomic<std::uint32_t> m_refusedAtEnd{0};  ///< after its shutdown began
   std::atomic<std::uint64_t> m_complaints{0};
   std::vector<std::uint32_t> m_lastCounters;
   std::vector<std::thread> m_producers;

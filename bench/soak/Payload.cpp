@@ -8,7 +8,7 @@ namespace {
 
 char FillerOf(std::uint64_t number) { return static_cast<char>('a' + number % 26); }
 
-/// Takes a number and the blank behind it from the front of `text`.
+/// Removes a number and the blank after it from the front of `text`.
 template <class Number>
 bool TakeNumber(std::string_view& text, Number& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -1,4 +1,4 @@
-// What the soak's producers send: payloads that show where they come from and whether they are whole.
+// What the soak's producers send: payloads that show their origin and whether they are whole.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +9,10 @@
 
 namespace sorvex::soak {
 
-/// Returns the payload of that number, about `length` bytes, without a line feed.
+/// Returns the payload with that number, about `length` bytes, without a line feed.
 std::string MakePayload(int producer, std::uint64_t number, std::size_t length);
 
-/// Looks at what one destination's receiver got over all its connections.
+/// Checks what one destination's receiver got over all its connections.
 class Journal {
  public:
   /// Takes one payload. Returns what is wrong with it, or an empty text.
@@ -22,7 +22,7 @@ class Journal {
 
  private:
   std::uint64_t m_payloads = 0;
-  std::map<int, std::uint64_t> m_next;  ///< by producer, the lowest number that may come
+  std::map<int, std::uint64_t> m_next;  ///< the lowest number that may come, by producer
 };
 
 }  // namespace sorvex::soak

@@ -20,7 +20,7 @@ namespace {
 
 using bench::ThrowSystemError;
 
-/// What the sender has ended reaches the peers at once; more than this would be a connection that nobody ended.
+/// Connections that the sender has ended reach the peers at once; after this time one has been left open.
 constexpr std::chrono::seconds finishLimit{20};
 
 struct PeerKind {

@@ -1,4 +1,4 @@
-// The peers in a process of their own, so that what they hold is not taken for what the sockets hold.
+// The peers in their own process, so that their resources do not count as the sockets'.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace sorvex::soak {
 
-/// Made before any thread is started.
+/// To be created before any thread is started.
 class PeerProcess {
  public:
   explicit PeerProcess(std::uint32_t seed);
@@ -21,7 +21,7 @@ class PeerProcess {
   std::uint16_t PortOf(const std::string& peer) const { return m_ports.at(peer); }
 
   /// Ends the faults, waits for the end of every connection, and prints what the peers got. Returns whether everything
-  /// was as it should be; `received` becomes the payloads of each peer.
+  /// was right; `received` holds the number of payloads of each peer.
   bool Finish(std::map<std::string, std::uint64_t>& received);
 
  private:

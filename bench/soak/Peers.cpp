@@ -14,14 +14,14 @@ using boost::system::error_code;
 /// Problems beyond these are only counted.
 constexpr std::uint64_t shownProblems = 20;
 
-/// A port that is taken by somebody else for a moment is tried again.
+/// A port that somebody else has taken for a moment is tried again.
 constexpr auto bindPause = 100ms;
 
-/// A slow receiver reads so much, so often: about 400 kB a second.
+/// A slow receiver reads that much, that often: about 400 kB a second.
 constexpr std::size_t slowBytes = 8192;
 constexpr auto slowPause = 20ms;
 
-/// More than a black hole's queue of waiting connections takes.
+/// More than a black hole's queue of waiting connections holds.
 constexpr int fillers = 4;
 
 }  // namespace
@@ -60,7 +60,7 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
         m_bReady(!peer.m_pTls),
         m_slowTimer(peer.m_context) {}
 
-  /// Goes on with the handshake or with reading, if the peer wants it.
+  /// Continues with the handshake or with reading, if the peer wants it.
   void Continue() {
     if (m_bBusy || m_bClosed || !m_peer.m_bReading) return;
     m_bBusy = true;
@@ -85,7 +85,7 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
     Close();
   }
 
-  /// With the farewell that TLS has.
+  /// Over TLS with a close_notify.
   void CloseOrderly() {
     if (!m_peer.m_pTls || !m_bReady) return Close();
     SSL_shutdown(m_stream.native_handle());
@@ -110,7 +110,7 @@ class StreamPeer::Session : public std::enable_shared_from_this<Session> {
     m_slowTimer.async_wait([self = shared_from_this()](const error_code&) { self->Continue(); });
   }
 
-  /// Says a few bytes, which nobody reads. One answer at a time is on its way.
+  /// Sends a few bytes, which nobody reads; one answer at a time.
   void Answer() {
     if (std::exchange(m_bAnswering, true)) return;
     const auto done = [self = shared_from_this()](const error_code&, std::size_t) { self->m_bAnswering = false; };
@@ -208,7 +208,7 @@ void StreamPeer::Injected() {
       CloseAll(false);
       return After(m_faultTimer, pause, again);
     case 2:
-      // A connection that comes meanwhile is accepted and gets no handshake.
+      // Meanwhile a new connection is accepted but gets no handshake.
       CountFault("stop-reading");
       SetReading(false);
       return After(m_faultTimer, Random(500ms, 4s), [=, this] {
@@ -264,7 +264,7 @@ void StreamPeer::DigBlackHole() {
   m_acceptor.open(tcp::v4());
   m_acceptor.set_option(tcp::acceptor::reuse_address(true));
   m_acceptor.bind(endpoint, error);
-  // Taken by somebody else: then nobody listens.
+  // If somebody else has taken the port, nobody listens.
   if (error) return m_acceptor.close();
   m_acceptor.listen(0);
   for (int i = 0; i < fillers; ++i) {
@@ -275,7 +275,7 @@ void StreamPeer::DigBlackHole() {
 
 void StreamPeer::Finish() {
   StopTimers();
-  // The end of a connection is read behind what still waits on it.
+  // The end of a connection comes after all that is still unread.
   m_fillers.clear();
   m_acceptor.close();
   m_bSlow = false;

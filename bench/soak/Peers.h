@@ -1,4 +1,4 @@
-// The receivers of the soak: they read and check what comes, and do to their connections what receivers do at worst.
+// The receivers of the soak: they read and check what arrives, and treat their connections as the worst receivers do.
 #pragma once
 
 #include "Payload.h"
@@ -18,7 +18,7 @@
 
 namespace sorvex::soak {
 
-/// What every peer has. All run in one thread.
+/// What all peers share. All run in one thread.
 class Peer {
  public:
   Peer(boost::asio::io_context& context, std::string name, std::uint32_t seed);

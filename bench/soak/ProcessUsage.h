@@ -1,4 +1,4 @@
-// What this process holds.
+// What this process uses.
 #pragma once
 
 #include <cstddef>

@@ -1,22 +1,21 @@
-// A soak: the destination sockets under load and faults for as long as wanted.
+// A soak test: the destination sockets under load and faults for as long as wanted.
 //
 //   soak [SECONDS [SEED [FACTOR]]]   (default: 600, a random seed, 24)
 //
-// TCP, TLS and UDP, each queued with eight producers and blocking with one, send to peers of their own, which reset,
-// close, stop reading, read slowly, answer, restart, refuse or swallow connections (over UDP: close the port) at random
-// moments. The clock
-// by which the sockets pace reconnects and pauses runs FACTOR times as fast as the real one, so that as many reconnects
-// happen as otherwise in FACTOR times the time; load, faults and the queue's patience keep to the real clock, and so
-// does the end. Exits 0 when
+// TCP, TLS and UDP, each queued with eight producers and blocking with one, send to their own peers, which at random
+// moments reset, close, stop reading, read slowly, answer, restart, refuse or swallow connections (over UDP: close the
+// port). The clock that paces the sockets' reconnects and pauses runs FACTOR times as fast as the real one, so that as
+// many reconnects happen as otherwise in FACTOR times the time; load, faults, the queue's patience and the stop run in
+// real time. Exits 0 if
 //
 // - every payload that arrived was whole, none came twice, and each producer's came in order;
-// - no peer got more than its socket says that it sent;
-// - every socket was shut down within two seconds, under whatever fault there was then, or as long as a slow receiver
-//   takes for its queue;
-// - afterwards, submitted = sent + dropped + refused at once, with nothing left in the queue;
-// - in the last tenth of the time the process held at most 4 MiB more resident memory than in the second tenth, and no
-//   more open files than one for each socket above those of the second tenth (which a socket may have spent without a
-//   connection), and after the end as many open files as before the first socket.
+// - no peer got more than its socket reports as sent;
+// - every socket was shut down within two seconds, whatever the fault at that moment, or as fast as a slow receiver
+//   took its queue;
+// - afterwards submitted = sent + dropped + refused at once, and nothing was left in the queue;
+// - in the last tenth of the time the process held at most 4 MiB more resident memory than in the second tenth, and at
+//   most one more open file for each socket (which may have had no connection in the second tenth), and after the end
+//   as many open files as before the first socket.
 #include "Load.h"
 #include "PeerProcess.h"
 #include "ProcessUsage.h"
@@ -57,7 +56,7 @@ struct Options {
   int factor = 24;
 };
 
-/// Counts log records by their level instead of showing them: faults make thousands.
+/// Counts log records by level instead of showing them: faults cause thousands.
 class CountingLog : public WindowsAgentCommon::ILogSink {
  public:
   bool IsEnabled(WindowsAgentCommon::LogLevel) const override { return true; }
@@ -77,7 +76,7 @@ class CountingLog : public WindowsAgentCommon::ILogSink {
   std::array<std::atomic<std::uint64_t>, 4> m_counts{};
 };
 
-/// The highest of what the process held in a part of the time.
+/// The most that the process held in a part of the time.
 struct Peak {
   std::size_t residentBytes = 0;
   std::size_t openFiles = 0;
@@ -99,7 +98,7 @@ class Soak {
     Start();
     Watch();
     Stop();
-    // All of them are asked, so that each says what it found.
+    // All of them run, so that each prints what it found.
     const std::array verdicts{IsFlat(), IsEqual(MeasureProcess().openFiles, filesBefore), IsArrivalGood(),
                               HaveLoadsKeptTheLaw()};
     return std::ranges::all_of(verdicts, std::identity());
@@ -155,9 +154,9 @@ class Soak {
   }
 
   void Stop() {
-    // A stop's patience is real.
+    // A stop's patience is in real time.
     m_time->SlowDown();
-    // A blocking socket belongs to one thread at a time; a queued one is shut down under its producers' hands.
+    // A blocking socket belongs to one thread at a time; a queued one is shut down while its producers send.
     for (const auto& load : m_loads) {
       if (load->Name().ends_with("blocking")) load->JoinProducers();
       load->ShutDown();

@@ -26,11 +26,11 @@ constexpr std::uint32_t defaultHighWaterMark = 1'000'000;
 constexpr std::uint32_t defaultPort = 514;
 constexpr const char* defaultBuilder = "SyslogPayloadBuilder";
 
-/// How long the send thread waits for a payload before it looks around.
+/// How long the send thread waits for a payload before it calls `Idle` again.
 constexpr auto idlePeriod = 1000ms;
 constexpr auto producerPatience = 5000ms;
 
-/// ACE makes its thread manager when somebody first asks for it, and two threads that do so at once race. Here one asks
+/// ACE creates its thread manager on first use, and two threads doing so at once race. This function creates it once
 /// for all.
 ACE_Thread_Manager* ThreadManager() {
   static ACE_Thread_Manager* const manager = ACE_Thread_Manager::instance();
@@ -62,7 +62,7 @@ DestinationSocket<Sender>::~DestinationSocket() = default;
 
 template <class Sender>
 void DestinationSocket<Sender>::Initialize(const WindowsAgentCommon::ParameterBlock& parameters) {
-  // A send thread that is still there reads what is set here.
+  // A send thread that is still running reads what is set here.
   EndLife();
   m_state.m_life.SetOpen(false);
   const WindowsAgentCommon::EnvironmentBlockHelper helper(parameters);
@@ -91,7 +91,7 @@ template <class Sender>
 void DestinationSocket<Sender>::Open(const std::wstring& host, std::uint32_t port) {
   const SocketLife::Operation operation(m_state.m_life);
   if (!operation) return;
-  // A send thread that is running reads these, and logs.
+  // A running send thread reads these, and logs.
   if (m_state.m_log.GetName().empty() || m_state.m_strHost != host || m_state.m_port != port) {
     m_state.m_strHost = host;
     m_state.m_port = port;
@@ -112,7 +112,7 @@ SocketLife::Service DestinationSocket<Sender>::GetService() const {
 
 template <class Sender>
 bool DestinationSocket<Sender>::StartThread() {
-  // The last thread, if there was one, has closed the queue and need only return.
+  // The previous thread, if any, has closed the queue and only needs to return.
   wait();
   m_queue.activate();
   return activate(0, 1, 0, 0, -1) == 0;
@@ -183,7 +183,7 @@ std::int32_t DestinationSocket<Sender>::Receive(void*, std::uint32_t, std::uint3
 
 template <class Sender>
 int DestinationSocket<Sender>::svc() {
-  // The thread writes to the network alone: the signal is off for its whole life.
+  // This thread only writes to the network, so the signal is off for its whole life.
   const Platform::BrokenPipeGuard noSignal;
   m_state.m_log.Info("Thread running...");
   m_sender.Idle();
@@ -200,7 +200,7 @@ int DestinationSocket<Sender>::svc() {
         break;
       }
       case PayloadQueue::Head::HangUp:
-        // Producers that were let in before a stop may stand behind it.
+        // Payloads let in before the stop may be behind it.
         isEnding = m_state.m_life.IsStopping();
         isDone = !isEnding;
         break;
@@ -224,7 +224,7 @@ int DestinationSocket<Sender>::Shutdown() {
     case SocketLife::StopOutcome::Refused: return -1;
     case SocketLife::StopOutcome::Begun: break;
   }
-  // Producers that wait for room are not to wait for the stop.
+  // Producers waiting for room must not wait for the stop.
   m_queue.pulse();
   m_state.m_life.AwaitOperations();
   const int result = wait();
@@ -236,7 +236,7 @@ int DestinationSocket<Sender>::Shutdown() {
 template <class Sender>
 void DestinationSocket<Sender>::EndLife() {
   if (Shutdown() != -1) return;
-  // A thread that could not be told to end does so by itself: its queue is closed.
+  // A thread that could not be asked to end does so by itself: its queue is closed.
   wait();
   Shutdown();
 }
@@ -298,7 +298,7 @@ std::uint32_t DestinationSocket<Sender>::GetMessagesDropped() const {
 
 template <class Sender>
 std::size_t DestinationSocket<Sender>::GetQueueSize() const {
-  // The queue's own measure takes no constant object.
+  // The queue's own function is not const.
   return const_cast<DestinationSocket*>(this)->m_queue.message_bytes();
 }
 

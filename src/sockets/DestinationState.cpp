@@ -42,7 +42,7 @@ void DestinationState::NoteProgress() { m_lastProgress = Now(); }
 
 void DestinationState::Pause(std::chrono::milliseconds duration) {
   m_services.m_pTime->Pause(duration, m_life);
-  // What fails at once is not tried without pausing until the stop's patience is over.
+  // During a stop the pause above ends at once; attempts that fail at once still need one.
   constexpr std::chrono::milliseconds stoppingPause{20};
   if (m_life.IsStopping()) std::this_thread::sleep_for(stoppingPause);
 }

@@ -1,4 +1,4 @@
-// What a destination socket and the sender that it holds share.
+// What a destination socket and its sender share.
 #pragma once
 
 #include "sockets/Framing.h"
@@ -20,7 +20,7 @@ namespace VaroCommunicationAPI {
 
 using Platform::SocketError;
 
-/// A number that one thread writes and others read while they please.
+/// A number that one thread writes and others may read at any time.
 template <class T>
 class RelaxedValue {
  public:
@@ -33,7 +33,7 @@ class RelaxedValue {
   std::atomic<T> m_value;
 };
 
-/// Messages, and their bytes. Any thread.
+/// Counts messages and their bytes. Any thread.
 class MessageCounter {
  public:
   void Add(std::size_t messages, std::size_t bytes) {
@@ -48,7 +48,7 @@ class MessageCounter {
   RelaxedValue<std::uint32_t> m_bytes{0};
 };
 
-/// Memory in which threads build payloads, kept from one payload to the next. Whoever takes a text has it alone. Takes
+/// Memory in which threads build payloads, kept from one payload to the next. A text belongs to whoever takes it. Takes
 /// no lock. Any thread.
 class SpareTexts {
  public:
@@ -57,7 +57,7 @@ class SpareTexts {
   SpareTexts(const SpareTexts&) = delete;
   SpareTexts& operator=(const SpareTexts&) = delete;
 
-  /// A text of whatever content.
+  /// Returns a text with arbitrary content.
   std::unique_ptr<std::string> Take();
 
   /// Keeps a text, unless there are several already.
@@ -74,26 +74,25 @@ class DestinationState {
 
   SteadyTime Now() const { return m_services.m_pTime->Now(); }
 
-  /// Resolves the target's name: anew each time, because the target may have moved, and the network may not have been
-  /// there before.
+  /// Resolves the target's name again each time: the target may have moved, or the network may only be up now.
   Platform::ResolvedHost ResolveTarget(Platform::AddressFamily family,
                                        const std::function<bool()>& isInterrupted) const;
 
-  /// Whether what waits for the peer has to end: the socket is stopping and nothing has moved for a while, or another
-  /// thread claims the connection. Whose turn it is only.
+  /// Whether waiting for the peer has to end: the socket is stopping and nothing has moved for a while, or another
+  /// thread claims the connection. Only for the holder of the turn.
   bool MustGiveUp() const;
 
-  /// Tells that bytes have moved. Whose turn it is only.
+  /// Notes that bytes have moved. Only for the holder of the turn.
   void NoteProgress();
 
-  /// Waits as the sending thread, less when a stop begins.
+  /// Waits in the sending thread; less if a stop begins.
   void Pause(std::chrono::milliseconds duration);
 
   const SocketServices m_services;
   SocketLife m_life;
   ConnectionTurn m_turn;
 
-  // Set while nobody sends, but for the last error.
+  // Set while nobody sends, except for the last error.
   WindowsAgentCommon::Log m_log;
   std::wstring m_strHost;
   std::uint32_t m_port = 0;
@@ -106,7 +105,7 @@ class DestinationState {
   MessageCounter m_dropped;
 
  private:
-  /// Of whose turn it is.
+  /// Belongs to the holder of the turn.
   SteadyTime m_lastProgress;
 };
 

@@ -45,8 +45,8 @@ void Framing::Write(std::span<const char> payload, char* target) const {
 
 std::size_t Framing::NeededBytes(std::size_t length) const {
   switch (m_kind) {
-    // At the end of a connection the receiver takes what lacks its line feed for a payload: sent again, it would arrive
-    // twice. An empty one has only its line feed.
+    // At the end of a connection the receiver accepts a payload without its line feed; sent again, it would arrive
+    // twice. An empty payload is only its line feed.
     case Kind::LineFeed: return length > 0 ? length : 1;
     case Kind::None:
     case Kind::OctetCounting: break;

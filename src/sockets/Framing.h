@@ -1,4 +1,4 @@
-// What stands around each payload on a connection, so that the receiver finds its end.
+// What surrounds each payload on a connection so that the receiver finds its end.
 #pragma once
 
 #include <cstddef>
@@ -8,29 +8,29 @@
 
 namespace VaroCommunicationAPI {
 
-/// A value. A framing adds the same number of bytes to all payloads of one length.
+/// A value type. A framing adds the same number of bytes to all payloads of one length.
 class Framing {
  public:
   enum class Kind {
     None,          ///< nothing: the transport keeps payloads apart, or the receiver does
-    LineFeed,      ///< a line feed behind the payload
-    OctetCounting  ///< RFC 6587, section 3.4.1: the length in decimal digits and a blank before the payload; an
-                   ///< empty one, which there cannot be, is not sent
+    LineFeed,      ///< a line feed after the payload
+    OctetCounting  ///< RFC 6587, section 3.4.1: the length in decimal digits and a blank before the payload; an empty
+                   ///< payload is not sent, because the format has none
   };
 
   explicit Framing(Kind kind = Kind::None) : m_kind(kind) {}
 
-  /// The kind of a name; nothing for an unknown one, and `None` has none.
+  /// Returns the kind of that name, or nothing for an unknown one; `None` has no name.
   static std::optional<Kind> Parse(std::string_view name);
 
-  /// Bytes that are added to a payload of `length` bytes.
+  /// Returns how many bytes are added to a payload of `length` bytes.
   std::size_t AddedBytes(std::size_t length) const;
 
   /// Writes the payload, which may be empty, with its framing to `target`: exactly `AddedBytes` more than the payload.
   void Write(std::span<const char> payload, char* target) const;
 
-  /// How many bytes of a framed payload of `length` bytes the receiver needs to take them for the payload when the
-  /// connection ends there. A payload of which fewer were accepted is sent again.
+  /// How many bytes of a framed payload of `length` bytes make the receiver accept it if the connection ends there. A
+  /// payload of which fewer were accepted is sent again.
   std::size_t NeededBytes(std::size_t length) const;
 
  private:

@@ -8,8 +8,8 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// Looks at a lock that somebody holds so often before it sleeps: it is held for an instant only, and to sleep and be
-/// woken takes a hundred times as long.
+/// How often to try a held lock before sleeping: it is held only for an instant, and sleeping and waking take a hundred
+/// times as long.
 constexpr int looksAtLock = 100;
 
 /// Holds the queue's lock.
@@ -38,7 +38,7 @@ ACE_Time_Value_T<ACE_Monotonic_Time_Policy> DeadlineAfter(std::chrono::milliseco
 }  // namespace
 
 bool PayloadQueue::is_full_i() {
-  // A mark below the size of one payload bounds the bytes alone.
+  // Any mark above 0 has room for one payload.
   return cur_bytes_ >= high_water_mark_ || cur_count_ >= std::max<std::size_t>(high_water_mark_ / bytesPerPayload, 1);
 }
 
@@ -53,7 +53,7 @@ bool PayloadQueue::Put(std::span<const char> payload, std::chrono::milliseconds 
     if (wait_not_full_cond(&deadline) == -1) return false;
   }
   Append(payload);
-  // One wakes the next: all at once would only contend for the lock.
+  // Each wakes the next: all at once would only contend for the lock.
   if (bWait && !is_full_i()) not_full_cond_.signal();
   return true;
 }
@@ -83,7 +83,7 @@ void PayloadQueue::Append(std::span<const char> payload) {
   ++cur_count_;
   cur_bytes_ += payload.size();
   cur_length_ += payload.size();
-  // A thread that is at work finds it by itself.
+  // A busy send thread finds it by itself.
   if (std::exchange(m_bAwaited, false)) signal_dequeue_waiters();
 }
 
@@ -142,7 +142,7 @@ void PayloadQueue::Remove(std::size_t payloads) {
 void PayloadQueue::DropHeadChunk() {
   Chunk chunk = std::move(m_chunks.front());
   m_chunks.pop_front();
-  // One that was made for a long payload is not kept.
+  // A chunk made for a long payload is not kept.
   if (chunk.m_capacity != chunkBytes) return;
   chunk.m_begin = chunk.m_end = chunk.m_first = 0;
   chunk.m_lengths.clear();

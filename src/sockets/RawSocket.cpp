@@ -44,7 +44,7 @@ bool RawSocket::Connect() {
   return IsConnected();
 }
 
-/// Asks the resolver unless it has given the addresses already: a name that was unknown before may be known by now.
+/// Asks the resolver unless it has already given the addresses: a name unknown before may be known now.
 SocketError RawSocket::FindAddresses() {
   if (!m_addresses.empty()) return {};
   Platform::ResolvedHost resolved = Platform::ResolveHost(m_strHost, m_port, Platform::AddressFamily::Any, &GoOn);
@@ -70,7 +70,7 @@ std::int32_t RawSocket::Send(const void* buffer, std::uint32_t length) {
 }
 
 std::int32_t RawSocket::Receive(void* buffer, std::uint32_t length, std::uint32_t timeoutMs) {
-  // 32-bit arithmetic, deliberately: the time-out wraps at 4294967 milliseconds.
+  // 32-bit arithmetic, deliberately: the time-out wraps after 4294967 milliseconds.
   const std::uint32_t microseconds = timeoutMs * 1000u;
   const ACE_Time_Value limit(static_cast<time_t>(microseconds / 1'000'000u),
                              static_cast<suseconds_t>(microseconds % 1'000'000u));

@@ -1,4 +1,4 @@
-// What both raw sockets do, whatever stream they hold.
+// What both raw sockets share, whatever stream they hold.
 #pragma once
 
 #include "sockets/SocketStream.h"
@@ -13,15 +13,16 @@
 
 namespace VaroCommunicationAPI {
 
-/// What a raw socket is, decided by its class.
+/// What differs between raw socket classes.
 struct RawSocketTraits {
-  const char* m_loggerName;    ///< a format of the object's address, the host and the port
-  std::uint32_t m_noTimeout;   ///< the time-out of `Receive` that means none
-  const char* m_timeoutError;  ///< logged, with the time-out, when one is over; null: the same as for other errors
+  const char* m_loggerName;   ///< a format with the object's address, the host and the port
+  std::uint32_t m_noTimeout;  ///< the time-out of `Receive` that means "without limit"
+  const char*
+      m_timeoutError;  ///< logged, with the time-out, when it has passed; null: the same text as for other errors
 };
 
-/// Address, state, totals, and the reports of sending and receiving. Has no virtual operations but the interface's, so
-/// that a class's own follow in their slots.
+/// Address, state, totals, and the log texts of sending and receiving. Has no virtual operations but the interface's,
+/// so that a derived class's own follow in the next slots.
 class RawSocket : public WindowsAgentCommon::IRawSocket {
  public:
   void Open(const std::wstring& host, std::uint32_t port) override;

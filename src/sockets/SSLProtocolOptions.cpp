@@ -1,4 +1,4 @@
-// What the range comes to in the TLS library; apart from the range itself, which hosts use without that library.
+// How the range applies to the TLS library; separate from the range itself, which hosts use without that library.
 #include <CommunicationAPI/SSLProtocolList.h>
 
 #include <ace/SSL/SSL_Context.h>
@@ -13,7 +13,7 @@ struct DisablingOption {
   std::uint64_t bit;
 };
 
-// By name, never by shifting: the bit for TLS 1.1 is higher than the bit for TLS 1.2.
+// By name, never by shifting: the bit for TLS 1.1 is higher than the one for TLS 1.2.
 constexpr DisablingOption disablingOptions[] = {
     {SSLProtocolList::TLSv1, SSL_OP_NO_TLSv1},
     {SSLProtocolList::TLSv1_1, SSL_OP_NO_TLSv1_1},
@@ -24,7 +24,7 @@ constexpr DisablingOption disablingOptions[] = {
 
 void SSLProtocolList::applyTo(ACE_SSL_Context& context) const {
   SSL_CTX* const ctx = context.context();
-  // The options alone decide: a system-wide configuration may have set bounds that are narrower than the range.
+  // The options alone decide: a system-wide configuration may have set narrower bounds.
   SSL_CTX_set_min_proto_version(ctx, 0);
   SSL_CTX_set_max_proto_version(ctx, 0);
   SSL_CTX_set_options(ctx, SSL_OP_NO_SSLv2 | SSL_OP_NO_SSLv3 | SSL_OP_NO_TLSv1 | SSL_OP_NO_TLSv1_2 | SSL_OP_NO_TLSv1_1 |

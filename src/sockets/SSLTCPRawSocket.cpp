@@ -17,13 +17,13 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// Verifies the server's chain against the trusted file, and only when that is not enough against the default locations
-/// as well: parsing a system's bundle costs many times a handshake. Returns 1 when the chain is trusted.
+/// Verifies the server's chain against the trusted file, and only if that fails against the default locations as well:
+/// parsing a system's bundle takes many times as long as a handshake. Returns 1 if the chain is trusted.
 int VerifyChain(X509_STORE_CTX* verification, void*) {
   if (X509_verify_cert(verification) == 1) return 1;
   X509_STORE* const store = X509_STORE_CTX_get0_store(verification);
   X509_STORE_set_default_paths(store);
-  // One object verifies once.
+  // An object can verify only once.
   const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> second(X509_STORE_CTX_new(),
                                                                                &X509_STORE_CTX_free);
   if (!second || X509_STORE_CTX_init(second.get(), store, X509_STORE_CTX_get0_cert(verification),
@@ -62,11 +62,11 @@ std::uint32_t SSLTCPRawSocket::GetBytesReceived() const { return m_bytesReceived
 
 void SSLTCPRawSocket::Configure(ACE_SSL_Context& context) const {
   context.set_mode(ACE_SSL_Context::SSLv23_client);
-  // Setting the mode has loaded what SSL_CERT_FILE names, which counts as a default location like the others.
+  // Setting the mode has loaded the file that SSL_CERT_FILE names, which is one of the default locations.
   SSL_CTX_set_cert_store(context.context(), X509_STORE_new());
   SSL_CTX_set_cert_verify_callback(context.context(), &VerifyChain, nullptr);
-  // Without the file nobody is trusted but whom the default locations name: the handshake then tells.
-  // Opening a pipe would wait for its writer.
+  // Without the file only the default locations are trusted, and the handshake reports that. Opening a pipe would wait
+  // for its writer.
   const std::filesystem::path file =
       WindowsAgentCommon::WideToPath(WindowsAgentCommon::Utf8ToWide(m_strCertificateFile));
   if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {

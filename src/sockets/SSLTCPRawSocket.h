@@ -13,16 +13,16 @@ class ACE_SSL_Context;
 
 namespace VaroCommunicationAPI {
 
-/// Trusts the certificates in one PEM file, "ConfigurationServer.PEM" in the configuration directory unless another is
-/// set, and the TLS library's default locations, which are loaded for a server that the file does not vouch for; no
-/// name is compared. A time-out of 0xFFFFFFFF means that `Receive` waits without limit, and 0 that it does not wait.
-/// One thread at a time. Destruction closes.
+/// Trusts the certificates in one PEM file, by default "ConfigurationServer.PEM" in the configuration directory, and
+/// those in the TLS library's default locations, which are loaded only for a server that the file does not vouch for.
+/// The server's name is not compared. A time-out of 0xFFFFFFFF means that `Receive` waits without limit, 0 that it does
+/// not wait. One thread at a time. Destruction closes.
 class SSLTCPRawSocket : public RawSocket {
  public:
   explicit SSLTCPRawSocket(const SSLProtocolList& protocols,
                            std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
 
-  /// Takes effect at the next `Connect`. A file that cannot be read leaves only the default locations trusted.
+  /// Takes effect at the next `Connect`. If the file cannot be read, only the default locations are trusted.
   virtual void SetCertificateFile(const std::wstring& path);  // 11
 
   /// Sum of positive `Send` results since construction; wraps at 32 bits.

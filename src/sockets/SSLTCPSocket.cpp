@@ -18,10 +18,10 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// Nobody is there to be asked for the password of an encrypted text.
+/// There is nobody to ask for the password of an encrypted text.
 int NoPassword(char*, int, int, void*) { return -1; }
 
-/// Reads one certificate of a PEM text in Base64; null when there is none.
+/// Reads one certificate from a PEM text in Base64; null if there is none.
 std::shared_ptr<X509> ParseCertificate(const std::string& text) {
   std::vector<std::uint8_t> pem;
   if (!WindowsAgentCommon::DecodeBase64(text, pem) || pem.size() > std::numeric_limits<int>::max()) return nullptr;
@@ -69,7 +69,8 @@ std::unique_ptr<ISocketStream> SSLTCPSocket::MakeStream(const WindowsAgentCommon
   }
   ACE_SSL_Context context;
   context.set_mode(ACE_SSL_Context::SSLv23_client);
-  // Setting the mode loads what the environment names as trusted: a megabyte a connection, and nothing is verified.
+  // Setting the mode loads the trusted certificates that the environment names: a megabyte a connection, although
+  // nothing is verified.
   SSL_CTX_set_cert_store(context.context(), X509_STORE_new());
   context.certificate(certificate.get());
   m_protocols.applyTo(context);

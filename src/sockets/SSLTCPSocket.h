@@ -12,10 +12,10 @@
 
 namespace VaroCommunicationAPI {
 
-/// As `TCPSocket`, over a TLS stream; `Initialize` throws `InitializationException` without a "Certificate", and the
-/// socket then stays unopened. The receiver's certificate is not verified, deliberately. The certificate of the
-/// parameter block has to be there, but no key comes with it, and without its key no certificate can be shown: a
-/// receiver that asks for one is shown none, and one that insists on it refuses the connection.
+/// Like `TCPSocket`, over a TLS stream. `Initialize` throws `InitializationException` without a "Certificate", and the
+/// socket then stays unopened. The receiver's certificate is not verified, deliberately. The parameter block must
+/// contain a certificate, but not its key, so it cannot be shown: a receiver that asks for one gets none, and one that
+/// insists on it refuses the connection.
 class SSLTCPSocket : public StreamDestinationSocket {
  public:
   explicit SSLTCPSocket(const SSLProtocolList& protocols, SocketServices services = {},

@@ -1,4 +1,4 @@
-// The life of a destination socket, and whose turn it is to use its connection.
+// The life of a destination socket, and the turns of its threads on the connection.
 #pragma once
 
 #include <atomic>
@@ -19,11 +19,11 @@ constexpr std::chrono::milliseconds stopPatience{1500};
 ///
 ///     closed -- Start --> running -- BeginStop --> stopping -- EndStop --> closed, or running again
 ///
-/// While the socket is stopping nothing begins: an `Operation` is refused and `Start` starts nothing. The stop ends
+/// Nothing begins while the socket is stopping: an `Operation` is refused and `Start` starts nothing. The stop ends
 /// when the operations and the send thread that were there have ended. Any thread.
 class SocketLife {
  public:
-  /// Connecting or sending in a caller's thread, which a stop waits for. May be nested.
+  /// A connect or send in a caller's thread, which a stop waits for. May be nested.
   class Operation {
    public:
     explicit Operation(SocketLife& life) : m_pLife(life.Enter() ? &life : nullptr) {}
@@ -33,19 +33,18 @@ class SocketLife {
     Operation(const Operation&) = delete;
     Operation& operator=(const Operation&) = delete;
 
-    /// False when the socket is stopping: the operation must not begin.
+    /// False if the socket is stopping: the operation must not begin.
     explicit operator bool() const { return m_pLife != nullptr; }
 
    private:
     SocketLife* m_pLife;
   };
 
-  /// Whether somebody serves the queue.
+  /// Who serves the queue.
   enum class Service { None, SendThread };
 
-  /// Makes the socket running, and open as well if it `opens`, unless it is stopping. `start`, called under the lock,
-  /// starts the send thread and tells whether it did; it is not called while one is there. Returns false when it could
-  /// not.
+  /// Makes the socket running, and also open if `opens`, unless it is stopping. `start`, called under the lock and only
+  /// if there is no send thread, starts one and returns whether that worked. Returns false if it did not.
   template <class StartThread>
   bool Start(Service service, bool opens, StartThread start) {
     const std::lock_guard lock(m_mutex);
@@ -58,13 +57,13 @@ class SocketLife {
     return true;
   }
 
-  /// Whether payloads are taken.
+  /// Whether payloads are accepted.
   bool IsOpen() const { return m_bOpen.load(std::memory_order_relaxed); }
 
-  /// Opens unless the socket is stopping, or closes.
+  /// Opens, unless the socket is stopping, or closes.
   void SetOpen(bool isOpen);
 
-  /// The send thread's last act: `close`, called under the lock, refuses what is not queued yet and gives up the rest.
+  /// The send thread's last act: `close`, called under the lock, refuses further payloads and gives up the queued ones.
   template <class CloseQueue>
   void EndService(CloseQueue close) {
     const std::lock_guard lock(m_mutex);
@@ -74,13 +73,13 @@ class SocketLife {
 
   enum class StopOutcome {
     Begun,     ///< the caller has to end it
-    Anothers,  ///< another thread was stopping the socket and is done with it
-    Refused    ///< the send thread could not be told and goes on
+    Anothers,  ///< another thread was stopping the socket and has finished
+    Refused    ///< the send thread could not be asked to end and goes on
   };
 
-  /// Begins a stop; a queued socket takes no payloads from then on. `hangUp`, called under the lock, tells the send
-  /// thread to end, if there is one, and says whether that worked. Where another thread is stopping the socket, waits
-  /// until it has.
+  /// Begins a stop; a queued socket accepts no payloads from then on. `hangUp`, called under the lock if there is a
+  /// send thread, asks it to end and returns whether that worked. If another thread is stopping the socket, waits until
+  /// it has.
   template <class HangUp>
   StopOutcome BeginStop(Service service, SteadyTime now, HangUp hangUp) {
     std::unique_lock lock(m_mutex);
@@ -98,13 +97,13 @@ class SocketLife {
     return StopOutcome::Begun;
   }
 
-  /// Waits until the operations that were there when the stop began have ended.
+  /// Waits until the operations that were running when the stop began have ended.
   void AwaitOperations();
 
-  /// A queued socket is closed then; another is what it was before.
+  /// A queued socket is then closed; any other returns to its previous state.
   void EndStop(Service service);
 
-  /// Ends a stop that is under way without its patience: what has not been delivered is given up. Otherwise nothing.
+  /// Cuts short a stop that is under way: what has not been delivered is given up. Otherwise does nothing.
   void Abandon();
 
   bool IsStopping() const;
@@ -112,8 +111,8 @@ class SocketLife {
   /// Whether there is a send thread.
   bool IsServing() const;
 
-  /// Whether the socket is stopping and has been for longer than its patience, counted from `lastProgress` if that is
-  /// later.
+  /// Whether the socket has been stopping for longer than its patience, counted from `lastProgress` if that is later,
+  /// or the stop was abandoned.
   bool MustGiveUp(SteadyTime now, SteadyTime lastProgress) const;
 
   /// Waits until the socket is stopping or `duration` has passed.
@@ -137,19 +136,19 @@ class SocketLife {
   std::uint64_t m_endedStops = 0;
 };
 
-/// One thread at a time uses the connection. Who has it and waits for the peer asks `MustGiveWay`, so that nobody who
-/// claims it waits for the peer as well. Any thread.
+/// One thread at a time uses the connection. While its holder waits for the peer it asks `MustGiveWay`, so that a
+/// thread claiming the connection need not wait for the peer as well. Any thread.
 class ConnectionTurn {
  public:
-  /// How long the holder may go on once somebody claims the connection.
+  /// How long the holder may go on after somebody claims the connection.
   static constexpr std::chrono::milliseconds claimPatience{250};
 
-  /// The connection in the hands of a thread, from construction to destruction. Not to be nested.
+  /// Holds the connection for a thread from construction to destruction. Not to be nested.
   class Holder {
    public:
-    /// Waits until nobody has the connection or claims it.
+    /// Waits until nobody holds or claims the connection.
     explicit Holder(ConnectionTurn& turn);
-    /// Claims it: the present holder gives way, and nobody else gets it before.
+    /// Claims it: the present holder gives way, and only claimants get it next.
     Holder(ConnectionTurn& turn, SteadyTime now);
     ~Holder();
     Holder(const Holder&) = delete;
@@ -159,7 +158,7 @@ class ConnectionTurn {
     ConnectionTurn& m_turn;
   };
 
-  /// Whether the holder has to end what it waits for, because of a claim.
+  /// Whether the holder has to stop waiting because of a claim.
   bool MustGiveWay(SteadyTime now) const;
 
  private:

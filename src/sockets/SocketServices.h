@@ -1,4 +1,4 @@
-// What the destination sockets ask of the system, for others to put something else in its place.
+// What the destination sockets need from the system, so that something else can take its place.
 #pragma once
 
 #include "platform/NameResolver.h"
@@ -17,25 +17,25 @@
 
 namespace VaroCommunicationAPI {
 
-/// The clocks, and waiting. Any thread.
+/// Clocks and waiting. Any thread.
 class ISocketTime {
  public:
   virtual ~ISocketTime() = default;
 
-  /// Monotonic time, which alone decides when something is due: a clock that is set delays nothing.
+  /// Monotonic time, which alone decides when something is due: setting the clock delays nothing.
   virtual SteadyTime Now() const = 0;
 
   /// Wall-clock time, for reports.
   virtual ACE_Time_Value WallClock() const = 0;
 
-  /// Waits for `duration`, or less when a stop begins.
+  /// Waits for `duration`, or less if a stop begins.
   virtual void Pause(std::chrono::milliseconds duration, SocketLife& life) = 0;
 
   /// The system's own clocks.
   static std::shared_ptr<ISocketTime> System();
 };
 
-/// Each is the system's own unless another is given; of the platform's operations, see there. Any thread.
+/// Each is the system's own unless another is given; the platform's headers describe the operations. Any thread.
 struct SocketServices {
   std::shared_ptr<ISocketTime> m_pTime = ISocketTime::System();
   std::function<Platform::ResolvedHost(const std::wstring& host, std::uint32_t port, Platform::AddressFamily family,

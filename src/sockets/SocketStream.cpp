@@ -11,16 +11,16 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// How long a wait lasts before the caller is asked whether to go on.
+/// How long a wait lasts before the caller is asked whether to continue.
 const ACE_Time_Value waitSlice(0, 100'000);
 
-/// What has just failed. Not every failure leaves one, and 0 would be taken for success.
+/// The last error. Some failures leave none, and 0 would mean success.
 SocketError FailureNumber() {
   const SocketError error = Platform::LastSocketError();
   return error ? error : Platform::ErrorNotConnected;
 }
 
-/// Starts a connection. Returns no error when it stands at once, and 10035 while it is under way.
+/// Starts a connection. Returns no error if it is established at once, 10035 while it is in progress.
 SocketError StartConnection(ACE_SOCK_Stream& stream, const ACE_INET_Addr& address, const IsInterrupted& isInterrupted) {
   ACE_SOCK_Connector connector;
   const ACE_Time_Value startOnly = ACE_Time_Value::zero;
@@ -35,7 +35,7 @@ SocketError StartConnection(ACE_SOCK_Stream& stream, const ACE_INET_Addr& addres
   }
 }
 
-/// Waits for a connection under way.
+/// Waits for a connection in progress.
 SocketError CompleteConnection(ACE_HANDLE handle, const IsInterrupted& isInterrupted) {
   for (;;) {
     if (ACE::handle_timed_complete(handle, &waitSlice) != ACE_INVALID_HANDLE) return {};
@@ -47,8 +47,8 @@ SocketError CompleteConnection(ACE_HANDLE handle, const IsInterrupted& isInterru
 
 void SetUp(ACE_SOCK_Stream& stream, StreamUse use) {
   if (use == StreamUse::Delivery) return Platform::KeepBacklogSmall(stream.get_handle());
-  // Small writes followed by a read would otherwise wait for the peer's delayed acknowledgement. A system that refuses
-  // is only slower.
+  // Otherwise small writes followed by a read would wait for the peer's delayed acknowledgement. A system that refuses
+  // the option is only slower.
   int on = 1;
   stream.set_option(ACE_IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
@@ -102,7 +102,7 @@ SocketError WaitForRoom(ISocketStream& stream, const IsInterrupted& isInterrupte
 }
 
 void AwaitDelivery(ISocketStream& stream, const std::function<bool()>& isTalking, const IsInterrupted& isInterrupted) {
-  // The system tells nobody when the last byte is acknowledged: it has to be asked.
+  // The system does not report when the last byte is acknowledged: it has to be polled.
   constexpr std::chrono::milliseconds askEvery{5};
   while (!isInterrupted() && !stream.PeerState() && (isTalking() || !Platform::HasDeliveredAll(stream.Handle()))) {
     WaitUntilReady(

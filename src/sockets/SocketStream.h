@@ -1,4 +1,4 @@
-// A connection over which bytes travel, as the sockets see it, and what every kind of one does with the system.
+// A connection that carries bytes, as the sockets see it, and what all kinds of it share.
 #pragma once
 
 #include "platform/SocketIo.h"
@@ -20,44 +20,44 @@ namespace VaroCommunicationAPI {
 
 using Platform::SocketError;
 
-/// Asked at least ten times a second while something is waited for; says that it is to be given up, with error 10004.
+/// Called at least ten times a second during a wait; true ends the wait with error 10004.
 using IsInterrupted = std::function<bool()>;
 
 /// What a connection is for.
 enum class StreamUse {
-  Exchange,  ///< requests and answers: each write is sent at once, and what the peer says is read
-  Delivery   ///< one way: what is written is soon on its way; what the peer says while there is no room is discarded
+  Exchange,  ///< requests and answers: each write is sent at once, and what the peer sends is read
+  Delivery   ///< one way: what is written may be held back briefly; what the peer sends is discarded
 };
 
-/// One connection, from `Connect` to `Close`; another needs another object. Closes at its end. One thread at a time.
+/// One connection, from `Connect` to `Close`; a new one needs a new object. Destruction closes. One thread at a time.
 /// No operation raises a signal.
 class ISocketStream {
  public:
   virtual ~ISocketStream() = default;
 
-  /// Connects to the first of `addresses` that accepts, without a time-out but that of a handshake (error 137). `host`
-  /// is the peer's name. Leaves nothing open when it fails.
+  /// Connects to the first of `addresses` that accepts, without a time-out except for a handshake (error 137). `host`
+  /// is the peer's name. Leaves nothing open on failure.
   virtual SocketError Connect(const std::vector<ACE_INET_Addr>& addresses, const std::wstring& host,
                               const IsInterrupted& isInterrupted) = 0;
 
-  /// Logs what came of the attempt to connect, as far as this kind of stream tells it.
+  /// Logs the result of connecting, as far as this kind of stream reports it.
   virtual void ReportConnect(const WindowsAgentCommon::Log& log, SocketError error) const = 0;
 
-  /// Writes all `length` bytes, waiting for room without a limit. In a delivery, a peer that ends the connection ends
-  /// that wait with an error. `onProgress` is called when the system has accepted bytes. The outcome counts those that
-  /// the peer can read once they are there.
+  /// Writes all `length` bytes, waiting for room without limit. In a delivery, that wait fails when the peer ends the
+  /// connection. `onProgress` is called when the system has accepted bytes. The outcome counts the bytes that the peer
+  /// can read once they arrive.
   virtual Platform::WriteOutcome Write(const char* data, std::size_t length, const IsInterrupted& isInterrupted,
                                        const std::function<void()>& onProgress) = 0;
 
-  /// Reads exactly `length` bytes. Waits at most `wait` each time that nothing is there (error 137), or without a limit
-  /// when it is null. Error 10101 at the stream's end. What came before an error is lost.
+  /// Reads exactly `length` bytes. Each time there is nothing to read, waits at most `wait` (then error 137), or
+  /// without limit if it is null. Error 10101 at the stream's end. What was read before an error is lost.
   virtual SocketError Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) = 0;
 
-  /// Looks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns no error
-  /// while the connection stands, 10101 after an orderly close, or the error it died of.
+  /// Checks, without blocking, whether the peer has ended the connection, and discards what it sent. Returns no error
+  /// while the connection is up, 10101 after an orderly close, or the error that ended it.
   virtual SocketError PeerState() = 0;
 
-  /// Tells the peer that nothing follows and waits until it has everything, or has closed; discards what it says.
+  /// Tells the peer that nothing follows and waits until it has everything or has closed; discards what it sends.
   virtual void Finish(const IsInterrupted& isInterrupted) = 0;
 
   /// Ends the connection without waiting for the peer. Idempotent.
@@ -66,12 +66,11 @@ class ISocketStream {
   virtual ACE_HANDLE Handle() const = 0;
 };
 
-/// Makes the stream for an attempt to connect; null, with the reason logged, when there can be none.
+/// Makes the stream for an attempt to connect; null, with the reason logged, if that is impossible.
 using StreamMaker = std::function<std::unique_ptr<ISocketStream>(const WindowsAgentCommon::Log& log)>;
 
 /// Connects `stream` to the first of `addresses` that accepts, without a time-out and from any local address, and sets
-/// it up for its use. Leaves the stream connected and in non-blocking mode, or returns the last address's error with
-/// the stream closed.
+/// it up for its use. Leaves the stream connected and non-blocking, or closed, returning the last address's error.
 SocketError ConnectStream(ACE_SOCK_Stream& stream, const std::vector<ACE_INET_Addr>& addresses, StreamUse use,
                           const IsInterrupted& isInterrupted);
 
@@ -79,22 +78,22 @@ enum class Readiness { Readable, Writable, Either };
 
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
-/// The end of a wait of `wait` that begins now; none when it is null.
+/// Returns the end of a wait that begins now; none if `wait` is null.
 Deadline DeadlineAfter(const ACE_Time_Value* wait);
 
-/// Waits until `handle` has bytes or takes some; an error condition counts as either, and the transfer then tells
-/// which. Ends with 10004 when `isInterrupted` says so, or 137 when `deadline` has passed.
+/// Waits until `handle` is ready; an error condition counts as ready, and the transfer then reports it. Ends with 10004
+/// when `isInterrupted` says so, or 137 when `deadline` has passed.
 SocketError WaitUntilReady(ACE_HANDLE handle, Readiness readiness, const IsInterrupted& isInterrupted,
                            Deadline deadline = std::nullopt);
 
-/// Waits until the stream takes bytes or the peer says something, having asked for the peer's state, which discards
-/// what it said: a peer that waits for that reads nothing. Ends with the peer's state when it has ended the connection,
-/// or 10004 when `isInterrupted` says so.
+/// Waits until the stream takes bytes or the peer sends something. Asks for the peer's state first, which discards what
+/// it sent: a peer that waits for its own writes reads nothing. Ends with that state if the peer has ended the
+/// connection, or 10004 when `isInterrupted` says so.
 SocketError WaitForRoom(ISocketStream& stream, const IsInterrupted& isInterrupted);
 
-/// Waits, with the write side closed, until the peer has closed as well, or until `isInterrupted` says so; where the
-/// system tells that the peer has everything and the peer is not a `talking` one, until then. A connection that is
-/// closed with unread data, or to which more of it comes, is reset, and the peer then loses what it has not read.
+/// With the write side closed, waits until the peer has closed as well or `isInterrupted` says so; if the peer is not
+/// talking, also only until the system reports that it has everything. A connection that is closed with unread data, or
+/// that receives more afterwards, is reset, and the peer then loses what it has not read.
 void AwaitDelivery(ISocketStream& stream, const std::function<bool()>& isTalking, const IsInterrupted& isInterrupted);
 
 }  // namespace VaroCommunicationAPI

@@ -15,11 +15,10 @@ constexpr auto reconnectInterval = 15s;
 constexpr auto disconnectedPause = 1000ms;
 constexpr auto timeoutPause = 100ms;
 
-/// A connection on which nothing was written for longer, or that was looked at longer ago, is looked at before it is
-/// written to.
+/// A connection is checked before a write if the last write or the last check was longer ago than this.
 constexpr auto trustedSilence = 1s;
 
-/// How long another thread may try to connect while there is a send thread, which tries as long as it takes.
+/// How long another thread may try to connect while there is a send thread, which tries without limit.
 constexpr auto claimedConnectLimit = 1s;
 
 constexpr std::int64_t microsecondsPerSecond = 1'000'000;
@@ -56,7 +55,7 @@ void StreamSender::Configure(const WindowsAgentCommon::EnvironmentBlockHelper& h
 }
 
 bool StreamSender::MustGiveUp() {
-  // About ten times a second while something is waited for.
+  // Called about ten times a second during a wait.
   if (m_state.m_life.IsStopping() && m_pStream) {
     if (const auto progress = m_state.m_services.m_peerProgress(m_pStream->Handle()); progress != m_progress) {
       m_progress = progress;
@@ -124,7 +123,7 @@ bool StreamSender::ConnectInTurn() {
 }
 
 std::int32_t StreamSender::SendPayload(std::span<const char> payload) {
-  // A text of its own for each caller: another one may have its turn.
+  // Each caller has its own buffer: another may hold the turn.
   const Framing& framing = m_state.m_framing;
   std::vector<char> framed(payload.size() + framing.AddedBytes(payload.size()));
   framing.Write(payload, framed.data());
@@ -152,7 +151,7 @@ StreamSender::Outcome StreamSender::TrySend(const FramedPayloads& payloads, bool
   CloseIfPeerHasClosed(now, isAfterIdle);
   if (!m_pStream) {
     if (!Reconnect(now)) return {.m_bConnected = false, .m_pause = disconnectedPause};
-    // A receiver that accepts and closes at once costs one payload and not a batch.
+    // A receiver that accepts and closes at once costs one payload, not a batch.
     return Write(FirstOf(payloads), now);
   }
   return Write(payloads, now);
@@ -177,8 +176,8 @@ StreamSender::Outcome StreamSender::Write(const FramedPayloads& payloads, Steady
 }
 
 void StreamSender::CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle) {
-  // A payload written into a closed connection would be lost without an error. And what a receiver says has to be taken
-  // from it now and then, or it waits for that and reads no more.
+  // A payload written to a closed connection would be lost without an error. And what a receiver sends has to be read
+  // now and then, or it waits for that and stops reading.
   if (!m_pStream) return;
   if (!isAfterIdle && now - m_lastWrite <= trustedSilence && now - m_lastLook <= trustedSilence) return;
   m_lastLook = now;
@@ -189,7 +188,7 @@ void StreamSender::CloseIfPeerHasClosed(SteadyTime now, bool isAfterIdle) {
 }
 
 bool StreamSender::Reconnect(SteadyTime now) {
-  // A stop makes one last attempt, also when none is due.
+  // A stop makes one last attempt, even if none is due.
   const bool isLastAttempt = m_state.m_life.IsStopping() && !m_bLastAttemptFailed;
   if (now < m_nextReconnect && !isLastAttempt) return false;
   m_state.m_log.Debug("Socket isn't connected; calling reconnect...");
@@ -228,7 +227,7 @@ std::chrono::milliseconds StreamSender::HandleWriteError(SocketError error, bool
     ReportLostConnection(error, now);
     return pause;
   }
-  // Whatever followed a part of a payload on this connection would be torn: the payload starts anew on another.
+  // Anything after part of a payload on this connection would be torn: the payload starts again on another.
   if (isTorn) {
     CloseInTurn();
     SetNextReconnect(now);
@@ -265,7 +264,7 @@ StreamDestinationSocket::StreamDestinationSocket(const StreamTransport& transpor
                          .m_receiveFunction = transport.m_receiveFunction,
                          .m_defaultMaxPayloadSize = defaultMaxPayloadSize,
                          .m_bOpensUnconnected = true,
-                         // Deliberately: the blocking strategy counts what the limit would cut, and does not cut it.
+                         // Deliberately: the blocking strategy counts what the limit would cut, but does not cut it.
                          .m_bCutsWhenBlocking = false,
                          .m_truncationReport = nullptr},
                         std::move(services), transport) {}

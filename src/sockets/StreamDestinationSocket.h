@@ -1,4 +1,4 @@
-// What the destination sockets over a stream share: reconnecting by the clock, framing, keep-alive and the times.
+// What the destination sockets over a stream share: timed reconnects, framing, keep-alive and connection times.
 #pragma once
 
 #include "sockets/DestinationSocket.h"
@@ -25,19 +25,19 @@ class SharedTimeValue {
   RelaxedValue<std::int64_t> m_microseconds{0};
 };
 
-/// What a destination over a stream is, decided by its class.
+/// What differs between destinations over a stream.
 struct StreamTransport {
-  const char* m_loggerName;  ///< as in `DestinationTraits`, and the next two
+  const char* m_loggerName;  ///< this and the next two as in `DestinationTraits`
   const char* m_className;
   const char* m_receiveFunction;
-  const char* m_keepAliveWarning;  ///< that keep-alive could not be set; a format of the reason
+  const char* m_keepAliveWarning;  ///< keep-alive could not be set; a format with the reason
   StreamMaker m_makeStream;
-  /// Reads the parameters that are this transport's alone. May be empty.
+  /// Reads the parameters that only this transport has. May be empty.
   std::function<void(const WindowsAgentCommon::EnvironmentBlockHelper& parameters)> m_readParameters;
 };
 
-/// Sends payloads over one stream after the other. The operations on a stream are serialised; `Close` and `Connect` in
-/// one thread end what another one waits for.
+/// Sends payloads over one stream after another. Operations on a stream are serialised; `Close` and `Connect` in one
+/// thread end what another waits for.
 class StreamSender {
  public:
   using Interface = WindowsAgentCommon::ITCPSocket;
@@ -45,7 +45,7 @@ class StreamSender {
   StreamSender(DestinationState& state, StreamTransport transport);
 
   void Configure(const WindowsAgentCommon::EnvironmentBlockHelper& helper, const DestinationParameters& common);
-  /// While a send thread is running, for at most a second.
+  /// While a send thread is running, tries for at most a second.
   bool Connect();
   void Close();
   bool IsConnected() const;
@@ -61,13 +61,13 @@ class StreamSender {
   ACE_Time_Value NextReconnectTime() const { return m_nextReconnectTime; }
 
  private:
-  /// What became of a batch.
+  /// What happened to a batch.
   struct Outcome {
-    std::size_t m_payloads = 0;            ///< accepted whole, from the first
-    std::size_t m_bytes = 0;               ///< bytes of those, with as much of their framing as was accepted
-    bool m_bTorn = false;                  ///< the bytes accepted end within a payload or before its line feed
+    std::size_t m_payloads = 0;            ///< accepted whole, counted from the first
+    std::size_t m_bytes = 0;               ///< their bytes, with as much of their framing as was accepted
+    bool m_bTorn = false;                  ///< the accepted bytes end within a payload or before its line feed
     bool m_bConnected = true;              ///< false when there was no connection to write to
-    std::chrono::milliseconds m_pause{0};  ///< what to wait before the next attempt
+    std::chrono::milliseconds m_pause{0};  ///< time to wait before the next attempt
   };
 
   bool MustGiveUp();
@@ -94,16 +94,16 @@ class StreamSender {
   std::uint32_t m_keepAliveTimeMs = 0;
   std::uint32_t m_keepAliveIntervalMs = 0;
 
-  /// The send thread's: it has had nothing to send.
+  /// Used by the send thread only: it has had nothing to send.
   bool m_bAfterIdle = false;
 
-  // Of whose turn it is.
+  // Belongs to the holder of the turn.
   std::unique_ptr<ISocketStream> m_pStream;  ///< null when not connected
   SocketError m_lastError;
   SteadyTime m_lastWrite;
   SteadyTime m_lastLook;
   std::optional<std::uint64_t> m_progress;
-  std::optional<SteadyTime> m_connectDeadline;  ///< when the attempt to connect that is under way has to end
+  std::optional<SteadyTime> m_connectDeadline;  ///< when the present attempt to connect has to end
   bool m_bLastAttemptFailed = false;
   SteadyTime m_nextReconnect;
 

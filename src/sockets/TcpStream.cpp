@@ -38,7 +38,7 @@ Platform::WriteOutcome TcpStream::Write(const char* data, std::size_t length, co
 
 SocketError TcpStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) {
   std::size_t filled = 0;
-  // A signal neither ends a wait nor puts it off; bytes begin it anew.
+  // A signal neither ends nor extends a wait; each arrival of bytes starts a new one.
   Deadline deadline = DeadlineAfter(wait);
   while (filled < length) {
     const ssize_t count = m_stream.recv(buffer + filled, length - filled);

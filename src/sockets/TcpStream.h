@@ -30,7 +30,7 @@ class TcpStream final : public ISocketStream {
  private:
   const StreamUse m_use;
   ACE_SOCK_Stream m_stream;
-  std::size_t m_discarded = 0;  ///< bytes that the peer of a delivery has said
+  std::size_t m_discarded = 0;  ///< bytes that the peer of a delivery has sent
 };
 
 }  // namespace VaroCommunicationAPI

@@ -16,13 +16,13 @@ namespace VaroCommunicationAPI {
 
 namespace {
 
-/// What earlier calls of this thread left behind would be taken for the outcome of the next one.
+/// Otherwise errors left by this thread's earlier calls would be taken for the result of the next.
 void ForgetErrors() {
   ERR_clear_error();
   ACE_OS::last_error(0);
 }
 
-/// The library's codes carry their origin in the upper bits.
+/// The library's codes hold their origin in the upper bits.
 SocketError LibraryError(unsigned long code) {
   return SocketError(static_cast<std::int32_t>(code), ERR_GET_LIB(code) != 0 ? ERR_reason_error_string(code) : nullptr);
 }
@@ -42,7 +42,7 @@ TlsStream::~TlsStream() { Close(); }
 
 void TlsStream::SetServerName(const std::wstring& host) {
   std::string name = WindowsAgentCommon::WideToUtf8(host);
-  // RFC 6066, section 3: no address, and no dot at the end.
+  // RFC 6066, section 3: no address, and no trailing dot.
   const bool bIsAddress =
       name.find(':') != std::string::npos || name.find_first_not_of("0123456789.") == std::string::npos;
   if (bIsAddress) return;
@@ -80,7 +80,7 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
   std::uint64_t moved = BIO_number_written(network);
   while (outcome.m_bytes < length) {
     ForgetErrors();
-    // A record a call: of several, the library does not tell how many the system has accepted before an error.
+    // One record a call: if a call of several fails, the library does not say how many of them the system has accepted.
     const std::size_t part = std::min<std::size_t>(length - outcome.m_bytes, SSL3_RT_MAX_PLAIN_LENGTH);
     std::size_t written = 0;
     const int result = SSL_write_ex(m_stream.ssl(), data + outcome.m_bytes, part, &written);
@@ -99,7 +99,7 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
 }
 
 SocketError TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Value* wait) {
-  // Unlike a plain read, one through TLS may write.
+  // Unlike a plain read, a TLS read may write.
   const Platform::BrokenPipeGuard noSignal;
   const auto goOn = [] { return false; };
   std::size_t filled = 0;
@@ -116,7 +116,7 @@ SocketError TlsStream::Read(char* buffer, std::size_t length, const ACE_Time_Val
 
 SocketError TlsStream::PeerState() {
   const Platform::BrokenPipeGuard noSignal;
-  // As over plain TCP: what a receiver says is discarded, within bounds, because the end stands behind it.
+  // As over plain TCP: what a receiver sends is discarded, within bounds, because the end comes after it.
   constexpr int maxReads = 16;
   char buffer[4096];
   for (int i = 0; i < maxReads; ++i) {
@@ -173,10 +173,10 @@ SocketError TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupte
   return WaitUntilReady(Handle(), readiness, isInterrupted, deadline);
 }
 
-/// What an operation of the library ended with that returned `result`.
+/// Returns the error of the library call that returned `result`.
 SocketError TlsStream::Diagnose(int result) {
   m_failure.clear();
-  // First of all: the system keeps its number only until the next call.
+  // First of all: the system keeps its error number only until the next call.
   ACE_OS::set_errno_to_last_error();
   const SocketError systemError = Platform::LastSocketError();
   switch (SSL_get_error(m_stream.ssl(), result)) {
@@ -188,11 +188,11 @@ SocketError TlsStream::Diagnose(int result) {
   }
 }
 
-/// Empties the library's list of errors into `m_failure`. Returns the first, which is the cause.
+/// Moves the library's error list into `m_failure`. Returns the first, which is the cause.
 SocketError TlsStream::ReadLibraryErrors() {
   const unsigned long cause = ERR_peek_error();
   while (const unsigned long code = ERR_get_error()) m_failure.push_back(LibraryError(code));
-  // The end of the stream without the library's farewell.
+  // The stream ended without a close_notify.
   if (ERR_GET_REASON(cause) == SSL_R_UNEXPECTED_EOF_WHILE_READING) return Platform::ErrorPeerClosed;
   return LibraryError(cause);
 }

@@ -12,21 +12,20 @@
 
 namespace VaroCommunicationAPI {
 
-/// How long a server may take for the handshake. One that accepts connections and says nothing holds nobody for ever.
+/// How long a server may take for the handshake, so that one that accepts and stays silent blocks nobody indefinitely.
 constexpr std::chrono::milliseconds defaultHandshakeLimit = std::chrono::seconds(60);
 
-/// The one place that talks to the TLS library while a connection stands. What the library refuses has its own code for
-/// a number.
+/// The only code that uses the TLS library while a connection is up. Errors of the library carry its own code.
 class TlsStream final : public ISocketStream {
  public:
-  /// The connection follows the settings of `context` as they are now and does not need it afterwards. One for an
-  /// exchange reads several records from the system at once, through a buffer that it keeps.
+  /// The connection copies the settings of `context`, which need not outlive this call. A stream for an exchange reads
+  /// several records from the system at once, through a buffer that it keeps.
   TlsStream(ACE_SSL_Context& context, StreamUse use, std::chrono::milliseconds handshakeLimit = defaultHandshakeLimit);
   ~TlsStream() override;
   TlsStream(const TlsStream&) = delete;
   TlsStream& operator=(const TlsStream&) = delete;
 
-  /// Lets the server know which of its names is meant, unless `host` is an address.
+  /// Sends the server name, unless `host` is an address.
   SocketError Connect(const std::vector<ACE_INET_Addr>& addresses, const std::wstring& host,
                       const IsInterrupted& isInterrupted) override;
   void ReportConnect(const WindowsAgentCommon::Log& log, SocketError error) const override;
@@ -40,10 +39,10 @@ class TlsStream final : public ISocketStream {
   void Close() override;
   ACE_HANDLE Handle() const override;
 
-  /// The certificate that the server showed, or an empty text when it showed none.
+  /// Returns the certificate that the server showed, or an empty text if it showed none.
   std::string PeerCertificatePem() const;
 
-  /// Logs what the TLS library gave as the reason of the last failure, unless the failure was not its.
+  /// Logs the TLS library's reason for the last failure, if the failure came from the library.
   void ReportReason(const WindowsAgentCommon::Log& log) const;
 
  private:
@@ -57,7 +56,7 @@ class TlsStream final : public ISocketStream {
   const std::chrono::milliseconds m_handshakeLimit;
   ACE_SSL_SOCK_Stream m_stream;
   bool m_bPeerTalks = false;
-  std::vector<SocketError> m_failure;  ///< the errors of the last failed operation, the cause first
+  std::vector<SocketError> m_failure;  ///< errors of the last failed operation, the cause first
 };
 
 }  // namespace VaroCommunicationAPI

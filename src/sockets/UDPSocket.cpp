@@ -63,12 +63,12 @@ bool DatagramSender::ConnectInTurn() {
   }
   m_consecutiveSendFailures = 0;
   m_refusals = 0;
-  // What is being stopped takes no more payloads; what it has it can still send.
+  // A socket that is being stopped accepts no more payloads; what it has it can still send.
   m_state.m_life.SetOpen(true);
   return true;
 }
 
-/// Opens the socket to the first address that takes it.
+/// Opens the socket to the first address that works.
 SocketError DatagramSender::OpenSocket() {
   m_strDestination = WindowsAgentCommon::Format("%s:%u", m_state.m_strHost, m_state.m_port);
   const Platform::ResolvedHost target = m_state.ResolveTarget(Platform::AddressFamily::IPv4, m_mustGiveUp);
@@ -97,7 +97,7 @@ SocketError DatagramSender::OpenSocket() {
   return error;
 }
 
-/// Sends, and waits whenever the system has no room.
+/// Sends, waiting whenever the system has no room.
 Platform::DatagramOutcome DatagramSender::SendAllDatagrams(std::span<const Payload> payloads) {
   Platform::DatagramOutcome outcome;
   for (;;) {
@@ -112,12 +112,12 @@ Platform::DatagramOutcome DatagramSender::SendAllDatagrams(std::span<const Paylo
   }
 }
 
-/// Sends and counts; a failure has been dealt with when it returns, but for the pause.
+/// Sends and counts; also handles a failure, except for the pause.
 Platform::DatagramOutcome DatagramSender::TrySend(std::span<const Payload> payloads) {
   const ConnectionTurn::Holder turn(m_state.m_turn);
   Platform::DatagramOutcome outcome{0, Platform::ErrorNotConnected};
   if (m_pSocket) {
-    // A payload without a byte is none that could be seen to be sent.
+    // Nobody could see that an empty payload was sent.
     const auto empty = std::ranges::find_if(payloads, [](const Payload& payload) { return payload.empty(); });
     outcome = SendAllDatagrams(payloads.first(static_cast<std::size_t>(empty - payloads.begin())));
     if (!outcome.m_error && empty != payloads.end()) outcome.m_error = Platform::ErrorInvalidArgument;
@@ -147,7 +147,7 @@ std::size_t DatagramSender::SendPayloads(const FramedPayloads& payloads) {
   std::size_t done = outcome.m_datagrams;
   if (outcome.m_error) {
     m_state.Pause(failurePause);
-    // What can never be sent would stand before all others for ever.
+    // A payload that can never be sent would block all others indefinitely.
     const bool isUndeliverable = outcome.m_error == Platform::ErrorMessageTooLong || m_payloads[done].empty();
     if (isUndeliverable) m_state.m_dropped.Add(1, m_payloads[done++].size());
   }
@@ -177,8 +177,8 @@ void DatagramSender::Reconnect() {
 }
 
 void DatagramSender::CountRefusal(bool isQueued) {
-  // A socket that is not open sends nothing that could fail. A name that was unknown when the agent started, say, has
-  // to be found all the same once the network is there.
+  // A socket that is not open sends nothing that could fail. Yet a name that was unknown when the agent started, for
+  // example, has to be found once the network is up.
   if (!m_bWanted || ++m_refusals % failuresPerReconnect != 0) return;
   if (isQueued) {
     m_bReconnectDue = true;

@@ -15,9 +15,9 @@
 
 namespace VaroCommunicationAPI {
 
-/// Sends each payload as a datagram, over IPv4. It recovers by counting failures and not by the clock: after each
-/// failure a second's pause, and at every 500th in a row a new socket, for which the name is resolved anew. While it is
-/// not open, every 500th payload that is refused counts likewise.
+/// Sends each payload as a datagram, over IPv4. Recovery counts failures, not time: each failure causes a second's
+/// pause, and every 500th in a row a new socket, for which the name is resolved again. While the socket is not open,
+/// every 500th refused payload causes a new one too.
 class DatagramSender {
  public:
   using Interface = WindowsAgentCommon::IUDPSocket;
@@ -34,7 +34,7 @@ class DatagramSender {
   bool CanDeliver();
   void Finish();
 
-  /// Tells that a payload was refused because the socket is not open, to the queue or, in the caller's thread, without.
+  /// Notes that a payload was refused because the socket is not open: by the queue, or else in the caller's thread.
   void CountRefusal(bool isQueued);
 
   std::uint32_t ConsecutiveSendFailures() const { return m_consecutiveSendFailures; }
@@ -54,10 +54,10 @@ class DatagramSender {
   DestinationState& m_state;
   const std::function<bool()> m_mustGiveUp = [this] { return m_state.MustGiveUp(); };
 
-  /// The socket closes with its last owner. Of whose turn it is.
+  /// Closed with its last owner. Belongs to the holder of the turn.
   std::shared_ptr<ACE_SOCK_CODgram> m_pSocket;
   std::string m_strDestination;
-  std::vector<Payload> m_payloads;  ///< that the send thread has in hand
+  std::vector<Payload> m_payloads;  ///< in the send thread's hands
   RelaxedValue<std::uint32_t> m_consecutiveSendFailures{0};
 
   /// The owner wants the socket open: set by `Connect`, cleared by `Close`.

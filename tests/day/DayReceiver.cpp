@@ -1,15 +1,15 @@
-// A receiver of script/day: writes down which lines came.
+// A receiver for script/day: writes down which lines arrived.
 //
 //   day_receiver tcp|tls PORT FOLDER
 //
-// Listens on that loopback port, or a free one for 0, and writes into the folder, which is to be empty:
+// Listens on that loopback port, or a free one for 0, and writes into the folder, which must be empty:
 //
-//   entries   what came, in the form that Ledger.h has. What was read is written at once, so that it outlives the
-//             process.
-//   progress  for each file the greatest number that has come
-//   port      last
+//   entries   what arrived, in the format described in Ledger.h; written as soon as it is read, so that it outlives
+//             the process
+//   progress  the highest number that has arrived of each file
+//   port      the port; written last
 //
-// SIGUSR1 makes it read no more: what the system holds afterwards was never read. SIGTERM ends it.
+// SIGUSR1 makes it stop reading: what the system holds from then on was never read. SIGTERM ends it.
 #include "DayLine.h"
 
 #include <support/LoopbackTcpServer.h>
@@ -44,7 +44,7 @@ constexpr std::size_t readBytes = 65536;
 /// Ends the header of each message.
 constexpr std::string_view headerEnd = " - - - ";
 
-/// A file that is written without a buffer.
+/// A file that is written unbuffered.
 class PlainFile {
  public:
   PlainFile(const std::filesystem::path& path, int flags) : m_handle(open(path.c_str(), flags | O_CREAT, 0600)) {
@@ -67,7 +67,7 @@ class PlainFile {
   int m_handle;
 };
 
-/// Used by the threads of all connections.
+/// Shared by the threads of all connections.
 class Notes {
  public:
   explicit Notes(const std::filesystem::path& folder)
@@ -85,7 +85,7 @@ class Notes {
       known = std::max(known, number);
     }
     std::string text;
-    // Of one width, since what was written before is written over.
+    // With a fixed width, because the previous text is overwritten.
     for (const auto& [name, number] : m_greatest) {
       const std::string digits = std::to_string(number);
       text += name + ' ' + std::string(12 - std::min<std::size_t>(digits.size(), 12), '0') + digits + '\n';
@@ -108,7 +108,7 @@ class Conversation {
     m_notes.Add("connected" + m_number + ' ' + std::to_string(time.count()) + '\n');
   }
 
-  /// Writes down the lines of `text`, and removes them from it.
+  /// Writes down the complete lines of `text` and removes them from it.
   void Take(std::string& text) {
     std::string entries;
     std::map<std::string, std::uint64_t, std::less<>> greatest;
@@ -151,7 +151,7 @@ class Receiver {
 
   void StopReading() { m_bFrozen = true; }
 
-  /// Reads a connection, of whatever kind, to its end.
+  /// Reads a connection of either kind to its end.
   template <class Server, class Connection>
   void Receive(Server& server, Connection& connection, int index) {
     try {
@@ -188,7 +188,7 @@ std::uint16_t ReadPort(std::string_view text) {
 }
 
 void Run(std::string_view kind, std::uint16_t port, const std::filesystem::path& folder) {
-  // Waited for below; all threads inherit that.
+  // Waited for below; all threads inherit the mask.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGUSR1);

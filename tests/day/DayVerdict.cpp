@@ -2,8 +2,8 @@
 //
 //   day_verdict DIARY DESTINATION FOLDER
 //
-// `FOLDER` holds a folder for each receiver, named by its number, with a file `entries`; Ledger.h has the forms of both
-// files. Prints a report. Exits with 1 when something must not be, a line that did not arrive above all.
+// `FOLDER` holds a folder for each receiver, named by its number, with a file `entries`; Ledger.h describes both
+// formats. Prints a report. Exits with 1 on a violation, above all a line that did not arrive.
 #include "Ledger.h"
 
 #include <cstdio>

@@ -1,16 +1,16 @@
-// The programs of script/day that write logs, in one.
+// All programs of script/day that write logs, in one.
 //
 //   day_writer FOLDER LINES
 //
-// Writes so many lines a second to each file. Takes one command a line from standard input and answers each with one
+// Writes that many lines a second to each file. Reads one command a line from standard input and answers each with one
 // line; ends when there are no more.
 //
-//   open NAME                      begins to write a file
-//   open NAME HOW SECONDS          the same; rotates it every so many seconds
-//   rotate NAME HOW                rotates it now. HOW is `rename`: the file gets another name, which still gets a few
-//                                  lines, and a new one is made; or `copytruncate`. Rotated files have a number after
-//                                  their names. No line is written between a copy and the truncation.
-//   pause, resume                  writes nothing, and goes on
+//   open NAME                      starts writing a file
+//   open NAME HOW SECONDS          the same; rotates it every that many seconds
+//   rotate NAME HOW                rotates it now. HOW is `rename`: the file gets another name, still receives a few
+//                                  lines, and a new one is made; or `copytruncate`: no line is written between the
+//                                  copy and the truncation. Rotated files have a number after their names.
+//   pause, resume                  stops writing, and continues
 //   count                          answers with each file's name and its number of lines
 //   tidy                           deletes all rotated files
 #include "DayLine.h"
@@ -40,13 +40,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Between two looks at what is due.
+/// Time between two checks of what is due.
 constexpr int turnMs = 10;
 
-/// What was not written in time is not made up for beyond this.
+/// A longer backlog is not caught up.
 constexpr double maxBacklogSeconds = 0.5;
 
-/// How many lines go to a file after it was renamed, as from a program that has not noticed yet.
+/// How many lines still go to a renamed file, as from a program that has not noticed yet.
 constexpr int linesAfterRename = 5;
 
 [[noreturn]] void Throw(const std::filesystem::path& path) {
@@ -72,7 +72,7 @@ class LogFile {
     m_nextRotation = Clock::now() + interval;
   }
 
-  /// Writes what is due after so many seconds more.
+  /// Writes what is due after that many more seconds.
   void Turn(double seconds) {
     m_due = std::min(m_due + seconds * m_linesPerSecond, maxBacklogSeconds * m_linesPerSecond);
     const auto lines = static_cast<int>(m_due);
@@ -113,7 +113,7 @@ class LogFile {
   void WriteLines(int number) {
     std::string text;
     for (int line = 0; line < number; ++line) text += MakeLine({m_strName, ++m_count}) + '\n';
-    // Not whole lines: whoever reads now finds a part of one.
+    // In two parts, so that a reader can meet half a line.
     const std::size_t first = text.size() - std::min<std::size_t>(text.size(), 10);
     Write(std::string_view(text).substr(0, first));
     Write(std::string_view(text).substr(first));
@@ -156,7 +156,7 @@ class Writer {
   }
 
  private:
-  /// Waits for a turn's time at most. Returns false at the end of the commands.
+  /// Waits at most one turn. Returns false at the end of the commands.
   bool TakeCommands() {
     pollfd input{STDIN_FILENO, POLLIN, 0};
     if (poll(&input, 1, turnMs) <= 0) return true;

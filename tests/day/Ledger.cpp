@@ -9,10 +9,10 @@
 namespace sorvex::day {
 namespace {
 
-/// More of them would say nothing new.
+/// More would say nothing new.
 constexpr std::size_t maxFaults = 20;
 
-/// Reads the values of one line; throws when there are others than those.
+/// Reads the values of one line; throws if the line has fewer, others or more.
 template <class... Values>
 void ReadValues(std::istringstream& line, Values&... values) {
   std::string rest;
@@ -79,7 +79,7 @@ void Ledger::AddFault(const std::string& text) {
 void Ledger::Add(int receiver, std::istream& entries) {
   std::map<int, std::size_t> lives;
   for (std::string text; std::getline(entries, text);) {
-    // The last one of a receiver that was killed may not be whole.
+    // The last entry of a killed receiver may be incomplete.
     if (entries.eof()) break;
     std::istringstream words(text);
     std::string word;
@@ -141,8 +141,8 @@ void Ledger::AddRepetition(const Fate& fate, std::size_t life, const DayLine& li
   }
 }
 
-/// The killed receiver for which the system may have had a line that is missing. Where a copy is read after the file
-/// that it was made of, both neighbours of the line may have come before it was due; the bytes decide then.
+/// The killed receiver for which the system may have held a missing line. If a copy is read after the file that it was
+/// made from, both neighbours of the line may have arrived before it was due; then the bytes decide.
 const std::pair<const int, Diary::Crash>* Ledger::FindCrash(const File& file, std::uint64_t number) const {
   std::uint64_t before = number - 1;
   while (before > 0 && file.fates[before].life == 0) --before;

@@ -1,4 +1,4 @@
-// What became of the lines of a day at one destination.
+// What happened to a day's lines at one destination.
 #pragma once
 
 #include "DayLine.h"
@@ -15,14 +15,14 @@
 
 namespace sorvex::day {
 
-/// What script/day noted, as far as it concerns one destination. A word and its values on each line, in order of time:
+/// What script/day noted about one destination. Each line is a word and its values, in order of time:
 ///
 ///     began SECONDS                        the agent was started, seconds since 1970
 ///     killed                               it was killed
-///     stopped LINES                        it ended in order, with so many lines that it had not delivered
-///     crashed DESTINATION RECEIVER BYTES   a receiver was killed when the system had so many bytes for it
+///     stopped LINES                        it ended in order, with that many lines undelivered
+///     crashed DESTINATION RECEIVER BYTES   a receiver was killed while the system held that many bytes for it
 ///     written FILE NUMBER                  how many lines were written to a file
-///     sent DESTINATION LINES               how many lines the last agent says it has sent
+///     sent DESTINATION LINES               how many lines the last agent reports as sent
 struct Diary {
   struct Life {
     double began = 0;
@@ -31,11 +31,11 @@ struct Diary {
   };
   struct Crash {
     std::uint64_t bytes = 0;
-    std::size_t life = 0;  ///< when the agent was in this life
+    std::size_t life = 0;  ///< the agent's life at that moment
   };
 
   std::vector<Life> lives;
-  std::map<int, Crash> crashes;  ///< by the number of the receiver
+  std::map<int, Crash> crashes;  ///< by receiver number
   std::map<std::string, std::uint64_t, std::less<>> written;
   std::optional<std::uint64_t> sent;
 
@@ -46,22 +46,22 @@ struct Diary {
 struct Report {
   std::uint64_t written = 0;
   std::uint64_t arrived = 0;
-  std::uint64_t lost = 0;       ///< lines that the system had for receivers that were killed
-  std::uint64_t lostBytes = 0;  ///< of these, at least
-  std::uint64_t heldBytes = 0;  ///< that the system had for them
+  std::uint64_t lost = 0;       ///< lines that the system held for receivers that were killed
+  std::uint64_t lostBytes = 0;  ///< the minimum size of these
+  std::uint64_t heldBytes = 0;  ///< what the system held for those receivers
   std::uint64_t twiceAfterKill = 0;
-  std::uint64_t twiceAfterStop = 0;  ///< because that agent had not delivered all
-  std::uint64_t late = 0;            ///< lines that came after their successors
-  std::vector<std::string> faults;   ///< what must not be
+  std::uint64_t twiceAfterStop = 0;  ///< because that agent had not delivered everything
+  std::uint64_t late = 0;            ///< lines that came after later ones
+  std::vector<std::string> faults;   ///< violations
 };
 
-/// Takes what receivers wrote down, one receiver after the other in the order of their starts. A word and its values on
-/// each line:
+/// Takes what receivers wrote down, one receiver after another in the order of their starts. Each line is a word and
+/// its values:
 ///
 ///     connected CONNECTION SECONDS
 ///     line CONNECTION BYTES FILE NUMBER
 ///     damaged CONNECTION TEXT              a message that holds none of the lines
-///     frozen CONNECTION BYTES              nothing more is read; so many bytes of a line had been
+///     frozen CONNECTION BYTES              nothing more is read; that many bytes of a line had been
 ///     ended CONNECTION
 class Ledger {
  public:
@@ -73,15 +73,15 @@ class Ledger {
   Report Judge() const;
 
  private:
-  /// What is known of a line; they are kept by their numbers.
+  /// What is known of a line; the index is its number.
   struct Fate {
-    std::uint16_t life = 0;      ///< in which it came last, counted from 1; 0 means never
-    std::uint16_t receiver = 0;  ///< to which it came first
+    std::uint16_t life = 0;      ///< in which it last came, counted from 1; 0 means never
+    std::uint16_t receiver = 0;  ///< which got it first
   };
   struct File {
     std::vector<Fate> fates;
-    std::uint64_t greatest = 0;     ///< number that came
-    std::uint64_t headerBytes = 0;  ///< the fewest that came with a line
+    std::uint64_t greatest = 0;     ///< highest number that came
+    std::uint64_t headerBytes = 0;  ///< the smallest header that came with a line
   };
 
   std::size_t LifeAt(double seconds) const;
@@ -94,7 +94,7 @@ class Ledger {
   std::map<std::string, File, std::less<>> m_files;
   std::map<int, std::uint64_t> m_frozenBytes;  ///< by receiver
   std::uint64_t m_inLastLife = 0;
-  Report m_report;  ///< what is known already
+  Report m_report;  ///< what is known so far
 };
 
 }  // namespace sorvex::day

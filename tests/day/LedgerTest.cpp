@@ -19,7 +19,7 @@ Diary ReadDiary(const std::string& text) {
   return Diary::Read(stream, "tcp");
 }
 
-/// Lines of the file "a" that come one after the other on connection 0, each with a header of 10 bytes.
+/// Consecutive lines of the file "a" on connection 0, each with a header of 10 bytes.
 std::string Lines(int first, int last) {
   std::string text;
   for (int number = first; number <= last; ++number) {

@@ -1,4 +1,4 @@
-// The TLS sockets against the TLS library's own server program, limited to each version.
+// The TLS sockets against the TLS library's own server program, limited to one version at a time.
 #include "sockets/SSLTCPRawSocket.h"
 #include "sockets/SSLTCPSocket.h"
 #include "support/ChildProcess.h"
@@ -27,7 +27,7 @@ using VaroCommunicationAPI::SSLTCPSocket;
 
 struct Version {
   const char* option;
-  const char* text;  ///< as the log names it; null when no range holds it
+  const char* text;  ///< as the log names it; null if no range contains it
 };
 
 void PrintTo(const Version& version, std::ostream* out) { *out << version.option; }
@@ -53,7 +53,7 @@ class OpensslServer {
   }
   bool HasReceived(const std::string& text) const { return m_pProcess->Output().find(text) != std::string::npos; }
   std::string CertificateFile() const { return (m_directory.Path() / "certificate.pem").string(); }
-  /// Lets the client read this.
+  /// Sends this to the client.
   void Say(const std::string& text) { m_pProcess->WriteInput(text); }
 
  private:

@@ -27,13 +27,13 @@ std::string GetEnvironment(const char* name) {
 
 std::filesystem::path FindProgram(Daemon daemon) {
   if (daemon == Daemon::Rsyslog) return "/usr/sbin/rsyslogd";
-  // Where script/bootstrap unpacks it: its package cannot be installed beside the other daemon's.
+  // Where script/bootstrap unpacks it: its package conflicts with the other daemon's.
   const std::string cache = GetEnvironment("XDG_CACHE_HOME");
   const std::filesystem::path base = cache.empty() ? GetEnvironment("HOME") + "/.cache" : cache;
   return base / "communicationapi" / "syslog-ng" / "run";
 }
 
-/// A receiver that asks for more than the system grants gets what it grants.
+/// A receiver that asks for more than the system allows gets what is allowed.
 constexpr const char* receiveBuffer = "8388608";
 
 class Rsyslog : public Receiver {
@@ -80,7 +80,7 @@ class Rsyslog : public Receiver {
     if (transport == Transport::Udp) {
       return "input(type=\"imudp\" " + common + "rcvbufSize=\"" + receiveBuffer + "\")\n";
     }
-    // Asked for port 0 without such a file, it does not listen when an ordinary user runs it.
+    // Run by an ordinary user with port 0, it does not listen without a port file.
     return "input(type=\"imtcp\" " + common + "supportOctetCountedFraming=\"" +
            (framing == StreamFraming::OctetCounting ? "on" : "off") + "\" listenPortFileName=\"" +
            (Directory().Path() / "port").string() + "\")\n";
@@ -95,7 +95,7 @@ class SyslogNg : public Receiver {
                       std::string("@version: 3.38\n"
                                   "options { keep-hostname(yes); stats-freq(0); log-msg-size(65536); use-dns(no); };\n"
                                   "source received { ") +
-                          // This driver counts octets over streams.
+                          // The syslog driver counts octets over streams.
                           (framing == StreamFraming::OctetCounting ? "syslog" : "network") +
                           "(ip(\"127.0.0.1\") port(0) " + TransportOptions(transport) + " flags(" +
                           (raw ? "no-parse" : "syslog-protocol") +
@@ -190,7 +190,7 @@ std::string Receiver::Collect(std::uintmax_t bytes) {
 bool IsThere(Daemon daemon, Transport transport) {
   if (!std::filesystem::exists(FindProgram(daemon))) return false;
   if (daemon != Daemon::Rsyslog || transport != Transport::Tls) return true;
-  // Its TLS driver has a separate package.
+  // Its TLS driver is in a separate package.
   std::error_code unreadable;
   const std::filesystem::directory_iterator libraries("/usr/lib", unreadable);
   return std::any_of(begin(libraries), end(libraries), [](const std::filesystem::directory_entry& directory) {

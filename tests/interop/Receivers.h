@@ -14,30 +14,30 @@
 
 namespace sorvex::test {
 
-/// What a receiver writes for each message, as one line.
+/// What a receiver writes for each message, on one line.
 enum class Writing {
   Raw,    ///< the message as received
-  Parsed  ///< "host|application|text" of a message of RFC 5424
+  Parsed  ///< "host|application|text" of an RFC 5424 message
 };
 
-/// What separates messages in a stream.
+/// What separates the messages of a stream.
 enum class StreamFraming { LineFeed, OctetCounting };
 
-/// A separate daemon, unprivileged, in its own directory, on a free loopback port. One thread.
+/// A separate, unprivileged daemon in its own directory, on a free loopback port. One thread.
 class Receiver {
  public:
   virtual ~Receiver();
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
-  /// Waits until the daemon listens and returns its port. Throws `std::runtime_error`, with the daemon's output, when
-  /// it does not within a while.
+  /// Waits until the daemon listens and returns its port. Throws `std::runtime_error` with the daemon's output if that
+  /// takes too long.
   std::uint16_t WaitForPort();
 
   /// The receiver's certificate.
   std::filesystem::path CertificateFile() const { return m_directory.Path() / "certificate.pem"; }
 
-  /// Waits until `bytes` bytes are written; returns false when nothing more arrives for long.
+  /// Waits until `bytes` bytes are written; returns false if nothing more arrives for long.
   bool WaitForBytes(std::uintmax_t bytes) const;
 
   /// Waits until `bytes` bytes are written or nothing more arrives for long, ends the daemon and returns its output.
@@ -63,7 +63,7 @@ enum class Daemon { Rsyslog, SyslogNg };
 
 inline void PrintTo(Daemon daemon, std::ostream* out) { *out << (daemon == Daemon::Rsyslog ? "rsyslog" : "syslog-ng"); }
 
-/// Whether the machine has the daemon and what it needs for the transport.
+/// Whether the machine has the daemon and what the transport needs.
 bool IsThere(Daemon daemon, Transport transport);
 
 /// Starts a receiver; its program must be installed.

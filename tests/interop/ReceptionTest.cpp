@@ -28,7 +28,7 @@ int LineCount() {
   return wanted != nullptr ? std::stoi(wanted) : 20'000;
 }
 
-/// Numbered lines of many lengths, with tabs, blanks at their ends and characters of two to four bytes.
+/// Numbered lines of many lengths, with tabs, trailing blanks and characters of two to four bytes.
 std::string MakeLines(int first, int count, std::size_t longest) {
   constexpr std::array<std::string_view, 6> parts{"plain text ", "Größe\t",        "日本語 ",
                                                   "emoji 😀 ",    "<34>1 % \\ \" ", "trailing blank  "};
@@ -36,7 +36,7 @@ std::string MakeLines(int first, int count, std::size_t longest) {
   for (int number = first; number < first + count; ++number) {
     std::string line = std::to_string(number) + " ";
     const auto seed = static_cast<std::size_t>(number);
-    // One line in fifty is as long as possible, the others are like log lines.
+    // One line in fifty is as long as possible; the others are like log lines.
     const std::size_t length = number % 50 == 0 ? longest : seed * 7919 % 400;
     for (std::size_t part = seed; line.size() < length; ++part) line += parts[part % parts.size()];
     line.resize(std::min(line.size(), longest));
@@ -57,7 +57,7 @@ std::vector<std::string_view> Split(std::string_view text) {
   return lines;
 }
 
-/// Tells where the received lines differ from the expected ones; a comparison that prints all is useless here.
+/// Describes where the received lines differ from the expected ones; printing all of them would be useless.
 testing::AssertionResult AreSame(const std::string& received, const std::string& expected) {
   if (received == expected) return testing::AssertionSuccess();
   const std::vector<std::string_view> have = Split(received);
@@ -75,7 +75,7 @@ std::string ThisHost() {
   return name.data();
 }
 
-/// The lines as written by a receiver that understands RFC 5424.
+/// The lines as a receiver that understands RFC 5424 writes them.
 std::string AsParsed(const std::string& lines, const std::string& application) {
   std::string parsed;
   const std::string head = ThisHost() + "|" + application + "|";
@@ -196,8 +196,8 @@ TEST_P(StreamReception, TheAgentCountsOctets) {
 
 class DatagramReception : public Reception {
  protected:
-  /// Lines so few and short that all of them fit into the system's buffer for a receiver that reads none: a datagram
-  /// without room is lost. The next lines are sent when these have been written.
+  /// So few and short lines that all fit into the system's buffer for a receiver that reads none: a datagram without
+  /// room is lost. The next lines are sent when these have been written.
   static std::string MakeBurst(int number) { return MakeLines(number * burstLines, burstLines, longestDatagramLine); }
 
   void ForwardInBursts(Writing writing, const std::vector<std::string>& further) {
