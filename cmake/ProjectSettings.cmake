@@ -57,8 +57,9 @@ else()
   # After the flags of the build type, which these override. The only symbols needed are lines for backtraces.
   target_compile_options(sorvex_test_settings INTERFACE -O0 -g1)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # A cache that compares preprocessed text must see where the precompiled header is included.
-    target_compile_options(sorvex_test_settings INTERFACE -fpch-preprocess)
+    # The compiler would look through the whole precompiled header for memory to free, again and again.
+    target_compile_options(sorvex_test_settings INTERFACE
+      "SHELL:--param ggc-min-expand=300" "SHELL:--param ggc-min-heapsize=500000")
   endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # When it optimises fully, this compiler takes correct string code for overlapping copies.
