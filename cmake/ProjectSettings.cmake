@@ -37,9 +37,11 @@ endif()
 
 # Compiler and linker settings for everything.
 add_library(sorvex_common_settings INTERFACE)
+# Of the settings for file names the compiler takes the last that fits, so these follow the common ones.
+add_library(sorvex_file_names INTERFACE)
 # What ships is also hardened.
 add_library(sorvex_settings INTERFACE)
-target_link_libraries(sorvex_settings INTERFACE sorvex_common_settings)
+target_link_libraries(sorvex_settings INTERFACE sorvex_common_settings sorvex_file_names)
 # Tests are compiled as fast as possible: the code that they measure is compiled as it ships.
 add_library(sorvex_test_settings INTERFACE)
 target_link_libraries(sorvex_test_settings INTERFACE sorvex_common_settings)
@@ -50,10 +52,12 @@ else()
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Werror
     # Builds are reproducible in any folder.
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
-  # The compiler cache passes source paths relative to the build folder: what ships has the same file names in it with
-  # and without the cache. (The cache ignores this value: changing it needs an empty cache.)
+  # The compiler cache passes source paths relative to the build folder, and hands out in one build folder what was
+  # compiled in another: what ships has the same file names in it in any case. (The cache ignores these values: changing
+  # them needs an empty cache.)
   file(RELATIVE_PATH path_to_sources "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
-  target_compile_options(sorvex_settings INTERFACE $<$<CONFIG:Release>:-fmacro-prefix-map=${path_to_sources}=./>)
+  target_compile_options(sorvex_file_names INTERFACE
+    -ffile-prefix-map=${path_to_sources}=./ -fdebug-prefix-map=${CMAKE_BINARY_DIR}=./build)
   # After the flags of the build type, which these override. The only symbols needed are lines for backtraces.
   target_compile_options(sorvex_test_settings INTERFACE -O0 -g1)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
