@@ -615,6 +615,8 @@ bool Follower::Look(FollowedFile& file) {
     file.seenModified = status.modified;
     file.changeTime = m_limits.now();
     file.hasEnded = false;
+    // It has to end once more.
+    if (file.place.isRotated) m_rotated.insert(&file);
     m_open.splice(m_open.end(), m_open, file.openPlace);
   }
   if (error) {

@@ -91,6 +91,18 @@ TEST_P(CollectRotated, FileThatKeepsMatchingIsReadOnce) {
   EXPECT_THAT(GatherAfterQuiet(), ElementsAre("pie"));
 }
 
+TEST_P(CollectRotated, LatePieceOfARotatedFileIsALineToo) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  Rename("a.log", "a.log.1");
+  for (int round = 0; round < 2; ++round) EXPECT_THAT(GatherAfterQuiet(), IsEmpty());
+  // It has ended, so it seemed.
+  Append("a.log.1", "late");
+  EXPECT_THAT(Gather(), IsEmpty());
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("late"));
+}
+
 TEST_P(CollectRotated, DeletedFileIsReadToItsEnd) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
