@@ -248,6 +248,26 @@ TEST_P(CollectRotated, CopyIsKnownAfterARestart) {
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
 }
 
+/// Names are looked at in the order in which the files were written.
+TEST_P(CollectRotated, CopyIsKnownAfterARestartAmongOtherFiles) {
+  const std::vector<std::string> oldestFirst{"a.log", "a.log.x", "b.log", "c.log.1",
+                                             "d.log", "e.log",   "f.log", "c.log"};
+  for (const std::string& name : oldestFirst) {
+    if (name != "c.log.1") Append(name, "one\n");
+  }
+  Start({Files("*.log*")});
+  Deliver();
+  collector.reset();
+  Append("c.log", "two\n");
+  std::filesystem::copy_file(folder.Path() / "c.log", folder.Path() / "c.log.1");
+  folder.Write("c.log", "");
+  Append("c.log", "three\n");
+  auto written = std::filesystem::last_write_time(folder.Path() / "c.log") - 1h;
+  for (const std::string& name : oldestFirst) std::filesystem::last_write_time(folder.Path() / name, written += 1min);
+  Start({Files("*.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
 TEST_P(CollectRotated, CopyWhoseOriginalStaysIsAFileOfItsOwn) {
   Append("a.log", "one\n");
   Start({Files("a.log*")});
