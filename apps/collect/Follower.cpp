@@ -275,12 +275,18 @@ void Follower::FollowNames(Listing& listing) {
     if (pFile->hasName && pFile->listing != m_listing) without.push_back(pFile.get());
   }
   for (FollowedFile* const pFile : without) Leave(*pFile, listing);
-  // Files come before their possible copies.
-  std::stable_sort(unknown.begin(), unknown.end(), [](const Seen* left, const Seen* right) {
-    return right->path.native().size() > left->path.native().size() &&
-           right->path.native().starts_with(left->path.native());
-  });
-  for (const Seen* const pSeen : unknown) Adopt(*pSeen, listing);
+  // A file comes before its possible copies, whose names extend its own.
+  std::unordered_map<NativeString, const Seen*> waiting;
+  for (const Seen* const pSeen : unknown) waiting.emplace(pSeen->path.native(), pSeen);
+  for (const Seen* const pSeen : unknown) {
+    const NativeString& name = pSeen->path.native();
+    for (std::size_t size = pSeen->path.parent_path().native().size() + 1; size <= name.size(); ++size) {
+      const auto next = waiting.find(name.substr(0, size));
+      if (next == waiting.end()) continue;
+      Adopt(*next->second, listing);
+      waiting.erase(next);
+    }
+  }
 }
 
 /// No input's pattern matches the file any more.
@@ -615,6 +621,8 @@ bool Follower::Look(FollowedFile& file) {
     file.seenModified = status.modified;
     file.changeTime = m_limits.now();
     file.hasEnded = false;
+    // It has to end once more.
+    if (file.place.isRotated) m_rotated.insert(&file);
     m_open.splice(m_open.end(), m_open, file.openPlace);
   }
   if (error) {

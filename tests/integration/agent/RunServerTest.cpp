@@ -25,6 +25,14 @@ class RunServerTest : public testing::Test {
   }
   void Serve(const std::string& configuration) { m_agent.Server().Write("default/AgentConfig.xml", configuration); }
   std::string OwnFile(const char* name) const { return TemporaryDirectory::Read(m_agent.Directory().Path() / name); }
+  std::set<std::string> PatchNames() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(m_agent.Directory().Path() / "patch")) {
+      // One that is being requested may have a temporary name until the answer arrives.
+      if (entry.path().extension() != ".part") names.insert(entry.path().filename().string());
+    }
+    return names;
+  }
   bool WaitForStatus(const char* status) {
     return WaitUntil([&] {
       return m_agent.Server().Read("agents/agent-7/status.txt").find(std::string("status: ") + status + "\n") !=
@@ -147,15 +155,36 @@ TEST_F(RunServerTest, PatchesOfNewerComponentsAreFetched) {
   ASSERT_TRUE(agent.WaitForLog("The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
   ASSERT_TRUE(agent.WaitForLog("The configuration server has no patch x64_72_missing_1.tar.gz."));
   m_agent.Server().WaitForLog("configuration: 5 no update needed");
-  std::set<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(m_agent.Directory().Path() / "patch")) {
-    // One that is being requested may have a temporary name until the answer arrives.
-    if (entry.path().extension() != ".part") names.insert(entry.path().filename().string());
-  }
-  EXPECT_THAT(names, testing::ElementsAre("x64_72_agentcore_11.tar.gz"));
+  EXPECT_THAT(PatchNames(), testing::ElementsAre("x64_72_agentcore_11.tar.gz"));
   EXPECT_EQ(OwnFile("patch/x64_72_agentcore_11.tar.gz"), "the archive");
   EXPECT_EQ(CountOf(m_agent.Server().Log(), " patch: 0 success"), 1u) << "a patch that waits is not fetched again";
   EXPECT_EQ(CountOf(agent.Log(), "has no patch"), 1u);
+}
+
+TEST_F(RunServerTest, OnlyOlderPatchesOfTheSameComponentAreRemoved) {
+  const std::set<std::string> older{"x64_72_ab_9.tar.gz", "x64_72_ab_11.tar.gz"};
+  const std::set<std::string> others{
+      // Of components whose names are as long, longer and shorter.
+      "x64_72_ac_9.tar.gz", "x64_72_ab2_9.tar.gz", "x64_72_ab_c_9.tar.gz", "x64_72_a_9.tar.gz",
+      // Newer, or of no build that a component can have.
+      "x64_72_ab_13.tar.gz", "x64_72_ab_.tar.gz", "x64_72_ab_9x.tar.gz", "x64_72_ab_-9.tar.gz",
+      "x64_72_ab_99999999999.tar.gz",
+      // Like a patch at one end only.
+      "x64_72_ab_9.tar.xz", "x64_72_ab_9", "x64_72_ab29.tar.gz", "y64_72_ab_9.tar.gz", "notes.txt"};
+  for (const std::set<std::string>* const names : {&older, &others}) {
+    for (const std::string& name : *names) m_agent.Directory().Write("patch/" + name, "waits");
+  }
+  m_agent.Server().Write("patches/ab.tar.gz", "the archive");
+  Serve(Configuration("",
+                      "<Component Name=\"Ab\" BuildNumber=\"12\"/>"
+                      "<Component Name=\"Missing\" BuildNumber=\"1\"/>"));
+  const RunningAgent agent(m_agent.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog("The patch x64_72_ab_12.tar.gz waits (11 bytes)."));
+  // The component before is done with.
+  ASSERT_TRUE(agent.WaitForLog("The configuration server has no patch x64_72_missing_1.tar.gz."));
+  std::set<std::string> expected = others;
+  expected.insert("x64_72_ab_12.tar.gz");
+  EXPECT_EQ(PatchNames(), expected);
 }
 
 TEST_F(RunServerTest, DisabledUpdatesAreToldOfOnce) {

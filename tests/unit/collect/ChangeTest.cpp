@@ -40,6 +40,41 @@ TEST_P(CollectChanged, NewInputBeginsAsItIsTold) {
   EXPECT_THAT(Deliver(), ElementsAre("two"));
 }
 
+TEST_P(CollectChanged, InputThatIsGoneIsForgotten) {
+  Start({Files("*.log", false)});
+  Deliver();
+  collector->Change({});
+  Deliver();
+  collector.reset();
+  Append("a.log", "one\n");
+  Start({Files("*.log", false)});
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectChanged, LengthOfALineCountsForFilesThatStay) {
+  InputSettings settings = Files("a.log");
+  Append("a.log", "one\n");
+  Start({settings});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  settings.maxLineBytes = 256;
+  collector->Change({settings});
+  Append("a.log", std::string(300, 'x') + "\n");
+  EXPECT_THAT(Gather(), ElementsAre(std::string(256, 'x'), std::string(44, 'x')));
+}
+
+TEST_P(CollectChanged, RefusedLineOfAFileThatStaysComesAsItIs) {
+  InputSettings settings = Files("a.log");
+  settings.maxLineBytes = 256;
+  const std::string line(250, 'x');
+  Append("a.log", "one\n" + line + "\n" + line + "\n");
+  Start({settings});
+  sink.room = 1;
+  EXPECT_EQ(collector->Collect(sink), Collector::Progress::Refused);
+  collector->Change({settings, Files("b.log")});
+  sink.room = 10;
+  EXPECT_THAT(Gather(), ElementsAre(line, line));
+}
+
 /// An input that goes while a line of it has been handed out and is not delivered everywhere.
 class CollectDeparted : public CollectorFixture {
  protected:
@@ -78,6 +113,13 @@ TEST_P(CollectDeparted, LineThatIsDeliveredMeanwhileDoesNotComeAgain) {
 TEST_P(CollectDeparted, LineThatIsDeliveredMeanwhileDoesNotComeAgainAfterARestart) {
   LoseInputWithLineOnItsWay();
   collector->Taken(onItsWay);
+  EXPECT_THAT(GatherAnew(), IsEmpty());
+}
+
+TEST_P(CollectDeparted, MarkThatComesLateMovesNothingBack) {
+  LoseInputWithLineOnItsWay();
+  collector->Taken(onItsWay);
+  collector->Taken({onItsWay.source, onItsWay.position - 4});
   EXPECT_THAT(GatherAnew(), IsEmpty());
 }
 

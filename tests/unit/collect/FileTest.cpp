@@ -44,6 +44,43 @@ TEST_P(CollectFiles, BeginsAtTheEndWhenToldSo) {
   EXPECT_THAT(Gather(), UnorderedElementsAre("half", "after", "new"));
 }
 
+TEST_P(CollectFiles, BeginsBeforeTheHalfOfAFirstLine) {
+  Append("a.log", "ha");
+  Start({Files("*.log", false)});
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log", "lf\n");
+  EXPECT_THAT(Gather(), ElementsAre("half"));
+}
+
+TEST_P(CollectFiles, BeginsInsideALineThatIsTooLong) {
+  InputSettings settings = Files("*.log", false);
+  settings.maxLineBytes = 256;
+  Append("a.log", std::string(300, 'x'));
+  Start({settings});
+  EXPECT_THAT(Gather(), IsEmpty());
+  Append("a.log", "y\n");
+  EXPECT_THAT(Gather(), ElementsAre("y"));
+}
+
+TEST_P(CollectFiles, BeginsAtTheEndOfCopiesToo) {
+  Append("a.log", "one\n");
+  Append("a.log.1", "one\n");
+  Start({Files("a.log*", false)});
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_THAT(Gather(), IsEmpty());
+    now += limits.listInterval;
+  }
+}
+
+TEST_P(CollectFiles, ReadsFilesFirstThatWereWrittenFirst) {
+  Append("a.log", "newer\n");
+  Append("b.log", "older\n");
+  const auto written = std::filesystem::last_write_time(folder.Path() / "b.log");
+  std::filesystem::last_write_time(folder.Path() / "b.log", written - 1h);
+  Start({Files("a.log"), Files("b.log")});
+  EXPECT_THAT(Gather(), ElementsAre("older", "newer"));
+}
+
 TEST_P(CollectFiles, FindsFilesThatAppear) {
   Start({Files("logs*/*.log")});
   EXPECT_THAT(Gather(), IsEmpty());
@@ -115,6 +152,40 @@ TEST_P(CollectFiles, RefusesCompressedFilesOnce) {
   EXPECT_THAT(Gather(), IsEmpty());
 }
 
+TEST_P(CollectFiles, RefusesEachKindOfCompressedFile) {
+  Append("gzip", "\x1F\x8B\x08\0\n"sv);
+  Append("bzip2",
+         "BZh9"
+         "1AY&SY\n"sv);
+  Append("xz",
+         "\xFD"
+         "7zXZ\0\n"sv);
+  Append("zstandard", "\x28\xB5\x2F\xFD\n"sv);
+  Append("zip", "PK\x03\x04\n"sv);
+  Append("text", "BZh9, say\n");
+  Start({Files("*")});
+  EXPECT_THAT(Gather(), ElementsAre("BZh9, say"));
+  EXPECT_EQ(warnings.size(), 5U);
+}
+
+TEST_P(CollectFiles, RefusesNoFileForALineInItsMiddle) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Gather();
+  Append("a.log", "PK\x03\x04\n");
+  EXPECT_THAT(Gather(), ElementsAre("PK\x03\x04"));
+}
+
+TEST_P(CollectFiles, ReadsAFileThatIsNoLongerCompressed) {
+  Append("a.log", "\x1F\x8B\x08\0\0\n\n"sv);
+  Start({Files("*.log")});
+  EXPECT_THAT(Deliver(), IsEmpty());
+  folder.Write("a.log", "one\n");
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  Start({Files("*.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
 TEST_P(CollectFiles, SendsLongLinesInPieces) {
   InputSettings settings = Files("*.log");
   settings.maxLineBytes = 256;
@@ -135,6 +206,26 @@ TEST_P(CollectFiles, BringsTheLengthOfALineIntoItsBounds) {
   Append("a.log", std::string(257, 'x') + "\n");
   Start({settings});
   EXPECT_THAT(Gather(), ElementsAre(std::string(256, 'x'), "x"));
+}
+
+TEST_P(CollectFiles, TakesALineThatIsLongerThanATurn) {
+  InputSettings settings = Files("*.log");
+  settings.maxLineBytes = static_cast<std::size_t>(-1);
+  const std::string line(300 * 1024, 'x');
+  Append("a.log", line + "\nshort\n");
+  Start({settings});
+  const Lines lines = Gather();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_TRUE(lines[0] == line);
+  EXPECT_EQ(lines[1], "short");
+}
+
+TEST_P(CollectFiles, NamesTheFileOfALine) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Gather();
+  EXPECT_EQ(collector->GetName(sink.marks.at(0).source), PatternText("a.log"));
+  EXPECT_EQ(collector->GetName(sink.marks.at(0).source + 1), "");
 }
 
 TEST_P(CollectFiles, HandsOutARefusedLineAgain) {
@@ -193,6 +284,21 @@ TEST_P(CollectFiles, HandsOutAgainWhatWasNotTaken) {
   EXPECT_THAT(Gather(), ElementsAre("two", "three"));
   collector->Rewind();
   EXPECT_THAT(Gather(), ElementsAre("two", "three"));
+}
+
+/// The line that is refused is far from the start of the file, which comes again.
+TEST_P(CollectFiles, HandsOutAgainWhatWasNotTakenAfterARefusal) {
+  constexpr std::size_t lineCount = 20'000;
+  std::string much;
+  for (std::size_t count = 0; count < lineCount; ++count) much += "a line of the large file, forty bytes long\n";
+  Append("a.log", much);
+  Start({Files("*.log")});
+  sink.room = lineCount - 10;
+  Gather();
+  ASSERT_EQ(sink.lines.size(), lineCount - 10);
+  collector->Rewind();
+  sink.room = static_cast<std::size_t>(-1);
+  EXPECT_EQ(Gather().size(), lineCount);
 }
 
 TEST_P(CollectFiles, TakesFilesInTurn) {

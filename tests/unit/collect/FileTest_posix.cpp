@@ -53,6 +53,17 @@ TEST_P(CollectFilesPosix, FollowsLinks) {
   EXPECT_THAT(Gather(), ElementsAre("rest", "two"));
 }
 
+TEST_P(CollectFilesPosix, WaitsForTheFileOfALink) {
+  const test::TemporaryDirectory elsewhere{"elsewhere"};
+  std::filesystem::create_symlink(elsewhere.Path() / "target", folder.Path() / "a.log");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+  EXPECT_THAT(warnings, IsEmpty());
+  elsewhere.Write("target", "one\n");
+  now += limits.pollListInterval;
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
 TEST_P(CollectFilesPosix, TriesUnreadableFilesAgain) {
   for (const test::TemporaryDirectory* const directory : {&folder, &ownFolder}) {
     std::filesystem::permissions(directory->Path(), std::filesystem::perms::all);
@@ -67,6 +78,47 @@ TEST_P(CollectFilesPosix, TriesUnreadableFilesAgain) {
     if (warnings.size() != 1 || warnings[0].find("a.log: cannot be read") == std::string::npos) return 3;
     std::filesystem::permissions(folder.Path() / "a.log", std::filesystem::perms::owner_read);
     return Gather() == Lines{"one"} ? 0 : 4;
+  });
+  EXPECT_EQ(failedStep, 0);
+}
+
+TEST_P(CollectFilesPosix, TriesFollowedFilesAgainThatCannotBeOpened) {
+  limits.maxOpenFiles = 0;
+  for (const test::TemporaryDirectory* const directory : {&folder, &ownFolder}) {
+    std::filesystem::permissions(directory->Path(), std::filesystem::perms::all);
+  }
+  const int failedStep = test::CallAsOrdinaryUser([this] {
+    Append("a.log", "one\n");
+    Start({Files("a.log")});
+    if (Deliver() != Lines{"one"}) return 1;
+    Append("a.log", "two\n");
+    std::filesystem::permissions(folder.Path() / "a.log", std::filesystem::perms::none);
+    for (int round = 0; round < 2; ++round) {
+      if (!Gather().empty()) return 2;
+      now += limits.listInterval;
+    }
+    if (warnings.size() != 1 || warnings[0].find("a.log: cannot be read") == std::string::npos) return 3;
+    std::filesystem::permissions(folder.Path() / "a.log", std::filesystem::perms::owner_read);
+    return Gather() == Lines{"two"} ? 0 : 4;
+  });
+  EXPECT_EQ(failedStep, 0);
+}
+
+TEST_P(CollectFilesPosix, TriesUnreadableFoldersAgain) {
+  for (const test::TemporaryDirectory* const directory : {&folder, &ownFolder}) {
+    std::filesystem::permissions(directory->Path(), std::filesystem::perms::all);
+  }
+  const int failedStep = test::CallAsOrdinaryUser([this] {
+    folder.Write("sub/a.log", "one\n");
+    std::filesystem::permissions(folder.Path() / "sub", std::filesystem::perms::none);
+    Start({Files("sub/*.log")});
+    for (int round = 0; round < 2; ++round) {
+      if (!Gather().empty()) return 1;
+      now += limits.pollListInterval;
+    }
+    if (warnings.size() != 1 || warnings[0].find("sub: cannot be listed") == std::string::npos) return 2;
+    std::filesystem::permissions(folder.Path() / "sub", std::filesystem::perms::owner_all);
+    return Gather() == Lines{"one"} ? 0 : 3;
   });
   EXPECT_EQ(failedStep, 0);
 }
@@ -97,6 +149,22 @@ TEST_P(CollectFilesPosix, ClosesFilesThatHaveNotChangedForLong) {
   Gather();
   now += limits.listInterval;
   Gather();
+  EXPECT_LE(CountOpenFiles(), before + 5);
+}
+
+TEST_P(CollectFilesPosix, ClosesUnchangedFilesWhileAnotherIsWritten) {
+  const std::size_t before = CountOpenFiles();
+  for (int number = 0; number < 20; ++number) Append(std::to_string(number) + ".log", "one\n");
+  // So that it is the first one to be opened.
+  const auto written = std::filesystem::last_write_time(folder.Path() / "7.log");
+  std::filesystem::last_write_time(folder.Path() / "7.log", written - 1h);
+  Start({Files("*.log")});
+  Deliver();
+  for (int round = 0; round < 3; ++round) {
+    now += limits.idleCloseTime / 2;
+    Append("7.log", "more\n");
+    EXPECT_THAT(Deliver(), ElementsAre("more"));
+  }
   EXPECT_LE(CountOpenFiles(), before + 5);
 }
 

@@ -71,6 +71,12 @@ TEST(FirstLine, IsNotCutInsideACharacter) {
             (Strings{"123456",
                      "\xE2\x82\xAC"
                      "9"}));
+  EXPECT_EQ(Cut("12345\xF0\x9F\x98\x80"
+                "9\n",
+                8, false),
+            (Strings{"12345",
+                     "\xF0\x9F\x98\x80"
+                     "9"}));
   // Bytes that are not UTF-8 have no characters to preserve.
   EXPECT_EQ(Cut("\x80\x80\x80\x80\x80\x80\x80\x80\x80\n", 8, false),
             (Strings{"\x80\x80\x80\x80\x80\x80\x80\x80", "\x80"}));

@@ -49,6 +49,8 @@ TEST(MatchesName, LetsABracketStandForItsCharacters) {
   EXPECT_FALSE(Matches(u8"a[0-9x]", u8"ay"));
   EXPECT_TRUE(Matches(u8"a[!0-9]", u8"ay"));
   EXPECT_FALSE(Matches(u8"a[!0-9]", u8"a5"));
+  EXPECT_TRUE(Matches(u8"a[^0-9]", u8"ay"));
+  EXPECT_FALSE(Matches(u8"a[^0-9]", u8"a5"));
   EXPECT_TRUE(Matches(u8"a[]]", u8"a]"));
   EXPECT_TRUE(Matches(u8"a[[]", u8"a["));
   EXPECT_TRUE(Matches(u8"a[\u00E0-\u00E9]", u8"a\u00E4"));
@@ -114,6 +116,18 @@ TEST_F(PatternList, FindsFilesInFoldersThatAPatternNames) {
 TEST_F(PatternList, TellsThatAFolderIsMissing) {
   EXPECT_THAT(List("none/*.log"), IsEmpty());
   EXPECT_TRUE(listing.lacksFolder);
+}
+
+TEST_F(PatternList, FindsFilesOnAWayThatLeadsBack) {
+  folder.Write("a.log", "");
+  EXPECT_THAT(List("none/../*.log"), UnorderedElementsAre("a.log"));
+  EXPECT_THAT(listing.folders, UnorderedElementsAre(folder.Path()));
+}
+
+TEST_F(PatternList, FindsNothingByTheNameOfTheRoot) {
+  Pattern(folder.Path().root_path()).List(listing);
+  EXPECT_THAT(listing.names, IsEmpty());
+  EXPECT_THAT(listing.folders, IsEmpty());
 }
 
 TEST(PatternConcerns, FilesAndTheFoldersAboveThem) {

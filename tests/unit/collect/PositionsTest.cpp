@@ -1,9 +1,11 @@
+#include <collect/Fingerprint.h>
 #include <collect/Positions.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
+#include <sstream>
 #include <string>
 
 namespace sorvex::collect {
@@ -85,6 +87,51 @@ TEST(Positions, OfAnotherVersionAreNotRead) {
   Positions read;
   EXPECT_FALSE(ReadPositions(text, read));
   EXPECT_TRUE(read.patterns.empty());
+}
+
+/// Positions of one line, with the checksum that belongs to it.
+std::string WithLine(const std::string& line) {
+  std::ostringstream text;
+  text << "sorvex-positions 1\n"
+       << line << ' ' << std::hex << Fingerprint::Extend(Fingerprint::ofNothing, line) << "\nend\n";
+  return text.str();
+}
+
+TEST(Positions, OfLinesThatNobodyWritesAreNotRead) {
+  EXPECT_TRUE(Read(WithLine("input a")));
+  EXPECT_TRUE(Read(WithLine("file 1 2 3 4 5 6 0 7 /a%20b")));
+  EXPECT_TRUE(Read(WithLine("file 1 2 3 4 5 6 1 -7 /a")));
+  for (const char* const line : {"input",
+                                 "input ",
+                                 "input a b",
+                                 "input a%2",
+                                 "input %g0",
+                                 "input %0g",
+                                 "input %2F%2G",
+                                 "folder a",
+                                 "folder 1 2 3 4 5 6 0 7 /a",
+                                 "file",
+                                 "file 1 2 3 4 5 6 0",
+                                 "file 1 2 3 4 5 6 0 7",
+                                 "file 1 2 3 4 5 6 0 7 ",
+                                 "file 1 2 3 4 5 6 0 7 /a b",
+                                 "file 1 2 3 4 5 6 0 7 /a%2",
+                                 "file 1 2 3 4 5 6 2 7 /a",
+                                 "file 1 2 3 4 5 6 -1 7 /a",
+                                 "file 1x 2 3 4 5 6 0 7 /a",
+                                 "file 1 2 3 -4 5 6 0 7 /a",
+                                 "file 1 2 3 18446744073709551616 5 6 0 7 /a"}) {
+    EXPECT_FALSE(Read(WithLine(line))) << line;
+  }
+}
+
+TEST(Positions, WithMoreThanTheirLinesAreNotRead) {
+  const std::string text = WithLine("input a");
+  EXPECT_FALSE(Read(text + "x"));
+  EXPECT_FALSE(Read(text + text));
+  std::string longer = text;
+  longer.insert(longer.find("\nend"), "x");
+  EXPECT_FALSE(Read(longer));
 }
 
 TEST(Positions, AboveTheirBoundsAreNotRead) {

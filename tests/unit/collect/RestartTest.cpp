@@ -74,6 +74,32 @@ TEST_P(CollectAfterRestart, RestOfARenamedFileIsFound) {
   EXPECT_THAT(Gather(), ElementsAre("piece"));
 }
 
+TEST_P(CollectAfterRestart, RestOfAFileWithANewNameThatMatchesIsFound) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  collector.reset();
+  Append("a.log", "two\npiece");
+  Rename("a.log", "a.log.1");
+  Append("a.log", "three\n");
+  Start({Files("a.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+  now += limits.rotatedQuietTime;
+  EXPECT_THAT(Gather(), ElementsAre("piece"));
+}
+
+TEST_P(CollectAfterRestart, AnotherFileWithTheNumberOfARenamedOneIsNotRead) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  Append("a.log", "two\n");
+  Rename("a.log", "other");
+  ChangePositions([](Positions& positions) { positions.places.at(0).head.hash += 1; });
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
 TEST_P(CollectAfterRestart, RestOfAFileThatWasRotatedBeforeIsFound) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
@@ -136,6 +162,27 @@ TEST_P(CollectAfterRestart, FileOfAnotherBirthIsAnotherFile) {
   EXPECT_THAT(Gather(), ElementsAre("one"));
 }
 
+TEST_P(CollectAfterRestart, FileOfAnotherNumberIsAnotherFile) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  ChangePositions([](Positions& positions) { positions.places.at(0).identity.index += 1; });
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, TruncationIsKnown) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  folder.Write("a.log", "");
+  Deliver();
+  Positions positions;
+  ASSERT_TRUE(ReadPositions(ReadPositionsFile(), positions));
+  ASSERT_EQ(positions.places.size(), 1U);
+  EXPECT_EQ(positions.places[0].position, 0U);
+}
+
 TEST_P(CollectAfterRestart, CopyWithTheNumberOfADeletedFileIsACopyAllTheSame) {
   Append("a.log", "one\n");
   Start({Files("a.log*")});
@@ -184,6 +231,15 @@ TEST_P(CollectAfterRestart, PositionsThatAreNoneAreAFirstStart) {
   EXPECT_EQ(warnings.size(), 1U);
 }
 
+TEST_P(CollectAfterRestart, PositionsThatHaveNotChangedAreNotSavedAgain) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Deliver();
+  ASSERT_TRUE(std::filesystem::remove(positionsFile));
+  Deliver();
+  EXPECT_FALSE(std::filesystem::exists(positionsFile));
+}
+
 TEST_P(CollectAfterRestart, PositionsThatCannotBeSavedAreLoggedOnce) {
   std::filesystem::create_directory(positionsFile);
   ownFolder.Write("positions/inside", "");
@@ -199,6 +255,33 @@ TEST_P(CollectAfterRestart, PositionsThatCannotBeSavedAreLoggedOnce) {
   collector->Save();
   Start({Files("*.log")});
   EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectAfterRestart, PositionsThatCannotBeSavedOnceMoreAreLoggedOnceMore) {
+  Append("a.log", "");
+  Start({Files("*.log")});
+  for (int round = 0; round < 2; ++round) {
+    std::filesystem::remove_all(positionsFile);
+    ownFolder.Write("positions/inside", "");
+    Append("a.log", "one\n");
+    warnings.clear();
+    Deliver();
+    EXPECT_THAT(warnings, ElementsAre(HasSubstr("positions cannot be saved")));
+    std::filesystem::remove_all(positionsFile);
+    collector->Save();
+  }
+}
+
+TEST_P(CollectAfterRestart, FileThatVanishedMeanwhileIsKnownForAWhile) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Deliver();
+  collector.reset();
+  Rename("a.log", "other");
+  Start({Files("a.log")});
+  EXPECT_THAT(Deliver(), IsEmpty());
+  Rename("other", "a.log");
+  EXPECT_THAT(Deliver(), IsEmpty());
 }
 
 TEST_P(CollectAfterRestart, VanishedFileIsKnownForAWhile) {
@@ -246,6 +329,25 @@ TEST_P(CollectAfterRestart, NumberOfVanishedFilesIsBounded) {
   Deliver();
   const std::string text = ReadPositionsFile();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4) << text;
+}
+
+TEST_P(CollectAfterRestart, FilesThatVanishedFirstAreForgottenFirst) {
+  limits.maxVanished = 1;
+  for (const char* const name : {"a.log", "b.log", "c.log"}) Append(name, "one\n");
+  Start({Files("a.log"), Files("b.log"), Files("c.log")});
+  Deliver();
+  collector->Change({Files("b.log"), Files("c.log")});
+  Deliver();
+  wallClock += 1h;
+  collector->Change({Files("b.log")});
+  Deliver();
+  wallClock += 1h;
+  collector->Change({});
+  Deliver();
+  Positions positions;
+  ASSERT_TRUE(ReadPositions(ReadPositionsFile(), positions));
+  ASSERT_EQ(positions.places.size(), 1U);
+  EXPECT_EQ(positions.places[0].path, folder.Path() / "b.log");
 }
 
 }  // namespace

@@ -15,6 +15,12 @@ class CollectRotated : public CollectorFixture {
     now += limits.rotatedQuietTime;
     return Gather();
   }
+
+  /// Writes other bytes at another time, also where the system's clock is coarse.
+  void Replace(const char* name, std::string_view content) const {
+    const std::filesystem::path path = folder.Write(name, content);
+    std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + 1s);
+  }
 };
 INSTANTIATE_TEST_SUITE_P(Modes, CollectRotated, testing::ValuesIn(GetModes()), ModeName);
 
@@ -29,18 +35,54 @@ TEST_P(CollectRotated, RestOfTheOldFileComesBeforeTheNewOne) {
 }
 
 TEST_P(CollectRotated, RestOfTheOldFileComesFirstHoweverLongItIs) {
-  Append("a.log", "one\n");
-  Start({Files("a.log")});
-  Gather();
+  for (const char* const pattern : {"a.log", "b.log*"}) {
+    const std::string name(pattern, 5);
+    Append(name, "one\n");
+    Start({Files(pattern)});
+    Gather();
+    constexpr std::size_t lineCount = 20'000;
+    std::string rest;
+    for (std::size_t count = 0; count < lineCount; ++count) rest += "a line of the rest, of forty bytes or so\n";
+    Append(name, rest);
+    Rename(name, name + ".1");
+    Append(name, "new\n");
+    const Lines lines = Gather();
+    ASSERT_EQ(lines.size(), lineCount + 1) << pattern;
+    EXPECT_EQ(lines.back(), "new") << pattern;
+  }
+}
+
+TEST_P(CollectRotated, LinesOfAnEndedFileAreWholeWhenTheyComeAgain) {
+  const std::string line = "a line of the old file, of forty bytes";
   constexpr std::size_t lineCount = 20'000;
-  std::string rest;
-  for (std::size_t count = 0; count < lineCount; ++count) rest += "a line of the rest, of forty bytes or so\n";
-  Append("a.log", rest);
+  std::string content;
+  for (std::size_t count = 0; count < lineCount; ++count) content += line + "\n";
+  Append("a.log", content + "piece");
+  Start({Files("a.log")});
+  EXPECT_EQ(Gather().size(), lineCount);
   Rename("a.log", "a.log.1");
-  Append("a.log", "new\n");
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("piece"));
+  collector->Rewind();
   const Lines lines = Gather();
   ASSERT_EQ(lines.size(), lineCount + 1);
-  EXPECT_EQ(lines.back(), "new");
+  EXPECT_EQ(static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line)), lineCount);
+  EXPECT_EQ(lines.back(), "piece");
+}
+
+TEST_P(CollectRotated, LongLineOfAFileWithoutANameComesInPiecesOnceItsInputIsGone) {
+  InputSettings settings = Files("a.log");
+  settings.maxLineBytes = 1024 * 1024;
+  Append("a.log", "one\n");
+  Start({settings});
+  Gather();
+  Rename("a.log", "old");
+  Gather();
+  collector->Change({Files("b.log")});
+  Append("old", std::string(300 * 1024, 'x') + "\n");
+  now += limits.pollInterval;
+  const Lines lines = Gather();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].size() + lines[1].size(), 300U * 1024);
 }
 
 TEST_P(CollectRotated, OldFileIsFollowedAsLongAsItIsWritten) {
@@ -91,6 +133,18 @@ TEST_P(CollectRotated, FileThatKeepsMatchingIsReadOnce) {
   EXPECT_THAT(GatherAfterQuiet(), ElementsAre("pie"));
 }
 
+TEST_P(CollectRotated, LatePieceOfARotatedFileIsALineToo) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  Rename("a.log", "a.log.1");
+  for (int round = 0; round < 2; ++round) EXPECT_THAT(GatherAfterQuiet(), IsEmpty());
+  // It has ended, so it seemed.
+  Append("a.log.1", "late");
+  EXPECT_THAT(Gather(), IsEmpty());
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("late"));
+}
+
 TEST_P(CollectRotated, DeletedFileIsReadToItsEnd) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
@@ -113,6 +167,21 @@ TEST_P(CollectRotated, DeletedFileIsForgottenOnceDelivered) {
   now += limits.pollInterval;
   Deliver();
   EXPECT_EQ(ReadPositionsFile().find("file "), std::string::npos);
+}
+
+TEST_P(CollectRotated, DeletedFileIsKeptUntilItsLinesAreDelivered) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  // Long enough to be closed.
+  for (int round = 0; round < 2; ++round) {
+    now += limits.idleCloseTime;
+    Gather();
+  }
+  std::filesystem::remove(folder.Path() / "a.log");
+  EXPECT_THAT(Gather(), IsEmpty());
+  collector->Rewind();
+  EXPECT_THAT(Gather(), ElementsAre("one"));
 }
 
 TEST_P(CollectRotated, ClosedFileIsFoundUnderItsNewName) {
@@ -171,6 +240,43 @@ TEST_P(CollectRotated, FileWithAnotherHeadIsReadFromItsStart) {
   EXPECT_THAT(Gather(), ElementsAre("new", "longer than before"));
 }
 
+TEST_P(CollectRotated, FileOfTheSameLengthWithAnotherHeadIsReadFromItsStart) {
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  Replace("a.log", "two\n");
+  // Before the next listing.
+  now += limits.pollInterval;
+  sink.lines.clear();
+  collector->Collect(sink);
+  EXPECT_THAT(sink.lines, ElementsAre("two"));
+}
+
+TEST_P(CollectRotated, ClosedFileOfTheSameLengthWithAnotherHeadIsReadFromItsStart) {
+  limits.maxOpenFiles = 0;
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  Replace("a.log", "two\n");
+  EXPECT_THAT(Gather(), ElementsAre("two"));
+}
+
+TEST_P(CollectRotated, FileThatWasBegunAtItsEndIsReadFromItsStartWithAnotherHead) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log", false)});
+  EXPECT_THAT(Gather(), IsEmpty());
+  folder.Write("a.log", "new\nlonger than before\n");
+  EXPECT_THAT(Gather(), ElementsAre("new", "longer than before"));
+}
+
+TEST_P(CollectRotated, UnfinishedLineMayBecomeAnother) {
+  Append("a.log", "one\nab");
+  Start({Files("a.log")});
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+  folder.Write("a.log", "one\ncd\n");
+  EXPECT_THAT(Gather(), ElementsAre("cd"));
+}
+
 TEST_P(CollectRotated, EmptiedFileIsReadAgain) {
   Append("a.log", "one\n");
   Start({Files("a.log")});
@@ -189,6 +295,66 @@ TEST_P(CollectRotated, CopyIsReadOnFromWhereTheOriginalWas) {
   std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.1");
   folder.Write("a.log", "four\n");
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("three", "four"));
+}
+
+TEST_P(CollectRotated, LastPieceOfACopyIsALineOnceTheCopyIsQuiet) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  Append("a.log", "two\npiece");
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.1");
+  folder.Write("a.log", "three\n");
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+  EXPECT_THAT(GatherAfterQuiet(), ElementsAre("piece"));
+}
+
+TEST_P(CollectRotated, OnlyOneCopyIsReadOn) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  Append("a.log", "two\n");
+  for (const char* const copy : {"a.log.1", "a.log.2"}) {
+    std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / copy);
+  }
+  folder.Write("a.log", "");
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "one", "two"));
+}
+
+TEST_P(CollectRotated, CopyThatAppearsLongAfterTheTruncationIsAFileOfItsOwn) {
+  Append("a.log", "one\n");
+  Start({Files("a.log*")});
+  Gather();
+  folder.Write("a.log", "");
+  EXPECT_THAT(Gather(), IsEmpty());
+  now += limits.rotatedQuietTime + 1ms;
+  Append("a.log.1", "one\n");
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectRotated, CopyThatGrowsSlowlyIsNotReadBeforeItsOriginalIsTruncated) {
+  Append("a.log", "one\ntwo\n");
+  Start({Files("a.log*")});
+  Gather();
+  Append("a.log.1", "");
+  EXPECT_THAT(Gather(), IsEmpty());
+  now += limits.listInterval;
+  EXPECT_THAT(Gather(), IsEmpty());
+  for (const char* const piece : {"one\nt", "wo", "\n"}) {
+    Append("a.log.1", piece);
+    EXPECT_THAT(Gather(), IsEmpty());
+    now += limits.rotatedQuietTime / 2;
+  }
+  folder.Write("a.log", "");
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectRotated, FileThatOnlyBeginsLikeAnotherIsNoCopy) {
+  const std::string first(2000, 'x');
+  Append("a.log", first + "\none\n");
+  Start({Files("a.log*")});
+  Gather();
+  Append("a.log.err", first + "\ntwo\n");
+  EXPECT_THAT(Gather(), ElementsAre(first, "two"));
 }
 
 TEST_P(CollectRotated, CopyIsNotReadBeforeItsOriginalIsTruncated) {
@@ -236,6 +402,26 @@ TEST_P(CollectRotated, CopyIsKnownAfterARestart) {
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
 }
 
+/// Names are looked at in the order in which the files were written.
+TEST_P(CollectRotated, CopyIsKnownAfterARestartAmongOtherFiles) {
+  const std::vector<std::string> oldestFirst{"a.log", "a.log.x", "b.log", "c.log.1",
+                                             "d.log", "e.log",   "f.log", "c.log"};
+  for (const std::string& name : oldestFirst) {
+    if (name != "c.log.1") Append(name, "one\n");
+  }
+  Start({Files("*.log*")});
+  Deliver();
+  collector.reset();
+  Append("c.log", "two\n");
+  std::filesystem::copy_file(folder.Path() / "c.log", folder.Path() / "c.log.1");
+  folder.Write("c.log", "");
+  Append("c.log", "three\n");
+  auto written = std::filesystem::last_write_time(folder.Path() / "c.log") - 1h;
+  for (const std::string& name : oldestFirst) std::filesystem::last_write_time(folder.Path() / name, written += 1min);
+  Start({Files("*.log*")});
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
 TEST_P(CollectRotated, CopyWhoseOriginalStaysIsAFileOfItsOwn) {
   Append("a.log", "one\n");
   Start({Files("a.log*")});
@@ -274,6 +460,20 @@ TEST_P(CollectRotated, AnotherFileOfTheSameNameIsReadWhole) {
   folder.Write("a.log.new", "one\ntwo\n");
   Rename("a.log.new", "a.log");
   EXPECT_THAT(Gather(), ElementsAre("one", "two"));
+}
+
+TEST_P(CollectRotated, AnotherFileIsNotTakenForAClosedOneBeforeTheNextListing) {
+  limits.maxOpenFiles = 0;
+  Append("a.log", "one\n");
+  Start({Files("a.log")});
+  Gather();
+  folder.Write("a.log.new", "two\n");
+  Rename("a.log.new", "a.log");
+  collector->Rewind();
+  sink.lines.clear();
+  for (int round = 0; round < 3; ++round) collector->Collect(sink);
+  EXPECT_THAT(sink.lines, ElementsAre("two"));
+  EXPECT_THAT(Gather(), IsEmpty());
 }
 
 }  // namespace

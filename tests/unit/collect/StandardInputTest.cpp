@@ -79,6 +79,34 @@ TEST_F(CollectStandardInput, IsNotAtEndWhileThereAreFiles) {
   EXPECT_TRUE(EndsWithoutFiles());
 }
 
+TEST_F(CollectStandardInput, IsLeftAloneWhileItIsNoInput) {
+  Start({StandardInput()});
+  pipe.Write("one\ntwo\n");
+  sink.room = 1;
+  EXPECT_THAT(GatherLines(1), ElementsAre("one"));
+  sink.room = 9;
+  collector->Change({Files("*.log")});
+  EXPECT_THAT(Gather(), IsEmpty());
+  collector->Change({StandardInput()});
+  EXPECT_THAT(GatherLines(1), ElementsAre("two"));
+  EXPECT_EQ(collector->GetName(sink.marks.at(0).source), "stdin");
+}
+
+TEST_F(CollectStandardInput, IsReadWhileAFileNeverEnds) {
+  limits.bytesPerCall = 1;
+  Start({StandardInput(), Files("*.log")});
+  pipe.Write("one\n");
+  std::string much;
+  while (much.size() < 1024 * 1024) much += std::string(1023, 'x') + "\n";
+  EXPECT_TRUE(test::WaitUntil([&] {
+    Append("a.log", much);
+    sink.lines.clear();
+    // Less than what was added.
+    for (int call = 0; call < 3; ++call) EXPECT_EQ(collector->Collect(sink), Collector::Progress::More);
+    return std::find(sink.lines.begin(), sink.lines.end(), "one") != sink.lines.end();
+  }));
+}
+
 TEST_F(CollectStandardInput, HandsOutAgainWhatWasNotTaken) {
   Start({StandardInput()});
   pipe.Write("one\ntwo\nthree\n");

@@ -36,6 +36,16 @@ TEST_F(CollectorWait, EndsAtItsLimit) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, 45ms);
 }
 
+TEST_F(CollectorWait, EndsAtItsLimitWhereFilesArePolled) {
+  limits.watchFolders = false;
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Rest();
+  const auto start = std::chrono::steady_clock::now();
+  collector->Wait(50ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 45ms);
+}
+
 TEST_F(CollectorWait, EndsWithAWakeThatCameBefore) {
   Start({Files("*.log")});
   Rest();

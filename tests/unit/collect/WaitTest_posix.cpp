@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <array>
 #include <thread>
 
 namespace sorvex::collect {
@@ -68,6 +69,121 @@ TEST_F(CollectorWaitPosix, AfterAWaitThatRanOutNothingHasToSettle) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
   collector->Collect(sink);
   EXPECT_THAT(sink.lines, ElementsAre("one", "two"));
+}
+
+TEST_F(CollectorWaitPosix, EndsAgainOnlyOnceAFileHasSettled) {
+  limits.settleTime = 100ms;
+  Append("a.log", "0\n");
+  Start({Files("*.log")});
+  WaitForLines();
+  const auto start = std::chrono::steady_clock::now();
+  // The second listing may end one wait, and nothing has to settle after that.
+  for (const char* const line : {"1", "2", "3", "4", "5"}) {
+    Append("a.log", line + std::string("\n"));
+    EXPECT_THAT(WaitForLines(), ElementsAre(line));
+  }
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 2 * limits.settleTime);
+}
+
+TEST_F(CollectorWaitPosix, EndsWithAWakeWhileAFileSettles) {
+  limits.settleTime = 10s;
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  for (int round = 0; round < 5; ++round) {
+    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+    collector->Wait(20ms);
+  }
+  Append("a.log", "two\n");
+  EXPECT_THAT(WaitForLines(), ElementsAre("two"));
+  collector->Wake();
+  const auto start = std::chrono::steady_clock::now();
+  collector->Wait(1min);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+}
+
+TEST_F(CollectorWaitPosix, EndsWhenARotatedFileMayHaveEnded) {
+  limits.pollInterval = 10ms;
+  limits.rotatedQuietTime = 20ms;
+  Append("a.log", "one\npiece");
+  Start({Files("a.log")});
+  EXPECT_THAT(WaitForLines(), ElementsAre("one"));
+  Rename("a.log", "a.log.1");
+  EXPECT_THAT(WaitForLines(), ElementsAre("piece"));
+}
+
+/// The clock moves only while files are listed.
+TEST_F(CollectorWaitPosix, EndsWhenAListingIsAllowedThatTheOneBeforeHasPutOff) {
+  std::chrono::milliseconds step = 10ms;
+  limits.now = [&] { return now += step; };
+  Start({Files("*.log")});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  step = 0ms;
+  Append("a.log", "one\n");
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_THAT(sink.lines, testing::IsEmpty());
+  const auto start = std::chrono::steady_clock::now();
+  collector->Wait(1min);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+  now += 1h;
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_THAT(sink.lines, ElementsAre("one"));
+}
+
+/// Looks at the clock show whether files were listed.
+TEST_F(CollectorWaitPosix, FilesOfNoInputCauseNoListing) {
+  int looks = 0;
+  limits.now = [&] {
+    ++looks;
+    return now;
+  };
+  Start({Files("*.log")});
+  const auto collect = [&] {
+    looks = 0;
+    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+    return looks;
+  };
+  collect();
+  collect();
+  const int idle = collect();
+  Append("a.txt", "one\n");
+  EXPECT_EQ(collect(), idle);
+  Append("a.log", "one\n");
+  EXPECT_GT(collect(), idle);
+}
+
+/// The system forgets changes when there are too many at once.
+TEST_F(CollectorWaitPosix, FilesAreListedWhereTheirChangesWereLost) {
+  std::size_t most = 0;
+  ASSERT_TRUE(std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most);
+  if (most > 1'000'000) GTEST_SKIP() << "this system keeps " << most << " changes";
+  Append("a.log", "");
+  Start({Files("*.log")});
+  for (int round = 0; round < 5; ++round) {
+    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+    collector->Wait(20ms);
+  }
+  // Equal changes count once when they follow each other.
+  std::array files{std::ofstream(folder.Path() / "x"), std::ofstream(folder.Path() / "y")};
+  for (std::size_t count = 0; count <= most; ++count) files[count % 2] << '.' << std::flush;
+  Append("a.log", "one\n");
+  EXPECT_THAT(WaitForLines(), ElementsAre("one"));
+}
+
+TEST_F(CollectorWaitPosix, FoldersOfInputsThatAreGoneAreNotWatched) {
+  const auto count = [] {
+    std::size_t watches = 0;
+    for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+      std::ifstream lines(descriptor.path());
+      for (std::string line; std::getline(lines, line);) watches += line.starts_with("inotify wd:") ? 1 : 0;
+    }
+    return watches;
+  };
+  Start({Files("*.log")});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_EQ(count(), 1U);
+  collector->Change({});
+  while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+  EXPECT_EQ(count(), 0U);
 }
 
 /// The system limits the inotify instances of a user: 128 by default.

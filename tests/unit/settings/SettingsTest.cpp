@@ -103,6 +103,16 @@ WindowsAgentCommon::ParameterBlock TcpParameters(const std::string& attributes, 
       .parameters;
 }
 
+TEST(Settings, DestinationHasNoParametersButItsOwnAndTheAgents) {
+  EXPECT_THAT(TcpParameters(""), ElementsAre(Pair("PayloadBuilderType", "SyslogPayloadBuilder"),
+                                             Pair("Socket.BlockingSendStrategy", "false"), Pair("TargetAddress", "a"),
+                                             Pair("TargetPort", "514")));
+  const Settings udp = Read(InDestinations("<Destination Type='udp' Address='a' Port='515'/>"));
+  EXPECT_THAT(udp.destinations.front().parameters, ElementsAre(Pair("PayloadBuilderType", "SyslogPayloadBuilder"),
+                                                               Pair("Socket.BlockingSendStrategy", "false"),
+                                                               Pair("TargetAddress", "a"), Pair("TargetPort", "515")));
+}
+
 TEST(Settings, FramingAndBuilderAreForTheSocket) {
   for (const char* const framing : {"LineFeed", "OctetCounting"}) {
     EXPECT_THAT(TcpParameters("Framing='" + std::string(framing) + "'"), testing::Contains(Pair("Framing", framing)));
@@ -226,6 +236,10 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"ElementInStandardInput", InInputs("<StandardInput>\n<b/></StandardInput>"),
                   "line 4: StandardInput holds no elements"},
         ErrorCase{"NoNumber", InInputs("<StandardInput MaxLineBytes='1000 '/>"), "MaxLineBytes is '1000 '"},
+        ErrorCase{"EmptyNumber", InInputs("<StandardInput MaxLineBytes=''/>"),
+                  "line 3: MaxLineBytes is ''; it takes a number from 256 to 16777216"},
+        ErrorCase{"EmptyStart", InInputs("<File Path='" + Absolute("a") + "' From=''/>"),
+                  "line 3: From is ''; there are: end, beginning"},
         ErrorCase{"TextInFile", InInputs("<File Path='" + Absolute("a") + "'>x</File>"), "line 3: File holds no text"},
         ErrorCase{"ElementInFile", InInputs("<File Path='" + Absolute("a") + "'>\n<b/></File>"),
                   "line 4: File holds no elements"},
@@ -240,6 +254,16 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"NoAddress", InDestinations("<Destination Type='tcp'/>"), "the attribute Address is missing"},
         ErrorCase{"PortZero", InDestinations(tcp + " Port='0'/>"), "Port is '0'; it takes a number from 1 to 65535"},
         ErrorCase{"PortTooHigh", InDestinations(tcp + " Port='65536'/>"), "Port is '65536'"},
+        ErrorCase{"EmptyPort", InDestinations(tcp + " Port=''/>"), "line 3: Port is ''; it takes a number"},
+        ErrorCase{"EmptyBuilder", InDestinations(tcp + " Builder=''/>"), "line 3: Builder is ''; there are: "},
+        ErrorCase{"EmptyMinTls",
+                  InDestinations("<Destination Type='tls' Address='a' MinTls=''>\n<Certificate>good</Certificate>"
+                                 "</Destination>"),
+                  "line 3: The minimum SSL protocol is not specified."},
+        ErrorCase{"EmptyMaxTls",
+                  InDestinations("<Destination Type='tls' Address='a' MaxTls=''>\n<Certificate>good</Certificate>"
+                                 "</Destination>"),
+                  "line 3: The maximum SSL protocol is not specified."},
         ErrorCase{"UnknownBuilder", InDestinations(tcp + " Builder='Raw'/>"),
                   "Builder is 'Raw'; there are: SyslogPayloadBuilder, SyslogBsdPayloadBuilder, RawPayloadBuilder"},
         ErrorCase{"UnknownFraming", InDestinations(tcp + " Framing='Lines'/>"),
@@ -327,6 +351,10 @@ INSTANTIATE_TEST_SUITE_P(
                   "BuildNumber is '4294967296'; it takes a number from 0 to 4294967295"},
         ErrorCase{"AttributeOfAComponent", InComponents("<Component Name='x' BuildNumber='1' Build='2'/>"),
                   "line 3: Component has no attribute 'Build'"},
+        ErrorCase{"TextInAComponent", InComponents("<Component Name='x' BuildNumber='1'>2</Component>"),
+                  "line 3: Component holds no text"},
+        ErrorCase{"ElementInAComponent", InComponents("<Component Name='x' BuildNumber='1'>\n<b/></Component>"),
+                  "line 4: Component holds no elements"},
         ErrorCase{"ComponentTwice",
                   InComponents("<Component Name='Core' BuildNumber='1'/>\n<Component Name='core' BuildNumber='2'/>"),
                   "line 4: the component core is given twice"}),
