@@ -22,6 +22,14 @@ class CollectorWaitPosix : public CollectorFixture {
     limits.pollInterval = limits.pollListInterval = limits.listInterval = 24h;
   }
 
+  /// Waits and collects until only the next listing is due, in a day.
+  void WaitUntilSettled() {
+    for (int round = 0; round < 5; ++round) {
+      while (collector->Collect(sink) != Collector::Progress::Idle) continue;
+      collector->Wait(20ms);
+    }
+  }
+
   /// Waits and collects until a line comes.
   Lines WaitForLines() {
     sink.lines.clear();
@@ -58,11 +66,7 @@ TEST_F(CollectorWaitPosix, AfterAWaitThatRanOutNothingHasToSettle) {
   limits.settleTime = 1min;
   Append("a.log", "one\n");
   Start({Files("*.log")});
-  // Until only the next listing is due, in a day.
-  for (int round = 0; round < 5; ++round) {
-    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
-    collector->Wait(20ms);
-  }
+  WaitUntilSettled();
   Append("a.log", "two\n");
   const auto start = std::chrono::steady_clock::now();
   collector->Wait(1min);
@@ -89,10 +93,7 @@ TEST_F(CollectorWaitPosix, EndsWithAWakeWhileAFileSettles) {
   limits.settleTime = 10s;
   Append("a.log", "one\n");
   Start({Files("*.log")});
-  for (int round = 0; round < 5; ++round) {
-    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
-    collector->Wait(20ms);
-  }
+  WaitUntilSettled();
   Append("a.log", "two\n");
   EXPECT_THAT(WaitForLines(), ElementsAre("two"));
   collector->Wake();
@@ -158,10 +159,7 @@ TEST_F(CollectorWaitPosix, FilesAreListedWhereTheirChangesWereLost) {
   if (most > 1'000'000) GTEST_SKIP() << "this system keeps " << most << " changes";
   Append("a.log", "");
   Start({Files("*.log")});
-  for (int round = 0; round < 5; ++round) {
-    while (collector->Collect(sink) != Collector::Progress::Idle) continue;
-    collector->Wait(20ms);
-  }
+  WaitUntilSettled();
   // Equal changes count once when they follow each other.
   std::array files{std::ofstream(folder.Path() / "x"), std::ofstream(folder.Path() / "y")};
   for (std::size_t count = 0; count <= most; ++count) files[count % 2] << '.' << std::flush;
