@@ -339,13 +339,16 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   // Under another name it is another file, which got the number of one that was deleted.
   if (saved && !isSame && saved->place.path != seen.path) saved.reset();
   const bool isKnownInput = m_knownPatterns.contains(seen.pInput->settings.pattern);
-  FollowedFile* const pOriginal = !saved && isKnownInput ? FindOriginal(seen.path) : nullptr;
   std::optional<Generation> rest;
-  // An original that has changed may have been truncated.
-  if (pOriginal != nullptr) MarkReady(*pOriginal);
-  if (pOriginal != nullptr && (status.size == 0 || (EnsureOpen(*pOriginal) && Look(*pOriginal)))) {
-    rest = TakeRest(*pOriginal, *pFile, status.size);
-    if (!rest && IsToBeHeld(*pOriginal, seen, *pFile, listing)) return;
+  if (!saved && isKnownInput) {
+    for (FollowedFile* const pOriginal : FindOriginals(seen.path)) {
+      MarkReady(*pOriginal);
+      rest = TakeRest(*pOriginal, *pFile);
+      if (!rest && IsToBeHeld(*pOriginal, seen, *pFile, listing)) return;
+      // It may have been truncated while the two were compared.
+      if (!rest) rest = TakeRest(*pOriginal, *pFile);
+      if (rest) break;
+    }
   }
   if (isSame) {
     rest = saved;
@@ -389,23 +392,29 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
   CloseUnused();
 }
 
-/// The followed file whose name `path` extends, as a copy's name would.
-FollowedFile* Follower::FindOriginal(const std::filesystem::path& path) const {
+/// The followed files whose names `path` extends, as the name of a copy would, the longest first: with `a.log.10` there
+/// are `a.log.1` and `a.log`.
+std::vector<FollowedFile*> Follower::FindOriginals(const std::filesystem::path& path) const {
+  std::vector<FollowedFile*> originals;
   const NativeString& name = path.native();
   const std::size_t folderSize = path.parent_path().native().size() + 1;
   for (std::size_t size = name.size() - 1; size > folderSize; --size) {
     const auto found = m_byPath.find(name.substr(0, size));
-    if (found != m_byPath.end() && !found->second->isRefused) return found->second;
+    if (found != m_byPath.end() && !found->second->isRefused) originals.push_back(found->second);
   }
-  return nullptr;
+  return originals;
 }
 
-/// Takes over a file's state before it was truncated, when `copy` begins like that.
-std::optional<Generation> Follower::TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const {
-  std::error_code error;
-  if (!original.before || m_limits.now() - original.before->endTime > m_limits.rotatedQuietTime) return std::nullopt;
+/// Takes over a file's state before it was truncated, if it was and `copy` begins like that.
+std::optional<Generation> Follower::TakeRest(FollowedFile& original, const OpenedFile& copy) {
+  if (!Look(original) || !original.before) return std::nullopt;
+  if (m_limits.now() - original.before->endTime > m_limits.rotatedQuietTime) return std::nullopt;
   const Generation& before = *original.before;
-  if (before.read == 0 || size < before.read || !HasHead(copy, size, before.place.head, error)) return std::nullopt;
+  // The copy may have grown until the truncation.
+  std::error_code error;
+  const std::uint64_t size = copy.GetStatus(error).size;
+  if (error || before.read == 0 || size < before.read || !HasHead(copy, size, before.place.head, error))
+    return std::nullopt;
   return std::exchange(original.before, std::nullopt);
 }
 
@@ -413,15 +422,18 @@ std::optional<Generation> Follower::TakeRest(FollowedFile& original, const Opene
 /// nothing happens for a while.
 bool Follower::IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing) {
   std::error_code error;
-  const std::uint64_t size = std::min(seen.status.size, original.read);
-  if (seen.status.size > 0 && (size == 0 || !IsSameSoFar(*original.pFile, copy, size, error))) return false;
+  const std::uint64_t copied = copy.GetStatus(error).size;
+  if (error) return false;
+  const std::uint64_t size = std::min(copied, original.read);
+  const bool isSame = size > 0 && original.pFile && IsSameSoFar(*original.pFile, copy, size, error);
+  if (copied > 0 && !isSame) return false;
   const Time now = m_limits.now();
-  Held held{seen.status.size, now};
+  Held held{copied, now};
   const auto known = m_held.find(seen.path.native());
   if (known != m_held.end() && known->second.size == held.size) held = known->second;
-  if (seen.status.size > 0 && now - held.changeTime >= m_limits.rotatedQuietTime) return false;
+  if (copied > 0 && now - held.changeTime >= m_limits.rotatedQuietTime) return false;
   listing.held.insert_or_assign(seen.path.native(), held);
-  if (seen.status.size > 0) listing.isIncomplete = true;
+  if (copied > 0) listing.isIncomplete = true;
   return true;
 }
 

@@ -119,8 +119,8 @@ class Follower {
   void Adopt(const Seen& seen, Listing& listing);
   std::optional<Generation> TakeSaved(const Seen& seen);
   Generation Return(const Place& place);
-  FollowedFile* FindOriginal(const std::filesystem::path& path) const;
-  std::optional<Generation> TakeRest(FollowedFile& original, const OpenedFile& copy, std::uint64_t size) const;
+  std::vector<FollowedFile*> FindOriginals(const std::filesystem::path& path) const;
+  std::optional<Generation> TakeRest(FollowedFile& original, const OpenedFile& copy);
   bool IsToBeHeld(FollowedFile& original, const Seen& seen, const OpenedFile& copy, Listing& listing);
   void AdoptRotated(Listing& listing);
   std::unique_ptr<OpenedFile> FindOpened(const std::filesystem::path& folder, const FileIdentity& identity,

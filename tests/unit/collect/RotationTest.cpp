@@ -297,6 +297,75 @@ TEST_P(CollectRotated, CopyIsReadOnFromWhereTheOriginalWas) {
   EXPECT_THAT(Gather(), testing::UnorderedElementsAre("three", "four"));
 }
 
+TEST_P(CollectRotated, CopyWhoseNameAlsoExtendsAnEarlierCopysIsReadOn) {
+  Append("a.log", "one\n");
+  Append("a.log.1", "zero\n");
+  Start({Files("a.log*")});
+  Deliver();
+  Append("a.log", "two\n");
+  std::filesystem::copy_file(folder.Path() / "a.log", folder.Path() / "a.log.10");
+  folder.Write("a.log", "three\n");
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
+TEST_P(CollectRotated, CopyWhoseNameAlsoExtendsAnEarlierCopysIsNotReadBeforeItsOriginalIsTruncated) {
+  Append("a.log", "one\ntwo\n");
+  Append("a.log.1", "zero\n");
+  Start({Files("a.log*")});
+  Gather();
+  for (const char* const piece : {"", "one\nt", "wo\n"}) {
+    Append("a.log.10", piece);
+    EXPECT_THAT(Gather(), IsEmpty());
+  }
+  folder.Write("a.log", "");
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectRotated, CopyIsReadOnceWheneverItIsFinishedAndItsOriginalTruncated) {
+  std::filesystem::path original;
+  std::filesystem::path copy;
+  int readings = 0;  // of the clock, until the copy is finished
+  limits.now = [&] {
+    if (readings > 0 && --readings == 0) {
+      std::filesystem::copy_file(original, copy, std::filesystem::copy_options::overwrite_existing);
+      std::ofstream(original, std::ios::binary) << "three\n";
+    }
+    return now;
+  };
+  int finished = 0;
+  for (int reading = 1; reading <= 20; ++reading) {
+    const std::string name = "a" + std::to_string(reading) + ".log";
+    original = folder.Path() / name;
+    copy = folder.Path() / (name + ".10");
+    Append(name, "one\n");
+    Append(name + ".1", "zero\n");
+    Start({Files(name + "*")});
+    Deliver();
+    Append(name, "two\n");
+    Append(name + ".1", "more\n");
+    Append(name + ".10", "on");
+    readings = reading;
+    Lines lines = Gather();
+    if (readings == 0) ++finished;
+    readings = 0;
+    for (const std::string& line : Gather()) lines.push_back(line);
+    if (finished < reading) break;
+    EXPECT_THAT(lines, testing::UnorderedElementsAre("two", "more", "three")) << reading;
+  }
+  EXPECT_GE(finished, 8);
+}
+
+TEST_P(CollectRotated, CopyOfACopyIsReadOnceAmongTheirNames) {
+  Append("a.log", "zero\n");
+  Append("a.log.1", "one\n");
+  Start({Files("a.log*")});
+  Deliver();
+  Append("a.log.1", "two\n");
+  std::filesystem::copy_file(folder.Path() / "a.log.1", folder.Path() / "a.log.1.old");
+  folder.Write("a.log.1", "three\n");
+  EXPECT_THAT(Gather(), testing::UnorderedElementsAre("two", "three"));
+}
+
 TEST_P(CollectRotated, LastPieceOfACopyIsALineOnceTheCopyIsQuiet) {
   Append("a.log", "one\n");
   Start({Files("a.log*")});
