@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <fstream>
+#include <future>
 #include <system_error>
 #include <vector>
 
@@ -34,6 +37,20 @@ TEST(FileReplacement, TakesThePlaceOfTheOldFile) {
     EXPECT_EQ(TemporaryDirectory::Read(path), "new text");
   }
   EXPECT_THAT(Names(directory), testing::ElementsAre("file"));
+}
+
+TEST(FileReplacement, TakesThePlaceOfAFileThatSomebodyReadsForAMoment) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.Write("file", "old");
+  std::ifstream reader(path);
+  FileReplacement file(path, FileReplacement::Readers::Owner);
+  file.Write("new");
+  auto committed = std::async(std::launch::async, [&file] { file.Commit(); });
+  // At once on systems where a file in use can be replaced.
+  committed.wait_for(std::chrono::milliseconds(20));
+  reader.close();
+  EXPECT_NO_THROW(committed.get());
+  EXPECT_EQ(TemporaryDirectory::Read(path), "new");
 }
 
 TEST(FileReplacement, LeavesNothingWithoutCommit) {

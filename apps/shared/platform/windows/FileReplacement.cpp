@@ -11,6 +11,16 @@
 
 namespace sorvex {
 
+namespace {
+
+/// Whoever reads the old file without allowing others to replace it, such as a backup, is done with it soon.
+constexpr int replaceAttempts = 50;
+constexpr DWORD replacePauseMs = 20;
+
+bool IsInUse(DWORD error) { return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION; }
+
+}  // namespace
+
 struct FileReplacement::State {
   std::filesystem::path path;
   std::filesystem::path partPath;
@@ -79,7 +89,10 @@ void FileReplacement::Commit(Existing existing) {
   m_pState->GoWithHandle(false);
   CloseHandle(std::exchange(m_pState->file, INVALID_HANDLE_VALUE));
   const DWORD flags = existing == Existing::Replace ? MOVEFILE_REPLACE_EXISTING : 0;
-  if (!MoveFileExW(m_pState->partPath.c_str(), m_pState->path.c_str(), flags)) m_pState->ThrowLastError();
+  for (int attempt = 1; !MoveFileExW(m_pState->partPath.c_str(), m_pState->path.c_str(), flags); ++attempt) {
+    if (!IsInUse(GetLastError()) || attempt == replaceAttempts) m_pState->ThrowLastError();
+    Sleep(replacePauseMs);
+  }
   m_pState->isPartThere = false;
 }
 
