@@ -12,7 +12,7 @@
 //                                  copy and the truncation. Rotated files have a number after their names.
 //   pause, resume                  stops writing, and continues
 //   count                          answers with each file's name and its number of lines
-//   tidy                           deletes all rotated files
+//   tidy [FOLDER]                  deletes all rotated files, or moves them into that folder
 #include "DayLine.h"
 
 #include <fcntl.h>
@@ -99,8 +99,14 @@ class LogFile {
     m_rotated.push_back(rotated);
   }
 
-  void Tidy() {
-    for (const std::filesystem::path& path : m_rotated) std::filesystem::remove(path);
+  void Tidy(const std::filesystem::path& folder) {
+    for (const std::filesystem::path& path : m_rotated) {
+      if (folder.empty()) {
+        std::filesystem::remove(path);
+      } else {
+        std::filesystem::rename(path, folder / path.filename());
+      }
+    }
     m_rotated.clear();
   }
 
@@ -192,7 +198,7 @@ class Writer {
       for (const LogFile& file : m_files) counts += file.Name() + ' ' + std::to_string(file.Count()) + ' ';
       return counts;
     } else if (word == "tidy") {
-      for (LogFile& file : m_files) file.Tidy();
+      for (LogFile& file : m_files) file.Tidy(name);
     } else {
       throw std::runtime_error("no command: " + command);
     }
