@@ -50,10 +50,10 @@ std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> MakeBuilder(const std::stri
 template <class Sender>
 void DestinationSocket<Sender>::Prepare() {
   thr_mgr(ThreadManager());
-  msg_queue(&m_queue);
-  m_queue.low_water_mark(defaultLowWaterMark);
-  m_queue.high_water_mark(defaultHighWaterMark);
-  m_queue.SetFraming(m_state.m_framing);
+  msg_queue(&Queue());
+  Queue().low_water_mark(defaultLowWaterMark);
+  Queue().high_water_mark(defaultHighWaterMark);
+  Queue().SetFraming(m_state.m_framing);
   m_pPayloadBuilder = MakeBuilder(defaultBuilder);
 }
 
@@ -70,8 +70,8 @@ void DestinationSocket<Sender>::Initialize(const WindowsAgentCommon::ParameterBl
   std::uint32_t highWaterMark = 0;
   helper.GetUInt32Value("Socket.QueueLowWaterMark", lowWaterMark, defaultLowWaterMark);
   helper.GetUInt32Value("Socket.QueueHighWaterMark", highWaterMark, defaultHighWaterMark);
-  m_queue.low_water_mark(lowWaterMark);
-  m_queue.high_water_mark(highWaterMark);
+  Queue().low_water_mark(lowWaterMark);
+  Queue().high_water_mark(highWaterMark);
   bool isBlocking = true;
   helper.GetBooleanValue("Socket.BlockingSendStrategy", isBlocking, true);
   m_bBlockingSendStrategy = isBlocking;
@@ -82,7 +82,7 @@ void DestinationSocket<Sender>::Initialize(const WindowsAgentCommon::ParameterBl
   helper.GetStringValue("PayloadBuilderType", common.m_strBuilderType, defaultBuilder);
   m_maxPayloadSize = common.m_maxPayloadSize;
   m_sender.Configure(helper, common);
-  m_queue.SetFraming(m_state.m_framing);
+  Queue().SetFraming(m_state.m_framing);
   if (auto builder = MakeBuilder(common.m_strBuilderType)) m_pPayloadBuilder = std::move(builder);
   Open(common.m_strHost, common.m_port);
 }
@@ -112,9 +112,8 @@ SocketLife::Service DestinationSocket<Sender>::GetService() const {
 
 template <class Sender>
 bool DestinationSocket<Sender>::StartThread() {
-  // The previous thread, if any, has closed the queue and only needs to return.
+  // The previous thread, if any, only needs to return.
   wait();
-  m_queue.activate();
   return activate(0, 1, 0, 0, -1) == 0;
 }
 
@@ -166,7 +165,7 @@ std::int32_t DestinationSocket<Sender>::Submit(const void* buffer, std::uint32_t
     m_state.m_truncated.Add(1, length - limited);
     if (m_traits.m_truncationReport) m_state.m_log.Debug(m_traits.m_truncationReport, length, limited);
   }
-  const bool isSent = IsQueued() ? m_queue.Put({static_cast<const char*>(buffer), limited}, producerPatience)
+  const bool isSent = IsQueued() ? Queue().Put({static_cast<const char*>(buffer), limited}, producerPatience)
                                  : SendPayload(buffer, m_traits.m_bCutsWhenBlocking ? limited : length) > 0;
   return isSent ? static_cast<std::int32_t>(limited + m_state.m_framing.AddedBytes(limited)) : -1;
 }
@@ -187,31 +186,25 @@ int DestinationSocket<Sender>::svc() {
   const Platform::BrokenPipeGuard noSignal;
   m_state.m_log.Info("Thread running...");
   m_sender.Idle();
-  bool isEnding = false;
+  PayloadQueue& queue = Queue();
   bool isDone = false;
   while (!isDone) {
     FramedPayloads payloads;
-    if (m_queue.is_empty()) m_sender.Idle();
-    switch (m_queue.Await(isEnding ? 0ms : idlePeriod, payloads)) {
+    if (queue.is_empty()) m_sender.Idle();
+    switch (queue.Await(idlePeriod, payloads)) {
       case PayloadQueue::Head::Payloads: {
         const std::size_t sent = m_sender.SendPayloads(payloads);
-        m_queue.Remove(sent);
+        queue.Remove(sent);
         isDone = sent < payloads.m_lengths.size() && m_state.m_life.IsStopping() && !m_sender.CanDeliver();
         break;
       }
+      case PayloadQueue::Head::Nothing: break;
       case PayloadQueue::Head::HangUp:
-        // Payloads let in before the stop may be behind it.
-        isEnding = m_state.m_life.IsStopping();
-        isDone = !isEnding;
-        break;
-      case PayloadQueue::Head::Nothing: isDone = isEnding; break;
       case PayloadQueue::Head::Closed: isDone = true; break;
     }
   }
-  m_state.m_life.EndService([this] {
-    const PayloadQueue::Given given = m_queue.GiveUp();
-    m_state.m_dropped.Add(given.m_payloads, given.m_bytes);
-  });
+  const PayloadQueue::Given given = m_state.m_life.EndService();
+  m_state.m_dropped.Add(given.m_payloads, given.m_bytes);
   m_state.m_log.Info("Thread exiting");
   return 0;
 }
@@ -219,13 +212,11 @@ int DestinationSocket<Sender>::svc() {
 template <class Sender>
 int DestinationSocket<Sender>::Shutdown() {
   const SocketLife::Service service = GetService();
-  switch (m_state.m_life.BeginStop(service, m_state.Now(), [this] { return m_queue.PutHangUp(); })) {
+  switch (m_state.m_life.BeginStop(service, m_state.Now())) {
     case SocketLife::StopOutcome::Anothers: return 0;
     case SocketLife::StopOutcome::Refused: return -1;
     case SocketLife::StopOutcome::Begun: break;
   }
-  // Producers waiting for room must not wait for the stop.
-  m_queue.pulse();
   m_state.m_life.AwaitOperations();
   const int result = wait();
   m_sender.Finish();
@@ -299,7 +290,7 @@ std::uint32_t DestinationSocket<Sender>::GetMessagesDropped() const {
 template <class Sender>
 std::size_t DestinationSocket<Sender>::GetQueueSize() const {
   // The queue's own function is not const.
-  return const_cast<DestinationSocket*>(this)->m_queue.message_bytes();
+  return const_cast<DestinationSocket*>(this)->Queue().message_bytes();
 }
 
 template class DestinationSocket<StreamSender>;

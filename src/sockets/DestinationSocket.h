@@ -2,7 +2,6 @@
 #pragma once
 
 #include "sockets/DestinationState.h"
-#include "sockets/PayloadQueue.h"
 
 #include <host/EnvironmentBlockHelper.h>
 #include <host/IPayloadBuilder.h>
@@ -119,6 +118,7 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Sender::In
 
  private:
   void Prepare();
+  PayloadQueue& Queue() { return m_state.m_life.Queue(); }
   SocketLife::Service GetService() const;
   bool StartThread();
   std::int32_t Submit(const void* buffer, std::uint32_t length);
@@ -128,9 +128,6 @@ class DestinationSocket : public WindowsAgentCommon::VaroTask, public Sender::In
   RelaxedValue<bool> m_bBlockingSendStrategy{true};
   std::shared_ptr<WindowsAgentCommon::IPayloadBuilder> m_pPayloadBuilder;
   SpareTexts m_payloadTexts;
-
-  /// The task's queue.
-  PayloadQueue m_queue;
 };
 
 }  // namespace VaroCommunicationAPI

@@ -12,30 +12,20 @@ namespace {
 /// times as long.
 constexpr int looksAtLock = 100;
 
-/// Holds the queue's lock.
-class Guard {
- public:
-  explicit Guard(ACE_SYNCH_MUTEX& mutex) : m_mutex(mutex) {
-    for (int looks = 0; looks < looksAtLock; ++looks) {
-      if (m_mutex.tryacquire() == 0) return;
-    }
-    m_mutex.acquire();
-  }
-  ~Guard() { m_mutex.release(); }
-  Guard(const Guard&) = delete;
-  Guard& operator=(const Guard&) = delete;
+}  // namespace
 
- private:
-  ACE_SYNCH_MUTEX& m_mutex;
-};
+QueueGuard::QueueGuard(ACE_SYNCH_MUTEX& mutex) : m_mutex(mutex) {
+  for (int looks = 0; looks < looksAtLock; ++looks) {
+    if (m_mutex.tryacquire() == 0) return;
+  }
+  m_mutex.acquire();
+}
 
 ACE_Time_Value_T<ACE_Monotonic_Time_Policy> DeadlineAfter(std::chrono::milliseconds duration) {
   auto deadline = ACE_Monotonic_Time_Policy()();
   deadline += ACE_Time_Value(std::chrono::duration_cast<std::chrono::microseconds>(duration));
   return deadline;
 }
-
-}  // namespace
 
 bool PayloadQueue::is_full_i() {
   // Any mark above 0 has room for one payload.
@@ -45,8 +35,8 @@ bool PayloadQueue::is_full_i() {
 bool PayloadQueue::is_empty_i() { return m_chunks.empty(); }
 
 bool PayloadQueue::Put(std::span<const char> payload, std::chrono::milliseconds patience) {
-  const Guard guard(lock_);
-  if (state_ == DEACTIVATED) return false;
+  const QueueGuard guard(lock_);
+  if (state_ != ACTIVATED) return false;
   const bool bWait = is_full_i();
   if (bWait) {
     auto deadline = DeadlineAfter(patience);
@@ -69,9 +59,13 @@ int PayloadQueue::enqueue_tail_i(ACE_Message_Block* block) {
   return static_cast<int>(cur_count_);
 }
 
-bool PayloadQueue::PutHangUp() {
-  const Guard guard(lock_);
-  return state_ != DEACTIVATED && enqueue_tail_i(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)) != -1;
+bool PayloadQueue::HangUp() {
+  if (state_ == DEACTIVATED) return false;
+  m_chunks.emplace_back().m_bHangUp = true;
+  // From then on only what is in the queue comes out. Wakes all who wait.
+  constexpr int pulse = 1;
+  deactivate_i(pulse);
+  return true;
 }
 
 void PayloadQueue::Append(std::span<const char> payload) {
@@ -101,7 +95,7 @@ PayloadQueue::Chunk& PayloadQueue::ChunkWithRoom(std::size_t bytes) {
 }
 
 PayloadQueue::Head PayloadQueue::Await(std::chrono::milliseconds patience, FramedPayloads& payloads) {
-  const Guard guard(lock_);
+  const QueueGuard guard(lock_);
   if (m_chunks.empty() && state_ != DEACTIVATED) {
     auto deadline = DeadlineAfter(patience);
     do {
@@ -127,7 +121,7 @@ PayloadQueue::Head PayloadQueue::Await(std::chrono::milliseconds patience, Frame
 }
 
 void PayloadQueue::Remove(std::size_t payloads) {
-  const Guard guard(lock_);
+  const QueueGuard guard(lock_);
   Chunk& chunk = m_chunks.front();
   for (std::size_t i = 0; i < payloads; ++i) chunk.m_begin += m_lengths[i] + m_framing.AddedBytes(m_lengths[i]);
   chunk.m_first += payloads;
@@ -150,7 +144,6 @@ void PayloadQueue::DropHeadChunk() {
 }
 
 PayloadQueue::Given PayloadQueue::GiveUp() {
-  const Guard guard(lock_);
   deactivate_i();
   const Given given{cur_count_, cur_bytes_};
   m_chunks.clear();

@@ -16,6 +16,21 @@
 
 namespace VaroCommunicationAPI {
 
+/// Holds a queue's lock.
+class QueueGuard {
+ public:
+  explicit QueueGuard(ACE_SYNCH_MUTEX& mutex);
+  ~QueueGuard() { m_mutex.release(); }
+  QueueGuard(const QueueGuard&) = delete;
+  QueueGuard& operator=(const QueueGuard&) = delete;
+
+ private:
+  ACE_SYNCH_MUTEX& m_mutex;
+};
+
+/// A point of the monotonic clock, as ACE's queues and conditions want it.
+ACE_Time_Value_T<ACE_Monotonic_Time_Policy> DeadlineAfter(std::chrono::milliseconds duration);
+
 /// Payloads as they are on the wire, one after the other, and the length of each without its framing.
 struct FramedPayloads {
   std::span<const char> m_bytes;
@@ -26,7 +41,9 @@ struct FramedPayloads {
 /// so that a payload costs one copy and nothing else. A payload leaves the queue when it is done with.
 ///
 /// Short payloads take more memory than their own bytes, so a queue is also full when it holds a sixteenth of its high
-/// water mark in payloads. A hang-up always finds room. Blocks enter only by `enqueue_tail`, and none come out.
+/// water mark in payloads. Blocks enter only by `enqueue_tail`, and none come out.
+///
+/// Whoever decides when the queue opens and closes shares its lock.
 class PayloadQueue : public ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> {
  public:
   static constexpr std::size_t bytesPerPayload = 16;
@@ -45,11 +62,9 @@ class PayloadQueue : public ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_P
   /// Applies to payloads appended from then on.
   void SetFraming(const Framing& framing) { m_framing = framing; }
 
-  /// Appends a payload, waiting at most `patience` for room. Returns false if there was none or the queue is closed.
+  /// Appends a payload, waiting at most `patience` for room. Returns false if there was none, or after `HangUp` or
+  /// `GiveUp`.
   bool Put(std::span<const char> payload, std::chrono::milliseconds patience);
-
-  /// Appends a hang-up. Returns whether the queue is open.
-  bool PutHangUp();
 
   /// Waits at most `patience` for something at the head. Lends the payloads there until `Remove`; they keep their place
   /// but no longer count. Only for the send thread.
@@ -63,6 +78,17 @@ class PayloadQueue : public ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_P
     std::size_t m_payloads = 0;
     std::size_t m_bytes = 0;
   };
+
+  ACE_SYNCH_MUTEX& Mutex() { return lock_; }
+
+  // With the lock held.
+
+  /// Opens the queue, as it is at first.
+  void Open() { activate_i(); }
+
+  /// Appends a hang-up, for which there is always room; nothing goes in behind it. Returns false if the queue is
+  /// closed.
+  bool HangUp();
 
   /// Closes the queue and empties it.
   Given GiveUp();

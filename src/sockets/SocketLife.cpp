@@ -5,63 +5,82 @@
 namespace VaroCommunicationAPI {
 
 bool SocketLife::Enter() {
-  const std::lock_guard lock(m_mutex);
+  const QueueGuard guard(m_mutex);
   if (m_state == State::Stopping) return false;
   ++m_operations;
   return true;
 }
 
 void SocketLife::Leave() {
-  {
-    const std::lock_guard lock(m_mutex);
-    --m_operations;
+  const QueueGuard guard(m_mutex);
+  if (--m_operations == 0) m_changed.broadcast();
+}
+
+PayloadQueue::Given SocketLife::EndService() {
+  const QueueGuard guard(m_mutex);
+  m_bServing = false;
+  return m_queue.GiveUp();
+}
+
+SocketLife::StopOutcome SocketLife::BeginStop(Service service, SteadyTime now) {
+  const QueueGuard guard(m_mutex);
+  if (m_state == State::Stopping) {
+    for (const std::uint64_t ended = m_endedStops; m_endedStops == ended;) m_changed.wait();
+    return StopOutcome::Anothers;
   }
-  m_changed.notify_all();
+  if (service == Service::SendThread) {
+    m_bOpen.store(false, std::memory_order_relaxed);
+    if (m_bServing && !m_queue.HangUp()) return StopOutcome::Refused;
+  }
+  m_before = std::exchange(m_state, State::Stopping);
+  m_stopTime = now;
+  m_changed.broadcast();
+  return StopOutcome::Begun;
 }
 
 void SocketLife::AwaitOperations() {
-  std::unique_lock lock(m_mutex);
-  m_changed.wait(lock, [this] { return m_operations == 0; });
+  const QueueGuard guard(m_mutex);
+  while (m_operations != 0) m_changed.wait();
 }
 
 void SocketLife::SetOpen(bool isOpen) {
-  const std::lock_guard lock(m_mutex);
+  const QueueGuard guard(m_mutex);
   m_bOpen.store(isOpen && m_state != State::Stopping, std::memory_order_relaxed);
 }
 
 void SocketLife::EndStop(Service service) {
-  {
-    const std::lock_guard lock(m_mutex);
-    m_state = service == Service::SendThread ? State::Closed : m_before;
-    m_bAbandoned = false;
-    ++m_endedStops;
-  }
-  m_changed.notify_all();
+  const QueueGuard guard(m_mutex);
+  m_state = service == Service::SendThread ? State::Closed : m_before;
+  m_bAbandoned = false;
+  ++m_endedStops;
+  m_changed.broadcast();
 }
 
 void SocketLife::Abandon() {
-  const std::lock_guard lock(m_mutex);
+  const QueueGuard guard(m_mutex);
   m_bAbandoned = m_state == State::Stopping;
 }
 
 bool SocketLife::IsStopping() const {
-  const std::lock_guard lock(m_mutex);
+  const QueueGuard guard(m_mutex);
   return m_state == State::Stopping;
 }
 
 bool SocketLife::IsServing() const {
-  const std::lock_guard lock(m_mutex);
+  const QueueGuard guard(m_mutex);
   return m_bServing;
 }
 
 bool SocketLife::MustGiveUp(SteadyTime now, SteadyTime lastProgress) const {
-  const std::lock_guard lock(m_mutex);
+  const QueueGuard guard(m_mutex);
   return m_state == State::Stopping && (m_bAbandoned || now - std::max(m_stopTime, lastProgress) > stopPatience);
 }
 
 void SocketLife::WaitForStop(std::chrono::milliseconds duration) {
-  std::unique_lock lock(m_mutex);
-  m_changed.wait_for(lock, duration, [this] { return m_state == State::Stopping; });
+  const QueueGuard guard(m_mutex);
+  const auto deadline = DeadlineAfter(duration);
+  while (m_state != State::Stopping && m_changed.wait(&deadline) == 0) {
+  }
 }
 
 ConnectionTurn::Holder::Holder(ConnectionTurn& turn) : m_turn(turn) {

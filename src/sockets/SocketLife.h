@@ -1,6 +1,8 @@
 // The life of a destination socket, and the turns of its threads on the connection.
 #pragma once
 
+#include "sockets/PayloadQueue.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -15,12 +17,13 @@ using SteadyTime = std::chrono::steady_clock::time_point;
 /// How long a stop waits for a destination that takes nothing.
 constexpr std::chrono::milliseconds stopPatience{1500};
 
-/// Closed, running or stopping, decided in one place under one lock:
+/// Closed, running or stopping: the life of a socket and of its queue, decided in one place under one lock, the
+/// queue's.
 ///
 ///     closed -- Start --> running -- BeginStop --> stopping -- EndStop --> closed, or running again
 ///
-/// Nothing begins while the socket is stopping: an `Operation` is refused and `Start` starts nothing. The stop ends
-/// when the operations and the send thread that were there have ended. Any thread.
+/// Nothing begins while the socket is stopping: an `Operation` is refused, `Start` starts nothing and nothing goes into
+/// the queue. The stop ends when the operations and the send thread that were there have ended. Any thread.
 class SocketLife {
  public:
   /// A connect or send in a caller's thread, which a stop waits for. May be nested.
@@ -40,18 +43,24 @@ class SocketLife {
     SocketLife* m_pLife;
   };
 
+  PayloadQueue& Queue() { return m_queue; }
+
   /// Who serves the queue.
   enum class Service { None, SendThread };
 
   /// Makes the socket running, and also open if `opens`, unless it is stopping. `start`, called under the lock and only
-  /// if there is no send thread, starts one and returns whether that worked. Returns false if it did not.
+  /// if there is no send thread, starts one, which finds the queue open, and returns whether that worked. Returns false
+  /// if it did not.
   template <class StartThread>
   bool Start(Service service, bool opens, StartThread start) {
-    const std::lock_guard lock(m_mutex);
+    const QueueGuard guard(m_mutex);
     // Whoever stops the socket while it is being opened wants it closed.
     if (m_state == State::Stopping) return true;
-    if (service == Service::SendThread && !m_bServing) m_bServing = start();
-    if (service == Service::SendThread && !m_bServing) return false;
+    if (service == Service::SendThread && !m_bServing) {
+      m_queue.Open();
+      m_bServing = start();
+      if (!m_bServing) return false;
+    }
     m_state = State::Running;
     if (opens) m_bOpen.store(true, std::memory_order_relaxed);
     return true;
@@ -63,13 +72,8 @@ class SocketLife {
   /// Opens, unless the socket is stopping, or closes.
   void SetOpen(bool isOpen);
 
-  /// The send thread's last act: `close`, called under the lock, refuses further payloads and gives up the queued ones.
-  template <class CloseQueue>
-  void EndService(CloseQueue close) {
-    const std::lock_guard lock(m_mutex);
-    close();
-    m_bServing = false;
-  }
+  /// The send thread's last act: closes the queue and gives up what is in it.
+  PayloadQueue::Given EndService();
 
   enum class StopOutcome {
     Begun,     ///< the caller has to end it
@@ -77,25 +81,9 @@ class SocketLife {
     Refused    ///< the send thread could not be asked to end and goes on
   };
 
-  /// Begins a stop; a queued socket accepts no payloads from then on. `hangUp`, called under the lock if there is a
-  /// send thread, asks it to end and returns whether that worked. If another thread is stopping the socket, waits until
-  /// it has.
-  template <class HangUp>
-  StopOutcome BeginStop(Service service, SteadyTime now, HangUp hangUp) {
-    std::unique_lock lock(m_mutex);
-    if (m_state == State::Stopping) {
-      m_changed.wait(lock, [this, ended = m_endedStops] { return m_endedStops != ended; });
-      return StopOutcome::Anothers;
-    }
-    if (service == Service::SendThread) {
-      m_bOpen.store(false, std::memory_order_relaxed);
-      if (m_bServing && !hangUp()) return StopOutcome::Refused;
-    }
-    m_before = std::exchange(m_state, State::Stopping);
-    m_stopTime = now;
-    m_changed.notify_all();
-    return StopOutcome::Begun;
-  }
+  /// Begins a stop; a queued socket accepts no payloads from then on, and its send thread ends once it has done with
+  /// those in the queue. If another thread is stopping the socket, waits until it has.
+  StopOutcome BeginStop(Service service, SteadyTime now);
 
   /// Waits until the operations that were running when the stop began have ended.
   void AwaitOperations();
@@ -124,8 +112,10 @@ class SocketLife {
   bool Enter();
   void Leave();
 
-  mutable std::mutex m_mutex;
-  std::condition_variable m_changed;
+  PayloadQueue m_queue;
+  ACE_SYNCH_MUTEX& m_mutex = m_queue.Mutex();
+  ACE_Condition_Attributes_T<ACE_Monotonic_Time_Policy> m_monotonic;
+  ACE_SYNCH_CONDITION m_changed{m_mutex, m_monotonic};
   State m_state = State::Closed;
   State m_before = State::Closed;
   std::atomic<bool> m_bOpen{false};

@@ -18,6 +18,7 @@ using testing::ElementsAre;
 using VaroCommunicationAPI::FramedPayloads;
 using VaroCommunicationAPI::Framing;
 using VaroCommunicationAPI::PayloadQueue;
+using VaroCommunicationAPI::QueueGuard;
 using Head = PayloadQueue::Head;
 using Kind = Framing::Kind;
 
@@ -74,6 +75,16 @@ class QueueOfPayloads : public testing::Test {
   }
 
   bool Put(std::string_view payload) { return queue.Put(payload, 0ms); }
+
+  bool HangUp() {
+    const QueueGuard guard(queue.Mutex());
+    return queue.HangUp();
+  }
+  bool PutHangUpBlock() { return queue.enqueue_tail(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)) != -1; }
+  PayloadQueue::Given GiveUp() {
+    const QueueGuard guard(queue.Mutex());
+    return queue.GiveUp();
+  }
 
   /// What the queue lends; "hang-up", "nothing" or "closed" when that is at its head.
   std::string Await() {
@@ -154,12 +165,53 @@ TEST_F(QueueOfPayloads, LendsAPayloadLongerThanAChunkAlone) {
   EXPECT_EQ(Await(), "behind\n");
 }
 
-TEST_F(QueueOfPayloads, AHangUpKeepsItsPlaceAndFindsRoom) {
+TEST_F(QueueOfPayloads, AHangUpFindsRoomAndIsTheLastToGoIn) {
   queue.high_water_mark(3);
   ASSERT_TRUE(Put("one"));
   ASSERT_TRUE(queue.is_full());
-  EXPECT_TRUE(queue.PutHangUp());
+  EXPECT_TRUE(HangUp());
   queue.high_water_mark(100);
+  EXPECT_FALSE(Put("two"));
+  EXPECT_EQ(Await(), "one\n");
+  queue.Remove(1);
+  EXPECT_EQ(Await(), "hang-up");
+  EXPECT_EQ(Await(), "nothing");
+  EXPECT_FALSE(Put("three"));
+}
+
+TEST_F(QueueOfPayloads, AHangUpRefusesProducersThatWait) {
+  queue.high_water_mark(3);
+  ASSERT_TRUE(Put("one"));
+  auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
+  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  ASSERT_TRUE(HangUp());
+  EXPECT_FALSE(put.get());
+}
+
+TEST_F(QueueOfPayloads, AHangUpWakesTheThreadThatWaits) {
+  auto head = std::async(std::launch::async, [this] {
+    FramedPayloads payloads;
+    return queue.Await(60s, payloads);
+  });
+  EXPECT_EQ(head.wait_for(20ms), std::future_status::timeout);
+  ASSERT_TRUE(HangUp());
+  EXPECT_EQ(head.get(), Head::HangUp);
+}
+
+TEST_F(QueueOfPayloads, TakesPayloadsAgainOnceItIsOpened) {
+  ASSERT_TRUE(HangUp());
+  GiveUp();
+  {
+    const QueueGuard guard(queue.Mutex());
+    queue.Open();
+  }
+  ASSERT_TRUE(Put("new"));
+  EXPECT_EQ(Await(), "new\n");
+}
+
+TEST_F(QueueOfPayloads, AHangUpBlockKeepsItsPlace) {
+  ASSERT_TRUE(Put("one"));
+  ASSERT_TRUE(PutHangUpBlock());
   ASSERT_TRUE(Put("two"));
   EXPECT_EQ(Await(), "one\n");
   queue.Remove(1);
@@ -167,9 +219,9 @@ TEST_F(QueueOfPayloads, AHangUpKeepsItsPlaceAndFindsRoom) {
   EXPECT_EQ(Await(), "two\n");
 }
 
-TEST_F(QueueOfPayloads, APayloadWithoutAByteKeepsItsPlaceBehindAHangUp) {
+TEST_F(QueueOfPayloads, APayloadWithoutAByteKeepsItsPlaceBehindAHangUpBlock) {
   queue.SetFraming(Framing(Kind::None));
-  ASSERT_TRUE(queue.PutHangUp());
+  ASSERT_TRUE(PutHangUpBlock());
   ASSERT_TRUE(Put(""));
   EXPECT_EQ(Await(), "hang-up");
   EXPECT_EQ(Await(), "");
@@ -218,15 +270,15 @@ TEST_F(QueueOfPayloads, WakesTheThreadThatWaits) {
 
 TEST_F(QueueOfPayloads, GivesUpEverythingOnceAndTakesNoMore) {
   ASSERT_TRUE(Put("one"));
-  ASSERT_TRUE(queue.PutHangUp());
+  ASSERT_TRUE(PutHangUpBlock());
   ASSERT_TRUE(Put("three"));
-  const PayloadQueue::Given given = queue.GiveUp();
+  const PayloadQueue::Given given = GiveUp();
   EXPECT_EQ(given.m_payloads, 2u);
   EXPECT_EQ(given.m_bytes, 8u);
-  EXPECT_EQ(queue.GiveUp().m_payloads, 0u);
+  EXPECT_EQ(GiveUp().m_payloads, 0u);
   EXPECT_EQ(queue.message_bytes(), 0u);
   EXPECT_FALSE(Put("x"));
-  EXPECT_FALSE(queue.PutHangUp());
+  EXPECT_FALSE(HangUp());
   EXPECT_EQ(Await(), "closed");
 }
 

@@ -121,17 +121,39 @@ TEST_F(StreamLife, AShutdownAfterAHangUpFromOutsideFindsNothingToDo) {
   EXPECT_FALSE(socket.IsOpen());
 }
 
-TEST_F(StreamLife, WhatStandsBehindTheHangUpOfAShutdownIsSent) {
+TEST_F(StreamLife, ABlockBehindTheHangUpOfAShutdownIsDropped) {
   ASSERT_NO_FATAL_FAILURE(HoldFirstWrite());
+  Send("second");
   std::future<int> stopped = BeginShutdown();
-  // A producer that was let in before the stop.
   auto* const late = new ACE_Message_Block(4);
   late->copy("late", 4);
   ASSERT_NE(socket.putq(late), -1);
   write.Open();
   EXPECT_EQ(stopped.get(), 0);
-  EXPECT_EQ(socket.AllWritten(), "first\nlate\n");
-  EXPECT_EQ(socket.GetMessagesDropped(), 0u);
+  EXPECT_EQ(socket.AllWritten(), "first\nsecond\n");
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
+}
+
+TEST_F(StreamLife, EveryPayloadOfProducersThatAStopSurprisesIsSentOrRefused) {
+  // The stop comes at any point of a producer's call.
+  for (int round = 0; round < 20; ++round) {
+    ScriptedStreamSocket stopped;
+    stopped.Initialize(queued);
+    std::vector<std::future<std::uint32_t>> producers;
+    for (int i = 0; i < 4; ++i) {
+      producers.push_back(std::async(std::launch::async, [&stopped] {
+        std::uint32_t accepted = 0;
+        while (stopped.Send("x", 1) > 0) ++accepted;
+        return accepted;
+      }));
+    }
+    ASSERT_TRUE(WaitUntil([&] { return stopped.GetMessagesSent() > 0; }));
+    EXPECT_EQ(stopped.Shutdown(), 0);
+    std::uint32_t accepted = 0;
+    for (std::future<std::uint32_t>& producer : producers) accepted += producer.get();
+    EXPECT_EQ(stopped.GetMessagesSent(), accepted);
+    EXPECT_EQ(stopped.GetMessagesDropped(), 0u);
+  }
 }
 
 TEST_F(StreamLife, AnOpenDuringAShutdownDoesNothing) {
