@@ -11,7 +11,7 @@
 namespace sorvex::bench {
 
 /// The strongest cipher that every client offers by default.
-constexpr const char* cipherList = "ECDHE-RSA-AES256-GCM-SHA384";
+constexpr const char* cipherList = "ECDHE-ECDSA-AES256-GCM-SHA384";
 
 /// Binds a new socket of that type to a free loopback port, stored in `port`.
 int BindLoopback(int type, std::uint16_t& port);

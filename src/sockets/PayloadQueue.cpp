@@ -2,21 +2,26 @@
 
 #include <algorithm>
 #include <numeric>
+#include <thread>
 #include <utility>
 
 namespace VaroCommunicationAPI {
 
 namespace {
 
-/// How often to try a held lock before sleeping: it is held only for an instant, and sleeping and waking take a hundred
-/// times as long.
+/// How often to try a held lock before giving way to other threads, and how often to give way before sleeping: it is
+/// held only for an instant, and sleeping and waking take a hundred times as long. Its holder may wait for a processor.
 constexpr int looksAtLock = 100;
+constexpr int yieldsForLock = 10;
 
 }  // namespace
 
 QueueGuard::QueueGuard(ACE_SYNCH_MUTEX& mutex) : m_mutex(mutex) {
-  for (int looks = 0; looks < looksAtLock; ++looks) {
-    if (m_mutex.tryacquire() == 0) return;
+  for (int yields = 0; yields < yieldsForLock; ++yields) {
+    for (int looks = 0; looks < looksAtLock; ++looks) {
+      if (m_mutex.tryacquire() == 0) return;
+    }
+    std::this_thread::yield();
   }
   m_mutex.acquire();
 }

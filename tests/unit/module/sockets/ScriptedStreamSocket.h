@@ -105,6 +105,18 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
   /// Whether a wait for the peer would have to end now. To be asked from the callbacks.
   bool MustEndWait() { return (*m_pIsInterrupted)(); }
   bool IsStopping() const { return m_state.m_life.IsStopping(); }
+  /// The next start of the send thread fails.
+  void FailNextThread() { m_bNextThreadFails = true; }
+  int activate(long flags, int threads, int force, long priority, int group, ACE_Task_Base* task,
+               ACE_hthread_t handles[], void* stacks[], size_t stackSizes[], ACE_thread_t ids[],
+               const char* names[]) override {
+    if (!std::exchange(m_bNextThreadFails, false)) {
+      return StreamDestinationSocket::activate(flags, threads, force, priority, group, task, handles, stacks,
+                                               stackSizes, ids, names);
+    }
+    ACE_OS::last_error(EAGAIN);
+    return -1;
+  }
   /// Called when the target's name is asked for, without a lock.
   void OnResolve(std::function<void()> callback) { m_onResolve = std::move(callback); }
 
@@ -235,6 +247,7 @@ class ScriptedStreamSocket : public VaroCommunicationAPI::StreamDestinationSocke
     return item;
   }
 
+  bool m_bNextThreadFails = false;
   std::function<void()> m_onWrite;
   std::function<SocketError()> m_onConnect;
   std::function<void()> m_onResolve;

@@ -4,6 +4,8 @@
 #include <support/LoopbackTcpServer.h>
 #include <support/RecordingLogger.h>
 
+#include <host/SystemError.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -154,6 +156,20 @@ TEST_F(StreamLife, EveryPayloadOfProducersThatAStopSurprisesIsSentOrRefused) {
     EXPECT_EQ(stopped.GetMessagesSent(), accepted);
     EXPECT_EQ(stopped.GetMessagesDropped(), 0u);
   }
+}
+
+TEST_F(StreamLife, ASocketWhoseThreadCannotBeStartedStaysClosed) {
+  socket.FailNextThread();
+  socket.Initialize(queued);
+  EXPECT_EQ(log->Count("Error The send thread could not be started: " + WindowsAgentCommon::GetLastErrorText(EAGAIN)),
+            1u);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_EQ(Send("refused"), -1);
+  EXPECT_EQ(socket.GetQueueSize(), 0u);
+  socket.Open(L"127.0.0.1", 514);
+  EXPECT_GT(Send("taken"), 0);
+  EXPECT_EQ(socket.Shutdown(), 0);
+  EXPECT_EQ(socket.AllWritten(), "taken\n");
 }
 
 TEST_F(StreamLife, AnOpenDuringAShutdownDoesNothing) {
