@@ -78,8 +78,12 @@ bool SocketLife::MustGiveUp(SteadyTime now, SteadyTime lastProgress) const {
 
 void SocketLife::WaitForStop(std::chrono::milliseconds duration) {
   const QueueGuard guard(m_mutex);
-  const auto deadline = DeadlineAfter(duration);
-  while (m_state != State::Stopping && m_changed.wait(&deadline) == 0) {
+  const SteadyTime end = std::chrono::steady_clock::now() + duration;
+  // A wait may end a little early.
+  for (SteadyTime now = end - duration; m_state != State::Stopping && now < end;
+       now = std::chrono::steady_clock::now()) {
+    const auto deadline = DeadlineAfter(std::chrono::ceil<std::chrono::milliseconds>(end - now));
+    m_changed.wait(&deadline);
   }
 }
 

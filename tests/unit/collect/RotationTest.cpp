@@ -327,7 +327,7 @@ TEST_P(CollectRotated, CopyIsReadOnceWheneverItIsFinishedAndItsOriginalTruncated
   int readings = 0;  // of the clock, until the copy is finished
   limits.now = [&] {
     if (readings > 0 && --readings == 0) {
-      std::filesystem::copy_file(original, copy, std::filesystem::copy_options::overwrite_existing);
+      folder.Write(copy.filename(), test::TemporaryDirectory::Read(original));
       std::ofstream(original, std::ios::binary) << "three\n";
     }
     return now;

@@ -493,6 +493,15 @@ TEST_F(StreamLife, ABusyConnectionIsLookedAtOnceASecond) {
 
 // --- Whose turn it is.
 
+TEST(SocketLife, AWaitForAStopIsNotShorterThanTold) {
+  VaroCommunicationAPI::SocketLife life;
+  for (int round = 0; round < 50; ++round) {
+    const auto begin = std::chrono::steady_clock::now();
+    life.WaitForStop(3ms);
+    ASSERT_GE(std::chrono::steady_clock::now() - begin, 3ms) << round;
+  }
+}
+
 TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
   using VaroCommunicationAPI::ConnectionTurn;
   const VaroCommunicationAPI::SteadyTime now{std::chrono::hours(100)};
