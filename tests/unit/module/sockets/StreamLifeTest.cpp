@@ -495,11 +495,20 @@ TEST_F(StreamLife, ABusyConnectionIsLookedAtOnceASecond) {
 
 TEST(SocketLife, AWaitForAStopIsNotShorterThanTold) {
   VaroCommunicationAPI::SocketLife life;
+  constexpr std::chrono::milliseconds duration(3);
   for (int round = 0; round < 50; ++round) {
     const auto begin = std::chrono::steady_clock::now();
-    life.WaitForStop(3ms);
-    ASSERT_GE(std::chrono::steady_clock::now() - begin, 3ms) << round;
+    life.WaitForStop(duration);
+    ASSERT_GE(std::chrono::steady_clock::now() - begin, duration);
   }
+}
+
+TEST(SocketLife, AStopEndsAWaitForIt) {
+  VaroCommunicationAPI::SocketLife life;
+  auto waiting = std::async(std::launch::async, [&life] { life.WaitForStop(60s); });
+  EXPECT_EQ(waiting.wait_for(20ms), std::future_status::timeout);
+  life.BeginStop(VaroCommunicationAPI::SocketLife::Service::None, {});
+  EXPECT_EQ(waiting.wait_for(patience), std::future_status::ready);
 }
 
 TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
