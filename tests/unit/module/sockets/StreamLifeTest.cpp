@@ -503,6 +503,27 @@ TEST(SocketLife, AWaitForAStopIsNotShorterThanTold) {
   }
 }
 
+TEST(SocketLife, AStopWaitsForTheOperationsThatWereThere) {
+  VaroCommunicationAPI::SocketLife life;
+  auto operation = std::make_unique<VaroCommunicationAPI::SocketLife::Operation>(life);
+  life.BeginStop(VaroCommunicationAPI::SocketLife::Service::None, {});
+  auto awaited = std::async(std::launch::async, [&life] { life.AwaitOperations(); });
+  EXPECT_EQ(awaited.wait_for(20ms), std::future_status::timeout);
+  operation.reset();
+  EXPECT_EQ(awaited.wait_for(patience), std::future_status::ready);
+}
+
+TEST(SocketLife, AnAbandonedStopDoesNotAbandonTheNext) {
+  using VaroCommunicationAPI::SocketLife;
+  SocketLife life;
+  life.BeginStop(SocketLife::Service::None, {});
+  life.Abandon();
+  EXPECT_TRUE(life.MustGiveUp({}, {}));
+  life.EndStop(SocketLife::Service::None);
+  life.BeginStop(SocketLife::Service::None, {});
+  EXPECT_FALSE(life.MustGiveUp({}, {}));
+}
+
 TEST(SocketLife, AStopEndsAWaitForIt) {
   VaroCommunicationAPI::SocketLife life;
   auto waiting = std::async(std::launch::async, [&life] { life.WaitForStop(60s); });
