@@ -22,6 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace VaroCommunicationAPI::Platform;
 using testing::ElementsAre;
+using VaroCommunicationAPI::SocketLife;
 
 const WindowsAgentCommon::ParameterBlock queued = {{"Socket.BlockingSendStrategy", "false"}};
 
@@ -491,10 +492,10 @@ TEST_F(StreamLife, ABusyConnectionIsLookedAtOnceASecond) {
   EXPECT_EQ(socket.PeerStateCount(), 2);
 }
 
-// --- Whose turn it is.
+// --- The life cycle by itself.
 
 TEST(SocketLife, AWaitForAStopIsNotShorterThanTold) {
-  VaroCommunicationAPI::SocketLife life;
+  SocketLife life;
   constexpr std::chrono::milliseconds duration(3);
   for (int round = 0; round < 50; ++round) {
     const auto begin = std::chrono::steady_clock::now();
@@ -504,9 +505,9 @@ TEST(SocketLife, AWaitForAStopIsNotShorterThanTold) {
 }
 
 TEST(SocketLife, AStopWaitsForTheOperationsThatWereThere) {
-  VaroCommunicationAPI::SocketLife life;
-  auto operation = std::make_unique<VaroCommunicationAPI::SocketLife::Operation>(life);
-  life.BeginStop(VaroCommunicationAPI::SocketLife::Service::None, {});
+  SocketLife life;
+  auto operation = std::make_unique<SocketLife::Operation>(life);
+  life.BeginStop(SocketLife::Service::None, {});
   auto awaited = std::async(std::launch::async, [&life] { life.AwaitOperations(); });
   EXPECT_EQ(awaited.wait_for(20ms), std::future_status::timeout);
   operation.reset();
@@ -514,7 +515,6 @@ TEST(SocketLife, AStopWaitsForTheOperationsThatWereThere) {
 }
 
 TEST(SocketLife, AnAbandonedStopDoesNotAbandonTheNext) {
-  using VaroCommunicationAPI::SocketLife;
   SocketLife life;
   life.BeginStop(SocketLife::Service::None, {});
   life.Abandon();
@@ -525,12 +525,14 @@ TEST(SocketLife, AnAbandonedStopDoesNotAbandonTheNext) {
 }
 
 TEST(SocketLife, AStopEndsAWaitForIt) {
-  VaroCommunicationAPI::SocketLife life;
+  SocketLife life;
   auto waiting = std::async(std::launch::async, [&life] { life.WaitForStop(60s); });
   EXPECT_EQ(waiting.wait_for(20ms), std::future_status::timeout);
-  life.BeginStop(VaroCommunicationAPI::SocketLife::Service::None, {});
+  life.BeginStop(SocketLife::Service::None, {});
   EXPECT_EQ(waiting.wait_for(patience), std::future_status::ready);
 }
+
+// --- Whose turn it is.
 
 TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
   using VaroCommunicationAPI::ConnectionTurn;
