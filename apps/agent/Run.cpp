@@ -3,6 +3,7 @@
 #include <Certificate.h>
 #include <ConfigurationStore.h>
 #include <ConnectionMode.h>
+#include <DeliveredFile.h>
 #include <MakeSocket.h>
 #include <ServerLoop.h>
 #include <StatusReport.h>
@@ -123,7 +124,7 @@ class Runner {
  private:
   /// One turn: passes on what is there, does what is due, and waits for more.
   void Turn() {
-    if (const auto configuration = m_mailbox.Take()) Apply(*configuration);
+    if (const auto configuration = m_mailbox.Take()) ApplyOfServer(*configuration);
     const Collector::Progress progress = m_collector.Collect(m_sink);
     const bool hasSettled = m_delivery.Settle();
     const SteadyClock::time_point now = SteadyClock::now();
@@ -143,7 +144,7 @@ class Runner {
 
   void StartServerLoop() {
     if (IsAlone()) return;
-    m_pServerLoop = std::make_unique<ServerLoop>(m_options, m_factory, m_store, m_pCurrent, !m_strRefused.empty(),
+    m_pServerLoop = std::make_unique<ServerLoop>(m_options, m_factory, m_store, m_pCurrent, m_strRefused,
                                                  [this](std::shared_ptr<const Configuration> configuration) {
                                                    m_mailbox.Put(std::move(configuration));
                                                    Wake();
@@ -154,11 +155,14 @@ class Runner {
   /// changes.
   void LookAtLocalFile() {
     try {
+      // Stays unknown when the file cannot be read: the next one read is looked at, even if it is the same.
+      const std::optional<std::string> former = std::exchange(m_localDigest, std::nullopt);
       const std::optional<std::string> content = m_store.Read();
       const std::string digest = content ? MD5Sum(content->data(), content->size()) : std::string();
-      if (digest == m_strLocalDigest) return;
-      m_strLocalDigest = digest;
+      m_localDigest = digest;
+      if (digest == former) return;
       if (!content) {
+        m_strRefused.clear();
         m_log.Info("There is no AgentConfig.xml.");
         return;
       }
@@ -166,7 +170,8 @@ class Runner {
       configuration->settings = settings::ReadSettings(*content, EncodeCertificate);
       configuration->digest = digest;
       // The digest does not match a file that was changed by hand, or cut short by a crash.
-      if (!IsAlone() && LooksLikeDigest(m_store.ReadDigest()) && m_store.ReadDigest() != digest) m_store.ForgetDigest();
+      const std::string stored = m_store.ReadDigest();
+      if (!IsAlone() && LooksLikeDigest(stored) && !AreSameDigest(stored, digest)) m_store.ForgetDigest();
       Apply(*configuration);
       m_strRefused.clear();
       m_pCurrent = std::move(configuration);
@@ -178,7 +183,7 @@ class Runner {
   }
 
   static bool LooksLikeDigest(const std::string& text) {
-    return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+    return text.size() == 32 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
   }
 
   void Apply(const Configuration& configuration) {
@@ -193,6 +198,19 @@ class Runner {
     m_applied = std::chrono::system_clock::now();
     m_log.Info("The configuration %s is in force: %u inputs, %u destinations.", m_strDigest,
                configuration.settings.inputs.size(), configuration.settings.destinations.size());
+  }
+
+  /// One that cannot be applied, for example because the system gives no more threads, changes nothing.
+  void ApplyOfServer(const Configuration& configuration) {
+    try {
+      Apply(configuration);
+      m_strRefused.clear();
+    } catch (const std::exception& error) {
+      m_pServerLoop->NoteNotApplied(error.what());
+      // It arrives again every time the server is asked.
+      if (std::exchange(m_strRefused, error.what()) == error.what()) return;
+      m_log.Error("The configuration from the server is refused, and the one before stays: %s", m_strRefused);
+    }
   }
 
   void Save() {
@@ -221,8 +239,7 @@ class Runner {
     if (m_pServerLoop != nullptr) {
       m_factory.GetParameter("ConfigurationServer", report.server);
       report.connection = m_pServerLoop->GetReport();
-      // The server's word is final.
-      if (report.connection->reached) report.refused = report.connection->refused;
+      report.refused = report.connection->refused;
     }
     report.destinations = m_delivery.GetStatistics();
     return report;
@@ -282,7 +299,7 @@ class Runner {
   Timer m_look;
   schedule::GrowingPause m_pause{firstPause, longestPause};
 
-  std::string m_strLocalDigest;                     ///< of the file at the last check
+  std::optional<std::string> m_localDigest{""};     ///< of the file at the last check; empty without one
   std::shared_ptr<const Configuration> m_pCurrent;  ///< from the file
   std::string m_strRefused;                         ///< why the file is not in force
   std::string m_strDigest;                          ///< of what is in force

@@ -31,23 +31,23 @@ using namespace WindowsAgentCommon;
 /// More than any digest; what the module reads of AgentConfig.md5 is more.
 constexpr std::size_t maxFingerprintLength = 100;
 
-/// A text no longer than a configuration may be.
+/// A text that ends one byte after the longest configuration, so that the reader finds it too long. It refuses the
+/// rest, which may be endless.
 class BoundedText : public std::streambuf {
  public:
   const std::string& Text() const { return m_text; }
+  bool IsTooLong() const { return m_text.size() > settings::maxSettingsBytes; }
 
  protected:
   std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    const auto size = static_cast<std::size_t>(count);
-    // One byte more than allowed, so that the reader finds it too long.
-    m_text.append(bytes, std::min(size, settings::maxSettingsBytes + 1 - m_text.size()));
-    return count;
+    const std::size_t taken = std::min(static_cast<std::size_t>(count), settings::maxSettingsBytes + 1 - m_text.size());
+    m_text.append(bytes, taken);
+    return static_cast<std::streamsize>(taken);
   }
   int_type overflow(int_type character) override {
     if (traits_type::eq_int_type(character, traits_type::eof())) return traits_type::not_eof(character);
     const char byte = traits_type::to_char_type(character);
-    xsputn(&byte, 1);
-    return character;
+    return xsputn(&byte, 1) == 1 ? character : traits_type::eof();
   }
 
  private:
@@ -102,7 +102,7 @@ std::uint32_t InstalledBuild(const IConnectionFactory& factory, const std::strin
 }  // namespace
 
 ServerLoop::ServerLoop(const RunLoopOptions& options, IConnectionFactory& factory, ConfigurationStore store,
-                       std::shared_ptr<const Configuration> current, bool isFailed, Apply apply)
+                       std::shared_ptr<const Configuration> current, std::string refused, Apply apply)
     : m_options(options),
       m_factory(factory),
       m_store(std::move(store)),
@@ -110,8 +110,8 @@ ServerLoop::ServerLoop(const RunLoopOptions& options, IConnectionFactory& factor
       m_log(LoggerFactory::GetLogger("Code.Agent")),
       m_connection(factory),
       m_schedule(options.interval, schedule::SystemRandom()),
-      m_pCurrent(std::move(current)),
-      m_bFailed(isFailed) {
+      m_pCurrent(std::move(current)) {
+  m_report.refused = std::move(refused);
   m_thread = std::jthread([this](const std::stop_token& stop) { Run(stop); });
 }
 
@@ -143,13 +143,17 @@ void ServerLoop::Run(const std::stop_token& stop) {
 
 bool ServerLoop::RunRound() {
   try {
-    const bool wasFailed = m_bFailed;
-    const auto status = [this] { return m_bFailed ? AGENT_UPDATE_STATUS_FAILED : AGENT_UPDATE_STATUS_RUNNING; };
-    if (!Register() || !ReportStatus(status()) || !Update()) return false;
-    return m_bFailed == wasFailed || ReportStatus(status());
+    const AgentUpdateStatus former = Status();
+    if (!Register() || !ReportStatus(former) || !Update()) return false;
+    const AgentUpdateStatus status = Status();
+    return status == former || ReportStatus(status);
   } catch (const std::exception& error) {
     return Fail("the round", error.what());
   }
+}
+
+AgentUpdateStatus ServerLoop::Status() const {
+  return GetReport().refused.empty() ? AGENT_UPDATE_STATUS_RUNNING : AGENT_UPDATE_STATUS_FAILED;
 }
 
 bool ServerLoop::Register() {
@@ -179,11 +183,15 @@ bool ServerLoop::Update() {
 }
 
 bool ServerLoop::FetchConfiguration() {
+  if (m_bAsksAgain) {
+    m_store.ForgetDigest();
+    m_bAsksAgain = false;
+  }
   bool isBlocked = false;
   const std::string fingerprint = m_connection->GetConfigurationFingerprint(isBlocked);
   switch (LastAnswer(m_connection)) {
     case ServerAnswer::Success: break;
-    case ServerAnswer::NoUpdate: return true;
+    case ServerAnswer::NoUpdate: KeepCurrent(); return true;
     case ServerAnswer::UpdatesDisabled:
       SayOnce("The configuration server has disabled updates for this agent.");
       return true;
@@ -195,7 +203,17 @@ bool ServerLoop::FetchConfiguration() {
       fingerprint.find_first_of("\r\n") != std::string::npos) {
     return Fail("the fingerprint", "the server's answer is none");
   }
-  return AreSameDigest(fingerprint, m_store.ReadDigest()) || RetrieveConfiguration(fingerprint);
+  if (!AreSameDigest(fingerprint, m_store.ReadDigest())) return RetrieveConfiguration(fingerprint);
+  KeepCurrent();
+  return true;
+}
+
+/// The server wants nothing else than the stored configuration, whatever it wanted before.
+void ServerLoop::KeepCurrent() {
+  // Without a digest the stored one may be the agent's own, which is refused.
+  if (m_store.ReadDigest().empty()) return;
+  m_refusedDigest.reset();
+  SetRefused({});
 }
 
 /// `fingerprint` is the server's for its configuration; over direct TLS a digest comes with the data instead.
@@ -204,10 +222,12 @@ bool ServerLoop::RetrieveConfiguration(const std::string& fingerprint) {
   std::ostream stream(&text);
   std::string digest;
   const bool isDone = m_connection->RetrieveConfiguration(stream, digest);
+  if (IsHttps()) digest = fingerprint;
+  // That its rest was refused is not the server's failure.
+  if (text.IsTooLong()) return TakeConfiguration(text.Text(), digest);
   if (!isDone || LastAnswer(m_connection) != ServerAnswer::Success) return Fail("the configuration");
-  if (IsHttps()) return TakeConfiguration(text.Text(), fingerprint);
   const std::string actual = MD5Sum(text.Text().data(), text.Text().size());
-  if (text.Text().size() <= settings::maxSettingsBytes && !AreSameDigest(digest, actual)) {
+  if (!IsHttps() && !AreSameDigest(digest, actual)) {
     return Fail("the configuration", "the MD5 of what came is " + actual + ", the server's is '" + digest + "'");
   }
   return TakeConfiguration(text.Text(), digest);
@@ -224,26 +244,28 @@ bool ServerLoop::TakeConfiguration(const std::string& content, const std::string
   }
   configuration->digest = MD5Sum(content.data(), content.size());
   m_store.Store(content, digest);
-  m_bFailed = false;
-  m_strRefusedDigest.clear();
-  {
-    const std::lock_guard lock(m_mutex);
-    m_report.refused.clear();
-  }
+  m_refusedDigest.reset();
+  SetRefused({});
   m_pCurrent = configuration;
   m_apply(std::move(configuration));
   return true;
 }
 
 void ServerLoop::Refuse(const std::string& digest, const std::string& reason) {
-  m_bFailed = true;
-  {
-    const std::lock_guard lock(m_mutex);
-    m_report.refused = reason;
-  }
+  SetRefused(reason);
   // It arrives again every time the server is asked.
-  if (std::exchange(m_strRefusedDigest, digest) == digest) return;
+  if (std::exchange(m_refusedDigest, digest) == digest) return;
   m_log.Error("The configuration from the server is refused, and the one before stays: %s", reason);
+}
+
+void ServerLoop::SetRefused(const std::string& reason) {
+  const std::lock_guard lock(m_mutex);
+  m_report.refused = reason;
+}
+
+void ServerLoop::NoteNotApplied(const std::string& reason) {
+  SetRefused(reason);
+  m_bAsksAgain = true;
 }
 
 bool ServerLoop::FetchPatches() {

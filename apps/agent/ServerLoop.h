@@ -11,6 +11,7 @@
 #include <host/IConnectionFactory.h>
 #include <host/Log.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -31,7 +32,7 @@ struct ServerReport {
   std::optional<std::chrono::system_clock::time_point> awaySince;  ///< nothing while everything succeeds
   std::int32_t errorCode = 0;                                      ///< of the last failure
   std::string errorText;
-  std::string refused;  ///< why the server's last configuration was refused; empty when it was not
+  std::string refused;  ///< why the server's last configuration, or the agent's own, is not in force; empty when it is
 };
 
 /// A configuration that is in force.
@@ -48,9 +49,9 @@ class ServerLoop {
   /// The loop's thread calls `apply` with each new configuration, already stored.
   using Apply = std::function<void(std::shared_ptr<const Configuration> configuration)>;
 
-  /// `current` is the configuration in force, or nothing; `isFailed` says that the agent's own file is refused.
+  /// `current` is the configuration in force, or nothing; `refused` says why the agent's own file is refused, if it is.
   ServerLoop(const RunLoopOptions& options, WindowsAgentCommon::IConnectionFactory& factory, ConfigurationStore store,
-             std::shared_ptr<const Configuration> current, bool isFailed, Apply apply);
+             std::shared_ptr<const Configuration> current, std::string refused, Apply apply);
   ~ServerLoop();
   ServerLoop(const ServerLoop&) = delete;
   ServerLoop& operator=(const ServerLoop&) = delete;
@@ -58,19 +59,25 @@ class ServerLoop {
   /// Makes the thread report to a reachable server that the agent stops, and end.
   void RequestStop() { m_thread.request_stop(); }
 
+  /// Says that the last configuration passed to `apply` cannot be used; the server is asked for it again. Any thread.
+  void NoteNotApplied(const std::string& reason);
+
   /// Any thread.
   ServerReport GetReport() const;
 
  private:
   void Run(const std::stop_token& stop);
   bool RunRound();
+  WindowsAgentCommon::AgentUpdateStatus Status() const;
   bool Register();
   bool ReportStatus(WindowsAgentCommon::AgentUpdateStatus status);
   bool Update();
   bool FetchConfiguration();
+  void KeepCurrent();
   bool RetrieveConfiguration(const std::string& fingerprint);
   bool TakeConfiguration(const std::string& content, const std::string& digest);
   void Refuse(const std::string& digest, const std::string& reason);
+  void SetRefused(const std::string& reason);
   bool FetchPatches();
   bool FetchPatch(const settings::ComponentSettings& component);
   bool IsHttps() const { return m_connection.Mode() == ConnectionMode::Https; }
@@ -89,10 +96,10 @@ class ServerLoop {
   ServerConnection m_connection;
   schedule::Schedule m_schedule;
   std::shared_ptr<const Configuration> m_pCurrent;
-  bool m_bFailed;  ///< the last configuration received, or the agent's own, was refused
-  std::string m_strRefusedDigest;
+  std::optional<std::string> m_refusedDigest;  ///< of the last configuration received, if it was refused
   std::set<std::string> m_said;
 
+  std::atomic<bool> m_bAsksAgain{false};  ///< the stored configuration is not in force
   mutable std::mutex m_mutex;
   std::condition_variable_any m_wakeUp;
   ServerReport m_report;  ///< under the mutex

@@ -19,7 +19,7 @@ using WallTime = std::chrono::system_clock::time_point;
 struct StatusReport {
   WallTime started;
   std::string mode;    ///< "stand-alone", "direct-tls", "https"
-  std::string server;  ///< host and port; empty without one
+  std::string server;  ///< its name or address; empty without one
   std::string digest;  ///< of the configuration in force; empty without one
   WallTime applied;
   std::string refused;  ///< why another configuration is not in force; empty when there is none

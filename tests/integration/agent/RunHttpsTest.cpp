@@ -98,6 +98,28 @@ TEST_F(RunHttpsTest, DisabledUpdatesAreToldOfOnce) {
   EXPECT_FALSE(std::filesystem::exists(m_agent.Directory().Path() / "AgentConfig.xml"));
 }
 
+TEST_F(RunHttpsTest, RefusalEndsWhenTheServerReturnsToTheConfigurationInForce) {
+  Serve("");
+  const std::string good = m_strServed;
+  const RunningAgent agent(m_agent.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
+  Serve("<Destination/>");
+  EXPECT_TRUE(WaitUntil([&] { return !StatusOf(m_agent.GetInstallation(), "refused").empty(); }));
+  m_agent.Server().Write("default/AgentConfig.xml", good);
+  EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "refused").empty(); }));
+  EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
+}
+
+TEST(RunHttpsBoundTest, ConfigurationWithoutEndIsRefused) {
+  HttpsServedAgent served({"--fault", "endless-body", "--fault-on", "configuration", "--fault-times", "1"});
+  const std::string configuration = MakeConfiguration(served.Directory().Path() / "a", "");
+  served.Server().Write("default/AgentConfig.xml", configuration);
+  const RunningAgent agent(served.GetInstallation());
+  ASSERT_TRUE(
+      agent.WaitForLog("is refused, and the one before stays: line 1: the configuration has more than 1048576"));
+  EXPECT_TRUE(agent.WaitForLog(" is in force: "));
+}
+
 struct FailedExchange {
   const char* name;
   const char* fault;

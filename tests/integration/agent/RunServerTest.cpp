@@ -60,8 +60,15 @@ TEST_F(RunServerTest, RegistersReportsAndAppliesWhatItIsGiven) {
   m_agent.Server().WaitForLog("configuration: 5 no update needed");
   EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
   EXPECT_EQ(CountOf(m_agent.Server().Log(), " register: "), 1u);
-  EXPECT_THAT(StatusOf(m_agent.GetInstallation(), "connection"), HasSubstr("in order, last used 20"));
+  const std::string connection = StatusOf(m_agent.GetInstallation(), "connection");
+  EXPECT_THAT(connection, HasSubstr("in order, last used 20"));
+  EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "connection") > connection; }));
+  EXPECT_EQ(CountOf(agent.Log(), back), 0u);
   EXPECT_EQ(StatusOf(m_agent.GetInstallation(), "mode"), "direct-tls");
+  EXPECT_EQ(StatusOf(m_agent.GetInstallation(), "server"), "127.0.0.1");
+  EXPECT_EQ(StatusOf(m_agent.GetInstallation(), "registered"), "yes");
+  EXPECT_THAT(StatusOf(m_agent.GetInstallation(), "configuration"),
+              testing::StartsWith(OwnFile("AgentConfig.md5") + ", applied 20"));
 }
 
 TEST_F(RunServerTest, ChangedConfigurationArrives) {
@@ -101,6 +108,34 @@ TEST_F(RunServerTest, ConfigurationWithAnErrorIsRefusedAndReported) {
   Serve(good + " ");
   EXPECT_TRUE(WaitForStatus("1"));
   EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "refused").empty(); }));
+  Serve(Configuration("<Destination/>"));
+  EXPECT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), "is refused") == 2; }));
+}
+
+TEST_F(RunServerTest, RefusalEndsWhenTheServerReturnsToTheConfigurationInForce) {
+  const std::string good = Configuration("");
+  Serve(good);
+  const RunningAgent agent(m_agent.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
+  const std::string wrong = Configuration("<Destination/>");
+  for (std::size_t time = 1; time <= 2; ++time) {
+    Serve(wrong);
+    EXPECT_TRUE(WaitForStatus("3"));
+    Serve(good);
+    EXPECT_TRUE(WaitForStatus("1"));
+    EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "refused").empty(); }));
+    EXPECT_EQ(CountOf(agent.Log(), "is refused"), time);
+  }
+  EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
+}
+
+TEST_F(RunServerTest, ConfigurationThatIsTooLongIsRefused) {
+  Serve(Configuration("<!--" + std::string(1024 * 1024, 'x') + "-->"));
+  const RunningAgent agent(m_agent.GetInstallation());
+  EXPECT_TRUE(
+      agent.WaitForLog("is refused, and the one before stays: line 1: the configuration has more than 1048576"));
+  EXPECT_TRUE(WaitForStatus("3"));
+  EXPECT_EQ(OwnFile("AgentConfig.xml"), "");
 }
 
 TEST_F(RunServerTest, LastGoodConfigurationServesWithoutTheServer) {
@@ -128,10 +163,12 @@ TEST_F(RunServerTest, ServerThatGoesAndComesBackIsToldOfOnce) {
   ASSERT_TRUE(agent.WaitForLog(away));
   EXPECT_TRUE(
       WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "connection").starts_with("failing since 20"); }));
+  const std::string connection = StatusOf(m_agent.GetInstallation(), "connection");
   EXPECT_THAT(StatusOf(m_agent.GetInstallation(), "last-error"), HasSubstr("-2147483641 The socket connection"));
   // It has tried more than once.
   ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), "Cannot connect to server (10061)") >= 2; })) << agent.Log();
   EXPECT_EQ(CountOf(agent.Log(), away), 1u);
+  EXPECT_EQ(StatusOf(m_agent.GetInstallation(), "connection"), connection);
 
   Append(Logs() / "a.log", "one\n");
   EXPECT_EQ(receiver.WaitForBytes(4), "one\n");

@@ -4,8 +4,11 @@
 #include "support/LoopbackUdpServer.h"
 #include "support/TlsIdentity.h"
 
+#include <atomic>
+#include <regex>
 #include <set>
 #include <sstream>
+#include <thread>
 
 namespace sorvex::test {
 namespace {
@@ -104,6 +107,25 @@ TEST_F(RunTest, FileThatAppearsWhileTheAgentIsStoppedIsReadWhole) {
   EXPECT_TRUE(WaitUntil([&] { return server.Received().find("three\n") != std::string::npos; })) << server.Received();
 }
 
+TEST_F(RunTest, PositionsAreSavedWhileItRuns) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  const std::filesystem::path positions = m_installation.Directory().Path() / "state" / "positions";
+  {
+    RunningAgent agent(m_installation);
+    Append(Log(), "one\n");
+    EXPECT_EQ(server.WaitForBytes(4), "one\n");
+    // Volume, number and birth of the file come before its position.
+    const std::regex isSaved("file [0-9]+ [0-9]+ [0-9]+ 4 ");
+    ASSERT_TRUE(WaitUntil([&] { return std::regex_search(TemporaryDirectory::Read(positions), isSaved); }))
+        << TemporaryDirectory::Read(positions);
+    agent.Kill();
+  }
+  const RunningAgent agent(m_installation);
+  Append(Log(), "two\n");
+  EXPECT_EQ(server.WaitForBytes(8), "one\ntwo\n");
+}
+
 TEST_F(RunTest, LinesThatNobodyTookAreSentByTheNextAgent) {
   const RefusingPort refusing;
   Configure(TcpDestination(refusing.Port()));
@@ -133,6 +155,50 @@ TEST_F(RunTest, TerminationSavesPositionsSoThatNothingComesTwice) {
   RunningAgent agent(m_installation);
   Append(Log(), "two\n");
   EXPECT_EQ(server.WaitForBytes(8), "one\ntwo\n");
+}
+
+TEST_F(RunTest, TerminationEndsAWaitAndLogsStatistics) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  Append(Log(), "one\n");
+  // Every five seconds something is due.
+  RunningAgent agent(m_installation, {}, "300");
+  EXPECT_EQ(server.WaitForBytes(4), "one\n");
+  EXPECT_EQ(agent.End(), 0);
+  EXPECT_THAT(agent.Log(), HasSubstr("Statistics.Agent " + TcpUrl(server.Port()) + ": submitted 1, sent 1, queued 0,"));
+}
+
+TEST_F(RunTest, TerminationSavesWhatItStillDelivers) {
+  std::atomic<bool> isReading{false};
+  LoopbackTcpServer server(
+      [&](LoopbackTcpServer& self, ServerConnection& connection, int) {
+        while (!isReading && !self.IsStopped()) std::this_thread::sleep_for(1ms);
+        self.KeepAllOf(connection);
+      },
+      0, 4096);
+  Configure("<Destination Type=\"tcp\" Address=\"127.0.0.1\" Port=\"" + std::to_string(server.Port()) +
+            "\" Builder=\"RawPayloadBuilder\"><Parameter Name=\"Socket.QueueHighWaterMark\" Value=\"100000000\"/>"
+            "</Destination>");
+  // More than the system buffers.
+  std::string lines;
+  for (int number = 0; number < 8000; ++number) lines += std::to_string(number) + std::string(999, 'x') + "\n";
+  Append(Log(), lines);
+  {
+    RunningAgent agent(m_installation);
+    ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).output.find(" 8000 ") != std::string::npos; }));
+    agent.Process().RequestEnd();
+    ASSERT_TRUE(agent.WaitForLog("The agent stops."));
+    isReading = true;
+    EXPECT_EQ(agent.Process().Wait(8s), 0);
+  }
+  // A line that did not arrive within the limit comes whole now; no whole one comes twice.
+  const RunningAgent agent(m_installation);
+  Append(Log(), "last\n");
+  ASSERT_TRUE(WaitUntil([&] { return server.Received().ends_with("\nlast\n"); }));
+  for (const int number : {0, 4000, 7999}) {
+    EXPECT_EQ(CountOf("\n" + server.Received(), "\n" + std::to_string(number) + std::string(999, 'x') + "\n"), 1u)
+        << number;
+  }
 }
 
 TEST_F(RunTest, TerminationTakesNoLongerWhateverDestinationsDo) {
@@ -207,6 +273,69 @@ TEST_F(RunTest, FileWithAnErrorIsRefusedWhole) {
   EXPECT_EQ(CountOf(agent.Log(), "is refused"), 1u);
   Configure(TcpDestination(server.Port()) + "<!-- mended -->");
   EXPECT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 2; }));
+  EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "refused").empty(); }));
+}
+
+TEST_F(RunTest, RemovedFileIsNotRefusedAnyMore) {
+  Configure(TcpDestination(0));
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(WaitUntil([&] { return !StatusOf(m_installation, "refused").empty(); }));
+  ASSERT_TRUE(WaitUntil([&] {
+    std::error_code inUse;
+    return std::filesystem::remove(m_installation.Directory().Path() / "AgentConfig.xml", inUse);
+  }));
+  EXPECT_TRUE(agent.WaitForLog("There is no AgentConfig.xml."));
+  EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "refused").empty(); }));
+}
+
+TEST_F(RunTest, FileThatCannotBeReadForAWhileIsToldOfOnce) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(agent.WaitForLog(" is in force: "));
+  const std::filesystem::path file = m_installation.Directory().Path() / "AgentConfig.xml";
+  const std::filesystem::path aside = m_installation.Directory().Path() / "aside.xml";
+  const auto rename = [](const std::filesystem::path& from, const std::filesystem::path& to) {
+    return WaitUntil([&] {
+      std::error_code inUse;
+      std::filesystem::rename(from, to, inUse);
+      return !inUse;
+    });
+  };
+  ASSERT_TRUE(rename(file, aside));
+  std::filesystem::create_directory(file);
+  ASSERT_TRUE(agent.WaitForLog("AgentConfig.xml is refused"));
+  // It is looked at as often as statistics are logged.
+  const std::size_t lines = CountOf(agent.Log(), "Statistics.Agent ");
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), "Statistics.Agent ") >= lines + 3; }));
+  EXPECT_EQ(CountOf(agent.Log(), "is refused"), 1u);
+  EXPECT_THAT(StatusOf(m_installation, "refused"), HasSubstr("AgentConfig.xml"));
+  std::filesystem::remove(file);
+  ASSERT_TRUE(rename(aside, file));
+  EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "refused").empty(); }));
+}
+
+TEST_F(RunTest, LossToARemovedDestinationIsToldOf) {
+  const RefusingPort refusing;
+  LoopbackTcpServer kept;
+  Configure(TcpDestination(kept.Port()) + TcpDestination(refusing.Port()));
+  Append(Log(), "one\ntwo\n");
+  const RunningAgent agent(m_installation);
+  EXPECT_EQ(kept.WaitForBytes(8), "one\ntwo\n");
+  Configure(TcpDestination(kept.Port()));
+  EXPECT_TRUE(agent.WaitForLog("2 lines had not been delivered to destinations that the configuration has no more."));
+  Configure(TcpDestination(kept.Port()) + "<!-- again -->");
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 3; }));
+  EXPECT_EQ(CountOf(agent.Log(), "had not been delivered"), 1u);
+}
+
+TEST_F(RunTest, InputThatCannotBeReadIsAWarning) {
+  LoopbackTcpServer server;
+  Configure(TcpDestination(server.Port()));
+  Append(Log(), std::string("\x1F\x8B\x08\x00", 4) + "compressed");
+  const RunningAgent agent(m_installation);
+  EXPECT_TRUE(agent.WaitForLog("a.log: is compressed and is not read"));
+  EXPECT_THAT(agent.Log(), HasSubstr(" Warn Code.Agent "));
 }
 
 TEST_F(RunTest, SecondAgentOnTheSameDirectoryRefuses) {

@@ -3,6 +3,7 @@
 //   Calls=FILE        appends a line for each operation
 //   Connect=false     lets Connect fail
 //   Codes=N,N...      result codes of the exchanges, one after the other; the last one stays
+//   False=NAME        the operation that returns false whatever its code
 //   ErrorCode=N       the error code; without it, a negative result code is one
 //   Data=TEXT         what is delivered; without it nothing is
 //   Digest=TEXT       its digest
@@ -42,7 +43,9 @@ class ScriptedConnection : public IConfigurationServerConnection {
   bool RegisterInstance(const std::string&, const std::string&) override { return Exchange("RegisterInstance") >= 0; }
   bool TestConnection() override { return Exchange("TestConnection") >= 0; }
   bool PostHeartbeat() override { return IsHttps() && Exchange("PostHeartbeat") >= 0; }
-  bool UpdateStatus(AgentUpdateStatus, const ACE_Time_Value&) override { return Exchange("UpdateStatus") >= 0; }
+  bool UpdateStatus(AgentUpdateStatus status, const ACE_Time_Value&) override {
+    return Exchange("UpdateStatus " + std::to_string(status)) >= 0;
+  }
 
   std::string GetConfigurationFingerprint(bool& updateBlocked) override {
     const std::int32_t code = Exchange("GetConfigurationFingerprint");
@@ -108,7 +111,8 @@ class ScriptedConnection : public IConfigurationServerConnection {
       const std::size_t comma = codes.find(',', m_codesRead);
       m_codesRead = comma == std::string::npos ? codes.size() : comma + 1;
     }
-    return m_code;
+    const std::string failing = Value("False");
+    return !failing.empty() && call.starts_with(failing) ? -1 : m_code;
   }
 
   bool Deliver(std::ostream& output, std::string& md5) const {
