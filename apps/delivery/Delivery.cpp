@@ -22,7 +22,7 @@ void Delivery::Target::NoteGot(collect::Mark mark) {
 bool Delivery::Take(std::string_view line, collect::Mark mark) {
   if (m_targets.empty()) return false;
   if (!std::ranges::all_of(m_targets, [](Target& target) { return target.channel->HasRoom(); })) return false;
-  if (m_eventSource != mark.source || m_event.m_strSource.empty()) {
+  if (m_eventSource != mark.source) {
     m_event.m_strSource = m_ports.nameSource(mark.source);
     m_eventSource = mark.source;
   }

@@ -72,6 +72,46 @@ TEST_F(ChannelTest, ClosesWhileItStillTriesToOpen) {
   EXPECT_FALSE(m_pSocket->IsOpen());
 }
 
+TEST_F(ChannelTest, HasNoRoomWhileItsSocketIsBeingOpened) {
+  m_pSocket->HoldOpening();
+  Make();
+  m_pSocket->LetOpen();
+  ASSERT_TRUE(WaitUntil([this] { return m_pSocket->IsOpen(); }));
+  EXPECT_FALSE(m_pChannel->HasRoom());
+  m_pSocket->LetOpeningEnd();
+  ASSERT_TRUE(WaitUntil([this] { return m_opened == 1; }));
+  EXPECT_TRUE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, ClosesASocketThatIsOpenedAfterItsShutdown) {
+  m_pSocket->HoldOpening();
+  Make();
+  ASSERT_TRUE(WaitUntil([this] { return m_pSocket->OpenAttempts() == 1; }));
+  m_pChannel->BeginClose();
+  ASSERT_TRUE(WaitUntil([this] { return m_pSocket->Shutdowns() > 0; }));
+  EXPECT_FALSE(m_pChannel->IsClosed());
+  m_pSocket->LetOpeningEnd();
+  ASSERT_TRUE(WaitUntil([this] { return m_pChannel->IsClosed(); }));
+  EXPECT_FALSE(m_pSocket->IsOpen());
+}
+
+TEST_F(ChannelTest, HasNoRoomOnceItsSocketIsClosed) {
+  MakeOpen();
+  m_pSocket->Shutdown();
+  EXPECT_FALSE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, HasRoomForOneEventHoweverLowTheMarkIs) {
+  MakeOpen("1");
+  EXPECT_TRUE(m_pChannel->HasRoom());
+}
+
+TEST_F(ChannelTest, EmptyLineIsSubmittedToo) {
+  MakeOpen();
+  EXPECT_TRUE(m_pChannel->Submit({}));
+  EXPECT_EQ(m_pChannel->GetStatistics().submitted, 1u);
+}
+
 TEST_F(ChannelTest, HasRoomForASixteenthOfTheMarkInEvents) {
   MakeOpen("2000");
   for (int i = 0; i < 125; ++i) ASSERT_TRUE(m_pChannel->HasRoom() && m_pChannel->Submit(Line())) << i;
@@ -128,6 +168,8 @@ TEST_F(ChannelTest, StatisticsAddUp) {
   EXPECT_EQ(statistics.queued, 2u);
   EXPECT_EQ(statistics.truncated, 3u);
   EXPECT_TRUE(statistics.isConnected);
+  m_pSocket->Disconnect();
+  EXPECT_FALSE(m_pChannel->GetStatistics().isConnected);
 }
 
 TEST(WideCounter, GoesOnWhereTheCounterWraps) {

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace sorvex::test {
@@ -33,6 +34,10 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     m_openFailures = times;
     m_strOpenError = message;
   }
+  /// Holds `Initialize` before it opens the socket until `LetOpen`, then before its end until `LetOpeningEnd`.
+  void HoldOpening() { m_openingStep = 0; }
+  void LetOpen() { m_openingStep = 1; }
+  void LetOpeningEnd() { m_openingStep = 2; }
   void Refuse(bool refuses) {
     const std::lock_guard lock(m_mutex);
     m_bRefuses = refuses;
@@ -67,19 +72,18 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     const std::lock_guard lock(m_mutex);
     return m_parameters;
   }
+  /// An open socket may be without a connection.
+  void Disconnect() { m_bDisconnected = true; }
   /// What a line takes up in the queue.
   void SetLineSize(std::size_t bytes) { m_lineBytes = bytes; }
 
   // For the channel.
 
   void Initialize(const WindowsAgentCommon::ParameterBlock& parameters) override {
-    const std::lock_guard lock(m_mutex);
-    m_parameters = parameters;
-    m_openAttempts += 1;
-    m_bOpen = m_openFailures == 0;
-    if (m_bOpen) return;
-    m_openFailures -= 1;
-    if (!m_strOpenError.empty()) throw std::runtime_error(m_strOpenError);
+    NoteAttempt(parameters);
+    WaitForOpeningStep(1);
+    TryToOpen();
+    WaitForOpeningStep(2);
   }
   std::int32_t SendEvent(const WindowsAgentCommon::Event& event) override {
     const std::lock_guard lock(m_mutex);
@@ -110,7 +114,7 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     const std::lock_guard lock(m_mutex);
     return m_bOpen;
   }
-  bool IsConnected() const override { return IsOpen(); }
+  bool IsConnected() const override { return IsOpen() && !m_bDisconnected; }
   std::uint32_t GetMessagesSent() const override {
     const std::lock_guard lock(m_mutex);
     return m_sent;
@@ -141,6 +145,21 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
   std::uint32_t GetBytesDropped() const override { return 0; }
 
  private:
+  void WaitForOpeningStep(int step) const {
+    while (m_openingStep < step) std::this_thread::yield();
+  }
+  void NoteAttempt(const WindowsAgentCommon::ParameterBlock& parameters) {
+    const std::lock_guard lock(m_mutex);
+    m_parameters = parameters;
+    m_openAttempts += 1;
+  }
+  void TryToOpen() {
+    const std::lock_guard lock(m_mutex);
+    m_bOpen = m_openFailures == 0;
+    if (m_bOpen) return;
+    m_openFailures -= 1;
+    if (!m_strOpenError.empty()) throw std::runtime_error(m_strOpenError);
+  }
   void SendFirst() {
     m_sentLines.push_back(m_queue.front());
     m_queue.pop_front();
@@ -157,6 +176,8 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
   WindowsAgentCommon::Event m_event;
   WindowsAgentCommon::ParameterBlock m_parameters;
   std::atomic<std::size_t> m_lineBytes{10};
+  std::atomic<int> m_openingStep{2};
+  std::atomic<bool> m_bDisconnected{false};
   std::uint32_t m_sent = 0;
   std::uint32_t m_dropped = 0;
   std::size_t m_deliveredAtShutdown = 0;
