@@ -20,6 +20,10 @@ constexpr const char* back = "The configuration server is back.";
 /// Nothing to do, in one line that can also be a fingerprint.
 constexpr const char* emptyConfiguration = "<AgentConfig/>";
 
+/// Wants a patch.
+constexpr const char* componentConfiguration =
+    "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/></Components></AgentConfig>";
+
 class RunScriptedTest : public testing::Test {
  protected:
   /// Runs the agent with this script for a connection like the one over direct TLS.
@@ -67,8 +71,8 @@ void PrintTo(const FailingCall& call, std::ostream* out) { *out << call.name; }
 class RunFailingCallTest : public RunScriptedTest, public testing::WithParamInterface<FailingCall> {};
 
 TEST_P(RunFailingCallTest, IsAFailureWhateverItsCode) {
-  Write("AgentConfig.xml",
-        "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/></Components></AgentConfig>");
+  Write("AgentConfig.xml", componentConfiguration);
+  Write("AgentConfig.md5", "fingerprint");
   const auto agent = Run(GetParam().script);
   EXPECT_TRUE(agent->WaitForLog("The configuration server failed (" + std::string(GetParam().failure)));
   EXPECT_FALSE(Has("patch/x64_72_a_1.tar.gz"));
@@ -90,17 +94,31 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<FailingCall>& test) { return std::string(test.param.name); });
 
 TEST_F(RunScriptedTest, PatchOfTheOwnConfigurationIsFetched) {
-  Write("AgentConfig.xml",
-        "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/></Components></AgentConfig>");
+  Write("AgentConfig.xml", componentConfiguration);
   // In either case.
   const auto agent = Run({"Codes=0,0,5,0,0,5", "Data=hello", "Digest=5D41402ABC4B2A76B9719D911017C592"});
   ASSERT_TRUE(agent->WaitForLog("The patch x64_72_a_1.tar.gz waits (5 bytes)."));
   EXPECT_EQ(Content("patch/x64_72_a_1.tar.gz"), "hello");
 }
 
+TEST_F(RunScriptedTest, EmptyPatchIsNone) {
+  Write("AgentConfig.xml", componentConfiguration);
+  Write("AgentConfig.md5", "fingerprint");
+  const auto agent = Run({"ForceHTTPSConfigServerConnection=true", "Codes=200", "Fingerprint=fingerprint"});
+  EXPECT_TRUE(agent->WaitForLog("failed (the patch x64_72_a_1.tar.gz: 0, what came is no archive)"));
+  EXPECT_FALSE(Has("patch/x64_72_a_1.tar.gz"));
+}
+
+TEST_F(RunScriptedTest, UpdatesDisabledForAPatchAreNoFailure) {
+  Write("AgentConfig.xml", componentConfiguration);
+  const auto agent = Run({"Codes=0,0,5,7,0,5,7,0,5,7,0"});
+  ASSERT_TRUE(WaitForCalls("RetrieveSoftwarePatch A", 2)) << Calls();
+  EXPECT_THAT(agent->Log(), HasSubstr("The configuration server has no patch x64_72_a_1.tar.gz."));
+  EXPECT_THAT(agent->Log(), Not(HasSubstr("The configuration server failed (")));
+}
+
 TEST_F(RunScriptedTest, PatchThatFailsFailsTheRound) {
-  Write("AgentConfig.xml",
-        "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/></Components></AgentConfig>");
+  Write("AgentConfig.xml", componentConfiguration);
   const auto agent = Run({"Codes=0,0,5,0,0,5,0,0,5,0", "Data=hello", "Digest=0"});
   ASSERT_TRUE(WaitForCalls("RetrieveSoftwarePatch A", 2)) << Calls();
   ASSERT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "connection").starts_with("failing since 20"); }));
@@ -134,11 +152,18 @@ TEST_F(RunScriptedTest, ServerWithoutAnotherConfigurationDoesNotMakeADamagedFile
   EXPECT_THAT(StatusOf(m_installation, "refused"), StartsWith("line 1: "));
 }
 
+TEST_F(RunScriptedTest, RefusalIsReportedInTheSameRound) {
+  const std::string wrong = "<AgentConfig><Typo/></AgentConfig>";
+  const auto agent =
+      Run({"Codes=0", "Data=" + wrong, "Digest=" + WindowsAgentCommon::MD5Sum(wrong.data(), wrong.size())});
+  ASSERT_TRUE(WaitForCalls("Disconnect", 2)) << Calls();
+  EXPECT_THAT(Calls(), HasSubstr("Disconnect\nUpdateStatus 3\nUpdateStatus 3\nConnect\n"));
+}
+
 TEST_F(RunScriptedTest, RefusalIsShownAlsoWhereTheRoundFails) {
   const std::string wrong = "<AgentConfig><Typo/></AgentConfig>";
   // The server is asked for a patch of the configuration in force, and fails.
-  Write("AgentConfig.xml",
-        "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/></Components></AgentConfig>");
+  Write("AgentConfig.xml", componentConfiguration);
   const auto agent = Run(
       {"Codes=0,0,0,-2147483644", "Data=" + wrong, "Digest=" + WindowsAgentCommon::MD5Sum(wrong.data(), wrong.size())});
   ASSERT_TRUE(agent->WaitForLog("The configuration server failed (the patch "));
@@ -177,12 +202,25 @@ TEST_F(RunScriptedTest, EmptyFingerprintIsNone) {
   EXPECT_TRUE(agent->WaitForLog("failed (the fingerprint: 0, the server's answer is none)"));
 }
 
-TEST_F(RunScriptedTest, FingerprintThatIsNoDigestStaysAfterARestart) {
-  for (std::size_t run = 1; run <= 2; ++run) {
-    const auto agent = RunHttps(emptyConfiguration);
-    ASSERT_TRUE(WaitForCalls("Disconnect", 2 * run)) << Calls();
+TEST_F(RunScriptedTest, FingerprintOfSeveralLinesIsNone) {
+  for (const char* const fingerprint : {"finger\nprint", "finger\rprint"}) {
+    const auto agent = Run({"ForceHTTPSConfigServerConnection=true", "Codes=200",
+                            std::string("Data=") + emptyConfiguration, std::string("Fingerprint=") + fingerprint});
+    EXPECT_TRUE(agent->WaitForLog("failed (the fingerprint: 0, the server's answer is none)"));
   }
-  EXPECT_EQ(CountOf(Calls(), "RetrieveConfiguration\n"), 1u) << Calls();
+}
+
+TEST_F(RunScriptedTest, FingerprintThatIsNoDigestStaysAfterARestart) {
+  // Neither the length nor the characters alone make a digest.
+  for (const std::string& fingerprint : {std::string("the fingerprint"), std::string("abc"), std::string(32, 'g')}) {
+    std::filesystem::remove(m_installation.CallsPath());
+    for (std::size_t run = 1; run <= 2; ++run) {
+      const auto agent = Run({"ForceHTTPSConfigServerConnection=true", "Codes=200",
+                              std::string("Data=") + emptyConfiguration, "Fingerprint=" + fingerprint});
+      ASSERT_TRUE(WaitForCalls("Disconnect", 2 * run)) << Calls();
+    }
+    EXPECT_EQ(CountOf(Calls(), "RetrieveConfiguration\n"), 1u) << Calls();
+  }
 }
 
 TEST_F(RunScriptedTest, ChangeByHandIsNoticedAlsoBesideADigestInUpperCase) {
@@ -210,7 +248,8 @@ TEST_F(RunScriptedTest, TerminationBeforeTheFirstRoundIsNotReported) {
     std::filesystem::remove(m_installation.CallsPath());
     // The first round is somewhere within a minute.
     const auto agent = Run({"Codes=0"}, "86400");
-    ASSERT_TRUE(agent->WaitForLog("The agent starts"));
+    // Its thread for the server runs by then.
+    ASSERT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "connection") != ""; }));
     EXPECT_EQ(agent->End(), 0);
     if (Calls() != "Create\n") {
       EXPECT_THAT(Calls(), StartsWith("Create\nRegisterInstance\n"));

@@ -165,8 +165,10 @@ TEST_F(RunServerTest, ServerThatGoesAndComesBackIsToldOfOnce) {
       WaitUntil([&] { return StatusOf(m_agent.GetInstallation(), "connection").starts_with("failing since 20"); }));
   const std::string connection = StatusOf(m_agent.GetInstallation(), "connection");
   EXPECT_THAT(StatusOf(m_agent.GetInstallation(), "last-error"), HasSubstr("-2147483641 The socket connection"));
-  // It has tried more than once.
-  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), "Cannot connect to server (10061)") >= 2; })) << agent.Log();
+  // It has tried more than once, and written its status since.
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), "Cannot connect to server (10061)") >= 3; })) << agent.Log();
+  const std::size_t lines = CountOf(agent.Log(), "Statistics.Agent ");
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), "Statistics.Agent ") >= lines + 2; }));
   EXPECT_EQ(CountOf(agent.Log(), away), 1u);
   EXPECT_EQ(StatusOf(m_agent.GetInstallation(), "connection"), connection);
 

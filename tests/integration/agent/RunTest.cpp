@@ -31,6 +31,14 @@ class RunTest : public testing::Test {
   }
   std::filesystem::path Logs() const { return m_installation.Directory().Path() / "logs"; }
   std::filesystem::path Log(const std::string& name = "a.log") const { return Logs() / name; }
+  /// Waits until some file's saved position is this one. Its volume, number and birth come first.
+  bool WaitForSavedPosition(int position) const {
+    const std::regex isSaved("\nfile [0-9]+ [0-9]+ [0-9]+ " + std::to_string(position) + " ");
+    return WaitUntil([&] {
+      const std::filesystem::path file = m_installation.Directory().Path() / "state" / "positions";
+      return std::regex_search(TemporaryDirectory::Read(file), isSaved);
+    });
+  }
   void SetUp() override { std::filesystem::create_directory(Logs()); }
 
   Installation m_installation;
@@ -110,15 +118,11 @@ TEST_F(RunTest, FileThatAppearsWhileTheAgentIsStoppedIsReadWhole) {
 TEST_F(RunTest, PositionsAreSavedWhileItRuns) {
   LoopbackTcpServer server;
   Configure(TcpDestination(server.Port()));
-  const std::filesystem::path positions = m_installation.Directory().Path() / "state" / "positions";
   {
     RunningAgent agent(m_installation);
     Append(Log(), "one\n");
     EXPECT_EQ(server.WaitForBytes(4), "one\n");
-    // Volume, number and birth of the file come before its position.
-    const std::regex isSaved("file [0-9]+ [0-9]+ [0-9]+ 4 ");
-    ASSERT_TRUE(WaitUntil([&] { return std::regex_search(TemporaryDirectory::Read(positions), isSaved); }))
-        << TemporaryDirectory::Read(positions);
+    ASSERT_TRUE(WaitForSavedPosition(4));
     agent.Kill();
   }
   const RunningAgent agent(m_installation);
@@ -161,9 +165,10 @@ TEST_F(RunTest, TerminationEndsAWaitAndLogsStatistics) {
   LoopbackTcpServer server;
   Configure(TcpDestination(server.Port()));
   Append(Log(), "one\n");
-  // Every five seconds something is due.
   RunningAgent agent(m_installation, {}, "300");
   EXPECT_EQ(server.WaitForBytes(4), "one\n");
+  // Afterwards nothing is due for seconds.
+  ASSERT_TRUE(WaitForSavedPosition(4));
   EXPECT_EQ(agent.End(), 0);
   EXPECT_THAT(agent.Log(), HasSubstr("Statistics.Agent " + TcpUrl(server.Port()) + ": submitted 1, sent 1, queued 0,"));
 }

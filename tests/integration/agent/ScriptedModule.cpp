@@ -6,6 +6,7 @@
 //   False=NAME        the operation that returns false whatever its code
 //   ErrorCode=N       the error code; without it, a negative result code is one
 //   Data=TEXT         what is delivered; without it nothing is
+//   Fingerprint=TEXT  the fingerprint over HTTPS; without it, what is delivered is its own fingerprint
 //   Digest=TEXT       its digest
 //   Key=TEXT          the server's key
 //   Endless=true      delivers until the stream takes no more
@@ -51,7 +52,9 @@ class ScriptedConnection : public IConfigurationServerConnection {
     const std::int32_t code = Exchange("GetConfigurationFingerprint");
     updateBlocked = code == (IsHttps() ? 204 : 7);
     if (!IsHttps()) return "fingerprint";
-    return updateBlocked ? "" : Value("Data");
+    if (updateBlocked) return "";
+    const std::string fingerprint = Value("Fingerprint");
+    return fingerprint.empty() ? Value("Data") : fingerprint;
   }
 
   bool RetrieveConfiguration(std::ostream& output, std::string& md5) override {
