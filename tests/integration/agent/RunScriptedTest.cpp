@@ -87,6 +87,10 @@ INSTANTIATE_TEST_SUITE_P(
         FailingCall{"Configuration", {"Codes=0"}, "the configuration: 0, as scripted)"},
         FailingCall{
             "Patch", {"Codes=0,0,5,0", "False=RetrieveSoftwarePatch"}, "the patch x64_72_a_1.tar.gz: 0, as scripted)"},
+        FailingCall{
+            "PatchWithAnErrorStatus",
+            {"ForceHTTPSConfigServerConnection=true", "Codes=200,200,200,500", "Fingerprint=fingerprint", "Data=hello"},
+            "the patch x64_72_a_1.tar.gz: 0, as scripted)"},
         FailingCall{"PatchWithAnotherDigest",
                     {"Codes=0,0,5,0", "Data=hello", "Digest=00000000000000000000000000000000"},
                     "the patch x64_72_a_1.tar.gz: 0, the MD5 of what came is "
