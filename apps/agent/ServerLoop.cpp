@@ -13,11 +13,13 @@
 #include <host/Text.h>
 
 #include <ace/Time_Value.h>
+#include <boost/algorithm/string/case_conv.hpp>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <filesystem>
+#include <locale>
 #include <ostream>
 #include <streambuf>
 #include <system_error>
@@ -66,15 +68,10 @@ class OpenConnection {
   ServerConnection& m_connection;
 };
 
-std::string LowerCase(std::string text) {
-  std::ranges::transform(text, text.begin(), [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-  });
-  return text;
-}
-
 /// Patches of a component have the same name except for the build.
-std::string PatchPrefix(const std::string& component) { return "x64_72_" + LowerCase(component) + "_"; }
+std::string PatchPrefix(const std::string& component) {
+  return "x64_72_" + boost::algorithm::to_lower_copy(component, std::locale::classic()) + "_";
+}
 constexpr std::string_view patchSuffix = ".tar.gz";
 
 /// Removes waiting patches of a component that a newer one replaces.
