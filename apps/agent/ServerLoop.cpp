@@ -240,7 +240,7 @@ void ServerLoop::Refuse(const std::string& digest, const std::string& reason) {
   }
   // It arrives again every time the server is asked.
   if (std::exchange(m_strRefusedDigest, digest) == digest) return;
-  m_log.Error("The configuration from the server is refused, and the one before stays: %s", reason);
+  m_log.Error("The configuration from the server is refused; the previous one stays in force: %s", reason);
 }
 
 bool ServerLoop::FetchPatches() {
@@ -296,7 +296,7 @@ bool ServerLoop::Fail(const std::string& operation, const std::string& reason) {
     m_report.errorText = text;
   }
   if (isFirst && !IsInterrupted()) {
-    m_log.Warn("The configuration server failed (%s: %d, %s). The agent goes on with what it has, and tries again.",
+    m_log.Warn("The configuration server failed (%s: %d, %s). The agent continues with what it has and tries again.",
                operation, code, text);
   }
   return false;

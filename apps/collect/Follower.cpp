@@ -218,7 +218,7 @@ bool Follower::WatchPath(const std::filesystem::path& path, Listing& listing,
     case ChangeWatch::Answer::LimitReached:
       if (!std::exchange(m_bWatchLimitLogged, true)) {
         m_log(Severity::Warning, "the system watches no more files for this user; " + Printable(path) +
-                                     " and others are looked at in intervals");
+                                     " and others are checked at intervals");
       }
       return false;
     case ChangeWatch::Answer::Unsupported: break;
@@ -355,7 +355,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
     place = saved->place;
     place.isRotated = place.isRotated || place.path != seen.path;
   } else if (saved) {
-    m_log(Severity::Info, Printable(seen.path) + " is not what it was; read from its start");
+    m_log(Severity::Info, Printable(seen.path) + " is another file than before; read from its start");
     before = saved;
   } else if (rest) {
     place = rest->place;
@@ -456,7 +456,7 @@ std::optional<Generation> Follower::TakeSaved(const Seen& seen) {
   return former;
 }
 
-/// What a file was that is followed again: lines of it that are still on their way do not come once more.
+/// The former state of a file that is followed again, so that its lines in transit do not come twice.
 Generation Follower::Return(const Place& place) {
   Generation former{place, place.position, m_nextSource++, m_limits.now()};
   const auto departed = m_departed.find(place.identity);

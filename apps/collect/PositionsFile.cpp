@@ -30,7 +30,7 @@ Positions PositionsFile::Load() {
   if (error) {
     PutAside(error.message().c_str());
   } else if (!ReadPositions(text, positions)) {
-    PutAside("it is damaged; what is whole of it counts");
+    PutAside("it is damaged; its intact lines count");
   }
   return positions;
 }

@@ -155,7 +155,7 @@ TEST_P(RunHttpsPageTest, IsNotTakenForAnAnswer) {
   EXPECT_TRUE(WaitUntil([&] { return TemporaryDirectory::Read(file) == configuration; })) << agent.Log();
   const bool isRefused = GetParam() == std::string("configuration");
   EXPECT_THAT(agent.Log(),
-              HasSubstr(isRefused ? "The configuration from the server is refused, and the one before stays"
+              HasSubstr(isRefused ? "The configuration from the server is refused; the previous one stays in force"
                                   : "The configuration server failed ("));
 }
 

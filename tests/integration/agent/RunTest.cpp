@@ -199,7 +199,8 @@ TEST_F(RunTest, FileWithAnErrorIsRefusedWhole) {
   const RunningAgent agent(m_installation);
   ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   Configure(TcpDestination(0));
-  ASSERT_TRUE(agent.WaitForLog("AgentConfig.xml is refused, and what was in force stays: line 3: Port is '0'"));
+  ASSERT_TRUE(
+      agent.WaitForLog("AgentConfig.xml is refused; the previous configuration stays in force: line 3: Port is '0'"));
   EXPECT_TRUE(WaitUntil(
       [&] { return StatusOf(m_installation, "refused") == "line 3: Port is '0'; it takes a number from 1 to 65535"; }));
   Append(Log(), "one\n");
