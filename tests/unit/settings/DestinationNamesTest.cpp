@@ -17,5 +17,11 @@ TEST(DestinationNames, FramingsAreKnownToTheSockets) {
   }
 }
 
+TEST(DestinationNames, WithoutALineFeedOnlyThatFramingLosesEmptyPayloads) {
+  for (const auto& [name, value] : framings) {
+    EXPECT_EQ(FramesEmptyPayloads(value, false), value != "LineFeed" && FramesEmptyPayloads(value, true)) << name;
+  }
+}
+
 }  // namespace
 }  // namespace sorvex::settings
