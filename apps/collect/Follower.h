@@ -65,7 +65,7 @@ class Follower {
 
   /// Whether the positions differ from those last marked as saved.
   bool HasChangedPositions() const { return m_bPositionsChanged; }
-  Positions GetPositions() const;
+  std::string WritePositions() const;
   void MarkSaved() { m_bPositionsChanged = false; }
 
  private:

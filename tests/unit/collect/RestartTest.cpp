@@ -1,5 +1,6 @@
 // What a restarted collector finds.
 #include "CollectorFixture.h"
+#include "support/WrittenPositions.h"
 
 #include <collect/Positions.h>
 
@@ -18,7 +19,7 @@ class CollectAfterRestart : public CollectorFixture {
     Positions positions;
     ASSERT_TRUE(ReadPositions(ReadPositionsFile(), positions));
     change(positions);
-    ownFolder.Write("positions", WritePositions(positions));
+    ownFolder.Write("positions", test::WrittenPositions(positions));
   }
 };
 INSTANTIATE_TEST_SUITE_P(Modes, CollectAfterRestart, testing::ValuesIn(GetModes()), ModeName);
