@@ -837,4 +837,9 @@ std::string Follower::WritePositions() const {
   return text.Finish();
 }
 
+void Follower::MarkSaved() {
+  m_bPositionsChanged = false;
+  m_nextSave = m_limits.now() + m_limits.saveInterval;
+}
+
 }  // namespace sorvex::collect
