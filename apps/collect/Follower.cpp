@@ -826,17 +826,20 @@ void Follower::Rewind() {
   }
 }
 
-Positions Follower::GetPositions() const {
-  Positions positions;
-  positions.patterns.assign(m_knownPatterns.begin(), m_knownPatterns.end());
+std::string Follower::WritePositions() const {
+  PositionsText text;
+  for (const std::string& pattern : m_knownPatterns) text.AddPattern(pattern);
   const std::int64_t now = std::chrono::system_clock::to_time_t(m_limits.wallClock());
   for (const auto& [identity, pFile] : m_files) {
-    if (pFile->isRefused) continue;
-    positions.places.push_back(pFile->place);
-    positions.places.back().seenTime = now;
+    if (!pFile->isRefused) text.AddPlace(pFile->place, now);
   }
-  for (const auto& [identity, place] : m_saved) positions.places.push_back(place);
-  return positions;
+  for (const auto& [identity, place] : m_saved) text.AddPlace(place, place.seenTime);
+  return text.Finish();
+}
+
+void Follower::MarkSaved() {
+  m_bPositionsChanged = false;
+  m_nextSave = m_limits.now() + m_limits.saveInterval;
 }
 
 }  // namespace sorvex::collect

@@ -63,10 +63,11 @@ class Follower {
   /// When `Update` has something to do on its own.
   std::chrono::steady_clock::time_point NextDue() const;
 
-  /// Whether the positions differ from those last marked as saved.
-  bool HasChangedPositions() const { return m_bPositionsChanged; }
-  Positions GetPositions() const;
-  void MarkSaved() { m_bPositionsChanged = false; }
+  /// Whether the positions differ from those last marked as saved, or those have become old: they also tell when a file
+  /// was last there.
+  bool MustSave() const { return m_bPositionsChanged || m_limits.now() >= m_nextSave; }
+  std::string WritePositions() const;
+  void MarkSaved();
 
  private:
   using Time = std::chrono::steady_clock::time_point;
@@ -190,6 +191,7 @@ class Follower {
   } m_block;
 
   bool m_bPositionsChanged = false;
+  Time m_nextSave = m_limits.now() + m_limits.saveInterval;
   bool m_bSaveNow = false;
 };
 
