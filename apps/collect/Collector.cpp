@@ -111,7 +111,7 @@ void Collector::State::Rewind() {
 }
 
 void Collector::State::Save() {
-  if (m_follower.MustSave() && m_positionsFile.Save(m_follower.WritePositions())) m_follower.MarkSaved();
+  if (m_follower.HasChangedPositions() && m_positionsFile.Save(m_follower.WritePositions())) m_follower.MarkSaved();
 }
 
 void Collector::State::Change(std::vector<InputSettings> inputs) {

@@ -73,6 +73,11 @@ bool Follower::Update() {
     if (m_bHasPolled) LookAtPolled();
     LookAtRotated();
   }
+  if (now >= m_nextSave) {
+    // The positions also tell when files were last there. If this save fails, the next change causes another.
+    m_nextSave = now + m_limits.saveInterval;
+    m_bPositionsChanged = m_bSaveNow = true;
+  }
   return std::exchange(m_bSaveNow, false);
 }
 

@@ -47,7 +47,7 @@ class Follower {
   bool HasInputs() const { return !m_inputs.empty(); }
 
   /// Learns what has changed, from the system, by listing folders and by checking files. Returns true when the
-  /// positions must be saved before anything else, since they record where a new input begins.
+  /// positions must be saved before anything else: they record where a new input begins, or have become old.
   bool Update();
 
   Turn HandOut(LineSink& sink);
@@ -63,9 +63,8 @@ class Follower {
   /// When `Update` has something to do on its own.
   std::chrono::steady_clock::time_point NextDue() const;
 
-  /// Whether the positions differ from those last marked as saved, or those have become old: they also tell when a file
-  /// was last there.
-  bool MustSave() const { return m_bPositionsChanged || m_limits.now() >= m_nextSave; }
+  /// Whether the positions differ from those last marked as saved, or those have become old.
+  bool HasChangedPositions() const { return m_bPositionsChanged; }
   std::string WritePositions() const;
   void MarkSaved();
 

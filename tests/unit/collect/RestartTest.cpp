@@ -363,19 +363,20 @@ TEST_P(CollectAfterRestart, PositionsAreSavedOnceADayAlthoughNothingChanges) {
   Append("a.log", "one\n");
   Start({Files("*.log")});
   Deliver();
+  // An agent saves what was delivered: while nothing is, nobody calls `Save`.
   const std::string first = ReadPositionsFile();
   now += 23h;
   wallClock += 23h;
-  Deliver();
+  Gather();
   EXPECT_EQ(ReadPositionsFile(), first);
   now += 1h;
   wallClock += 1h;
-  Deliver();
+  Gather();
   const std::string second = ReadPositionsFile();
   EXPECT_NE(second, first) << "it has the time at which the file was seen";
   now += 23h;
   wallClock += 23h;
-  Deliver();
+  Gather();
   EXPECT_EQ(ReadPositionsFile(), second);
 }
 
