@@ -112,9 +112,6 @@ class Collector {
   /// The display name of a source: the path of its file in UTF-8, or "stdin". Empty for an unknown one.
   std::string GetName(std::uint64_t source) const;
 
-  /// Whether standard input has ended with everything passed on, and there are no files to follow.
-  bool IsAtEnd() const;
-
  private:
   class State;
   std::unique_ptr<State> m_pState;

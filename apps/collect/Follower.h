@@ -44,7 +44,6 @@ class Follower {
 
   /// Inputs of other kinds are left out.
   void SetInputs(const std::vector<InputSettings>& inputs);
-  bool HasInputs() const { return !m_inputs.empty(); }
 
   /// Learns what has changed, from the system, by listing folders and by checking files. Returns true when the
   /// positions must be saved before anything else: they record where a new input begins, or have become old.
