@@ -1,4 +1,6 @@
 // The file with the positions of followed files.
+#include "support/WrittenPositions.h"
+
 #include <collect/Positions.h>
 
 #include <cstdint>
@@ -11,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ReadPositions({reinterpret_cast<const char*>(data), size}, positions);
   // What was accepted can be written and read again.
   Positions again;
-  if (!ReadPositions(WritePositions(positions), again)) std::abort();
+  if (!ReadPositions(sorvex::test::WrittenPositions(positions), again)) std::abort();
   if (again.patterns != positions.patterns || again.places.size() != positions.places.size()) std::abort();
   for (std::size_t index = 0; index < positions.places.size(); ++index) {
     const Place& place = positions.places[index];

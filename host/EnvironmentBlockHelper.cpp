@@ -1,10 +1,13 @@
 #include <host/EnvironmentBlockHelper.h>
 
+#include <boost/algorithm/string/predicate.hpp>
+#include <boost/algorithm/string/trim.hpp>
 #include <boost/regex.hpp>
 
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <locale>
 #include <stdexcept>
 #include <string_view>
 
@@ -17,22 +20,10 @@ const std::string* FindFirst(const ParameterBlock& parameters, const std::string
   return entry != parameters.end() && entry->first == name ? &entry->second : nullptr;
 }
 
-std::string_view WithoutBlanks(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n\v\f";
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-/// Compares with a lower-case ASCII word, independent of the process's locale.
-bool EqualsWord(std::string_view text, std::string_view word) {
-  return std::equal(text.begin(), text.end(), word.begin(), word.end(), [](char left, char right) {
-    return (left >= 'A' && left <= 'Z' ? static_cast<char>(left - 'A' + 'a') : left) == right;
-  });
-}
-
 bool ParseBoolean(std::string_view text, bool& value) {
-  const auto isText = [text](std::string_view word) { return EqualsWord(text, word); };
+  const auto isText = [text](std::string_view word) {
+    return boost::algorithm::iequals(text, word, std::locale::classic());
+  };
   constexpr std::string_view yes[] = {"true", "yes", "on", "1"};
   constexpr std::string_view no[] = {"false", "no", "off", "0"};
   value = std::any_of(std::begin(yes), std::end(yes), isText);
@@ -42,7 +33,7 @@ bool ParseBoolean(std::string_view text, bool& value) {
 template <class Number>
 bool ReadNumber(const ParameterBlock& parameters, const std::string& name, Number& value, Number defaultValue) {
   if (const std::string* stored = FindFirst(parameters, name)) {
-    const std::string_view text = WithoutBlanks(*stored);
+    const std::string text = boost::algorithm::trim_copy(*stored, std::locale::classic());
     Number number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc() && end == text.data() + text.size()) {
@@ -84,7 +75,7 @@ bool EnvironmentBlockHelper::GetWideStringValue(const std::string& name, std::ws
 bool EnvironmentBlockHelper::GetBooleanValue(const std::string& name, bool& value, bool defaultValue) const {
   const std::string* stored = FindFirst(m_parameters, name);
   bool parsed = false;
-  const bool found = stored && ParseBoolean(WithoutBlanks(*stored), parsed);
+  const bool found = stored && ParseBoolean(boost::algorithm::trim_copy(*stored, std::locale::classic()), parsed);
   value = found ? parsed : defaultValue;
   return found;
 }

@@ -5,8 +5,9 @@
 
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
+#include <boost/algorithm/string/case_conv.hpp>
 
-#include <algorithm>
+#include <locale>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -52,10 +53,7 @@ std::shared_ptr<ILogSink> CreateFileSink(const std::filesystem::path& file, LogL
 }
 
 bool ParseLogLevel(const std::string& text, LogLevel& level) {
-  std::string lower = text;
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-  });
+  const std::string lower = boost::algorithm::to_lower_copy(text, std::locale::classic());
   if (lower == "debug") {
     level = LogLevel::Debug;
   } else if (lower == "info") {

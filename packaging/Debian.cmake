@@ -15,9 +15,9 @@ set(host_package "libsorvexcommon${PROJECT_VERSION_MAJOR}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME communicationapi)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "network module of the Sorvex log-collection agent
-The module that an agent loads for everything that crosses the network: the
-connection to the configuration server, and the sockets that forward events
-to syslog receivers over TCP, TLS and UDP.")
+The module that an agent loads for all network traffic: the connection to the
+configuration server, and the sockets that forward events to syslog receivers
+over TCP, TLS and UDP.")
 
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME "${host_package}")
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libs)
@@ -42,8 +42,8 @@ TLS and UDP.")
 set(CPACK_DEBIAN_CONFIGSERVER_PACKAGE_NAME sorvex-configserver)
 set(CPACK_DEBIAN_CONFIGSERVER_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_CONFIGSERVER_DESCRIPTION "configuration server for Sorvex agents
-It serves the agents of small installations out of one folder: tokens,
-configurations and patches. It can misbehave on request, for tests of agents.")
+It serves the agents of small installations from one folder of tokens,
+configurations and patches. To test agents, it can misbehave on request.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME communicationapi-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -158,8 +158,8 @@ configured() {
   cmp -s -- "$work/server/default/AgentConfig.xml" "$work/agent/AgentConfig.xml" && [[ -s $work/agent/AgentConfig.md5 ]]
 }
 
-# add_patch COMPONENT puts a patch on the server and the component into $components; patch_arrived tells whether the
-# agent has it.
+# add_patch COMPONENT puts a patch on the server and the component into $components; patch_arrived: the agent has
+# it.
 add_patch() {
   local component=${1,,}
   head -c 100000 /dev/urandom >"$work/server/patches/x64_72_$component.tar.gz"

@@ -120,7 +120,7 @@ struct LoopArguments {
   std::string agentVersion = SORVEX_AGENT_VERSION;
 
   void AddTo(CLI::App& command) {
-    command.add_option("--interval", interval, "Between two rounds with the server (default: 300)")
+    command.add_option("--interval", interval, "Time between two rounds with the server (default: 300)")
         ->type_name("SECONDS");
     command.add_option("--os-version", osVersion, "Version of the system that is registered (default: its own)");
     command.add_option("--agent-version", agentVersion, "Version of the agent that is registered (default: its own)");
@@ -179,7 +179,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   std::vector<std::string> parameters;
   std::string logLevel = "warn";
 
-  CLI::App app("Loads the network module as the agent does and runs one operation of it.", "sorvex-agent");
+  CLI::App app("Loads the network module and runs one command with it.", "sorvex-agent");
   // A file may be called /help; options begin with hyphens on every platform.
   app.allow_windows_style_options(false);
   app.fallthrough();
@@ -205,7 +205,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
 
   CLI::App* const fingerprint = app.add_subcommand("fingerprint", "Ask which configuration the agent should have");
   CLI::App* const heartbeat = app.add_subcommand("heartbeat", "Post a heartbeat");
-  CLI::App* const test = app.add_subcommand("test-connection", "Look whether the configuration server answers");
+  CLI::App* const test = app.add_subcommand("test-connection", "Check whether the configuration server answers");
   RegisterCommand registerCommand;
   CLI::App* const registration = app.add_subcommand("register", "Register this agent with the configuration server");
   registration->add_option("--os-version", registerCommand.osVersion, "Version of the system")->required();
@@ -225,7 +225,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   AddRepeated(*forward, "--to", targets, "Destination, SCHEME being tcp, tls or udp; may be repeated")
       ->required()
       ->type_name("SCHEME://HOST:PORT");
-  forward->add_option("--certificate", tls.certificateFile, "Certificate for tls destinations, as PEM")
+  forward->add_option("--certificate", tls.certificateFile, "Certificate for tls destinations, in PEM or DER")
       ->type_name("FILE");
   forward->add_option("--min-tls", tls.minVersion, "Lowest version of TLS: TLSv1 (default), TLSv1.1 or TLSv1.2")
       ->type_name("VERSION");
@@ -237,14 +237,13 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   for (const auto& [name, value] : settings::framings) framingNames.emplace_back(name);
   forward
       ->add_option("--framing", framing,
-                   "What parts payloads over TCP and TLS: LineFeed (default) or OctetCounting (RFC 6587)")
+                   "What separates payloads over TCP and TLS: LineFeed (default) or OctetCounting (RFC 6587)")
       ->check(CLI::IsMember(framingNames))
       ->type_name("NAME");
   AddRepeated(*forward, "--set", socketParameters, "Further parameter of the socket")->type_name("KEY=VALUE");
-  CLI::Option* const giveUp = forward
-                                  ->add_option("--give-up-after", giveUpAfter,
-                                               "Give a destination up when one event cannot be sent for so long")
-                                  ->type_name("SECONDS");
+  CLI::Option* const giveUp =
+      forward->add_option("--give-up-after", giveUpAfter, "Give up a destination that can send nothing for so long")
+          ->type_name("SECONDS");
   forward->add_option("FILE", forwardCommand.files, "Files to read; - or none: standard input");
 
   FetchConfigurationCommand fetchConfigurationCommand;
@@ -261,7 +260,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   serverKey->add_option("--out", serverKeyCommand.file, "File to write")->required()->type_name("FILE");
   for (CLI::App* const command :
        {fingerprint, heartbeat, test, registration, update, fetchConfiguration, fetchPatch, serverKey}) {
-    command->add_option("--repeat", options.repeat, "Do it N times with one connection (default: 1)")
+    command->add_option("--repeat", options.repeat, "Run it N times with one connection object (default: 1)")
         ->type_name("N")
         ->check(CLI::PositiveNumber);
   }
@@ -280,29 +279,29 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   CLI::App* const token = app.add_subcommand("token", "The agent's token");
   token->require_subcommand(1);
   TokenProtectCommand tokenProtectCommand;
-  CLI::App* const tokenProtect = token->add_subcommand("protect", "Print the token as install_config.txt may hold it");
+  CLI::App* const tokenProtect =
+      token->add_subcommand("protect", "Print the secured form of the token for install_config.txt");
   tokenProtect->add_option("TOKEN", tokenProtectCommand.token, "The token; - reads it from standard input")->required();
 
   LoopArguments loopArguments;
-  CLI::App* const run = app.add_subcommand("run", "Do what an agent does, until it is asked to end");
+  CLI::App* const run = app.add_subcommand("run", "Run the agent until it is asked to end");
   loopArguments.AddTo(*run);
-  CLI::App* const agentStatus = app.add_subcommand("status", "Say how the running agent gets on");
+  CLI::App* const agentStatus = app.add_subcommand("status", "Show the state of the running agent");
   CLI::App* serviceInstall = nullptr;
   CLI::App* serviceRemove = nullptr;
   CLI::App* serviceRun = nullptr;
   if (AreServicesSupported()) {
     CLI::App* const service = app.add_subcommand("service", "The agent as a service of the system");
     service->require_subcommand(1);
-    serviceInstall = service->add_subcommand("install", "Install it with these options, and start it with the system");
+    serviceInstall = service->add_subcommand("install", "Install it with these options; it starts with the system");
     serviceRemove = service->add_subcommand("remove", "Stop and remove it");
     serviceRun = service->add_subcommand("run", "What the system starts");
     loopArguments.AddTo(*serviceInstall);
     loopArguments.AddTo(*serviceRun);
   }
   CheckConfigurationCommand checkConfigurationCommand;
-  CLI::App* const checkConfiguration =
-      app.add_subcommand("check-configuration", "Say what is wrong with a configuration, if anything is");
-  checkConfiguration->add_option("FILE", checkConfigurationCommand.file, "The AgentConfig.xml to look at")->required();
+  CLI::App* const checkConfiguration = app.add_subcommand("check-configuration", "Check a configuration");
+  checkConfiguration->add_option("FILE", checkConfigurationCommand.file, "The AgentConfig.xml to check")->required();
 
   try {
     // CLI11 takes the arguments in reverse.

@@ -6,7 +6,9 @@
 #include <SorvexHost/MD5Digest.h>
 #include <host/Text.h>
 
-#include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
+
+#include <locale>
 #include <optional>
 #include <streambuf>
 #include <string_view>
@@ -22,10 +24,6 @@ const std::filesystem::path& Replaceable(const std::filesystem::path& path) {
                             WindowsAgentCommon::WideToUtf8(WindowsAgentCommon::PathToWide(path)));
   }
   return path;
-}
-
-char LowerCase(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
 }  // namespace
@@ -104,7 +102,7 @@ void DeliveredFile::Keep() {
 }
 
 bool AreSameDigest(const std::string& left, const std::string& right) {
-  return !left.empty() && std::ranges::equal(left, right, {}, LowerCase, LowerCase);
+  return !left.empty() && boost::algorithm::iequals(left, right, std::locale::classic());
 }
 
 }  // namespace sorvex::agent

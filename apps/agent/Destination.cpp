@@ -1,7 +1,9 @@
 #include <Destination.h>
 
-#include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
+
 #include <charconv>
+#include <locale>
 #include <stdexcept>
 
 namespace sorvex::agent {
@@ -9,9 +11,7 @@ namespace {
 
 /// RFC 3986, 3.1: letters of either case.
 bool IsScheme(std::string_view text, std::string_view name) {
-  return std::ranges::equal(text, name, [](char left, char right) {
-    return (left >= 'A' && left <= 'Z' ? static_cast<char>(left - 'A' + 'a') : left) == right;
-  });
+  return boost::algorithm::iequals(text, name, std::locale::classic());
 }
 
 Scheme ParseScheme(std::string_view text) {

@@ -1,19 +1,18 @@
 #include <HtmlPage.h>
 
+#include <boost/algorithm/string/predicate.hpp>
+
 #include <algorithm>
+#include <locale>
 
 namespace sorvex::agent {
 namespace {
 
 constexpr std::string_view blanks = " \t\r\n\f";
 
-char LowerCase(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
 /// Removes `start`, in any case of letters.
 bool Skip(std::string_view& text, std::string_view start) {
-  if (!std::ranges::equal(text.substr(0, start.size()), start, {}, LowerCase)) return false;
+  if (!boost::algorithm::istarts_with(text, start, std::locale::classic())) return false;
   text.remove_prefix(start.size());
   return true;
 }

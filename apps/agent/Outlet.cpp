@@ -32,7 +32,7 @@ bool SendsEmptyPayloads(const Destination& destination, const ForwardCommand& co
   parameters.GetStringValue("Framing", framing, std::string(settings::framings.front().second));
   bool appendsLineFeed = true;
   parameters.GetBooleanValue("AppendLineFeed", appendsLineFeed, true);
-  return destination.scheme != Scheme::Udp && settings::FramesEmptyPayloads(framing) && appendsLineFeed;
+  return destination.scheme != Scheme::Udp && settings::FramesEmptyPayloads(framing, appendsLineFeed);
 }
 
 }  // namespace

@@ -177,7 +177,7 @@ class Runner {
       m_pCurrent = std::move(configuration);
     } catch (const std::exception& error) {
       if (std::exchange(m_strRefused, error.what()) == error.what()) return;
-      m_log.Error("AgentConfig.xml is refused, and what was in force stays: %s", m_strRefused);
+      m_log.Error("AgentConfig.xml is refused; the previous configuration stays in force: %s", m_strRefused);
       if (!IsAlone()) m_store.ForgetDigest();
     }
   }
@@ -191,7 +191,7 @@ class Runner {
     m_collector.Change(configuration.settings.inputs);
     if (comesAgain) m_collector.Rewind();
     if (m_delivery.Lost() > 0) {
-      m_log.Warn("%u lines had not been delivered to destinations that the configuration has no more.",
+      m_log.Warn("%u lines are lost: the configuration has removed destinations that had not received them.",
                  m_delivery.Lost());
     }
     m_strDigest = configuration.digest;
@@ -209,7 +209,7 @@ class Runner {
       m_pServerLoop->NoteNotApplied(error.what());
       // It arrives again every time the server is asked.
       if (std::exchange(m_strRefused, error.what()) == error.what()) return;
-      m_log.Error("The configuration from the server is refused, and the one before stays: %s", m_strRefused);
+      m_log.Error("The configuration from the server is refused; the previous one stays in force: %s", m_strRefused);
     }
   }
 

@@ -13,11 +13,13 @@
 #include <host/Text.h>
 
 #include <ace/Time_Value.h>
+#include <boost/algorithm/string/case_conv.hpp>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <filesystem>
+#include <locale>
 #include <ostream>
 #include <streambuf>
 #include <system_error>
@@ -66,15 +68,10 @@ class OpenConnection {
   ServerConnection& m_connection;
 };
 
-std::string LowerCase(std::string text) {
-  std::ranges::transform(text, text.begin(), [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-  });
-  return text;
-}
-
 /// Patches of a component have the same name except for the build.
-std::string PatchPrefix(const std::string& component) { return "x64_72_" + LowerCase(component) + "_"; }
+std::string PatchPrefix(const std::string& component) {
+  return "x64_72_" + boost::algorithm::to_lower_copy(component, std::locale::classic()) + "_";
+}
 constexpr std::string_view patchSuffix = ".tar.gz";
 
 /// Removes waiting patches of a component that a newer one replaces.
@@ -255,7 +252,7 @@ void ServerLoop::Refuse(const std::string& digest, const std::string& reason) {
   SetRefused(reason);
   // It arrives again every time the server is asked.
   if (std::exchange(m_refusedDigest, digest) == digest) return;
-  m_log.Error("The configuration from the server is refused, and the one before stays: %s", reason);
+  m_log.Error("The configuration from the server is refused; the previous one stays in force: %s", reason);
 }
 
 void ServerLoop::SetRefused(const std::string& reason) {
@@ -321,7 +318,7 @@ bool ServerLoop::Fail(const std::string& operation, const std::string& reason) {
     m_report.errorText = text;
   }
   if (isFirst && !IsInterrupted()) {
-    m_log.Warn("The configuration server failed (%s: %d, %s). The agent goes on with what it has, and tries again.",
+    m_log.Warn("The configuration server failed (%s: %d, %s). The agent continues with what it has and tries again.",
                operation, code, text);
   }
   return false;

@@ -162,7 +162,7 @@ int RunCommand(const StatusCommand& command) {
   }
   std::printf("\nas of %lld seconds ago\n", static_cast<long long>(age));
   if (age <= std::chrono::seconds(longestAge).count()) return 0;
-  PrintError("this is out of date: the agent is at a standstill");
+  PrintError("this is out of date: the agent is stuck");
   return 1;
 }
 

@@ -31,7 +31,6 @@ class Collector::State {
   void Save();
   void Change(std::vector<InputSettings> inputs);
   std::string GetName(std::uint64_t source) const;
-  bool IsAtEnd() const;
 
  private:
   Turn TakeTurn(LineSink& sink);
@@ -111,7 +110,7 @@ void Collector::State::Rewind() {
 }
 
 void Collector::State::Save() {
-  if (m_follower.HasChangedPositions() && m_positionsFile.Save(m_follower.GetPositions())) m_follower.MarkSaved();
+  if (m_follower.HasChangedPositions() && m_positionsFile.Save(m_follower.WritePositions())) m_follower.MarkSaved();
 }
 
 void Collector::State::Change(std::vector<InputSettings> inputs) {
@@ -130,8 +129,6 @@ void Collector::State::Change(std::vector<InputSettings> inputs) {
 std::string Collector::State::GetName(std::uint64_t source) const {
   return m_standardInput && m_standardInput->Source() == source ? "stdin" : m_follower.GetName(source);
 }
-
-bool Collector::State::IsAtEnd() const { return !m_follower.HasInputs() && HasInput() && m_standardInput->HasEnded(); }
 
 Collector::Collector(std::vector<InputSettings> inputs, std::filesystem::path positionsFile, Log log, Limits limits)
     : m_pState(
@@ -154,7 +151,5 @@ void Collector::Save() { m_pState->Save(); }
 void Collector::Change(std::vector<InputSettings> inputs) { m_pState->Change(std::move(inputs)); }
 
 std::string Collector::GetName(std::uint64_t source) const { return m_pState->GetName(source); }
-
-bool Collector::IsAtEnd() const { return m_pState->IsAtEnd(); }
 
 }  // namespace sorvex::collect

@@ -58,6 +58,7 @@ struct Limits {
   std::chrono::milliseconds rotatedQuietTime{30'000};  ///< a rotated file has ended after this time without a change
   std::chrono::milliseconds idleCloseTime{300'000};    ///< a file is closed after this time without a change
   std::chrono::hours forgetTime{7 * 24};               ///< how long the position of a vanished file is kept
+  std::chrono::hours saveInterval{24};                 ///< positions that do not change are saved after this time
   std::size_t maxOpenFiles = 256;                      ///< unchanged files above this number are closed
   std::size_t maxVanished = 10'000;                    ///< positions of vanished files that are kept
   std::size_t bytesPerCall = 4 * 1024 * 1024;          ///< the approximate amount passed on by one `Collect`
@@ -110,9 +111,6 @@ class Collector {
 
   /// The display name of a source: the path of its file in UTF-8, or "stdin". Empty for an unknown one.
   std::string GetName(std::uint64_t source) const;
-
-  /// Whether standard input has ended with everything passed on, and there are no files to follow.
-  bool IsAtEnd() const;
 
  private:
   class State;

@@ -73,6 +73,11 @@ bool Follower::Update() {
     if (m_bHasPolled) LookAtPolled();
     LookAtRotated();
   }
+  if (now >= m_nextSave) {
+    // The positions also tell when files were last there. If this save fails, the next change causes another.
+    m_nextSave = now + m_limits.saveInterval;
+    m_bPositionsChanged = m_bSaveNow = true;
+  }
   return std::exchange(m_bSaveNow, false);
 }
 
@@ -218,7 +223,7 @@ bool Follower::WatchPath(const std::filesystem::path& path, Listing& listing,
     case ChangeWatch::Answer::LimitReached:
       if (!std::exchange(m_bWatchLimitLogged, true)) {
         m_log(Severity::Warning, "the system watches no more files for this user; " + Printable(path) +
-                                     " and others are looked at in intervals");
+                                     " and others are checked at intervals");
       }
       return false;
     case ChangeWatch::Answer::Unsupported: break;
@@ -355,7 +360,7 @@ void Follower::Adopt(const Seen& seen, Listing& listing) {
     place = saved->place;
     place.isRotated = place.isRotated || place.path != seen.path;
   } else if (saved) {
-    m_log(Severity::Info, Printable(seen.path) + " is not what it was; read from its start");
+    m_log(Severity::Info, Printable(seen.path) + " is another file than before; read from its start");
     before = saved;
   } else if (rest) {
     place = rest->place;
@@ -456,7 +461,7 @@ std::optional<Generation> Follower::TakeSaved(const Seen& seen) {
   return former;
 }
 
-/// What a file was that is followed again: lines of it that are still on their way do not come once more.
+/// The former state of a file that is followed again, so that its lines in transit do not come twice.
 Generation Follower::Return(const Place& place) {
   Generation former{place, place.position, m_nextSource++, m_limits.now()};
   const auto departed = m_departed.find(place.identity);
@@ -826,17 +831,20 @@ void Follower::Rewind() {
   }
 }
 
-Positions Follower::GetPositions() const {
-  Positions positions;
-  positions.patterns.assign(m_knownPatterns.begin(), m_knownPatterns.end());
+std::string Follower::WritePositions() const {
+  PositionsText text;
+  for (const std::string& pattern : m_knownPatterns) text.AddPattern(pattern);
   const std::int64_t now = std::chrono::system_clock::to_time_t(m_limits.wallClock());
   for (const auto& [identity, pFile] : m_files) {
-    if (pFile->isRefused) continue;
-    positions.places.push_back(pFile->place);
-    positions.places.back().seenTime = now;
+    if (!pFile->isRefused) text.AddPlace(pFile->place, now);
   }
-  for (const auto& [identity, place] : m_saved) positions.places.push_back(place);
-  return positions;
+  for (const auto& [identity, place] : m_saved) text.AddPlace(place, place.seenTime);
+  return text.Finish();
+}
+
+void Follower::MarkSaved() {
+  m_bPositionsChanged = false;
+  m_nextSave = m_limits.now() + m_limits.saveInterval;
 }
 
 }  // namespace sorvex::collect

@@ -44,10 +44,9 @@ class Follower {
 
   /// Inputs of other kinds are left out.
   void SetInputs(const std::vector<InputSettings>& inputs);
-  bool HasInputs() const { return !m_inputs.empty(); }
 
   /// Learns what has changed, from the system, by listing folders and by checking files. Returns true when the
-  /// positions must be saved before anything else, since they record where a new input begins.
+  /// positions must be saved before anything else: they record where a new input begins, or have become old.
   bool Update();
 
   Turn HandOut(LineSink& sink);
@@ -63,10 +62,10 @@ class Follower {
   /// When `Update` has something to do on its own.
   std::chrono::steady_clock::time_point NextDue() const;
 
-  /// Whether the positions differ from those last marked as saved.
+  /// Whether the positions differ from those last marked as saved, or those have become old.
   bool HasChangedPositions() const { return m_bPositionsChanged; }
-  Positions GetPositions() const;
-  void MarkSaved() { m_bPositionsChanged = false; }
+  std::string WritePositions() const;
+  void MarkSaved();
 
  private:
   using Time = std::chrono::steady_clock::time_point;
@@ -190,6 +189,7 @@ class Follower {
   } m_block;
 
   bool m_bPositionsChanged = false;
+  Time m_nextSave = m_limits.now() + m_limits.saveInterval;
   bool m_bSaveNow = false;
 };
 

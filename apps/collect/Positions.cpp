@@ -7,6 +7,7 @@
 #include <charconv>
 #include <limits>
 #include <optional>
+#include <utility>
 
 namespace sorvex::collect {
 namespace {
@@ -16,20 +17,6 @@ constexpr std::string_view lastLine = "end";
 constexpr std::string_view inputWord = "input";
 constexpr std::string_view fileWord = "file";
 constexpr std::string_view hexDigits = "0123456789abcdef";
-
-/// Blanks, control characters, `%` and non-ASCII as `%` and two digits.
-std::string Escape(std::string_view text) {
-  std::string escaped;
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte > 0x20 && byte < 0x7F && byte != '%') {
-      escaped += character;
-    } else {
-      escaped += {'%', hexDigits[byte >> 4U], hexDigits[byte & 0xFU]};
-    }
-  }
-  return escaped;
-}
 
 std::optional<std::string> Unescape(std::string_view text) {
   std::string plain;
@@ -75,16 +62,6 @@ class Fields {
  private:
   std::string_view m_rest;
 };
-
-void AddLine(std::string& text, const std::string& line) {
-  std::array<char, 16> check{};
-  const auto [end, error] =
-      std::to_chars(check.begin(), check.end(), Fingerprint::Extend(Fingerprint::ofNothing, line), 16);
-  text += line;
-  text += ' ';
-  text.append(check.data(), end);
-  text += '\n';
-}
 
 /// The line without its checksum, which must match.
 std::optional<std::string_view> CheckLine(std::string_view line) {
@@ -135,25 +112,63 @@ bool ReadLine(std::string_view line, Positions& positions) {
 
 }  // namespace
 
-std::string WritePositions(const Positions& positions) {
-  std::string text(firstLine);
-  text += '\n';
-  for (const std::string& pattern : positions.patterns) {
-    AddLine(text, std::string(inputWord) + ' ' + Escape(pattern));
+PositionsText::PositionsText() : m_text(firstLine) { m_text += '\n'; }
+
+void PositionsText::AddPattern(std::string_view pattern) {
+  const std::size_t begin = m_text.size();
+  m_text += inputWord;
+  AddEscaped(pattern);
+  EndLine(begin);
+}
+
+void PositionsText::AddPlace(const Place& place, std::int64_t seenTime) {
+  const std::size_t begin = m_text.size();
+  m_text += fileWord;
+  for (const std::uint64_t number : {place.identity.volume, place.identity.index, place.identity.birth, place.position,
+                                     place.head.length, place.head.hash}) {
+    AddNumber(number);
   }
-  for (const Place& place : positions.places) {
-    std::string line(fileWord);
-    for (const std::uint64_t number : {place.identity.volume, place.identity.index, place.identity.birth,
-                                       place.position, place.head.length, place.head.hash}) {
-      line += ' ' + std::to_string(number);
+  m_text += place.isRotated ? " 1 " : " 0 ";
+  m_text += std::to_string(seenTime);
+  AddEscaped(PathToText(place.path));
+  EndLine(begin);
+}
+
+std::string PositionsText::Finish() {
+  m_text += lastLine;
+  m_text += '\n';
+  return std::move(m_text);
+}
+
+void PositionsText::AddNumber(std::uint64_t number) {
+  std::array<char, std::numeric_limits<std::uint64_t>::digits10 + 1> digits{};
+  const auto [end, error] = std::to_chars(digits.begin(), digits.end(), number);
+  m_text += ' ';
+  m_text.append(digits.begin(), end);
+}
+
+/// Blanks, control characters, `%` and non-ASCII as `%` and two digits.
+void PositionsText::AddEscaped(std::string_view text) {
+  m_text += ' ';
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte > 0x20 && byte < 0x7F && byte != '%') {
+      m_text += character;
+    } else {
+      m_text += {'%', hexDigits[byte >> 4U], hexDigits[byte & 0xFU]};
     }
-    line += place.isRotated ? " 1 " : " 0 ";
-    line += std::to_string(place.seenTime) + ' ' + Escape(PathToText(place.path));
-    AddLine(text, line);
   }
-  text += lastLine;
-  text += '\n';
-  return text;
+}
+
+/// Adds the checksum of the line that begins at `begin`.
+void PositionsText::EndLine(std::size_t begin) {
+  const std::string_view line = std::string_view(m_text).substr(begin);
+  std::array<char, 16> check{};
+  const auto [end, error] =
+      std::to_chars(check.begin(), check.end(), Fingerprint::Extend(Fingerprint::ofNothing, line), 16);
+  m_text += ' ';
+  m_text.append(check.begin(), end);
+  m_text += '\n';
 }
 
 bool ReadPositions(std::string_view text, Positions& positions) {

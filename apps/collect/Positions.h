@@ -3,6 +3,7 @@
 
 #include <collect/platform/File.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -34,8 +35,27 @@ struct Positions {
   std::vector<Place> places;
 };
 
-/// One line each, with its own checksum, between a line with the version and one that marks the end.
-std::string WritePositions(const Positions& positions);
+/// The text of positions: one line each, with its own checksum, between a line with the version and one that marks the
+/// end.
+class PositionsText {
+ public:
+  PositionsText();
+
+  void AddPattern(std::string_view pattern);
+
+  /// Writes `seenTime` instead of the place's own.
+  void AddPlace(const Place& place, std::int64_t seenTime);
+
+  /// To be called once, after everything has been added.
+  std::string Finish();
+
+ private:
+  void AddNumber(std::uint64_t number);
+  void AddEscaped(std::string_view text);
+  void EndLine(std::size_t begin);
+
+  std::string m_text;
+};
 
 /// Adds the content of `text`. Returns false when a line is damaged or missing; the others are used.
 bool ReadPositions(std::string_view text, Positions& positions);

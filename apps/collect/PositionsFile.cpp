@@ -30,7 +30,7 @@ Positions PositionsFile::Load() {
   if (error) {
     PutAside(error.message().c_str());
   } else if (!ReadPositions(text, positions)) {
-    PutAside("it is damaged; what is whole of it counts");
+    PutAside("it is damaged; its intact lines count");
   }
   return positions;
 }
@@ -44,11 +44,11 @@ void PositionsFile::PutAside(const char* reason) {
                                (error ? "" : " (kept as " + PathToText(aside) + ")"));
 }
 
-bool PositionsFile::Save(const Positions& positions) {
+bool PositionsFile::Save(std::string_view text) {
   if (m_path.empty()) return true;
   try {
     FileReplacement file(m_path, FileReplacement::Readers::Owner);
-    file.Write(WritePositions(positions));
+    file.Write(text);
     file.Flush();
     file.Commit();
     m_bFailureLogged = false;

@@ -5,6 +5,7 @@
 #include <collect/Positions.h>
 
 #include <filesystem>
+#include <string_view>
 
 namespace sorvex::collect {
 
@@ -16,8 +17,9 @@ class PositionsFile {
   /// Returns the stored positions. A damaged file is renamed; its readable lines count.
   Positions Load();
 
-  /// Replaces the whole file. Returns whether that succeeded; a failure is logged once until it succeeds again.
-  bool Save(const Positions& positions);
+  /// Replaces the whole file by `text`. Returns whether that succeeded; a failure is logged once until it succeeds
+  /// again.
+  bool Save(std::string_view text);
 
  private:
   void PutAside(const char* reason);

@@ -28,7 +28,6 @@ class StandardInputSource {
   bool Taken(Mark mark);
   void Rewind();
 
-  bool HasEnded() const { return m_hasEnded && m_handedOut == m_kept.size(); }
   /// Whether a turn would find something now.
   bool IsReady() const { return m_hasLine || (m_mayHaveMore && WantsMore()); }
   bool WantsMore() const;

@@ -21,27 +21,28 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
   Exchange faultExchange{};
   std::uint32_t faultTimes = 0;
 
-  CLI::App app("A reference configuration server: serves agents out of one folder.", "sorvex-configserver");
+  CLI::App app("A reference configuration server: serves agents from one folder.", "sorvex-configserver");
   // A file may be called /help; options begin with hyphens on every platform.
   app.allow_windows_style_options(false);
   app.add_option("--data", data, "Folder of tokens, configurations, agents and patches")->required()->type_name("DIR");
   app.add_option("--wire-port", options.wirePort,
                  "Port of the wire protocol (default: 8413 when there is no --https-port; 0: any free one)");
   app.add_option("--https-port", options.httpsPort, "Port of the commands over HTTPS (0: any free one)");
-  app.add_option("--listen", options.listen, "Address to listen on (default: 0.0.0.0; :: for IPv6 as well)")
+  app.add_option("--listen", options.listen, "Address to listen on (default: 0.0.0.0; :: for IPv6 and IPv4)")
       ->type_name("ADDRESS");
   CLI::Option* const certificateOption =
       app.add_option("--certificate", certificate,
-                     "Certificate to show, PEM, followed by its issuers (default: one of the server's own making)")
+                     "Certificate in PEM, followed by its issuers (default: certificate.pem in the folder)")
           ->type_name("FILE");
-  CLI::Option* const keyOption = app.add_option("--key", key, "Its key, PEM")->type_name("FILE");
+  CLI::Option* const keyOption = app.add_option("--key", key, "Its key in PEM")->type_name("FILE");
   certificateOption->needs(keyOption);
   keyOption->needs(certificateOption);
   app.add_option("--wire-version", wireVersion, "Highest version to speak: 2.0 (default) or 1.0")
       ->check(CLI::IsMember({"1.0", "2.0"}));
-  app.add_option("--max-agents", options.maxAgents, "Agents to serve at once; further ones are told to come later");
+  app.add_option("--max-agents", options.maxAgents,
+                 "Agents connected at once; others are told to try later (default: no limit)");
   app.add_option("--max-connections", options.maxConnections,
-                 "Connections to hold at once, of both protocols; further ones are closed (default: 10000)");
+                 "Connections of both protocols at once; others are closed (default: 10000)");
   app.add_option("--idle-timeout", idleSeconds, "How long a connection may be silent (default: 60)")
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
@@ -49,16 +50,16 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
   CLI::Option* const faultOption =
-      app.add_option("--fault", fault, "Misbehave, for tests: " + Fault::Kinds())->type_name("KIND[:N]");
+      app.add_option("--fault", fault, "Misbehave, to test agents: " + Fault::Kinds())->type_name("KIND[:N]");
   CLI::Option* const onOption =
       app.add_option("--fault-on", faultExchange,
-                     "Only then: connect, register, heartbeat, status, fingerprint, configuration or patch")
+                     "Only in this exchange: connect, register, heartbeat, status, fingerprint, configuration or patch")
           ->transform(CLI::CheckedTransformer(
               std::vector<std::pair<std::string, Exchange>>(exchangeNames.begin(), exchangeNames.end())))
           ->type_name("EXCHANGE")
           ->needs(faultOption);
   CLI::Option* const timesOption =
-      app.add_option("--fault-times", faultTimes, "Only so many times")->type_name("N")->needs(faultOption);
+      app.add_option("--fault-times", faultTimes, "Only the first N times")->type_name("N")->needs(faultOption);
 
   try {
     // CLI11 takes the arguments in reverse.

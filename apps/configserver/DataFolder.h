@@ -39,8 +39,6 @@ class DataFolder {
   /// Makes the folder and the missing ones in it, which only their owner can access.
   explicit DataFolder(const std::filesystem::path& root);
 
-  const std::filesystem::path& Root() const { return m_root; }
-
   /// Whether "tokens.txt" has any token; if not, every agent is accepted.
   bool HasTokens() const;
   bool AcceptsToken(std::string_view token) const;

@@ -17,7 +17,9 @@ inline constexpr std::array<std::pair<std::string_view, DestinationType>, 3> des
 inline constexpr std::array<std::pair<std::string_view, std::string_view>, 2> framings{
     {{"LineFeed", "LineFeed"}, {"OctetCounting", "OctetCounting"}}};
 
-/// Whether a payload without a byte has any on the wire.
-constexpr bool FramesEmptyPayloads(std::string_view framing) { return framing == "LineFeed"; }
+/// Whether a payload without a byte has any on the wire. `appendsLineFeed` is the parameter "AppendLineFeed".
+constexpr bool FramesEmptyPayloads(std::string_view framing, bool appendsLineFeed) {
+  return framing == "LineFeed" && appendsLineFeed;
+}
 
 }  // namespace sorvex::settings

@@ -5,10 +5,15 @@
 
 #include <host/Text.h>
 
+#include <boost/algorithm/string/case_conv.hpp>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/predicate.hpp>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
+#include <locale>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -234,16 +239,12 @@ std::vector<DestinationSettings> ReadDestinations(const XmlElement& list, const 
   return destinations;
 }
 
-char LowerCase(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
 /// It becomes part of a file's name.
 bool IsComponentName(std::string_view name) {
   constexpr std::size_t maxLength = 64;
-  constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyz0123456789._-";
   return name.size() <= maxLength && !name.starts_with('.') &&
-         std::ranges::all_of(name, [&](char character) { return allowed.find(LowerCase(character)) != allowed.npos; });
+         boost::algorithm::all(
+             name, boost::algorithm::is_alnum(std::locale::classic()) || boost::algorithm::is_any_of("._-"));
 }
 
 std::vector<ComponentSettings> ReadComponents(const XmlElement& list) {
@@ -262,8 +263,7 @@ std::vector<ComponentSettings> ReadComponents(const XmlElement& list) {
                  component.buildNumber =
                      attributes.GetNumber<std::uint32_t>("BuildNumber", 0, std::numeric_limits<std::uint32_t>::max());
                  attributes.FinishEmpty();
-                 std::string name = component.name;
-                 std::ranges::transform(name, name.begin(), LowerCase);
+                 const std::string name = boost::algorithm::to_lower_copy(component.name, std::locale::classic());
                  if (!names.insert(name).second) attributes.Fail("the component " + name + " is given twice");
                  components.push_back(std::move(component));
                }));

@@ -21,6 +21,7 @@
 #include <host/SystemError.h>
 #include <host/Text.h>
 
+#include <boost/algorithm/string/case_conv.hpp>
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
@@ -28,6 +29,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <locale>
 #include <ostream>
 #include <string_view>
 #include <system_error>
@@ -65,12 +67,7 @@ std::uint32_t ReadNumber(const EnvironmentBlockHelper& parameters, const char* k
 
 /// What the server is asked for.
 std::string BuildCodeIdentifier(const std::vector<std::string>& names) {
-  std::string text = ComponentList(names);
-  // Independent of the process's locale.
-  for (char& character : text) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
-  }
-  return text;
+  return boost::algorithm::to_lower_copy(ComponentList(names), std::locale::classic());
 }
 
 bool WriteBlock(const ACE_Message_Block& block, std::ostream& output) {

@@ -6,7 +6,7 @@
 
 namespace VaroCommunicationAPI::Platform {
 
-/// What ended an operation on a socket, or nothing: 137 for a wait that ran out, Winsock's number of every condition
+/// What ended an operation on a socket, or nothing: 137 for a wait that timed out, Winsock's number of every condition
 /// that has one, the system's own number of the others, or the TLS library's own code where that refused. A value.
 class SocketError {
  public:

@@ -59,16 +59,6 @@ bool HasDeliveredAll(ACE_HANDLE handle);
 /// milliseconds (a system that counts seconds rounds up).
 SocketError SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t intervalMs);
 
-/// A socket's TCP keep-alive settings. A system need not report the times.
-struct KeepAlive {
-  bool m_bEnabled = false;
-  std::optional<std::uint32_t> m_timeMs;
-  std::optional<std::uint32_t> m_intervalMs;
-};
-
-/// Reads back what `SetKeepAlive` sets.
-SocketError GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive);
-
 /// For its lifetime and on its thread, a write to a closed connection raises no signal that would end the process.
 /// Changes nothing process-wide. Nests.
 class BrokenPipeGuard {

@@ -57,7 +57,7 @@ class DatagramSender {
   /// Closed with its last owner. Belongs to the holder of the turn.
   std::shared_ptr<ACE_SOCK_CODgram> m_pSocket;
   std::string m_strDestination;
-  std::vector<Payload> m_payloads;  ///< in the send thread's hands
+  std::vector<Payload> m_payloads;  ///< used by the send thread only
   RelaxedValue<std::uint32_t> m_consecutiveSendFailures{0};
 
   /// The owner wants the socket open: set by `Connect`, cleared by `Close`.

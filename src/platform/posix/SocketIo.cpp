@@ -124,18 +124,6 @@ SocketError SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t 
   return {};
 }
 
-SocketError GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
-  int on = 0;
-  int idle = 0;
-  int interval = 0;
-  socklen_t size = sizeof on;
-  if (getsockopt(handle, SOL_SOCKET, SO_KEEPALIVE, &on, &size) == -1) return LastSocketError();
-  if (getsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, &size) == -1) return LastSocketError();
-  if (getsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, &size) == -1) return LastSocketError();
-  keepAlive = {on != 0, static_cast<std::uint32_t>(idle) * 1000, static_cast<std::uint32_t>(interval) * 1000};
-  return {};
-}
-
 BrokenPipeGuard::BrokenPipeGuard() {
   // A signal that was already pending is not ours and stays.
   if (IsBrokenPipePending()) return;

@@ -136,24 +136,6 @@ SocketError SetKeepAlive(ACE_HANDLE handle, std::uint32_t timeMs, std::uint32_t 
   return result == SOCKET_ERROR ? LastError() : ErrorNone;
 }
 
-SocketError GetKeepAlive(ACE_HANDLE handle, KeepAlive& keepAlive) {
-  // Options of newer systems than the headers know; older ones report no times. In seconds.
-  constexpr int idleOption = 3;
-  constexpr int intervalOption = 17;
-  const auto read = [handle](int level, int option) -> std::optional<DWORD> {
-    DWORD value = 0;
-    int size = sizeof value;
-    if (getsockopt(ToSocket(handle), level, option, reinterpret_cast<char*>(&value), &size) == SOCKET_ERROR) return {};
-    return value;
-  };
-  const std::optional<DWORD> on = read(SOL_SOCKET, SO_KEEPALIVE);
-  if (!on) return LastError();
-  keepAlive = {*on != 0, {}, {}};
-  if (const auto idle = read(IPPROTO_TCP, idleOption)) keepAlive.m_timeMs = *idle * 1000;
-  if (const auto interval = read(IPPROTO_TCP, intervalOption)) keepAlive.m_intervalMs = *interval * 1000;
-  return {};
-}
-
 // This system raises no signal.
 BrokenPipeGuard::BrokenPipeGuard() = default;
 BrokenPipeGuard::~BrokenPipeGuard() = default;

@@ -116,7 +116,7 @@ TEST(RunHttpsBoundTest, ConfigurationWithoutEndIsRefused) {
   served.Server().Write("default/AgentConfig.xml", configuration);
   const RunningAgent agent(served.GetInstallation());
   ASSERT_TRUE(
-      agent.WaitForLog("is refused, and the one before stays: line 1: the configuration has more than 1048576"));
+      agent.WaitForLog("is refused; the previous one stays in force: line 1: the configuration has more than 1048576"));
   EXPECT_TRUE(agent.WaitForLog(" is in force: "));
 }
 
@@ -177,7 +177,7 @@ TEST_P(RunHttpsPageTest, IsNotTakenForAnAnswer) {
   EXPECT_TRUE(WaitUntil([&] { return TemporaryDirectory::Read(file) == configuration; })) << agent.Log();
   const bool isRefused = GetParam() == std::string("configuration");
   EXPECT_THAT(agent.Log(),
-              HasSubstr(isRefused ? "The configuration from the server is refused, and the one before stays"
+              HasSubstr(isRefused ? "The configuration from the server is refused; the previous one stays in force"
                                   : "The configuration server failed ("));
 }
 

@@ -179,7 +179,8 @@ TEST_F(RunScriptedTest, ConfigurationThatCannotBeAppliedDoesNotEndTheAgent) {
   const auto agent =
       RunHttps("<AgentConfig><Destinations><Destination Type=\"tcp\" Address=\"a\"/></Destinations></AgentConfig>");
   const std::string reason = "the module made no socket for tcp://a:514";
-  ASSERT_TRUE(agent->WaitForLog("The configuration from the server is refused, and the one before stays: " + reason));
+  ASSERT_TRUE(
+      agent->WaitForLog("The configuration from the server is refused; the previous one stays in force: " + reason));
   EXPECT_TRUE(WaitForCalls("UpdateStatus 3", 1)) << Calls();
   EXPECT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "refused") == reason; }));
   // It may work the next time.

@@ -91,8 +91,9 @@ TEST_F(RunServerTest, ConfigurationWithAnErrorIsRefusedAndReported) {
   const RunningAgent agent(m_agent.GetInstallation());
   ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   Serve(Configuration("<Destination/>"));
-  ASSERT_TRUE(agent.WaitForLog(
-      "The configuration from the server is refused, and the one before stays: line 3: the attribute Type is missing"));
+  ASSERT_TRUE(
+      agent.WaitForLog("The configuration from the server is refused; the previous one stays in force: line 3: the "
+                       "attribute Type is missing"));
   EXPECT_TRUE(WaitForStatus("3"));
   EXPECT_EQ(OwnFile("AgentConfig.xml"), good);
   Append(Logs() / "a.log", "one\n");
@@ -133,7 +134,7 @@ TEST_F(RunServerTest, ConfigurationThatIsTooLongIsRefused) {
   Serve(Configuration("<!--" + std::string(1024 * 1024, 'x') + "-->"));
   const RunningAgent agent(m_agent.GetInstallation());
   EXPECT_TRUE(
-      agent.WaitForLog("is refused, and the one before stays: line 1: the configuration has more than 1048576"));
+      agent.WaitForLog("is refused; the previous one stays in force: line 1: the configuration has more than 1048576"));
   EXPECT_TRUE(WaitForStatus("3"));
   EXPECT_EQ(OwnFile("AgentConfig.xml"), "");
 }

@@ -270,7 +270,8 @@ TEST_F(RunTest, FileWithAnErrorIsRefusedWhole) {
   const RunningAgent agent(m_installation);
   ASSERT_TRUE(agent.WaitForLog(" is in force: "));
   Configure(TcpDestination(0));
-  ASSERT_TRUE(agent.WaitForLog("AgentConfig.xml is refused, and what was in force stays: line 3: Port is '0'"));
+  ASSERT_TRUE(
+      agent.WaitForLog("AgentConfig.xml is refused; the previous configuration stays in force: line 3: Port is '0'"));
   EXPECT_TRUE(WaitUntil(
       [&] { return StatusOf(m_installation, "refused") == "line 3: Port is '0'; it takes a number from 1 to 65535"; }));
   Append(Log(), "one\n");
@@ -328,10 +329,11 @@ TEST_F(RunTest, LossToARemovedDestinationIsToldOf) {
   const RunningAgent agent(m_installation);
   EXPECT_EQ(kept.WaitForBytes(8), "one\ntwo\n");
   Configure(TcpDestination(kept.Port()));
-  EXPECT_TRUE(agent.WaitForLog("2 lines had not been delivered to destinations that the configuration has no more."));
+  EXPECT_TRUE(
+      agent.WaitForLog("2 lines are lost: the configuration has removed destinations that had not received them."));
   Configure(TcpDestination(kept.Port()) + "<!-- again -->");
   ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 3; }));
-  EXPECT_EQ(CountOf(agent.Log(), "had not been delivered"), 1u);
+  EXPECT_EQ(CountOf(agent.Log(), "lines are lost"), 1u);
 }
 
 TEST_F(RunTest, InputThatCannotBeReadIsAWarning) {

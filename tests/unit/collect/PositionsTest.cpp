@@ -1,3 +1,5 @@
+#include "support/WrittenPositions.h"
+
 #include <collect/Fingerprint.h>
 #include <collect/Positions.h>
 
@@ -32,7 +34,7 @@ bool Read(const std::string& text) {
 
 TEST(Positions, AreReadAsTheyWereWritten) {
   Positions read;
-  ASSERT_TRUE(ReadPositions(WritePositions(Example()), read));
+  ASSERT_TRUE(ReadPositions(test::WrittenPositions(Example()), read));
   EXPECT_EQ(read.patterns, Example().patterns);
   ASSERT_EQ(read.places.size(), 1U);
   const Place& place = read.places[0];
@@ -51,7 +53,7 @@ TEST(Positions, AreTheTextThatTheyWere) {
   Place place;
   place.path = TextToPath("b");
   positions.places.push_back(place);
-  EXPECT_EQ(WritePositions(positions),
+  EXPECT_EQ(test::WrittenPositions(positions),
             "sorvex-positions 1\n"
             "input a 811d212d5972ec20\n"
             "file 0 0 0 0 0 0 0 0 b b0d273d8f0fb3341\n"
@@ -59,12 +61,12 @@ TEST(Positions, AreTheTextThatTheyWere) {
 }
 
 TEST(Positions, AreNotWholeWhenCutAnywhere) {
-  const std::string text = WritePositions(Example());
+  const std::string text = test::WrittenPositions(Example());
   for (std::size_t size = 0; size < text.size(); ++size) EXPECT_FALSE(Read(text.substr(0, size))) << size;
 }
 
 TEST(Positions, AreNotWholeWithAnyByteChanged) {
-  const std::string text = WritePositions(Example());
+  const std::string text = test::WrittenPositions(Example());
   for (std::size_t place = 0; place < text.size(); ++place) {
     std::string changed = text;
     changed[place] = static_cast<char>(changed[place] ^ 1);
@@ -73,7 +75,7 @@ TEST(Positions, AreNotWholeWithAnyByteChanged) {
 }
 
 TEST(Positions, AreTakenFromTheLinesThatAreWhole) {
-  std::string text = WritePositions(Example());
+  std::string text = test::WrittenPositions(Example());
   text[text.find("with")] = 'W';
   Positions read;
   EXPECT_FALSE(ReadPositions(text, read));
@@ -82,7 +84,7 @@ TEST(Positions, AreTakenFromTheLinesThatAreWhole) {
 }
 
 TEST(Positions, OfAnotherVersionAreNotRead) {
-  std::string text = WritePositions(Example());
+  std::string text = test::WrittenPositions(Example());
   text.replace(text.find(" 1\n"), 3, " 2\n");
   Positions read;
   EXPECT_FALSE(ReadPositions(text, read));
@@ -137,12 +139,12 @@ TEST(Positions, WithMoreThanTheirLinesAreNotRead) {
 TEST(Positions, AboveTheirBoundsAreNotRead) {
   Positions positions = Example();
   positions.places[0].head.length = Head::maxLength + 1;
-  EXPECT_FALSE(Read(WritePositions(positions)));
+  EXPECT_FALSE(Read(test::WrittenPositions(positions)));
   positions = Example();
   positions.places[0].position = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) + 1;
-  EXPECT_FALSE(Read(WritePositions(positions)));
+  EXPECT_FALSE(Read(test::WrittenPositions(positions)));
   positions.places[0].position -= 1;
-  EXPECT_TRUE(Read(WritePositions(positions)));
+  EXPECT_TRUE(Read(test::WrittenPositions(positions)));
 }
 
 }  // namespace

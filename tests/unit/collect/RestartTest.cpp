@@ -1,5 +1,6 @@
 // What a restarted collector finds.
 #include "CollectorFixture.h"
+#include "support/WrittenPositions.h"
 
 #include <collect/Positions.h>
 
@@ -9,6 +10,8 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using namespace std::string_view_literals;
 
 class CollectAfterRestart : public CollectorFixture {
  protected:
@@ -18,7 +21,7 @@ class CollectAfterRestart : public CollectorFixture {
     Positions positions;
     ASSERT_TRUE(ReadPositions(ReadPositionsFile(), positions));
     change(positions);
-    ownFolder.Write("positions", WritePositions(positions));
+    ownFolder.Write("positions", test::WrittenPositions(positions));
   }
 };
 INSTANTIATE_TEST_SUITE_P(Modes, CollectAfterRestart, testing::ValuesIn(GetModes()), ModeName);
@@ -318,6 +321,78 @@ TEST_P(CollectAfterRestart, VanishedFileIsForgottenAfterAWhile) {
   EXPECT_EQ(ReadPositionsFile().find("file "), std::string::npos);
   Rename("other", "a.log");
   EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, FileThatVanishedWhileNobodyFollowedItWasSeenAtTheLastSave) {
+  Append("a.log", "one\n");
+  Append("b.log", "one\n");
+  Start({Files("*.log")});
+  Deliver();
+  wallClock += limits.forgetTime - 1h;
+  Append("b.log", "two\n");
+  Deliver();
+  collector.reset();
+  Rename("a.log", "other");
+  wallClock += 2h;
+  Start({Files("*.log")});
+  Deliver();
+  Rename("other", "a.log");
+  EXPECT_THAT(Gather(), IsEmpty());
+}
+
+TEST_P(CollectAfterRestart, SavingKeepsTheTimeAtWhichAFileVanished) {
+  Append("a.log", "one\n");
+  Append("b.log", "one\n");
+  Start({Files("*.log")});
+  Deliver();
+  collector.reset();
+  Rename("a.log", "other");
+  wallClock += limits.forgetTime - 1h;
+  Start({Files("*.log")});
+  Append("b.log", "two\n");
+  EXPECT_THAT(Deliver(), ElementsAre("two"));
+  collector.reset();
+  wallClock += 2h;
+  Start({Files("*.log")});
+  Deliver();
+  Rename("other", "a.log");
+  EXPECT_THAT(Gather(), ElementsAre("one"));
+}
+
+TEST_P(CollectAfterRestart, PositionsAreSavedOnceADayAlthoughNothingChanges) {
+  Append("a.log", "one\n");
+  Start({Files("*.log")});
+  Deliver();
+  // An agent saves what was delivered: while nothing is, nobody calls `Save`.
+  const std::string first = ReadPositionsFile();
+  now += 23h;
+  wallClock += 23h;
+  Gather();
+  EXPECT_EQ(ReadPositionsFile(), first);
+  now += 1h;
+  wallClock += 1h;
+  Gather();
+  const std::string second = ReadPositionsFile();
+  EXPECT_NE(second, first) << "it has the time at which the file was seen";
+  now += 23h;
+  wallClock += 23h;
+  Gather();
+  EXPECT_EQ(ReadPositionsFile(), second);
+}
+
+TEST_P(CollectAfterRestart, NothingIsSavedWhereNothingIsFollowed) {
+  Start({});
+  EXPECT_THAT(Deliver(), IsEmpty());
+  EXPECT_FALSE(std::filesystem::exists(positionsFile));
+}
+
+TEST_P(CollectAfterRestart, RefusedFileHasNoPosition) {
+  Append("a.log.1.gz", "\x1F\x8B\x08\0\0\n\n"sv);
+  Start({Files("a.log*")});
+  EXPECT_THAT(Deliver(), IsEmpty());
+  Append("a.log", "one\n");
+  EXPECT_THAT(Deliver(), ElementsAre("one"));
+  EXPECT_THAT(ReadPositionsFile(), Not(HasSubstr(".gz")));
 }
 
 TEST_P(CollectAfterRestart, NumberOfVanishedFilesIsBounded) {

@@ -34,13 +34,6 @@ class CollectStandardInput : public CollectorFixture {
     return sink.lines;
   }
 
-  bool EndsWithoutFiles() {
-    return test::WaitUntil([&] {
-      collector->Collect(sink);
-      return collector->IsAtEnd();
-    });
-  }
-
   StandardInputPipe pipe;
 };
 
@@ -48,35 +41,11 @@ TEST_F(CollectStandardInput, HandsOutLinesAndTheLastPiece) {
   Start({StandardInput()});
   pipe.Write("one\r\ntw");
   EXPECT_THAT(GatherLines(1), ElementsAre("one"));
-  EXPECT_FALSE(collector->IsAtEnd());
   pipe.Write("o\nthree");
   EXPECT_THAT(GatherLines(1), ElementsAre("two"));
   EXPECT_EQ(sink.marks[0].position, 9U);
   pipe.End();
   EXPECT_THAT(GatherLines(1), ElementsAre("three"));
-  EXPECT_TRUE(collector->IsAtEnd());
-}
-
-TEST_F(CollectStandardInput, IsNotAtEndBeforeAllIsHandedOut) {
-  Start({StandardInput()});
-  pipe.Write("one\ntwo\n");
-  pipe.End();
-  sink.room = 1;
-  EXPECT_THAT(GatherLines(1), ElementsAre("one"));
-  EXPECT_FALSE(collector->IsAtEnd());
-  sink.room = 9;
-  EXPECT_TRUE(EndsWithoutFiles());
-  collector->Rewind();
-  EXPECT_FALSE(collector->IsAtEnd());
-}
-
-TEST_F(CollectStandardInput, IsNotAtEndWhileThereAreFiles) {
-  Start({StandardInput(), Files("*.log")});
-  pipe.End();
-  Gather();
-  EXPECT_FALSE(collector->IsAtEnd());
-  collector->Change({StandardInput()});
-  EXPECT_TRUE(EndsWithoutFiles());
 }
 
 TEST_F(CollectStandardInput, IsLeftAloneWhileItIsNoInput) {

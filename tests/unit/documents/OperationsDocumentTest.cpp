@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/replace.hpp>
 #include <boost/algorithm/string/trim.hpp>
 #include <boost/regex.hpp>
@@ -124,7 +125,7 @@ const struct {
   const char* expression;
   std::vector<std::string> beginnings;
 } indirect[] = {
-    {"%s", {"The configuration server has "}},  // and what the inputs tell, and statistics
+    {"%s", {"The configuration server has "}},  // and statistics, and what the inputs log (below)
     {"m_transport.m_keepAliveWarning", {"Failed to set keepalive options "}},
     {"m_traits.m_timeoutError", {"Error receiving data: Timeout of "}},
     {"m_traits.m_truncationReport", {"Truncating payload from "}},
@@ -172,6 +173,42 @@ TEST_F(OperationsDocument, HasEachTextAtItsLevels) {
   for (const LogText& text : m_logged.texts) given.insert(text.text);
   for (const LogText& text : m_documented) {
     EXPECT_TRUE(!given.contains(text.text) || m_logged.texts.contains(text)) << text;
+  }
+}
+
+/// The parts of the sources' texts of which inputs make what they log.
+std::set<std::string> PartsOfInputTexts() {
+  std::set<std::string> parts;
+  for (const char* const source : {"Follower.cpp", "PositionsFile.cpp", "StandardInputSource.cpp"}) {
+    for (const std::string& literal : TakeApart(ReadWhole(root / "apps" / "collect" / source)).literals) {
+      const std::string part = boost::algorithm::trim_copy_if(literal, boost::algorithm::is_any_of(" :;("));
+      // AgentConfig.xml cannot name an input without a file.
+      if (part.find(' ') != std::string::npos && part != "an input names no file") parts.insert(part);
+    }
+  }
+  return parts;
+}
+
+std::vector<std::string> DocumentedInputTexts() {
+  std::vector<std::string> texts;
+  for (const Cells& cells : Rows({"text of an input"})) texts.push_back(cells.front());
+  return texts;
+}
+
+TEST(OperationsDocumentInputs, HaveEveryTextThatIsLogged) {
+  const std::vector<std::string> texts = DocumentedInputTexts();
+  const std::set<std::string> parts = PartsOfInputTexts();
+  ASSERT_GT(parts.size(), 10U);
+  for (const std::string& part : parts) EXPECT_THAT(texts, testing::Contains(testing::HasSubstr(part)));
+}
+
+TEST(OperationsDocumentInputs, HaveNoTextThatTheSourcesHaveNot) {
+  const std::vector<std::string> texts = DocumentedInputTexts();
+  const std::set<std::string> parts = PartsOfInputTexts();
+  ASSERT_GT(texts.size(), 5U);
+  for (const std::string& text : texts) {
+    EXPECT_TRUE(std::ranges::any_of(parts, [&](const std::string& part) { return text.find(part) != text.npos; }))
+        << text;
   }
 }
 

@@ -16,6 +16,7 @@
 #include "support/FakeRawSocket.h"
 #include "support/HexBytes.h"
 #include "support/RecordingLogger.h"
+#include "support/RefusingPort.h"
 #include "wire/SSLConfigServerAPIClient_v1.h"
 #include "wire/SSLConfigServerAPIClient_v2.h"
 #include "wire/SocketSerializer.h"
@@ -105,7 +106,7 @@ class TokenOfComponent : public TokenInMemory {
       std::shared_ptr<WindowsAgentCommon::IConfigurationServerConnection> connection;
       factory.CreateConfigServerConnection(connection);
       ASSERT_TRUE(connection);
-      // Nobody listens at the port in `lines`.
+      // Nobody listens at the port of `Server`.
       connection->Connect();
       connection->TestConnection();
       connection->RegisterInstance("os", "1");
@@ -118,19 +119,21 @@ class TokenOfComponent : public TokenInMemory {
     EXPECT_GT(freed.Blocks(), 0);
     EXPECT_EQ(freed.BlocksWithSecret(), 0);
   }
+
+  std::string Server() const {
+    return "ConfigurationServer=127.0.0.1\nConfigurationServerPort=" + std::to_string(m_port.Port()) +
+           "\nApplicationIdentifier=agent\n";
+  }
+
+ private:
+  sorvex::test::RefusingPort m_port;
 };
 
 TEST_P(TokenOfComponent, IsGoneAfterStandAloneMode) { RunWith({}); }
 
-TEST_P(TokenOfComponent, IsGoneAfterDirectTls) {
-  RunWith("ConfigurationServer=127.0.0.1\nConfigurationServerPort=1\nApplicationIdentifier=agent\n");
-}
+TEST_P(TokenOfComponent, IsGoneAfterDirectTls) { RunWith(Server()); }
 
-TEST_P(TokenOfComponent, IsGoneAfterHttps) {
-  RunWith(
-      "ConfigurationServer=127.0.0.1\nConfigurationServerPort=1\nApplicationIdentifier=agent\n"
-      "ForceHTTPSConfigServerConnection=true\n");
-}
+TEST_P(TokenOfComponent, IsGoneAfterHttps) { RunWith(Server() + "ForceHTTPSConfigServerConnection=true\n"); }
 
 constexpr TokenForm forms[] = {{"Plain", longToken, false},
                                {"PlainShort", shortToken, false},

@@ -1,6 +1,7 @@
 // Key export, keep-alive, time zone and version of the system on which the module runs.
 #include "ApplicationKey.h"
 #include "InstallationDirectory.h"
+#include "KeepAlive.h"
 #include "LoopbackConnection.h"
 
 #include "platform/KeyContainer.h"
@@ -76,24 +77,20 @@ TEST_F(PublicKeyExport, WithoutContainerGivesErrorAndNothing) {
 
 TEST(KeepAlive, IsOffOnANewConnection) {
   LoopbackConnection connection;
-  Platform::KeepAlive keepAlive{true, {}, {}};
-  ASSERT_EQ(Platform::GetKeepAlive(connection.Near().get_handle(), keepAlive).Number(), 0);
-  EXPECT_FALSE(keepAlive.m_bEnabled);
+  EXPECT_FALSE(ReadKeepAlive(connection.Near().get_handle()).isEnabled);
 }
 
 TEST(KeepAlive, IsReadBackAsSet) {
   LoopbackConnection connection;
   ASSERT_EQ(Platform::SetKeepAlive(connection.Near().get_handle(), 30000, 2000).Number(), 0);
-  Platform::KeepAlive keepAlive;
-  ASSERT_EQ(Platform::GetKeepAlive(connection.Near().get_handle(), keepAlive).Number(), 0);
-  EXPECT_TRUE(keepAlive.m_bEnabled);
-  EXPECT_EQ(keepAlive.m_timeMs.value_or(30000), 30000U);
-  EXPECT_EQ(keepAlive.m_intervalMs.value_or(2000), 2000U);
+  const KeepAlive keepAlive = ReadKeepAlive(connection.Near().get_handle());
+  EXPECT_TRUE(keepAlive.isEnabled);
+  EXPECT_EQ(keepAlive.timeMs.value_or(30000), 30000U);
+  EXPECT_EQ(keepAlive.intervalMs.value_or(2000), 2000U);
 }
 
 TEST(KeepAlive, OfAClosedHandleIsAnError) {
-  Platform::KeepAlive keepAlive;
-  EXPECT_NE(Platform::GetKeepAlive(ACE_INVALID_HANDLE, keepAlive).Number(), 0);
+  EXPECT_NE(Platform::SetKeepAlive(ACE_INVALID_HANDLE, 30000, 2000).Number(), 0);
 }
 
 TEST(TimeZone, AgreesWithTheClockOfTheStandardLibrary) {

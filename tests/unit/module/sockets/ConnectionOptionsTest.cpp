@@ -1,7 +1,7 @@
 // What the sockets set on their connections, as the system tells of the handles.
 #include "HandleInheritance.h"
+#include "KeepAlive.h"
 #include "Transports.h"
-#include "platform/SocketIo.h"
 #include "sockets/UDPSocket.h"
 
 #include <support/ConnectionHandles.h>
@@ -39,12 +39,6 @@ class ConnectionOptions : public testing::Test {
     ASSERT_TRUE(destination.IsConnected());
   }
 
-  Platform::KeepAlive KeepAliveOfHandle() {
-    Platform::KeepAlive keepAlive;
-    EXPECT_EQ(Platform::GetKeepAlive(Handle(), keepAlive).Number(), 0);
-    return keepAlive;
-  }
-
   typename Transport::Server server;
   typename Transport::RawSocket raw;
   typename Transport::DestinationSocket destination;
@@ -62,17 +56,17 @@ TYPED_TEST(ConnectionOptions, ARawSocketSendsEachWriteAtOnce) {
 
 TYPED_TEST(ConnectionOptions, ADestinationLeavesKeepAliveAloneByDefault) {
   this->OpenDestination();
-  EXPECT_FALSE(this->KeepAliveOfHandle().m_bEnabled);
+  EXPECT_FALSE(ReadKeepAlive(this->Handle()).isEnabled);
 }
 
 TYPED_TEST(ConnectionOptions, ADestinationSetsKeepAliveWithItsTimes) {
   this->OpenDestination({{"Socket.KeepAlive.Enabled", "true"},
                          {"Socket.KeepAlive.Time", "30000"},
                          {"Socket.KeepAlive.Interval", "2000"}});
-  const Platform::KeepAlive keepAlive = this->KeepAliveOfHandle();
-  EXPECT_TRUE(keepAlive.m_bEnabled);
-  EXPECT_EQ(keepAlive.m_timeMs.value_or(30000), 30000u);
-  EXPECT_EQ(keepAlive.m_intervalMs.value_or(2000), 2000u);
+  const KeepAlive keepAlive = ReadKeepAlive(this->Handle());
+  EXPECT_TRUE(keepAlive.isEnabled);
+  EXPECT_EQ(keepAlive.timeMs.value_or(30000), 30000u);
+  EXPECT_EQ(keepAlive.intervalMs.value_or(2000), 2000u);
 }
 
 TYPED_TEST(ConnectionOptions, NoProcessInheritsARawSocket) {

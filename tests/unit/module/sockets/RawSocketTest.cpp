@@ -284,11 +284,12 @@ TYPED_TEST(RawSocket, WhatThePeerSaidBeforeItReadsIsReceived) {
 }
 
 /// A raw socket over scripted results instead of a network.
-class FakeRawSocket : public VaroCommunicationAPI::RawSocket {
+class ScriptedRawBase : public VaroCommunicationAPI::RawSocket {
  public:
-  FakeRawSocket()
-      : RawSocket({.m_loggerName = "Code.FakeRawSocket_%p.%s.%d", .m_noTimeout = 0xFFFFFFFF, .m_timeoutError = nullptr},
-                  [this](const WindowsAgentCommon::Log&) { return std::make_unique<Stream>(*this); }) {}
+  ScriptedRawBase()
+      : RawSocket(
+            {.m_loggerName = "Code.ScriptedRawBase_%p.%s.%d", .m_noTimeout = 0xFFFFFFFF, .m_timeoutError = nullptr},
+            [this](const WindowsAgentCommon::Log&) { return std::make_unique<Stream>(*this); }) {}
 
   std::deque<SocketError> results;  // of the next exchanges
   const ACE_Time_Value* lastWait = nullptr;
@@ -299,7 +300,7 @@ class FakeRawSocket : public VaroCommunicationAPI::RawSocket {
  private:
   class Stream : public VaroCommunicationAPI::ISocketStream {
    public:
-    explicit Stream(FakeRawSocket& script) : m_script(script) {}
+    explicit Stream(ScriptedRawBase& script) : m_script(script) {}
     SocketError Connect(const std::vector<ACE_INET_Addr>&, const std::wstring&,
                         const VaroCommunicationAPI::IsInterrupted&) override {
       return {};
@@ -328,7 +329,7 @@ class FakeRawSocket : public VaroCommunicationAPI::RawSocket {
       return result;
     }
 
-    FakeRawSocket& m_script;
+    ScriptedRawBase& m_script;
   };
 };
 
@@ -337,7 +338,7 @@ class RawBase : public testing::Test {
   RawBase() { socket.Open(L"127.0.0.1", 514); }
 
   RecordingLogger log;
-  FakeRawSocket socket;
+  ScriptedRawBase socket;
 };
 
 TEST_F(RawBase, ASendTimeoutIsToldAtDebugAsWell) {

@@ -281,7 +281,7 @@ TEST_F(RawTLS, ATimeoutOfZeroDoesNotWait) {
   char buffer[4];
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(socket.Receive(buffer, 4, 0), -1);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
   EXPECT_EQ(socket.GetLastResultCode(), 137);
   EXPECT_THAT(log->Lines(), ElementsAre("Error Error receiving data: Timeout of 0 reached."));
 
