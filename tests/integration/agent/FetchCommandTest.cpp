@@ -190,7 +190,7 @@ TEST(AgentRepeat, UsesOneConnectionAndTellsAFailure) {
   const ProcessResult result =
       installation.Run({"Codes=0,-2147483644,0"}, {"update-status", "--status", "1", "--time", "1", "--repeat", "3"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(installation.Calls(), "Create\nUpdateStatus\nUpdateStatus\nUpdateStatus\n");
+  EXPECT_EQ(installation.Calls(), "Create\nUpdateStatus 1\nUpdateStatus 1\nUpdateStatus 1\n");
   const std::string good = "result: true\nerror-code: 0\nresult-code: 0\nerror-message: as scripted\n";
   EXPECT_EQ(result.output, good + "result: false\nerror-code: -2147483644\nresult-code: -2147483644\n" +
                                "error-message: as scripted\n" + good);
