@@ -135,7 +135,8 @@ void PayloadQueue::Remove(std::size_t payloads) {
   cur_count_ += m_lengths.size() - payloads;
   cur_bytes_ += bytesLeft;
   cur_length_ += bytesLeft;
-  if (chunk.m_begin == chunk.m_end) DropHeadChunk();
+  // Payloads without a byte may be left.
+  if (chunk.m_first == chunk.m_lengths.size()) DropHeadChunk();
 }
 
 void PayloadQueue::DropHeadChunk() {
