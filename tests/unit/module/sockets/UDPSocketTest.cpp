@@ -386,6 +386,39 @@ TEST_F(UDPRecovery, EveryFiveHundredthRefusedSendOpensAnewWithTheQueuedStrategy)
   EXPECT_THAT(socket.Sent(), ElementsAre("found"));
 }
 
+TEST_F(UDPRecovery, RefusedSendsAreCountedAnewAfterAConnect) {
+  socket.Resolve(SocketError(11001));
+  Initialize(false);
+  for (int i = 0; i < 300; ++i) Send("x");
+  socket.Resolve(ErrorNone);
+  EXPECT_TRUE(socket.Connect());
+  socket.Resolve(SocketError(11001));
+  EXPECT_FALSE(socket.Connect());
+  log->Clear();
+  for (int i = 0; i < 499; ++i) Send("x");
+  EXPECT_THAT(log->Lines(), IsEmpty());
+  Send("x");
+  EXPECT_EQ(log->Count("Info Attempting reconnect for UDP connection 127.0.0.1:514..."), 1u);
+}
+
+TEST_F(UDPRecovery, AReconnectOfTheQueuedStrategyIsNotRepeatedBeforeFiveHundredMore) {
+  socket.Resolve(SocketError(11001));
+  Initialize(true);
+  for (int i = 0; i < 500; ++i) EXPECT_EQ(Send("x"), -1);
+  const auto attempts = [&] { return log->Count("Info Attempting reconnect for UDP connection 127.0.0.1:514..."); };
+  ASSERT_TRUE(WaitUntil([&] { return attempts() == 1; }));
+  std::this_thread::sleep_for(1500ms);  // the send thread is idle once a second
+  EXPECT_EQ(attempts(), 1u);
+}
+
+TEST_F(UDPRecovery, ASocketWhoseThreadCannotBeStartedStaysClosed) {
+  socket.FailThreads();
+  Initialize(true);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_EQ(Send("refused"), -1);
+  EXPECT_EQ(socket.GetQueueSize(), 0u);
+}
+
 TEST_F(UDPRecovery, ASocketThatItsOwnerClosedStaysClosed) {
   Initialize(false);
   socket.Close();
