@@ -173,6 +173,42 @@ TEST_F(StreamLife, ASocketWhoseThreadCannotBeStartedStaysClosed) {
   EXPECT_EQ(socket.AllWritten(), "taken\n");
 }
 
+TEST_F(StreamLife, ASocketWhoseThreadCannotBeStartedAgainTakesNothing) {
+  socket.Initialize(queued);
+  ASSERT_NE(socket.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)), -1);
+  ASSERT_TRUE(WaitUntil([&] { return log->Count("Info Thread exiting") == 1; }));
+  socket.FailNextThread();
+  socket.Open(L"127.0.0.1", 514);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_EQ(Send("refused"), -1);
+  EXPECT_TRUE(socket.msg_queue()->deactivated());
+}
+
+TEST_F(StreamLife, ASocketIsClosedFromTheBeginOfItsNextInitialize) {
+  Latch blocked;
+  socket.Initialize({});
+  socket.OnWrite([&] { blocked.Pass(); });
+  auto sent = std::async(std::launch::async, [this] { return Send("one"); });
+  ASSERT_TRUE(blocked.WaitUntilReached());
+  auto initialized = std::async(std::launch::async, [this] { socket.Initialize({}); });
+  ASSERT_TRUE(WaitUntil([this] { return socket.IsStopping(); }));
+  EXPECT_FALSE(socket.IsOpen());
+  blocked.Open();
+  EXPECT_EQ(sent.get(), 4);
+  initialized.get();
+  EXPECT_TRUE(socket.IsOpen());
+}
+
+TEST_F(StreamLife, AnInitializeFinishesTheConnectionThoughTheQueueIsClosed) {
+  socket.Initialize(queued);
+  socket.msg_queue()->deactivate();
+  socket.Initialize(queued);
+  EXPECT_EQ(socket.FinishCount(), 1);
+  EXPECT_EQ(Send("one"), 4);
+  EXPECT_EQ(socket.Shutdown(), 0);
+  EXPECT_EQ(socket.AllWritten(), "one\n");
+}
+
 TEST_F(StreamLife, AnOpenDuringAShutdownDoesNothing) {
   ASSERT_NO_FATAL_FAILURE(HoldFirstWrite());
   std::future<int> stopped = BeginShutdown();
