@@ -402,6 +402,44 @@ TEST_F(StreamLife, ThePatienceOfAStopCountsFromWhatThePeerTookLast) {
   EXPECT_THAT(answers, ElementsAre(false, false, false, false, false, true));
 }
 
+TEST_F(StreamLife, AStopEndsThoughThePeerTakesPartOfAPayloadAgainAndAgain) {
+  constexpr int enough = 50;
+  std::atomic<int> writes{0};
+  socket.OnWrite([&] {
+    const int number = ++writes;
+    if (number == 1) write.Pass();
+    if (number > 1) socket.Time().Advance(400ms);
+    socket.NextWrites({number > enough ? ScriptedWrite{} : ScriptedWrite{3, ErrorConnectionReset}});
+  });
+  socket.Initialize(queued);
+  ASSERT_EQ(Send("payload"), 8);
+  ASSERT_TRUE(write.WaitUntilReached());
+  std::future<int> stopped = BeginShutdown();
+  write.Open();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_LT(writes, 7);
+  EXPECT_EQ(socket.GetMessagesSent(), 0u);
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
+}
+
+TEST_F(StreamLife, AStopGoesOnWhileEachConnectionTakesAPayload) {
+  std::atomic<int> writes{0};
+  socket.OnWrite([&] {
+    if (++writes == 1) return write.Pass();
+    socket.Time().Advance(1400ms);
+  });
+  for (int i = 0; i < 4; ++i) socket.NextWrites({{2, ErrorConnectionReset}});
+  socket.Initialize(queued);
+  ASSERT_EQ(Send("a"), 2);
+  ASSERT_TRUE(write.WaitUntilReached());
+  for (const char* const text : {"b", "c", "d", "e"}) ASSERT_EQ(Send(text), 2);
+  std::future<int> stopped = BeginShutdown();
+  write.Open();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(socket.AllWritten(), "a\nb\nc\nd\ne\n");
+  EXPECT_EQ(socket.GetMessagesDropped(), 0u);
+}
+
 TEST_F(StreamLife, CloseEndsAStopThatWaits) {
   socket.OnWrite([this] {
     while (!socket.MustEndWait()) std::this_thread::sleep_for(1ms);
