@@ -485,6 +485,20 @@ TEST_F(StreamLife, AnotherThreadsConnectIsLimitedWhileThereIsASendThread) {
   socket.OnConnect({});
 }
 
+TEST_F(StreamLife, TheLimitOfAnotherThreadsConnectEndsWithIt) {
+  socket.Initialize(queued);
+  ASSERT_TRUE(socket.Connect());
+  std::atomic<bool> mustEnd{true};
+  socket.OnWrite([&] {
+    socket.Time().Advance(10s);
+    mustEnd = socket.MustEndWait();
+  });
+  Send("one");
+  EXPECT_TRUE(WaitUntil([&] { return socket.GetMessagesSent() == 1; }));
+  EXPECT_FALSE(mustEnd);
+  EXPECT_EQ(socket.Shutdown(), 0);
+}
+
 TEST_F(StreamLife, AFirstConnectIsNotLimited) {
   bool hasEnded = false;
   socket.OnConnect([&] {
@@ -598,6 +612,13 @@ TEST(SocketLife, AnAbandonedStopDoesNotAbandonTheNext) {
   EXPECT_FALSE(life.MustGiveUp({}, {}));
 }
 
+TEST(SocketLife, NothingIsAbandonedWithoutAStop) {
+  SocketLife life;
+  life.Abandon();
+  life.BeginStop(SocketLife::Service::None, {});
+  EXPECT_FALSE(life.MustGiveUp({}, {}));
+}
+
 TEST(SocketLife, AStopEndsAWaitForIt) {
   SocketLife life;
   auto waiting = std::async(std::launch::async, [&life] { life.WaitForStop(60s); });
@@ -607,6 +628,21 @@ TEST(SocketLife, AStopEndsAWaitForIt) {
 }
 
 // --- Whose turn it is.
+
+TEST(ConnectionTurn, TheFirstOfSeveralClaimsCounts) {
+  using VaroCommunicationAPI::ConnectionTurn;
+  const VaroCommunicationAPI::SteadyTime now{std::chrono::hours(100)};
+  ConnectionTurn turn;
+  auto holder = std::make_unique<ConnectionTurn::Holder>(turn);
+  std::thread first([&] { const ConnectionTurn::Holder mine(turn, now); });
+  ASSERT_TRUE(WaitUntil([&] { return turn.MustGiveWay(now + 251ms); }));
+  std::thread second([&] { const ConnectionTurn::Holder mine(turn, now + 1h); });
+  std::this_thread::sleep_for(20ms);  // the second has claimed it as well; earlier, there is only the first's
+  EXPECT_TRUE(turn.MustGiveWay(now + 251ms));
+  holder.reset();
+  first.join();
+  second.join();
+}
 
 TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
   using VaroCommunicationAPI::ConnectionTurn;
