@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstddef>
 #include <future>
-#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -144,19 +142,6 @@ TEST_F(QueueOfPayloads, KeepsPayloadsWithoutAByteThatAreNotDoneWith) {
   queue.Remove(1);
   EXPECT_EQ(queue.message_count(), 0u);
   EXPECT_EQ(Await(), "nothing");
-}
-
-TEST_F(QueueOfPayloads, RefusesAPayloadThatThereIsNoMemoryFor) {
-  // Nothing of it is read: the memory comes first.
-  const char byte = 'x';
-  const std::string_view tooLong(&byte, std::numeric_limits<std::size_t>::max() / 4);
-  EXPECT_FALSE(Put(tooLong));
-  EXPECT_EQ(Await(), "nothing");
-  ASSERT_TRUE(Put("one"));
-  EXPECT_FALSE(Put(tooLong));
-  ASSERT_TRUE(Put("two"));
-  EXPECT_EQ(queue.message_count(), 2u);
-  EXPECT_EQ(Await(), "one\ntwo\n");
 }
 
 TEST_F(QueueOfPayloads, CountsWhatIsNotLent) {
