@@ -184,6 +184,35 @@ TEST_F(StreamLife, ASocketWhoseThreadCannotBeStartedAgainTakesNothing) {
   EXPECT_TRUE(socket.msg_queue()->deactivated());
 }
 
+/// Its first send thread has done everything when it comes to the latch.
+class LingeringSocket : public ScriptedStreamSocket {
+ public:
+  int svc() override {
+    const int result = ScriptedStreamSocket::svc();
+    if (!m_bLingered.exchange(true)) end.Pass();
+    return result;
+  }
+
+  Latch end;
+
+ private:
+  std::atomic<bool> m_bLingered{false};
+};
+
+TEST_F(StreamLife, AnOpenWaitsForThePreviousThreadToReturn) {
+  LingeringSocket lingering;
+  lingering.Initialize(queued);
+  ASSERT_NE(lingering.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)), -1);
+  ASSERT_TRUE(lingering.end.WaitUntilReached());
+  auto opened = std::async(std::launch::async, [&] { lingering.Open(L"127.0.0.1", 514); });
+  EXPECT_EQ(opened.wait_for(20ms), std::future_status::timeout);
+  lingering.end.Open();
+  opened.get();
+  EXPECT_EQ(lingering.Send("one", 3), 4);
+  EXPECT_EQ(lingering.Shutdown(), 0);
+  EXPECT_EQ(lingering.AllWritten(), "one\n");
+}
+
 TEST_F(StreamLife, ASocketIsClosedFromTheBeginOfItsNextInitialize) {
   Latch blocked;
   socket.Initialize({});
@@ -367,6 +396,37 @@ TEST_F(StreamLife, AStopMakesNoMoreThanOneAttempt) {
   connects.second.Open();
   EXPECT_EQ(stopped.get(), 0);
   EXPECT_EQ(connects.Count(), 3);
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
+}
+
+TEST_F(StreamLife, AStopMakesNoMoreThanOneAttemptForAllWhoSend) {
+  HeldConnects connects(socket, 100);
+  socket.Initialize({});
+  std::vector<std::future<std::int32_t>> sends;
+  for (int i = 0; i < 3; ++i) sends.push_back(std::async(std::launch::async, [this] { return Send("x"); }));
+  ASSERT_TRUE(connects.second.WaitUntilReached());
+  ASSERT_TRUE(WaitUntil([this] { return socket.GetMessagesSubmitted() == 3; }));
+  std::future<int> stopped = BeginShutdown();
+  connects.second.Open();
+  for (std::future<std::int32_t>& send : sends) EXPECT_EQ(send.get(), -1);
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(connects.Count(), 3);
+}
+
+TEST_F(StreamLife, AStopThatGivesUpFinishesNothing) {
+  socket.OnWrite([this] {
+    write.Pass();
+    socket.Time().Advance(2s);
+  });
+  socket.NextWrites({{0, ErrorWaitTimeout}});
+  socket.Initialize(queued);
+  ASSERT_EQ(Send("one"), 4);
+  ASSERT_TRUE(write.WaitUntilReached());
+  std::future<int> stopped = BeginShutdown();
+  write.Open();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(socket.FinishCount(), 0);
+  EXPECT_EQ(socket.CloseCount(), 1);
   EXPECT_EQ(socket.GetMessagesDropped(), 1u);
 }
 
@@ -610,6 +670,16 @@ TEST(SocketLife, AnAbandonedStopDoesNotAbandonTheNext) {
   life.EndStop(SocketLife::Service::None);
   life.BeginStop(SocketLife::Service::None, {});
   EXPECT_FALSE(life.MustGiveUp({}, {}));
+}
+
+TEST(SocketLife, NothingIsOpenedDuringAStop) {
+  SocketLife life;
+  life.BeginStop(SocketLife::Service::None, {});
+  life.SetOpen(true);
+  EXPECT_FALSE(life.IsOpen());
+  life.EndStop(SocketLife::Service::None);
+  life.SetOpen(true);
+  EXPECT_TRUE(life.IsOpen());
 }
 
 TEST(SocketLife, NothingIsAbandonedWithoutAStop) {

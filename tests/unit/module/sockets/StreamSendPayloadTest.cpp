@@ -167,6 +167,15 @@ TEST_F(StreamSendPayload, NextReconnectTimeIsZeroAfterASuccessfulConnect) {
   EXPECT_EQ(socket.GetNextReconnectTime(), ACE_Time_Value::zero);
 }
 
+TEST_F(StreamSendPayload, ASuccessfulConnectEndsTheWaitForTheNext) {
+  socket.NextConnects({ErrorConnectionRefused, ErrorConnectionRefused});
+  Open();
+  Send("x");
+  ASSERT_TRUE(socket.Connect());
+  socket.Close();
+  EXPECT_EQ(Send("y"), 2);
+}
+
 TEST_F(StreamSendPayload, TimesAreThoseAtWhichAnAttemptBegan) {
   SocketError result;
   socket.OnConnect([&] {
