@@ -515,6 +515,19 @@ TEST_F(UDPRecovery, SeveralEmptyPayloadsAreEachDropped) {
   EXPECT_EQ(socket.GetMessagesDropped(), 2u);
 }
 
+TEST_F(UDPRecovery, AFailureBeforeAnEmptyPayloadKeepsItsNumber) {
+  HeldFirstSend held(socket);
+  socket.NextSends({{1, ErrorNone}, {0, SocketError(10061)}});
+  Initialize(true);
+  Send("first");
+  ASSERT_TRUE(held.WaitUntilReached());
+  for (const char* const text : {"a", ""}) Send(text);
+  held.Release();
+  EXPECT_TRUE(WaitUntil([&] { return socket.GetMessagesDropped() == 1; }));
+  EXPECT_EQ(log->Count(firstFailure), 1u);
+  EXPECT_THAT(socket.Sent(), ElementsAre("first", "a"));
+}
+
 TEST_F(UDPRecovery, ThePatienceOfAStopCountsFromTheLastDatagramThatWasTaken) {
   HeldFirstSend held(socket, [this] { socket.Time().Advance(1400ms); });
   socket.NextSends({{1, ErrorNone}, {1, SocketError(10055)}, {1, SocketError(10055)}, {1, SocketError(10055)}});
