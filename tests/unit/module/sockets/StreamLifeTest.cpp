@@ -706,7 +706,7 @@ TEST(ConnectionTurn, TheFirstOfSeveralClaimsCounts) {
   auto holder = std::make_unique<ConnectionTurn::Holder>(turn);
   std::thread first([&] { const ConnectionTurn::Holder mine(turn, now); });
   ASSERT_TRUE(WaitUntil([&] { return turn.MustGiveWay(now + 251ms); }));
-  std::thread second([&] { const ConnectionTurn::Holder mine(turn, now + 1h); });
+  std::thread second([&] { const ConnectionTurn::Holder mine(turn, now + std::chrono::hours(1)); });
   std::this_thread::sleep_for(20ms);  // the second has claimed it as well; earlier, there is only the first's
   EXPECT_TRUE(turn.MustGiveWay(now + 251ms));
   holder.reset();
