@@ -53,7 +53,6 @@ void DestinationSocket<Sender>::Prepare() {
   msg_queue(&Queue());
   Queue().low_water_mark(defaultLowWaterMark);
   Queue().high_water_mark(defaultHighWaterMark);
-  Queue().SetFraming(m_state.m_framing);
   m_pPayloadBuilder = MakeBuilder(defaultBuilder);
 }
 
@@ -62,9 +61,10 @@ DestinationSocket<Sender>::~DestinationSocket() = default;
 
 template <class Sender>
 void DestinationSocket<Sender>::Initialize(const WindowsAgentCommon::ParameterBlock& parameters) {
-  // A send thread that is still running reads what is set here.
-  EndLife();
+  // Senders and a send thread that is still running read what is set here: none of them begins anew, and those that
+  // are under way end first.
   m_state.m_life.SetOpen(false);
+  EndLife();
   const WindowsAgentCommon::EnvironmentBlockHelper helper(parameters);
   std::uint32_t lowWaterMark = 0;
   std::uint32_t highWaterMark = 0;

@@ -85,6 +85,10 @@ class DestinationState {
   /// Notes that bytes have moved. Only for the holder of the turn.
   void NoteProgress();
 
+  /// When bytes last moved, and its change where what was noted turns out to be none. Only for the holder of the turn.
+  SteadyTime LastProgress() const { return m_lastProgress; }
+  void SetLastProgress(SteadyTime progress) { m_lastProgress = progress; }
+
   /// Waits in the sending thread; less if a stop begins.
   void Pause(std::chrono::milliseconds duration);
 

@@ -1,6 +1,7 @@
 #include "sockets/PayloadQueue.h"
 
 #include <algorithm>
+#include <new>
 #include <numeric>
 #include <thread>
 #include <utility>
@@ -45,9 +46,15 @@ bool PayloadQueue::Put(std::span<const char> payload, std::chrono::milliseconds 
   const bool bWait = is_full_i();
   if (bWait) {
     auto deadline = DeadlineAfter(patience);
-    if (wait_not_full_cond(&deadline) == -1) return false;
+    // There may be room although the wait has timed out: it may even have consumed the signal that tells so, which is
+    // passed on below.
+    if (wait_not_full_cond(&deadline) == -1 && (state_ != ACTIVATED || is_full_i())) return false;
   }
-  Append(payload);
+  try {
+    Append(payload);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   // Each wakes the next: all at once would only contend for the lock.
   if (bWait && !is_full_i()) not_full_cond_.signal();
   return true;
@@ -77,8 +84,8 @@ void PayloadQueue::Append(std::span<const char> payload) {
   const std::size_t framed = payload.size() + m_framing.AddedBytes(payload.size());
   Chunk& chunk = ChunkWithRoom(framed);
   m_framing.Write(payload, chunk.m_bytes.get() + chunk.m_end);
-  chunk.m_end += framed;
   chunk.m_lengths.push_back(static_cast<std::uint32_t>(payload.size()));
+  chunk.m_end += framed;
   ++cur_count_;
   cur_bytes_ += payload.size();
   cur_length_ += payload.size();
@@ -91,12 +98,15 @@ PayloadQueue::Chunk& PayloadQueue::ChunkWithRoom(std::size_t bytes) {
     Chunk& last = m_chunks.back();
     if (!last.m_bHangUp && last.m_capacity - last.m_end >= bytes) return last;
   }
-  Chunk& chunk = m_chunks.emplace_back(std::exchange(m_spare, {}));
+  Chunk chunk = std::exchange(m_spare, {});
   if (chunk.m_capacity < bytes) {
-    chunk.m_capacity = std::max(bytes, chunkBytes);
-    chunk.m_bytes = std::make_unique_for_overwrite<char[]>(chunk.m_capacity);
+    const std::size_t capacity = std::max(bytes, chunkBytes);
+    chunk.m_bytes = std::make_unique_for_overwrite<char[]>(capacity);
+    chunk.m_capacity = capacity;
   }
-  return chunk;
+  // No chunk is ever without a payload.
+  chunk.m_lengths.reserve(1);
+  return m_chunks.emplace_back(std::move(chunk));
 }
 
 PayloadQueue::Head PayloadQueue::Await(std::chrono::milliseconds patience, FramedPayloads& payloads) {
@@ -135,7 +145,8 @@ void PayloadQueue::Remove(std::size_t payloads) {
   cur_count_ += m_lengths.size() - payloads;
   cur_bytes_ += bytesLeft;
   cur_length_ += bytesLeft;
-  if (chunk.m_begin == chunk.m_end) DropHeadChunk();
+  // Payloads without a byte may be left.
+  if (chunk.m_first == chunk.m_lengths.size()) DropHeadChunk();
 }
 
 void PayloadQueue::DropHeadChunk() {

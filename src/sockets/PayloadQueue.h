@@ -62,8 +62,8 @@ class PayloadQueue : public ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_P
   /// Applies to payloads appended from then on.
   void SetFraming(const Framing& framing) { m_framing = framing; }
 
-  /// Appends a payload, waiting at most `patience` for room. Returns false if there was none, or after `HangUp` or
-  /// `GiveUp`.
+  /// Appends a payload, waiting at most `patience` for room. Returns false if there was none, or no memory, or after
+  /// `HangUp` or `GiveUp`.
   bool Put(std::span<const char> payload, std::chrono::milliseconds patience);
 
   /// Waits at most `patience` for something at the head. Lends the payloads there until `Remove`; they keep their place

@@ -49,17 +49,20 @@ class SocketLife {
   enum class Service { None, SendThread };
 
   /// Makes the socket running, and also open if `opens`, unless it is stopping. `start`, called under the lock and only
-  /// if there is no send thread, starts one, which finds the queue open, and returns whether that worked. Returns false
-  /// if it did not.
+  /// if there is no send thread, starts one, which finds the queue open, and returns whether that worked. If it did
+  /// not, returns false, with the socket closed.
   template <class StartThread>
   bool Start(Service service, bool opens, StartThread start) {
     const QueueGuard guard(m_mutex);
     // Whoever stops the socket while it is being opened wants it closed.
     if (m_state == State::Stopping) return true;
     if (service == Service::SendThread && !m_bServing) {
-      m_queue.Open();
       m_bServing = start();
-      if (!m_bServing) return false;
+      if (!m_bServing) {
+        m_bOpen.store(false, std::memory_order_relaxed);
+        return false;
+      }
+      m_queue.Open();
     }
     m_state = State::Running;
     if (opens) m_bOpen.store(true, std::memory_order_relaxed);

@@ -163,6 +163,7 @@ FramedPayloads StreamSender::FirstOf(const FramedPayloads& payloads) const {
 }
 
 StreamSender::Outcome StreamSender::Write(const FramedPayloads& payloads, SteadyTime now) {
+  const SteadyTime lastProgress = m_state.LastProgress();
   const Platform::WriteOutcome written =
       m_pStream->Write(payloads.m_bytes.data(), payloads.m_bytes.size(), m_mustGiveUp, m_noteProgress);
   Outcome outcome = CountAccepted(payloads.m_lengths, written.m_bytes);
@@ -170,6 +171,9 @@ StreamSender::Outcome StreamSender::Write(const FramedPayloads& payloads, Steady
   if (!written.m_error) {
     m_lastWrite = now;
   } else {
+    // Part of a payload that starts again on another connection is no progress: a stop would go on for as long as the
+    // peer takes that part again and again.
+    if (outcome.m_payloads == 0) m_state.SetLastProgress(lastProgress);
     outcome.m_pause = HandleWriteError(written.m_error, outcome.m_bTorn, now);
   }
   return outcome;

@@ -90,9 +90,7 @@ Platform::WriteOutcome TlsStream::Write(const char* data, std::size_t length, co
       onProgress();
     }
     if (result == 1) continue;
-    outcome.m_error = m_use == StreamUse::Delivery && SSL_want_write(m_stream.ssl())
-                          ? WaitForRoom(*this, isInterrupted)
-                          : WaitToRetry(result, isInterrupted, std::nullopt);
+    outcome.m_error = WaitToWrite(result, isInterrupted);
     if (outcome.m_error) break;
   }
   return outcome;
@@ -138,7 +136,7 @@ void TlsStream::Finish(const IsInterrupted& isInterrupted) {
   for (;;) {
     ForgetErrors();
     const int result = SSL_shutdown(m_stream.ssl());
-    if (result >= 0 || WaitToRetry(result, isInterrupted, std::nullopt)) break;
+    if (result >= 0 || WaitToWrite(result, isInterrupted)) break;
   }
   m_stream.peer().close_writer();
   AwaitDelivery(
@@ -165,6 +163,14 @@ std::string TlsStream::PeerCertificatePem() const {
   char* data = nullptr;
   const long size = BIO_get_mem_data(text.get(), &data);
   return {data, static_cast<std::size_t>(size)};
+}
+
+/// Waits, without limit, until the library can go on writing, which returned `result`. In a delivery, a wait for room
+/// reads what the peer sends.
+SocketError TlsStream::WaitToWrite(int result, const IsInterrupted& isInterrupted) {
+  return m_use == StreamUse::Delivery && SSL_want_write(m_stream.ssl())
+             ? WaitForRoom(*this, isInterrupted)
+             : WaitToRetry(result, isInterrupted, std::nullopt);
 }
 
 SocketError TlsStream::WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline) {

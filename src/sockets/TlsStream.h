@@ -49,6 +49,7 @@ class TlsStream final : public ISocketStream {
   void SetServerName(const std::wstring& host);
   SocketError Handshake(const IsInterrupted& isInterrupted);
   SocketError Diagnose(int result);
+  SocketError WaitToWrite(int result, const IsInterrupted& isInterrupted);
   SocketError WaitToRetry(int result, const IsInterrupted& isInterrupted, Deadline deadline);
   SocketError ReadLibraryErrors();
 

@@ -10,13 +10,18 @@
 #include "platform/SocketErrors.h"
 #include "platform/SocketIo.h"
 
+#include <support/LoopbackUdpServer.h>
+
 #include <host/SystemError.h>
 
 #include <ace/ACE.h>
+#include <ace/OS_NS_sys_socket.h>
+#include <ace/SOCK_CODgram.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -25,6 +30,7 @@ namespace {
 using sorvex::test::ApplicationKey;
 using sorvex::test::InstallationDirectory;
 using sorvex::test::LoopbackConnection;
+using sorvex::test::LoopbackUdpServer;
 using testing::AnyOf;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -307,6 +313,60 @@ TEST_F(SocketOperations, GuardedWriteToEndedConnectionGivesErrorOnly) {
   const Platform::BrokenPipeGuard guard;
   EXPECT_EQ(m_connection.Near().send("x", 1), -1);
   EXPECT_EQ(m_connection.Near().send("x", 1), -1);
+}
+
+// Datagrams
+
+/// A datagram socket that is connected to `port`, as the sockets make it.
+class DatagramSocket {
+ public:
+  explicit DatagramSocket(std::uint16_t port) {
+    const ACE_INET_Addr peer(port, "127.0.0.1");
+    m_socket.set_handle(Platform::OpenSocket(AF_INET, SOCK_DGRAM));
+    EXPECT_EQ(ACE_OS::connect(Handle(), static_cast<sockaddr*>(peer.get_addr()), peer.get_size()), 0);
+    EXPECT_EQ(m_socket.enable(ACE_NONBLOCK), 0);
+  }
+  ~DatagramSocket() { m_socket.close(); }
+  DatagramSocket(const DatagramSocket&) = delete;
+  DatagramSocket& operator=(const DatagramSocket&) = delete;
+
+  ACE_HANDLE Handle() const { return m_socket.get_handle(); }
+
+ private:
+  ACE_SOCK_CODgram m_socket;
+};
+
+Platform::DatagramOutcome SendAll(const DatagramSocket& socket, const std::vector<std::string>& texts) {
+  const std::vector<std::span<const char>> datagrams(texts.begin(), texts.end());
+  return Platform::SendDatagrams(socket.Handle(), datagrams);
+}
+
+TEST(SendDatagrams, SendsEachOnceAndInOrder) {
+  LoopbackUdpServer server;
+  const DatagramSocket socket(server.Port());
+  std::vector<std::string> texts;
+  for (int i = 0; i < 300; ++i) texts.push_back(std::to_string(i));
+  const Platform::DatagramOutcome outcome = SendAll(socket, texts);
+  EXPECT_EQ(outcome.m_error.Number(), 0);
+  EXPECT_EQ(outcome.m_datagrams, 300U);
+  EXPECT_EQ(server.WaitForDatagrams(300), texts);
+}
+
+TEST(SendDatagrams, StopsAtTheFirstThatIsNotAccepted) {
+  LoopbackUdpServer server;
+  const DatagramSocket socket(server.Port());
+  const Platform::DatagramOutcome outcome = SendAll(socket, {"one", "two", std::string(70000, 'x'), "four"});
+  EXPECT_EQ(outcome.m_error.Number(), 10040);
+  EXPECT_EQ(outcome.m_datagrams, 2U);
+  EXPECT_EQ(SendAll(socket, {"five"}).m_datagrams, 1U);
+  EXPECT_THAT(server.WaitForDatagrams(3), testing::ElementsAre("one", "two", "five"));
+}
+
+TEST(SendDatagrams, WithNoneSucceeds) {
+  LoopbackUdpServer server;
+  const Platform::DatagramOutcome outcome = SendAll(DatagramSocket(server.Port()), {});
+  EXPECT_EQ(outcome.m_error.Number(), 0);
+  EXPECT_EQ(outcome.m_datagrams, 0U);
 }
 
 // Names

@@ -1,6 +1,8 @@
 // What goes around payloads, and the queue that keeps them.
 #include "sockets/PayloadQueue.h"
 
+#include <support/WaitUntil.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -125,6 +127,23 @@ TEST_F(QueueOfPayloads, KeepsWhatIsNotDoneWith) {
   EXPECT_EQ(Await(), "nothing");
 }
 
+TEST_F(QueueOfPayloads, KeepsPayloadsWithoutAByteThatAreNotDoneWith) {
+  queue.SetFraming(Framing(Kind::None));
+  for (const char* const payload : {"a", "", ""}) ASSERT_TRUE(Put(payload));
+  EXPECT_EQ(Await(), "a");
+  queue.Remove(2);
+  EXPECT_EQ(queue.message_count(), 1u);
+  EXPECT_EQ(Await(), "");
+  EXPECT_THAT(lengths, ElementsAre(0));
+  queue.Remove(0);
+  EXPECT_EQ(queue.message_count(), 1u);
+  EXPECT_EQ(Await(), "");
+  EXPECT_THAT(lengths, ElementsAre(0));
+  queue.Remove(1);
+  EXPECT_EQ(queue.message_count(), 0u);
+  EXPECT_EQ(Await(), "nothing");
+}
+
 TEST_F(QueueOfPayloads, CountsWhatIsNotLent) {
   ASSERT_TRUE(Put("12345"));
   ASSERT_TRUE(Put("123"));
@@ -242,7 +261,55 @@ TEST_F(QueueOfPayloads, WakesAProducerOnceThereIsRoom) {
   auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
   EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
   Await();
+  ASSERT_EQ(put.wait_for(patience), std::future_status::ready);
   EXPECT_TRUE(put.get());
+}
+
+TEST_F(QueueOfPayloads, WakesAProducerAtItsLowMark) {
+  queue.high_water_mark(100);
+  queue.low_water_mark(0);
+  ASSERT_TRUE(Put(std::string(100, 'x')));
+  auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
+  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  Await();
+  EXPECT_EQ(put.wait_for(patience), std::future_status::ready);
+}
+
+TEST_F(QueueOfPayloads, LetsAProducerWaitAboveItsLowMark) {
+  queue.high_water_mark(150'000);
+  queue.low_water_mark(50'000);
+  // Two do not fit into one chunk.
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(Put(std::string(50'000, 'x')));
+  auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
+  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  Await();
+  EXPECT_EQ(put.wait_for(50ms), std::future_status::timeout);
+  queue.Remove(1);
+  Await();
+  EXPECT_EQ(put.wait_for(patience), std::future_status::ready);
+}
+
+/// Is full for the first so many times that it is asked.
+class QueueFullForAWhile : public PayloadQueue {
+ public:
+  explicit QueueFullForAWhile(int times) : m_left(times) {}
+
+ protected:
+  bool is_full_i() override { return m_left-- > 0; }
+
+ private:
+  int m_left;
+};
+
+TEST(FullQueueOfPayloads, TakesAPayloadIfThereIsRoomWhenItsWaitEnds) {
+  // Asked before the wait and at its begin; there is room when the wait has timed out.
+  QueueFullForAWhile queue(2);
+  EXPECT_TRUE(queue.Put("x", 0ms));
+}
+
+TEST(FullQueueOfPayloads, RefusesAPayloadIfThereIsNoneWhenItsWaitEnds) {
+  QueueFullForAWhile queue(3);
+  EXPECT_FALSE(queue.Put("x", 0ms));
 }
 
 TEST_F(QueueOfPayloads, LetsInEveryProducerThatRoomIsThereFor) {
@@ -251,11 +318,14 @@ TEST_F(QueueOfPayloads, LetsInEveryProducerThatRoomIsThereFor) {
   ASSERT_TRUE(Put(std::string(100, 'x')));
   std::vector<std::future<bool>> puts;
   for (int i = 0; i < 4; ++i) {
-    puts.push_back(std::async(std::launch::async, [this] { return queue.Put("waits", 10s); }));
+    puts.push_back(std::async(std::launch::async, [this] { return queue.Put("waits", 60s); }));
     EXPECT_EQ(puts.back().wait_for(20ms), std::future_status::timeout);
   }
   Await();
-  for (std::future<bool>& put : puts) EXPECT_TRUE(put.get());
+  for (std::future<bool>& put : puts) {
+    ASSERT_EQ(put.wait_for(patience), std::future_status::ready);
+    EXPECT_TRUE(put.get());
+  }
 }
 
 TEST_F(QueueOfPayloads, WakesTheThreadThatWaits) {

@@ -45,6 +45,17 @@ TEST_F(TLSDestination, WithoutCertificateIsNotInitialised) {
   EXPECT_EQ(server.Connections(), 0);
 }
 
+TEST_F(TLSDestination, AnOpenSocketWithoutCertificateIsOpenNoLonger) {
+  LoopbackTlsServer server;
+  socket.Initialize(OverTls::Target(server.Port(), false));
+  ASSERT_TRUE(socket.IsOpen());
+  EXPECT_THROW(socket.Initialize({}), WindowsAgentCommon::InitializationException);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_FALSE(socket.IsConnected());
+  EXPECT_EQ(Send("x"), -1);
+  EXPECT_EQ(socket.GetMessagesSubmitted(), 0u);
+}
+
 TEST_F(TLSDestination, AReceiverIsTakenWhateverCertificateItShows) {
   const TlsIdentity expired("expired", nullptr, -3600);
   LoopbackTlsServer server(TlsServerOptions{.identity = &expired});

@@ -173,6 +173,71 @@ TEST_F(StreamLife, ASocketWhoseThreadCannotBeStartedStaysClosed) {
   EXPECT_EQ(socket.AllWritten(), "taken\n");
 }
 
+TEST_F(StreamLife, ASocketWhoseThreadCannotBeStartedAgainTakesNothing) {
+  socket.Initialize(queued);
+  ASSERT_NE(socket.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)), -1);
+  ASSERT_TRUE(WaitUntil([&] { return log->Count("Info Thread exiting") == 1; }));
+  socket.FailNextThread();
+  socket.Open(L"127.0.0.1", 514);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_EQ(Send("refused"), -1);
+  EXPECT_TRUE(socket.msg_queue()->deactivated());
+}
+
+/// Its first send thread has done everything when it comes to the latch.
+class LingeringSocket : public ScriptedStreamSocket {
+ public:
+  int svc() override {
+    const int result = ScriptedStreamSocket::svc();
+    if (!m_bLingered.exchange(true)) end.Pass();
+    return result;
+  }
+
+  Latch end;
+
+ private:
+  std::atomic<bool> m_bLingered{false};
+};
+
+TEST_F(StreamLife, AnOpenWaitsForThePreviousThreadToReturn) {
+  LingeringSocket lingering;
+  lingering.Initialize(queued);
+  ASSERT_NE(lingering.putq(new ACE_Message_Block(0, ACE_Message_Block::MB_HANGUP)), -1);
+  ASSERT_TRUE(lingering.end.WaitUntilReached());
+  auto opened = std::async(std::launch::async, [&] { lingering.Open(L"127.0.0.1", 514); });
+  EXPECT_EQ(opened.wait_for(20ms), std::future_status::timeout);
+  lingering.end.Open();
+  opened.get();
+  EXPECT_EQ(lingering.Send("one", 3), 4);
+  EXPECT_EQ(lingering.Shutdown(), 0);
+  EXPECT_EQ(lingering.AllWritten(), "one\n");
+}
+
+TEST_F(StreamLife, ASocketIsClosedFromTheBeginOfItsNextInitialize) {
+  Latch blocked;
+  socket.Initialize({});
+  socket.OnWrite([&] { blocked.Pass(); });
+  auto sent = std::async(std::launch::async, [this] { return Send("one"); });
+  ASSERT_TRUE(blocked.WaitUntilReached());
+  auto initialized = std::async(std::launch::async, [this] { socket.Initialize({}); });
+  ASSERT_TRUE(WaitUntil([this] { return socket.IsStopping(); }));
+  EXPECT_FALSE(socket.IsOpen());
+  blocked.Open();
+  EXPECT_EQ(sent.get(), 4);
+  initialized.get();
+  EXPECT_TRUE(socket.IsOpen());
+}
+
+TEST_F(StreamLife, AnInitializeFinishesTheConnectionThoughTheQueueIsClosed) {
+  socket.Initialize(queued);
+  socket.msg_queue()->deactivate();
+  socket.Initialize(queued);
+  EXPECT_EQ(socket.FinishCount(), 1);
+  EXPECT_EQ(Send("one"), 4);
+  EXPECT_EQ(socket.Shutdown(), 0);
+  EXPECT_EQ(socket.AllWritten(), "one\n");
+}
+
 TEST_F(StreamLife, AnOpenDuringAShutdownDoesNothing) {
   ASSERT_NO_FATAL_FAILURE(HoldFirstWrite());
   std::future<int> stopped = BeginShutdown();
@@ -334,6 +399,37 @@ TEST_F(StreamLife, AStopMakesNoMoreThanOneAttempt) {
   EXPECT_EQ(socket.GetMessagesDropped(), 1u);
 }
 
+TEST_F(StreamLife, AStopMakesNoMoreThanOneAttemptForAllWhoSend) {
+  HeldConnects connects(socket, 100);
+  socket.Initialize({});
+  std::vector<std::future<std::int32_t>> sends;
+  for (int i = 0; i < 3; ++i) sends.push_back(std::async(std::launch::async, [this] { return Send("x"); }));
+  ASSERT_TRUE(connects.second.WaitUntilReached());
+  ASSERT_TRUE(WaitUntil([this] { return socket.GetMessagesSubmitted() == 3; }));
+  std::future<int> stopped = BeginShutdown();
+  connects.second.Open();
+  for (std::future<std::int32_t>& send : sends) EXPECT_EQ(send.get(), -1);
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(connects.Count(), 3);
+}
+
+TEST_F(StreamLife, AStopThatGivesUpFinishesNothing) {
+  socket.OnWrite([this] {
+    write.Pass();
+    socket.Time().Advance(2s);
+  });
+  socket.NextWrites({{0, ErrorWaitTimeout}});
+  socket.Initialize(queued);
+  ASSERT_EQ(Send("one"), 4);
+  ASSERT_TRUE(write.WaitUntilReached());
+  std::future<int> stopped = BeginShutdown();
+  write.Open();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(socket.FinishCount(), 0);
+  EXPECT_EQ(socket.CloseCount(), 1);
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
+}
+
 TEST_F(StreamLife, LostConnectionsAreMadeAgainDuringAStop) {
   ASSERT_NO_FATAL_FAILURE(HoldFirstWrite());
   Send("second");
@@ -364,6 +460,44 @@ TEST_F(StreamLife, ThePatienceOfAStopCountsFromWhatThePeerTookLast) {
   write.Open();
   stopped.get();
   EXPECT_THAT(answers, ElementsAre(false, false, false, false, false, true));
+}
+
+TEST_F(StreamLife, AStopEndsThoughThePeerTakesPartOfAPayloadAgainAndAgain) {
+  constexpr int enough = 50;
+  std::atomic<int> writes{0};
+  socket.OnWrite([&] {
+    const int number = ++writes;
+    if (number == 1) write.Pass();
+    if (number > 1) socket.Time().Advance(400ms);
+    socket.NextWrites({number > enough ? ScriptedWrite{} : ScriptedWrite{3, ErrorConnectionReset}});
+  });
+  socket.Initialize(queued);
+  ASSERT_EQ(Send("payload"), 8);
+  ASSERT_TRUE(write.WaitUntilReached());
+  std::future<int> stopped = BeginShutdown();
+  write.Open();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_LT(writes, 7);
+  EXPECT_EQ(socket.GetMessagesSent(), 0u);
+  EXPECT_EQ(socket.GetMessagesDropped(), 1u);
+}
+
+TEST_F(StreamLife, AStopGoesOnWhileEachConnectionTakesAPayload) {
+  std::atomic<int> writes{0};
+  socket.OnWrite([&] {
+    if (++writes == 1) return write.Pass();
+    socket.Time().Advance(1400ms);
+  });
+  for (int i = 0; i < 4; ++i) socket.NextWrites({{2, ErrorConnectionReset}});
+  socket.Initialize(queued);
+  ASSERT_EQ(Send("a"), 2);
+  ASSERT_TRUE(write.WaitUntilReached());
+  for (const char* const text : {"b", "c", "d", "e"}) ASSERT_EQ(Send(text), 2);
+  std::future<int> stopped = BeginShutdown();
+  write.Open();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_EQ(socket.AllWritten(), "a\nb\nc\nd\ne\n");
+  EXPECT_EQ(socket.GetMessagesDropped(), 0u);
 }
 
 TEST_F(StreamLife, CloseEndsAStopThatWaits) {
@@ -409,6 +543,20 @@ TEST_F(StreamLife, AnotherThreadsConnectIsLimitedWhileThereIsASendThread) {
   EXPECT_FALSE(socket.Connect());
   EXPECT_TRUE(hasEnded);
   socket.OnConnect({});
+}
+
+TEST_F(StreamLife, TheLimitOfAnotherThreadsConnectEndsWithIt) {
+  socket.Initialize(queued);
+  ASSERT_TRUE(socket.Connect());
+  std::atomic<bool> mustEnd{true};
+  socket.OnWrite([&] {
+    socket.Time().Advance(10s);
+    mustEnd = socket.MustEndWait();
+  });
+  Send("one");
+  EXPECT_TRUE(WaitUntil([&] { return socket.GetMessagesSent() == 1; }));
+  EXPECT_FALSE(mustEnd);
+  EXPECT_EQ(socket.Shutdown(), 0);
 }
 
 TEST_F(StreamLife, AFirstConnectIsNotLimited) {
@@ -524,6 +672,23 @@ TEST(SocketLife, AnAbandonedStopDoesNotAbandonTheNext) {
   EXPECT_FALSE(life.MustGiveUp({}, {}));
 }
 
+TEST(SocketLife, NothingIsOpenedDuringAStop) {
+  SocketLife life;
+  life.BeginStop(SocketLife::Service::None, {});
+  life.SetOpen(true);
+  EXPECT_FALSE(life.IsOpen());
+  life.EndStop(SocketLife::Service::None);
+  life.SetOpen(true);
+  EXPECT_TRUE(life.IsOpen());
+}
+
+TEST(SocketLife, NothingIsAbandonedWithoutAStop) {
+  SocketLife life;
+  life.Abandon();
+  life.BeginStop(SocketLife::Service::None, {});
+  EXPECT_FALSE(life.MustGiveUp({}, {}));
+}
+
 TEST(SocketLife, AStopEndsAWaitForIt) {
   SocketLife life;
   auto waiting = std::async(std::launch::async, [&life] { life.WaitForStop(60s); });
@@ -533,6 +698,21 @@ TEST(SocketLife, AStopEndsAWaitForIt) {
 }
 
 // --- Whose turn it is.
+
+TEST(ConnectionTurn, TheFirstOfSeveralClaimsCounts) {
+  using VaroCommunicationAPI::ConnectionTurn;
+  const VaroCommunicationAPI::SteadyTime now{std::chrono::hours(100)};
+  ConnectionTurn turn;
+  auto holder = std::make_unique<ConnectionTurn::Holder>(turn);
+  std::thread first([&] { const ConnectionTurn::Holder mine(turn, now); });
+  ASSERT_TRUE(WaitUntil([&] { return turn.MustGiveWay(now + 251ms); }));
+  std::thread second([&] { const ConnectionTurn::Holder mine(turn, now + std::chrono::hours(1)); });
+  std::this_thread::sleep_for(20ms);  // the second has claimed it as well; earlier, there is only the first's
+  EXPECT_TRUE(turn.MustGiveWay(now + 251ms));
+  holder.reset();
+  first.join();
+  second.join();
+}
 
 TEST(ConnectionTurn, AClaimComesBeforeThoseWhoWaitedLongerWithoutOne) {
   using VaroCommunicationAPI::ConnectionTurn;

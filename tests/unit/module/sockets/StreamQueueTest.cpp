@@ -166,6 +166,8 @@ TEST_F(StreamQueue, OneWriteHoldsAtMost64KiB) {
   ASSERT_EQ(written.size(), 4u);
   EXPECT_THAT(written, Each(ResultOf([](const std::string& part) { return part.size(); }, Le(65536u))));
   EXPECT_GE(written[2].size(), 65536u - payload.size());
+  // Only before the first write: the connection has been busy since.
+  EXPECT_EQ(socket.PeerStateCount(), 1);
 }
 
 TEST_F(StreamQueue, APayloadLargerThanABatchGoesAlone) {
@@ -216,6 +218,58 @@ TEST_F(StreamQueue, APayloadAcceptedWithoutItsLineFeedIsNotResent) {
   ASSERT_TRUE(WaitForSent(4));
   EXPECT_THAT(socket.Written(), ElementsAre("first\n", "one\ntwo", "three\n"));
   EXPECT_EQ(socket.GetBytesSent(), 6u + 4u + 3u + 6u);
+}
+
+TEST_F(StreamQueue, APayloadWithoutItsLastByteIsSentAgainWithItsLength) {
+  gate.Attach(socket);
+  socket.NextWrites({{}, {9, ErrorConnectionReset}});
+  socket.Initialize(Queued({{"Framing", "OctetCounting"}}));
+  Send("first");
+  ASSERT_TRUE(gate.WaitUntilReached());
+  Send("one");
+  Send("two");
+  gate.Open();
+  ASSERT_TRUE(WaitForSent(3));
+  EXPECT_THAT(socket.Written(), ElementsAre("5 first", "3 one3 tw", "3 two"));
+  EXPECT_EQ(socket.GetBytesSent(), 7u + 5u + 5u);
+}
+
+TEST_F(StreamQueue, APayloadWithoutItsLastByteIsSentAgainWithoutFraming) {
+  gate.Attach(socket);
+  socket.NextWrites({{}, {5, ErrorConnectionReset}});
+  socket.Initialize(Queued({{"AppendLineFeed", "false"}}));
+  Send("first");
+  ASSERT_TRUE(gate.WaitUntilReached());
+  Send("one");
+  Send("two");
+  gate.Open();
+  ASSERT_TRUE(WaitForSent(3));
+  EXPECT_THAT(socket.Written(), ElementsAre("first", "onetw", "two"));
+  EXPECT_EQ(socket.GetBytesSent(), 5u + 3u + 3u);
+}
+
+TEST_F(StreamQueue, ATimeoutBetweenPayloadsKeepsTheConnection) {
+  gate.Attach(socket);
+  socket.NextWrites({{}, {4, ErrorWaitTimeout}});
+  socket.Initialize(queued);
+  Send("first");
+  ASSERT_TRUE(gate.WaitUntilReached());
+  Send("one");
+  Send("two");
+  gate.Open();
+  ASSERT_TRUE(WaitForSent(3));
+  EXPECT_THAT(socket.Written(), ElementsAre("first\n", "one\n", "two\n"));
+  EXPECT_EQ(socket.ConnectCount(), 1);
+}
+
+TEST_F(StreamQueue, AnEmptyPayloadWithoutFramingWaitsForTheConnection) {
+  socket.NextConnects({ErrorConnectionRefused, ErrorConnectionRefused});
+  socket.Initialize(Queued({{"AppendLineFeed", "false"}}));
+  EXPECT_EQ(Send(""), 0);
+  ASSERT_TRUE(WaitForSent(1));
+  EXPECT_EQ(socket.ConnectCount(), 3);
+  EXPECT_EQ(socket.Shutdown(), 0);
+  EXPECT_EQ(socket.GetMessagesDropped(), 0u);
 }
 
 TEST_F(StreamQueue, RetriesOncePerSecondWhileDisconnected) {
@@ -394,6 +448,26 @@ TEST_F(StreamQueue, AnIdleConnectionIsLookedAtBeforeItIsWrittenTo) {
   EXPECT_GT(socket.PeerStateCount(), before);
   EXPECT_EQ(socket.ConnectCount(), 2);
   EXPECT_EQ(socket.AllWritten(), "one\ntwo\n");
+}
+
+/// Has a payload in its queue before its send thread looks there.
+class EarlyPayloadSocket : public ScriptedStreamSocket {
+ public:
+  int svc() override {
+    EXPECT_TRUE(WaitUntil([this] { return IsOpen(); }));
+    EXPECT_EQ(Send("early", 5), 6);
+    return ScriptedStreamSocket::svc();
+  }
+};
+
+TEST_F(StreamQueue, ANewConnectionIsLookedAtBeforeItIsWrittenTo) {
+  EarlyPayloadSocket early;
+  early.NextPeerStates({ErrorPeerClosed});
+  early.Initialize(queued);
+  EXPECT_TRUE(WaitUntil([&] { return early.GetMessagesSent() == 1; }));
+  EXPECT_EQ(early.Shutdown(), 0);
+  EXPECT_EQ(early.ConnectCount(), 2);
+  EXPECT_EQ(early.AllWritten(), "early\n");
 }
 
 TEST_F(StreamQueue, ManyProducersLoseAndDoubleNothing) {

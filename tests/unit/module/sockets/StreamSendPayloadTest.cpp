@@ -167,6 +167,47 @@ TEST_F(StreamSendPayload, NextReconnectTimeIsZeroAfterASuccessfulConnect) {
   EXPECT_EQ(socket.GetNextReconnectTime(), ACE_Time_Value::zero);
 }
 
+TEST_F(StreamSendPayload, ASuccessfulConnectEndsTheWaitForTheNext) {
+  socket.NextConnects({ErrorConnectionRefused, ErrorConnectionRefused});
+  Open();
+  Send("x");
+  ASSERT_TRUE(socket.Connect());
+  socket.Close();
+  EXPECT_EQ(Send("y"), 2);
+}
+
+TEST_F(StreamSendPayload, TimesAreThoseAtWhichAnAttemptBegan) {
+  SocketError result;
+  socket.OnConnect([&] {
+    socket.Time().Advance(4s);
+    return result;
+  });
+  socket.Time().SetWallClock(1000s);
+  Open();
+  EXPECT_EQ(socket.GetLastConnectAttemptTime(), ACE_Time_Value(1000));
+  EXPECT_EQ(socket.GetConnectedSinceTime(), ACE_Time_Value(1000));
+  result = ErrorConnectionRefused;
+  EXPECT_FALSE(socket.Connect());
+  EXPECT_EQ(socket.GetLastConnectFailureTime(), ACE_Time_Value(1004));
+  Send("x");
+  EXPECT_EQ(socket.GetLastConnectFailureTime(), ACE_Time_Value(1008));
+  EXPECT_EQ(socket.GetNextReconnectTime(), ACE_Time_Value(1008 + 15));
+}
+
+TEST_F(StreamSendPayload, NextReconnectTimeIsNowOnceTheConnectionIsLost) {
+  const ScriptedWrite losses[] = {{0, ErrorConnectionReset}, {2, ErrorWaitTimeout}, {2, ErrorWouldBlock}};
+  Open();
+  for (const ScriptedWrite& loss : losses) {
+    ASSERT_TRUE(socket.Connect());
+    ASSERT_EQ(socket.GetNextReconnectTime(), ACE_Time_Value::zero);
+    const ACE_Time_Value now = socket.Time().WallClock();
+    socket.NextWrites({loss});
+    EXPECT_EQ(Send("one"), -1);
+    EXPECT_FALSE(socket.IsConnected());
+    EXPECT_EQ(socket.GetNextReconnectTime(), now) << loss.error.Number();
+  }
+}
+
 TEST_F(StreamSendPayload, WriteErrorIsLoggedAndTheNextPayloadReconnectsAtOnce) {
   Open();
   socket.NextWrites({{0, ErrorConnectionReset}});

@@ -1,12 +1,18 @@
-// A connection of the TLS destination socket that is cut while it is in the middle of a batch.
+// A connection of the TLS destination socket that is cut in the middle of a batch, or ends without room.
 #include "Transports.h"
+
+#include "platform/NameResolver.h"
+#include "sockets/TlsStream.h"
 
 #include <support/RecordingLogger.h>
 
+#include <ace/SSL/SSL_Context.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <sstream>
+#include <thread>
 
 namespace sorvex::test {
 namespace {
@@ -56,6 +62,37 @@ TEST(TlsDestinationCut, NoPayloadThatTheReceiverHasReadArrivesAgain) {
     previous = number;
   }
   EXPECT_EQ(arrivedAgain, 0);
+}
+
+TEST(TlsDestinationEnd, APeerThatTalksIsListenedToWhileThereIsNoRoomForTheFarewell) {
+  using namespace VaroCommunicationAPI;
+  std::atomic<bool> isTold{false};
+  LoopbackTlsServer server(
+      [&](LoopbackTlsServer&, TlsServerSession& session, int) {
+        // More than any system buffers.
+        session.Write(std::string(40'000'000, '?'));
+        isTold = true;
+      },
+      TlsServerOptions{.receiveBufferBytes = 4096});
+  ACE_SSL_Context context;
+  context.set_mode(ACE_SSL_Context::SSLv23_client);
+  SSLProtocolList().applyTo(context);
+  TlsStream stream(context, StreamUse::Delivery);
+  const auto goOn = [] { return false; };
+  ASSERT_EQ(
+      stream.Connect(Platform::ResolveHost(L"127.0.0.1", server.Port(), Platform::AddressFamily::Any, goOn).m_addresses,
+                     L"127.0.0.1", goOn),
+      Platform::ErrorNone);
+  // The peer reads nothing before it has said everything, so that these bytes only take all the room.
+  const std::string filling(65536, 'x');
+  for (int fullTimes = 0; fullTimes < 5;) {
+    if (!Platform::SendNow(stream.Handle(), filling.data(), filling.size()).m_error) continue;
+    ++fullTimes;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  const auto end = std::chrono::steady_clock::now() + patience;
+  stream.Finish([&] { return isTold || std::chrono::steady_clock::now() > end; });
+  EXPECT_TRUE(isTold);
 }
 
 }  // namespace

@@ -12,8 +12,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
+#include <functional>
+#include <future>
 #include <thread>
+#include <utility>
 
 namespace sorvex::test {
 namespace {
@@ -206,6 +210,19 @@ class ScriptedUDPSocket : public UDPSocket {
     m_resolveError = error;
   }
 
+  /// Called at the start of each send, in the sending thread, without a lock.
+  void OnSend(std::function<void()> callback) { m_onSend = std::move(callback); }
+
+  /// No send thread can be started.
+  void FailThreads() { m_bThreadsFail = true; }
+  int activate(long flags, int threads, int force, long priority, int group, ACE_Task_Base* task,
+               ACE_hthread_t handles[], void* stacks[], size_t stackSizes[], ACE_thread_t ids[],
+               const char* names[]) override {
+    return m_bThreadsFail ? -1
+                          : UDPSocket::activate(flags, threads, force, priority, group, task, handles, stacks,
+                                                stackSizes, ids, names);
+  }
+
   /// As from a resolver that knows the name, and no address.
   void ResolveToNothing() {
     const std::lock_guard lock(m_mutex);
@@ -240,6 +257,7 @@ class ScriptedUDPSocket : public UDPSocket {
       return target;
     };
     services.m_sendDatagrams = [this](ACE_HANDLE, std::span<const std::span<const char>> payloads) {
+      if (m_onSend) m_onSend();
       const std::lock_guard lock(m_mutex);
       if (payloads.empty()) return DatagramOutcome();
       ++m_calls;
@@ -256,6 +274,8 @@ class ScriptedUDPSocket : public UDPSocket {
     return services;
   }
 
+  bool m_bThreadsFail = false;
+  std::function<void()> m_onSend;
   mutable std::mutex m_mutex;
   std::deque<DatagramOutcome> m_outcomes;
   SocketError m_otherwise;
@@ -366,6 +386,39 @@ TEST_F(UDPRecovery, EveryFiveHundredthRefusedSendOpensAnewWithTheQueuedStrategy)
   EXPECT_THAT(socket.Sent(), ElementsAre("found"));
 }
 
+TEST_F(UDPRecovery, RefusedSendsAreCountedAnewAfterAConnect) {
+  socket.Resolve(SocketError(11001));
+  Initialize(false);
+  for (int i = 0; i < 300; ++i) Send("x");
+  socket.Resolve(ErrorNone);
+  EXPECT_TRUE(socket.Connect());
+  socket.Resolve(SocketError(11001));
+  EXPECT_FALSE(socket.Connect());
+  log->Clear();
+  for (int i = 0; i < 499; ++i) Send("x");
+  EXPECT_THAT(log->Lines(), IsEmpty());
+  Send("x");
+  EXPECT_EQ(log->Count("Info Attempting reconnect for UDP connection 127.0.0.1:514..."), 1u);
+}
+
+TEST_F(UDPRecovery, AReconnectOfTheQueuedStrategyIsNotRepeatedBeforeFiveHundredMore) {
+  socket.Resolve(SocketError(11001));
+  Initialize(true);
+  for (int i = 0; i < 500; ++i) EXPECT_EQ(Send("x"), -1);
+  const auto attempts = [&] { return log->Count("Info Attempting reconnect for UDP connection 127.0.0.1:514..."); };
+  ASSERT_TRUE(WaitUntil([&] { return attempts() == 1; }));
+  std::this_thread::sleep_for(1500ms);  // the send thread is idle once a second
+  EXPECT_EQ(attempts(), 1u);
+}
+
+TEST_F(UDPRecovery, ASocketWhoseThreadCannotBeStartedStaysClosed) {
+  socket.FailThreads();
+  Initialize(true);
+  EXPECT_FALSE(socket.IsOpen());
+  EXPECT_EQ(Send("refused"), -1);
+  EXPECT_EQ(socket.GetQueueSize(), 0u);
+}
+
 TEST_F(UDPRecovery, ASocketThatItsOwnerClosedStaysClosed) {
   Initialize(false);
   socket.Close();
@@ -427,6 +480,67 @@ TEST_F(UDPRecovery, AnEmptyPayloadDoesNotHoldUpTheQueue) {
   EXPECT_THAT(socket.Sent(), ElementsAre("before", "behind"));
   EXPECT_EQ(socket.GetMessagesDropped(), 1u);
   EXPECT_EQ(socket.GetMessagesSent(), 2u);
+}
+
+/// Holds the first send of a queued socket until it is let go, and calls `then` at the start of each further one.
+class HeldFirstSend {
+ public:
+  explicit HeldFirstSend(
+      ScriptedUDPSocket& socket, std::function<void()> then = [] {}) {
+    socket.OnSend([this, then] {
+      if (++m_sends > 1) return then();
+      m_released.get_future().wait();
+    });
+  }
+  bool WaitUntilReached() {
+    return WaitUntil([this] { return m_sends == 1; });
+  }
+  void Release() { m_released.set_value(); }
+
+ private:
+  std::atomic<int> m_sends{0};
+  std::promise<void> m_released;
+};
+
+TEST_F(UDPRecovery, SeveralEmptyPayloadsAreEachDropped) {
+  HeldFirstSend held(socket);
+  Initialize(true);
+  Send("first");
+  ASSERT_TRUE(held.WaitUntilReached());
+  for (const char* const text : {"a", "", ""}) Send(text);
+  held.Release();
+  EXPECT_TRUE(WaitUntil([&] { return socket.GetMessagesDropped() == 2; }));
+  EXPECT_EQ(socket.Shutdown(), 0);
+  EXPECT_THAT(socket.Sent(), ElementsAre("first", "a"));
+  EXPECT_EQ(socket.GetMessagesDropped(), 2u);
+}
+
+TEST_F(UDPRecovery, AFailureBeforeAnEmptyPayloadKeepsItsNumber) {
+  HeldFirstSend held(socket);
+  socket.NextSends({{1, ErrorNone}, {0, SocketError(10061)}});
+  Initialize(true);
+  Send("first");
+  ASSERT_TRUE(held.WaitUntilReached());
+  for (const char* const text : {"a", ""}) Send(text);
+  held.Release();
+  EXPECT_TRUE(WaitUntil([&] { return socket.GetMessagesDropped() == 1; }));
+  EXPECT_EQ(log->Count(firstFailure), 1u);
+  EXPECT_THAT(socket.Sent(), ElementsAre("first", "a"));
+}
+
+TEST_F(UDPRecovery, ThePatienceOfAStopCountsFromTheLastDatagramThatWasTaken) {
+  HeldFirstSend held(socket, [this] { socket.Time().Advance(1400ms); });
+  socket.NextSends({{1, ErrorNone}, {1, SocketError(10055)}, {1, SocketError(10055)}, {1, SocketError(10055)}});
+  Initialize(true);
+  Send("a");
+  ASSERT_TRUE(held.WaitUntilReached());
+  for (const char* const text : {"b", "c", "d", "e"}) Send(text);
+  auto stopped = std::async(std::launch::async, [this] { return socket.Shutdown(); });
+  ASSERT_TRUE(WaitUntil([this] { return !socket.IsOpen(); }));
+  held.Release();
+  EXPECT_EQ(stopped.get(), 0);
+  EXPECT_THAT(socket.Sent(), ElementsAre("a", "b", "c", "d", "e"));
+  EXPECT_EQ(socket.GetMessagesDropped(), 0u);
 }
 
 TEST_F(UDPRecovery, ShutdownGivesUpWhatCannotBeSentWithinTwoSeconds) {
