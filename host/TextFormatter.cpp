@@ -127,7 +127,7 @@ void TextFormatter::SkipLengthModifiers(std::size_t& position) const {
     const std::string_view rest = m_format.substr(position);
     if (rest.starts_with("I64") || rest.starts_with("I32")) {
       position += 3;
-    } else if (std::string_view("hljztLqw").find(rest.front()) != std::string_view::npos) {
+    } else if (std::string_view("hljztL").find(rest.front()) != std::string_view::npos) {
       ++position;
     } else {
       return;
