@@ -1,6 +1,7 @@
 // The server's side of TLS, as clients of chosen versions see it.
 #include "ConfigServerFixture.h"
 #include "HttpsClient.h"
+#include "support/ScopedVariable.h"
 
 #include <boost/asio.hpp>
 #include <boost/asio/ssl.hpp>
@@ -42,6 +43,14 @@ class OneVersion {
 };
 
 TEST(ConfigServerTls, SpeaksVersion12And13Only) {
+  const TemporaryDirectory directory;
+  // The system's settings allow more.
+  const std::filesystem::path settings = directory.Write("openssl.cnf",
+                                                         "openssl_conf = all\n[all]\nssl_conf = ssl\n"
+                                                         "[ssl]\nsystem_default = default\n"
+                                                         "[default]\nMinProtocol = TLSv1\n"
+                                                         "CipherString = DEFAULT:@SECLEVEL=0\n");
+  const ScopedVariable variable("OPENSSL_CONF", settings.string());
   const ConfigServer server;
   EXPECT_FALSE(OneVersion(server.Port(), TLS1_VERSION).IsOpen());
   EXPECT_FALSE(OneVersion(server.Port(), TLS1_1_VERSION).IsOpen());
