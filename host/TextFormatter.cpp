@@ -127,7 +127,7 @@ void TextFormatter::SkipLengthModifiers(std::size_t& position) const {
     const std::string_view rest = m_format.substr(position);
     if (rest.starts_with("I64") || rest.starts_with("I32")) {
       position += 3;
-    } else if (std::string_view("hljztLqw").find(rest.front()) != std::string_view::npos) {
+    } else if (std::string_view("hljztL").find(rest.front()) != std::string_view::npos) {
       ++position;
     } else {
       return;
@@ -230,13 +230,18 @@ void TextFormatter::AppendText(const Directive& directive, std::string_view valu
   if (directive.m_bHasPrecision) value = CutUtf8(value, directive.m_precision);
   if (!m_bEscape) {
     AppendPadded(directive, {}, 0, value);
-  } else if (value.size() >= directive.m_width) {
-    AppendEscaped(m_result, value);
-  } else {
+    return;
+  }
+  std::size_t blanks = 0;
+  if (value.size() < directive.m_width) {
     BoundedText escaped;
     AppendEscaped(escaped, value);
-    AppendPadded(directive, {}, 0, escaped.View());
+    if (escaped.View().size() < directive.m_width) blanks = directive.m_width - escaped.View().size();
   }
+  if (!directive.m_bLeft) m_result.Append(blanks, ' ');
+  // Not the text above: the limit may split that one inside an escape.
+  AppendEscaped(m_result, value);
+  if (directive.m_bLeft) m_result.Append(blanks, ' ');
 }
 
 void TextFormatter::AppendPadded(const Directive& directive, std::string_view prefix, std::size_t zeros,

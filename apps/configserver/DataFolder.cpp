@@ -18,6 +18,9 @@ constexpr std::string_view patchPrefix = "x64_72_";
 constexpr const char* configurationFile = "AgentConfig.xml";
 constexpr const char* registrationFile = "registration.txt";
 
+/// Each is looked for on the disk while everybody else waits.
+constexpr int maxPatchNames = 1000;
+
 std::string ReadFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   std::string content{std::istreambuf_iterator<char>(file), {}};
@@ -129,7 +132,7 @@ std::shared_ptr<ServedFile> DataFolder::OpenConfiguration(const AgentName& agent
 }
 
 std::shared_ptr<ServedFile> DataFolder::OpenPatch(std::string_view names, std::string& found) {
-  while (!names.empty()) {
+  for (int count = 0; count < maxPatchNames && !names.empty(); ++count) {
     const std::size_t comma = names.find(',');
     const std::string_view name = names.substr(0, comma);
     names.remove_prefix(comma == std::string_view::npos ? names.size() : comma + 1);

@@ -61,8 +61,9 @@ class DataFolder {
   /// The agent's own configuration, or the default one; null when neither exists.
   std::shared_ptr<ServedFile> OpenConfiguration(const AgentName& agent) const;
 
-  /// The first existing patch of `names`, which are separated by commas; null when there is none. `found` receives its
-  /// file name. A name stands for the file of that name, and "x64_72_agentcore" for "agentcore" as well.
+  /// The first existing patch of `names`, which are separated by commas; null when there is none. Names after the
+  /// thousandth do not count. `found` receives its file name. A name stands for the file of that name, and
+  /// "x64_72_agentcore" for "agentcore" as well.
   std::shared_ptr<ServedFile> OpenPatch(std::string_view names, std::string& found);
 
  private:

@@ -131,8 +131,13 @@ Server::Server(const Options& options)
   const auto listen = [&](std::optional<Listener>& listener, const std::optional<std::uint16_t>& port,
                           Listener::MakeConversation make) {
     if (!port) return;
-    const tcp::endpoint endpoint(boost::asio::ip::make_address(options.listen), *port);
-    listener.emplace(m_context, endpoint, m_service, options.maxConnections, make);
+    try {
+      const tcp::endpoint endpoint(boost::asio::ip::make_address(options.listen), *port);
+      listener.emplace(m_context, endpoint, m_service, options.maxConnections, make);
+    } catch (const boost::system::system_error& error) {
+      throw std::runtime_error("cannot listen on " + options.listen + " port " + std::to_string(*port) + ": " +
+                               error.code().message());
+    }
   };
   listen(m_wire, options.wirePort, &Make<WireConversation>);
   listen(m_https, options.httpsPort, &Make<HttpsConversation>);

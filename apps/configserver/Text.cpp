@@ -36,17 +36,25 @@ bool IsDeviceName(std::string_view text) {
   return stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) && IsDigit(stem[3]);
 }
 
+/// The bytes of the control character that `text` starts with: one, or two of those that only Unicode has (U+0080 to
+/// U+009F).
+std::size_t ControlBytes(std::string_view text) {
+  const auto first = static_cast<unsigned char>(text[0]);
+  if (first < 32 || first == 127) return 1;
+  if (first != 0xC2 || text.size() == 1) return 0;
+  const auto second = static_cast<unsigned char>(text[1]);
+  return second >= 0x80 && second <= 0x9F ? 2 : 0;
+}
+
 }  // namespace
 
 std::string Escape(std::string_view text) {
   std::string escaped;
-  for (const char character : text) {
-    const bool isControl = static_cast<unsigned char>(character) < 32 || character == 127;
-    if (isControl || character == '\\') {
-      escaped += HexByte("\\x", character);
-    } else {
-      escaped += character;
-    }
+  while (!text.empty()) {
+    const std::size_t count = text[0] == '\\' ? 1 : ControlBytes(text);
+    for (const char byte : text.substr(0, count)) escaped += HexByte("\\x", byte);
+    if (count == 0) escaped += text[0];
+    text.remove_prefix(std::max<std::size_t>(count, 1));
   }
   return escaped;
 }

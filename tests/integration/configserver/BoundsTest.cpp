@@ -61,19 +61,20 @@ TEST_P(ConfigServerIdentifier, LeadsNowhereButToItsOwnFolder) {
   EXPECT_EQ(FilesOutsideOfAgents(server), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Hostile, ConfigServerIdentifier,
-                         testing::Values(Identifier{"", ""}, Identifier{"..", "%2E%2E"}, Identifier{".", "%2E"},
-                                         Identifier{"../../escape", "%2E.%2F..%2Fescape"}, Identifier{"/etc", "%2Fetc"},
-                                         Identifier{"a\\..\\b", "a%5C..%5Cb"}, Identifier{"C:x", "C%3Ax"},
-                                         Identifier{"a.", "a%2E"}, Identifier{"con", "%63on"},
-                                         Identifier{"LPT1.txt", "%4CPT1.txt"}, Identifier{"a/b", "a%2Fb"},
-                                         Identifier{std::string("a\0b", 3), "a%00b"}, Identifier{"100%", "100%25"},
-                                         Identifier{"Gr\xC3\xB6\xC3\x9F"
-                                                    "e",
-                                                    "Gr%C3%B6%C3%9Fe"},
-                                         Identifier{std::string(128, 'a'), std::string(128, 'a')},
-                                         Identifier{std::string(129, 'a'), ""}),
-                         [](const auto& test) { return std::to_string(test.index); });
+INSTANTIATE_TEST_SUITE_P(
+    Hostile, ConfigServerIdentifier,
+    testing::Values(Identifier{"", ""}, Identifier{"..", "%2E%2E"}, Identifier{".", "%2E"},
+                    Identifier{"../../escape", "%2E.%2F..%2Fescape"}, Identifier{"/etc", "%2Fetc"},
+                    Identifier{"a\\..\\b", "a%5C..%5Cb"}, Identifier{"C:x", "C%3Ax"}, Identifier{"a.", "a%2E"},
+                    Identifier{"con", "%63on"}, Identifier{"LPT1.txt", "%4CPT1.txt"}, Identifier{"com0", "%63om0"},
+                    Identifier{"PRN", "%50RN"}, Identifier{"aux.x", "%61ux.x"}, Identifier{"nul", "%6Eul"},
+                    Identifier{"comx", "comx"}, Identifier{"com10", "com10"}, Identifier{"a/b", "a%2Fb"},
+                    Identifier{std::string("a\0b", 3), "a%00b"}, Identifier{"100%", "100%25"},
+                    Identifier{"Gr\xC3\xB6\xC3\x9F"
+                               "e",
+                               "Gr%C3%B6%C3%9Fe"},
+                    Identifier{std::string(128, 'a'), std::string(128, 'a')}, Identifier{std::string(129, 'a'), ""}),
+    [](const auto& test) { return std::to_string(test.index); });
 
 class ConfigServerPatchName : public testing::TestWithParam<const char*> {};
 
@@ -113,6 +114,13 @@ TEST(ConfigServerBounds, ConnectionThatIsIdleIsEnded) {
   server.WaitForLog("agent-7 ended: waited too long for request");
 }
 
+TEST(ConfigServerBounds, ConnectionWithoutARequestIsEnded) {
+  const ConfigServer server({"--idle-timeout", "2", "--request-timeout", "600"});
+  TlsClient client(server.Port());
+  EXPECT_EQ(client.ReceiveAll(), "");
+  server.WaitForLog(" - ended: waited too long for request");
+}
+
 TEST(ConfigServerBounds, ConnectionWithoutHandshakeIsEnded) {
   const ConfigServer server({"--request-timeout", "2"});
   TlsClient client(server.Port(), TlsClient::Start::Connect);
@@ -121,7 +129,8 @@ TEST(ConfigServerBounds, ConnectionWithoutHandshakeIsEnded) {
 
 TEST(ConfigServerBounds, RequestThatComesByteByByteIsEndedInTime) {
   const ConfigServer server({"--request-timeout", "2"});
-  TlsClient client(server.Port());
+  // Not its first request: each has the same time.
+  AdmittedClient client(server);
   const std::string request = Record(2, "2.0", U32(4096) + std::string(4096, 'x'));
   for (std::size_t i = 0; i < request.size() && !client.IsEnded(); ++i) {
     client.Send(request.substr(i, 1));
@@ -139,6 +148,25 @@ TEST(ConfigServerBounds, AgentThatDoesNotTakeItsPatchIsEnded) {
   AdmittedClient client(server, "1.0");
   client.Send(PatchRequest("1.0", "x64_72_long"));
   server.WaitForLog("waited too long for the agent to take the response");
+}
+
+TEST(ConfigServerBounds, PeerThatKeepsAnEndedConnectionOpenIsCutOff) {
+  const ConfigServer server;
+  TlsClient client(server.Port());
+  client.Send(Record(7, "2.0", ""));
+  EXPECT_EQ(client.ReceiveAll(), ResultResponse(7, "2.0", 0x80000006));
+  server.WaitForLog("ended: waited too long for the agent's farewell");
+}
+
+TEST(ConfigServerBounds, ConnectionsThatEndInTheMiddleAreLogged) {
+  const ConfigServer server;
+  { const TlsClient client(server.Port(), TlsClient::Start::Connect); }
+  server.WaitForLog(" - handshake failed: ");
+  {
+    AdmittedClient client(server);
+    client.Send(StatusRequest("2.0").substr(0, 1));
+  }
+  server.WaitForLog(" agent-7 ended inside a request");
 }
 
 TEST(ConfigServerBounds, HalfSpokenConnectionsDoNotHinderOthers) {
@@ -182,6 +210,55 @@ TEST(ConfigServerBounds, FileThatNoAgentTakesIsNotSent) {
   server.WaitForLog("long.tar.gz is longer than 104857600 bytes");
   // The connection continues.
   EXPECT_TRUE(client.Ask(StatusRequest("2.0"), ResultResponse(3, "2.0", 0)));
+}
+
+TEST(ConfigServerBounds, LongestFileThatAgentsTakeIsSent) {
+  const ConfigServer server;
+  std::filesystem::resize_file(server.Write("patches/long.tar.gz", ""), 104857600);
+  AdmittedClient client(server, "1.0");
+  EXPECT_EQ(client.Fetch(PatchRequest("1.0", "x64_72_long")).data.size(), 104857600u);
+}
+
+/// A patch that is longer than all buffers between the server and an agent that does not read.
+class ConfigServerLongPatch : public testing::Test {
+ protected:
+  /// Asks for the patch, and returns once the server sends it.
+  void Begin() {
+    m_client.Send(PatchRequest("1.0", "x64_72_long"));
+    const std::string expected = Record(5, "1.0", U32(0) + Text(std::string(size, 'x'))).substr(0, 23);
+    EXPECT_EQ(m_client.Receive(23), expected);
+  }
+
+  static constexpr std::size_t size = 0x4000000;
+  const ConfigServer m_server;
+  const std::filesystem::path m_patch = m_server.Write("patches/long.tar.gz", std::string(size, 'x'));
+  AdmittedClient m_client{m_server, "1.0"};
+};
+
+TEST_F(ConfigServerLongPatch, ThatBecomesShorterIsCutOff) {
+  Begin();
+  std::filesystem::resize_file(m_patch, size - 0x100000);
+  const std::string received = m_client.ReceiveAll();
+  EXPECT_LT(received.size(), size);
+  EXPECT_EQ(received.find_first_not_of('x'), std::string::npos);
+  m_server.WaitForLog(" agent-7 patch: cut off: ");
+}
+
+TEST_F(ConfigServerLongPatch, ThatBecomesLongerIsSentAsFarAsItWasAnnounced) {
+  Begin();
+  std::filesystem::resize_file(m_patch, size + 0x100000);
+  EXPECT_TRUE(m_client.Receive(size) == std::string(size, 'x'));
+  EXPECT_TRUE(m_client.Ask(StatusRequest("1.0"), ResultResponse(3, "1.0", 0)));
+}
+
+TEST(ConfigServerBounds, ThousandNamesOfPatchesAreLookedUp) {
+  const ConfigServer server;
+  server.Write("patches/core.tar.gz", "patch");
+  AdmittedClient client(server);
+  std::string names;
+  for (int i = 0; i < 999; ++i) names += "x64_72_" + std::to_string(i) + ",";
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", names + "x64_72_core")).data, "patch");
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", names + "x64_72_999,x64_72_core")).result, 5u);
 }
 
 }  // namespace

@@ -32,12 +32,55 @@ TEST(ConfigServer, AnswersTheEstablishmentOf1) {
   EXPECT_EQ(client.Receive(19), HexBytes("00 00 00 01 | 00 00 00 0B | 00 00 00 03 '1.0' | 00 00 00 00"));
 }
 
+/// An establishment with this key.
+std::string EstablishmentWithKey(std::string_view key, std::string_view digest) {
+  return Record(6, "2.0",
+                Text("2.0") + Text("agent-7") + Text("4b1d-99e0") + U32(0) + U32(0) + U32(0) + Text("") +
+                    U32(static_cast<std::uint32_t>(key.size())) + Text(digest) + std::string(key));
+}
+
+TEST(ConfigServer, KeepsTheAgentsNewKey) {
+  const ConfigServer server;
+  AdmittedClient client(server);
+  EXPECT_TRUE(
+      client.Ask(EstablishmentWithKey("agent key", "b4e8035341dace83be801cd99d0eebe9"), Establishment2Response()));
+  const std::filesystem::path file = server.Folder() / "agents/agent-7/key.der";
+  const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  std::filesystem::last_write_time(file, longAgo);
+  // The same key, in the other case of digits, is not written again.
+  const auto present = std::filesystem::last_write_time(file);
+  EXPECT_TRUE(
+      client.Ask(EstablishmentWithKey("agent key", "B4E8035341DACE83BE801CD99D0EEBE9"), Establishment2Response()));
+  EXPECT_EQ(std::filesystem::last_write_time(file), present);
+  EXPECT_TRUE(client.Ask(EstablishmentWithKey("a", "0cc175b9c0f1b6a831c399e269772661"), Establishment2Response()));
+  EXPECT_EQ(server.Read("agents/agent-7/key.der"), "a");
+}
+
+TEST(ConfigServer, ServesTheAgentOfTheLastEstablishment) {
+  const ConfigServer server;
+  AdmittedClient client(server);
+  EXPECT_TRUE(client.Ask(Establishment2("agent-8"), Establishment2Response()));
+  EXPECT_TRUE(client.Ask(StatusRequest("2.0"), ResultResponse(3, "2.0", 0)));
+  EXPECT_TRUE(server.Has("agents/agent-8/status.txt"));
+  EXPECT_FALSE(server.Has("agents/agent-7"));
+}
+
+TEST(ConfigServer, TellsAnAgentWhoseReportCannotBeKeptToComeLater) {
+  const ConfigServer server;
+  server.Write("agents/agent-7", "not a folder");
+  AdmittedClient client(server);
+  EXPECT_TRUE(client.Ask(RegisterRequest("2.0"), ResultResponse(2, "2.0", 0x80000002)));
+  server.WaitForLog(" agent-7 register: failure 2 too busy\n");
+  EXPECT_THAT(server.Log(), HasSubstr(" agent-7 failed: "));
+  // The connection continues, and so does the service once the cause is gone.
+  std::filesystem::remove(server.Folder() / "agents/agent-7");
+  EXPECT_TRUE(client.Ask(RegisterRequest("2.0"), ResultResponse(2, "2.0", 1)));
+}
+
 TEST(ConfigServer, KeepsNoKeyWhoseDigestIsWrong) {
   const ConfigServer server;
   TlsClient client(server.Port());
-  client.Send(Record(6, "2.0",
-                     Text("2.0") + Text("agent-7") + Text("4b1d-99e0") + U32(0) + U32(0) + U32(0) + Text("") + U32(9) +
-                         Text("00000000000000000000000000000000") + "agent key"));
+  client.Send(EstablishmentWithKey("agent key", "00000000000000000000000000000000"));
   EXPECT_EQ(client.Receive(26), Establishment2Response());
   EXPECT_FALSE(server.Has("agents/agent-7"));
 }
@@ -89,6 +132,13 @@ TEST_P(ConfigServerVersion, DeliversTheAgentsOwnConfiguration) {
   server.Write("agents/agent-7/AgentConfig.xml", "<Own/>");
   EXPECT_EQ(AdmittedClient(server, version).Fetch(ConfigurationRequest(version)).data, "<Own/>");
   EXPECT_EQ(AdmittedClient(server, version, "agent-8").Fetch(ConfigurationRequest(version)).data, configuration);
+}
+
+TEST_P(ConfigServerVersion, TakesNoFolderForAConfiguration) {
+  const ConfigServer server;
+  server.Write("default/AgentConfig.xml", configuration);
+  std::filesystem::create_directories(server.Folder() / "agents/agent-7/AgentConfig.xml");
+  EXPECT_EQ(AdmittedClient(server, version).Fetch(ConfigurationRequest(version)).data, configuration);
 }
 
 TEST_P(ConfigServerVersion, DeliversAChangedConfigurationAtTheNextRequest) {
@@ -203,14 +253,45 @@ TEST(ConfigServer, DeliversAPatchThatWasReplaced) {
   EXPECT_EQ(delivery.digest, "3c60789150b8ddf4bb7b71ae1b9aa21e");
 }
 
+/// Gives a file these bytes without changing what its folder says about it.
+void Overwrite(const ConfigServer& server, const std::string& file, std::string_view content,
+               std::filesystem::file_time_type time) {
+  std::filesystem::last_write_time(server.Write(file, content), time);
+}
+
+TEST(ConfigServer, ReadsAnUnchangedPatchForItsDigestOnce) {
+  const ConfigServer server;
+  const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  AdmittedClient client(server);
+  Overwrite(server, "patches/core.tar.gz", "patch of b", longAgo);
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", "x64_72_core")).digest, "14ceb410f44c957d43a649ab0806db6b");
+  Overwrite(server, "patches/core.tar.gz", "patch of c", longAgo);
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", "x64_72_core")).digest, "14ceb410f44c957d43a649ab0806db6b");
+  Overwrite(server, "patches/core.tar.gz", "abc", longAgo);
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", "x64_72_core")).digest, "900150983cd24fb0d6963f7d28e17f72");
+}
+
+TEST(ConfigServer, ReadsAPatchAnewThatMayHaveChangedWithinItsClocksTick) {
+  const ConfigServer server;
+  // So that it is new however long the test takes.
+  const auto time = std::filesystem::file_time_type::clock::now() + std::chrono::hours(1);
+  AdmittedClient client(server);
+  Overwrite(server, "patches/core.tar.gz", "patch of b", time);
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", "x64_72_core")).digest, "14ceb410f44c957d43a649ab0806db6b");
+  Overwrite(server, "patches/core.tar.gz", "patch of c", time);
+  EXPECT_EQ(client.Fetch(PatchRequest("2.0", "x64_72_core")).digest, "3c60789150b8ddf4bb7b71ae1b9aa21e");
+}
+
 TEST(ConfigServer, KeepsTheRegistrationWithItsParameters) {
   const ConfigServer server;
   AdmittedClient client(server);
-  EXPECT_TRUE(client.Ask(RegisterRequest("2.0", "&AutoCreation.Enabled=true&AutoCreation.Name=a&b=c\nd"),
-                         ResultResponse(2, "2.0", 1)));
+  EXPECT_TRUE(
+      client.Ask(RegisterRequest("2.0", "&AutoCreation.Enabled=true&AutoCreation.Name=a&b=c\nd\\\x7F\xC2\x9B\xC3\x9F"),
+                 ResultResponse(2, "2.0", 1)));
   EXPECT_THAT(server.Read("agents/agent-7/registration.txt"),
               HasSubstr("\nos-version: Debian 12\nagent-version: 7.2.5\n"
-                        "auto-creation: AutoCreation.Enabled=true\nauto-creation: AutoCreation.Name=a&b=c\\x0Ad\n"));
+                        "auto-creation: AutoCreation.Enabled=true\nauto-creation: "
+                        "AutoCreation.Name=a&b=c\\x0Ad\\x5C\\x7F\\xC2\\x9B\xC3\x9F\n"));
 }
 
 TEST(ConfigServer, RefusesATokenThatIsNotAccepted) {
@@ -325,12 +406,14 @@ TEST(ConfigServer, WritesOneLineForEachExchange) {
   server.Write("patches/core.tar.gz", "patch");
   AdmittedClient client(server);
   client.Fetch(PatchRequest("2.0", "x64_72_core"));
+  client.Fetch(PatchRequest("2.0", std::string(201, 'n')));
   client.Fetch(PatchRequest("2.0", "x64_72_a\nb"));
   server.WaitForLog("a\\x0Ab");
   const std::string log = server.Log();
   EXPECT_THAT(log, HasSubstr(" agent-7 connect: 0 success\n"));
   EXPECT_THAT(log, HasSubstr(" agent-7 patch: 0 success, core.tar.gz, 5 bytes\n"));
   EXPECT_THAT(log, HasSubstr(" agent-7 patch: 5 no update needed, x64_72_a\\x0Ab\n"));
+  EXPECT_THAT(log, HasSubstr(" agent-7 patch: 5 no update needed, " + std::string(200, 'n') + "\n"));
 }
 
 }  // namespace

@@ -203,6 +203,18 @@ TEST(HttpsServer, DecodesTheIdentifierAsAFormDoes) {
   }
 }
 
+TEST(HttpsServer, AnswersWithAnErrorWhenAReportCannotBeKept) {
+  const ConfigServer server;
+  server.Write("agents/agent-7", "not a folder");
+  HttpsClient client(server.HttpsPort());
+  const HttpsAnswer answer = client.Command(registration);
+  EXPECT_EQ(answer.status, 500);
+  EXPECT_EQ(answer.body, "");
+  server.WaitForLog(" agent-7 register: 500 failed\n");
+  EXPECT_THAT(server.Log(), HasSubstr(" agent-7 failed: "));
+  EXPECT_EQ(client.Command(heartbeat).status, 200);
+}
+
 TEST(HttpsServer, AndTheWireProtocolServeOneFolder) {
   const ConfigServer server;
   HttpsClient client(server.HttpsPort());

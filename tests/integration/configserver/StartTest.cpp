@@ -2,6 +2,11 @@
 #include "ConfigServerFixture.h"
 #include "support/WaitUntil.h"
 
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
 namespace sorvex::test {
 namespace {
 
@@ -44,11 +49,13 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongUsage{"KeyWithoutCertificate", {"--data", "d", "--key", "k"}, "--certificate"},
                     WrongUsage{"WireVersion", {"--data", "d", "--wire-version", "3.0"}, "--wire-version"},
                     WrongUsage{"NoTime", {"--data", "d", "--idle-timeout", "0"}, "--idle-timeout"},
+                    WrongUsage{"NoTimeForARequest", {"--data", "d", "--request-timeout", "0"}, "--request-timeout"},
                     WrongUsage{"UnknownFault", {"--data", "d", "--fault", "sleepy"}, "'sleepy' is not KIND[:N]"},
                     WrongUsage{"FaultWithoutNumber", {"--data", "d", "--fault", "cut:"}, "'cut:' is not KIND[:N]"},
                     WrongUsage{"FaultWithHalfANumber", {"--data", "d", "--fault", "cut:1x"}, "'cut:1x' is not"},
                     WrongUsage{
                         "FaultOnNothing", {"--data", "d", "--fault", "cut", "--fault-on", "lunch"}, "--fault-on"},
+                    WrongUsage{"OnWithoutFault", {"--data", "d", "--fault-on", "status"}, "--fault"},
                     WrongUsage{"TimesWithoutFault", {"--data", "d", "--fault-times", "1"}, "--fault"}),
     [](const testing::TestParamInfo<WrongUsage>& test) { return test.param.name; });
 
@@ -60,6 +67,27 @@ TEST(ConfigServerStart, MakesItsCertificateOnceAndKeepsIt) {
   server.Start();
   EXPECT_THAT(server.Log(), Not(HasSubstr("made the certificate")));
   EXPECT_EQ(TlsClient(server.Port()).Certificate(), certificate);
+}
+
+TEST(ConfigServerStart, ItsCertificateIsValidHereForTenYears) {
+  const ConfigServer server({}, ConfigServer::Certificate::OfItsOwn);
+  const std::string pem = server.Read("certificate.pem");
+  const std::unique_ptr<BIO, int (*)(BIO*)> input(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
+  const std::unique_ptr<X509, void (*)(X509*)> certificate(PEM_read_bio_X509(input.get(), nullptr, nullptr, nullptr),
+                                                           &X509_free);
+  ASSERT_NE(certificate, nullptr);
+  EXPECT_EQ(X509_check_host(certificate.get(), "localhost", 0, 0, nullptr), 1);
+  EXPECT_EQ(X509_check_ip_asc(certificate.get(), "127.0.0.1", 0), 1);
+  EXPECT_EQ(X509_check_ip_asc(certificate.get(), "::1", 0), 1);
+  EXPECT_EQ(X509_check_ca(certificate.get()), 1);
+  EXPECT_EQ(X509_verify(certificate.get(), X509_get0_pubkey(certificate.get())), 1);
+  // Also for an agent whose clock is a few hours slow.
+  time_t time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() - std::chrono::hours(23));
+  EXPECT_EQ(X509_cmp_time(X509_get0_notBefore(certificate.get()), &time), -1);
+  time += 3649L * 24 * 60 * 60;
+  EXPECT_EQ(X509_cmp_time(X509_get0_notAfter(certificate.get()), &time), 1);
+  time += 2L * 24 * 60 * 60;
+  EXPECT_EQ(X509_cmp_time(X509_get0_notAfter(certificate.get()), &time), -1);
 }
 
 TEST(ConfigServerStart, ShowsTheCertificateThatItIsGiven) {
@@ -79,6 +107,17 @@ TEST(ConfigServerStart, MakesNoOtherCertificateWhenTheKeyIsMissing) {
   EXPECT_THAT(result.errors, HasSubstr("key.pem cannot be read"));
 }
 
+TEST(ConfigServerStart, MakesNoOtherKeyWhenTheCertificateIsMissing) {
+  ConfigServer server;
+  std::filesystem::remove(server.Folder() / "certificate.pem");
+  const std::string key = server.Read("key.pem");
+  const ProcessResult result = RunServer({"--data", server.Folder().string(), "--wire-port", "0"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.errors, HasSubstr("certificate.pem cannot be read"));
+  EXPECT_EQ(server.Read("key.pem"), key);
+  EXPECT_FALSE(server.Has("certificate.pem"));
+}
+
 TEST(ConfigServerStart, RefusesAKeyThatIsNotTheCertificates) {
   const ConfigServer one;
   const ConfigServer other({}, ConfigServer::Certificate::OfItsOwn);
@@ -94,7 +133,61 @@ TEST(ConfigServerStart, PortThatIsTakenIsAnError) {
   const ProcessResult result = RunServer(
       {"--data", server.Folder().string(), "--listen", "127.0.0.1", "--wire-port", std::to_string(server.Port())});
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.errors, HasSubstr("sorvex-configserver: "));
+  EXPECT_THAT(result.errors, HasSubstr("sorvex-configserver: cannot listen on 127.0.0.1 port " +
+                                       std::to_string(server.Port()) + ": "));
+}
+
+TEST(ConfigServerStart, AddressThatIsNotItsOwnIsAnError) {
+  const ConfigServer maker;
+  const std::vector<std::string> start{"--data", maker.Folder().string(), "--listen"};
+  // An address for documents, and the port that agents use when they are told none.
+  for (const char* const address : {"192.0.2.1", "nonsense"}) {
+    std::vector<std::string> arguments = start;
+    arguments.emplace_back(address);
+    const ProcessResult result = RunServer(arguments);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors,
+                HasSubstr("sorvex-configserver: cannot listen on " + std::string(address) + " port 8413: "));
+  }
+}
+
+TEST(ConfigServerStart, TakesItsPortAgainWhileOldConnectionsLinger) {
+  ConfigServer server;
+  const AdmittedClient client(server);
+  const std::string port = std::to_string(server.Port());
+  // Ends the old process, but not the client.
+  server.Start();
+  const ChildProcess again(SORVEX_CONFIGSERVER_PROGRAM,
+                           {"--data", server.Folder().string(), "--listen", "127.0.0.1", "--wire-port", port});
+  EXPECT_TRUE(WaitUntil([&] {
+    return again.Output().find("listening on 127.0.0.1 port " + port) != std::string::npos;
+  })) << again.Errors();
+}
+
+TEST(ConfigServerStart, ListensForBothVersionsOfTheInternetProtocol) {
+  const ConfigServer maker;
+  const ChildProcess server(SORVEX_CONFIGSERVER_PROGRAM,
+                            {"--data", maker.Folder().string(), "--listen", "::", "--wire-port", "0"});
+  const std::string start = " listening on :: port ";
+  ASSERT_TRUE(WaitUntil([&] {
+    return server.Output().find("every agent is accepted") != std::string::npos || !server.Errors().empty();
+  }));
+  if (server.Errors().find("cannot listen on ::") != std::string::npos) GTEST_SKIP() << server.Errors();
+  const std::string log = server.Output();
+  ASSERT_NE(log.find(start), std::string::npos) << log;
+  const int port = std::stoi(log.substr(log.find(start) + start.size()));
+  TlsClient client(static_cast<std::uint16_t>(port));
+  client.Send(Establishment2());
+  EXPECT_EQ(client.Receive(26), Establishment2Response());
+}
+
+TEST(ConfigServerStart, KeepsWhatAgentsReportedAcrossARestart) {
+  ConfigServer server;
+  AdmittedClient first(server);
+  EXPECT_TRUE(first.Ask(RegisterRequest("2.0"), ResultResponse(2, "2.0", 1)));
+  server.Start();
+  AdmittedClient second(server);
+  EXPECT_TRUE(second.Ask(RegisterRequest("2.0"), ResultResponse(2, "2.0", 2)));
 }
 
 /// What a server with only these ports writes when it has started.

@@ -172,6 +172,15 @@ TEST_F(ComponentFactoryTest, DestructorUnloadsWhatItLoaded) {
   EXPECT_EQ(GetService<IStatisticsServer>(), nullptr);
 }
 
+TEST_F(ComponentFactoryTest, DestructorLeavesAServiceThatAnotherFactoryLoaded) {
+  m_factory->UnloadService("IStatisticsServer");
+  ComponentFactory second;
+  second.RegisterBuiltInServices();
+  EXPECT_TRUE(second.LoadService("IStatisticsServer"));
+  m_factory.reset();
+  EXPECT_NE(GetService<IStatisticsServer>(), nullptr);
+}
+
 TEST_F(ComponentFactoryTest, SecondFactoryWorksAfterTheFirst) {
   m_factory.reset();
   ComponentFactory second;

@@ -122,7 +122,7 @@ TEST(EnvironmentBlockHelper, BooleanAcceptsNoInAnyCase) {
 }
 
 TEST(EnvironmentBlockHelper, BooleanIgnoresBlanksAround) {
-  EXPECT_EQ(OneParameter(" \tyes\r\n").Boolean(false), std::pair(true, true));
+  EXPECT_EQ(OneParameter(" \tyes\r\n\v\f").Boolean(false), std::pair(true, true));
 }
 
 TEST(EnvironmentBlockHelper, BooleanOfAnotherTextIsTheDefault) {

@@ -86,6 +86,8 @@ TEST(FormatText, KeepsZeroBytesOfTexts) { EXPECT_EQ(Format("%s", std::string("a\
 TEST(FormatText, PrintsCharacters) {
   EXPECT_EQ(Format("%c%c%c", 'a', 66, L'\x00E4'), "aB\xC3\xA4");
   EXPECT_EQ(Format("%c", 0x1F600), "\xF0\x9F\x98\x80");
+  // A precision is for texts and numbers.
+  EXPECT_EQ(Format("%.0c%3.1c", 'a', L'\x00E4'), "a \xC3\xA4");
 }
 
 TEST(FormatText, PrintsTheReplacementForWhatIsNoCharacter) {

@@ -56,6 +56,13 @@ TEST(Log, EscapesValues) {
   EXPECT_THAT(sink->Lines(), ElementsAre("Info a\\nb"));
 }
 
+TEST(Log, TakesNoFormatForAText) {
+  const auto sink = std::make_shared<RecordingSink>();
+  const char* const format = nullptr;
+  Log("Name", sink).Info(format, 1);
+  EXPECT_THAT(sink->Lines(), ElementsAre("Info (null)"));
+}
+
 TEST(Log, DefaultConstructedDiscards) {
   const Log log;
   log.Error("nobody hears %d", 1);
@@ -135,6 +142,8 @@ TEST(Log, SplitsNoCharacterAndNoEscapeWhereItShortens) {
   EXPECT_TRUE(Message((start + "\xC3\xA4%s").c_str(), "z") == start + " [3 more bytes]");
   EXPECT_TRUE(Message("%s", start + "\nz") == start + " [3 more bytes]");
   EXPECT_TRUE(Message("%s", start + "\\z") == start + " [3 more bytes]");
+  EXPECT_TRUE(Message((start + "%-4s").c_str(), "\n") == start + " [4 more bytes]");
+  EXPECT_TRUE(Message((start.substr(2) + "%4s").c_str(), "\n") == start.substr(2) + "   [2 more bytes]");
 }
 
 TEST(Log, NeverThrows) {

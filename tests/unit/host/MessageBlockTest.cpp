@@ -36,7 +36,11 @@ TEST(MessageBlock, MayHaveNoRoom) {
   block->release();
 }
 
-TEST(MessageBlock, IsNullWithoutMemory) { EXPECT_EQ(CreateDataMessageBlock(SIZE_MAX / 2), nullptr); }
+TEST(MessageBlock, IsNullWithoutMemory) {
+  EXPECT_EQ(CreateDataMessageBlock(SIZE_MAX / 2), nullptr);
+  // Together with what belongs to it, more than a number can hold.
+  EXPECT_EQ(CreateDataMessageBlock(SIZE_MAX), nullptr);
+}
 
 TEST(MessageBlock, DuplicateOutlivesTheOriginal) {
   ACE_Message_Block* block = CreateDataMessageBlock(5);

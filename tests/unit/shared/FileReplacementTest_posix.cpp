@@ -3,6 +3,10 @@
 #include <shared/platform/FileReplacement.h>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
 
 namespace sorvex {
 namespace {
@@ -15,6 +19,25 @@ TEST(FileReplacement, IsForItsOwnerAloneWhenToldSo) {
   FileReplacement file(path, FileReplacement::Readers::Owner);
   file.Commit();
   EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
+}
+
+TEST(FileReplacement, IsForWhomTheProcessAllowsOtherwise) {
+  const test::TemporaryDirectory directory;
+  const mode_t usual = umask(022);
+  FileReplacement file(directory.Path() / "file");
+  umask(usual);
+  file.Commit();
+  EXPECT_EQ(std::filesystem::status(directory.Path() / "file").permissions(),
+            perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
+}
+
+TEST(FileReplacement, IsMadeWhereAProcessOfTheSameNumberDied) {
+  const test::TemporaryDirectory directory;
+  directory.Write("file." + std::to_string(getpid()) + ".part", "half");
+  FileReplacement file(directory.Path() / "file");
+  file.Write("whole");
+  file.Commit();
+  EXPECT_EQ(test::TemporaryDirectory::Read(directory.Path() / "file"), "whole");
 }
 
 TEST(FileReplacement, HasNoNameBeforeItIsWhole) {
