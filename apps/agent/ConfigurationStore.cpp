@@ -47,4 +47,6 @@ void ConfigurationStore::Store(std::string_view content, std::string_view digest
 
 void ConfigurationStore::ForgetDigest() const { std::filesystem::remove(m_digestFile); }
 
+void ConfigurationStore::ForgetDigest(std::error_code& error) const { std::filesystem::remove(m_digestFile, error); }
+
 }  // namespace sorvex::agent

@@ -27,6 +27,7 @@ class ConfigurationStore {
 
   /// Makes the server send its configuration again.
   void ForgetDigest() const;
+  void ForgetDigest(std::error_code& error) const;
 
  private:
   std::filesystem::path m_file;

@@ -30,11 +30,12 @@ const std::filesystem::path& Replaceable(const std::filesystem::path& path) {
 
 class DeliveredFile::Buffer : public std::streambuf {
  public:
-  explicit Buffer(const std::filesystem::path& path) : m_file(Replaceable(path)) {}
+  Buffer(const std::filesystem::path& path, std::uint64_t limit) : m_file(Replaceable(path)), m_limit(limit) {}
 
   FileReplacement& File() { return m_file; }
   std::uint64_t Size() const { return m_size.load(std::memory_order_relaxed); }
   const std::string& Begin() const { return m_begin; }
+  std::string WriteError() const { return m_error ? m_error->what() : std::string(); }
 
   /// Returns the digest; throws the error of a failed write.
   std::string Finish() {
@@ -51,6 +52,10 @@ class DeliveredFile::Buffer : public std::streambuf {
       if (IsInterrupted() || m_error) break;
       const std::string_view part = rest.substr(0, partBytes);
       try {
+        if (part.size() > m_limit - Size()) {
+          throw std::system_error(std::make_error_code(std::errc::file_too_large),
+                                  "more than " + std::to_string(m_limit) + " bytes");
+        }
         m_file.Write(part);
       } catch (const std::system_error& error) {
         m_error = error;
@@ -74,18 +79,20 @@ class DeliveredFile::Buffer : public std::streambuf {
   static constexpr std::size_t maxBeginBytes = 1024;
 
   FileReplacement m_file;
+  const std::uint64_t m_limit;
   std::string m_begin;
   WindowsAgentCommon::MD5Digest m_digest;
   std::atomic<std::uint64_t> m_size{0};
   std::optional<std::system_error> m_error;
 };
 
-DeliveredFile::DeliveredFile(const std::filesystem::path& path)
-    : m_pBuffer(std::make_unique<Buffer>(path)), m_stream(m_pBuffer.get()) {}
+DeliveredFile::DeliveredFile(const std::filesystem::path& path, std::uint64_t limit)
+    : m_pBuffer(std::make_unique<Buffer>(path, limit)), m_stream(m_pBuffer.get()) {}
 DeliveredFile::~DeliveredFile() = default;
 
 std::ostream& DeliveredFile::Stream() { return m_stream; }
 std::uint64_t DeliveredFile::Size() const { return m_pBuffer->Size(); }
+std::string DeliveredFile::WriteError() const { return m_pBuffer->WriteError(); }
 
 void DeliveredFile::Finish() {
   m_strDigest = m_pBuffer->Finish();

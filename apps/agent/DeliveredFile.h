@@ -14,17 +14,24 @@ namespace sorvex::agent {
 /// the new one is visible. One thread, except `Size`.
 class DeliveredFile {
  public:
+  /// More than any patch; a server that never ends must not fill the disk.
+  static constexpr std::uint64_t maxBytes = 1024 * 1024 * 1024;
+
   /// Throws `std::system_error` naming the file when none can be written there.
-  explicit DeliveredFile(const std::filesystem::path& path);
+  explicit DeliveredFile(const std::filesystem::path& path, std::uint64_t limit = maxBytes);
   ~DeliveredFile();
   DeliveredFile(const DeliveredFile&) = delete;
   DeliveredFile& operator=(const DeliveredFile&) = delete;
 
-  /// The stream that writes to the file. It refuses everything once the program was asked to end.
+  /// The stream that writes to the file. It refuses everything after a write that failed, beyond the limit, and once
+  /// the program was asked to end.
   std::ostream& Stream();
 
   /// Bytes received. Any thread.
   std::uint64_t Size() const;
+
+  /// Why a write failed; empty if none did.
+  std::string WriteError() const;
 
   /// Ends the writing. Throws `std::system_error` when a write did not reach the file. Afterwards `GetDigest` returns
   /// the MD5 of the whole file, 32 lower-case hexadecimal digits.

@@ -77,6 +77,7 @@ int FinishDelivery(bool isSent, ServerAnswer answer, DeliveredFile& file, const 
     PrintError("the server has answered with status " + std::to_string(connection->GetLastResultCode()) +
                "; the file is left as it is");
   }
+  if (!isSent && !file.WriteError().empty()) PrintError(file.WriteError() + "; the file is left as it is");
   const int status = PrintResult(isDelivered || isNothingNew, connection);
   if (isNothingNew) PrintValue("update", answer == ServerAnswer::NoUpdate ? "none" : "disabled");
   if (isDelivered) PrintFile(file);

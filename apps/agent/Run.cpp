@@ -178,7 +178,9 @@ class Runner {
     } catch (const std::exception& error) {
       if (std::exchange(m_strRefused, error.what()) == error.what()) return;
       m_log.Error("AgentConfig.xml is refused; the previous configuration stays in force: %s", m_strRefused);
-      if (!IsAlone()) m_store.ForgetDigest();
+      // So that the server sends its own again. A folder that cannot be written is no reason to end.
+      std::error_code ignored;
+      if (!IsAlone()) m_store.ForgetDigest(ignored);
     }
   }
 

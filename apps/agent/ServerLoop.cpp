@@ -291,7 +291,7 @@ bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
     SayOnce(WindowsAgentCommon::Format("The configuration server has no patch %s.", name));
     return true;
   }
-  if (!isDone || answer != ServerAnswer::Success) return Fail("the patch " + name);
+  if (!isDone || answer != ServerAnswer::Success) return Fail("the patch " + name, file.WriteError());
   file.Finish();
   if (!IsHttps() && !AreSameDigest(digest, file.GetDigest())) {
     return Fail("the patch " + name,

@@ -22,7 +22,7 @@ TEST(AgentFetchFile, KeepsTheOldOneWhenTheNewCannotBeWritten) {
       {"-c", limit + Quoted(installation.Arguments({"Data=" + std::string(100000, 'x'), "Digest=d"},
                                                    {"fetch-configuration", "--out", installation.File().string()}))});
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.errors, HasSubstr(installation.File().string() + ": File too large"));
+  EXPECT_THAT(result.errors, HasSubstr(installation.File().string() + ": File too large; the file is left as it is\n"));
   installation.ExpectOldFileAlone();
 }
 

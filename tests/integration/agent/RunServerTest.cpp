@@ -130,6 +130,16 @@ TEST_F(RunServerTest, RefusalEndsWhenTheServerReturnsToTheConfigurationInForce) 
   EXPECT_EQ(CountOf(agent.Log(), " is in force: "), 1u);
 }
 
+TEST_F(RunServerTest, RefusedOwnFileBesideADigestThatCannotBeRemovedEndsNobody) {
+  m_agent.Directory().Write("AgentConfig.xml", Configuration("<Destination/>"));
+  // A folder with something in it cannot be removed, whoever the user is.
+  m_agent.Directory().Write("AgentConfig.md5/file", "");
+  Serve(Configuration(""));
+  const RunningAgent agent(m_agent.GetInstallation());
+  ASSERT_TRUE(agent.WaitForLog("AgentConfig.xml is refused"));
+  EXPECT_TRUE(agent.WaitForLog("The configuration server failed (the round: 0, "));
+}
+
 TEST_F(RunServerTest, ConfigurationThatIsTooLongIsRefused) {
   Serve(Configuration("<!--" + std::string(1024 * 1024, 'x') + "-->"));
   const RunningAgent agent(m_agent.GetInstallation());

@@ -126,7 +126,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
       Note("Endless");
       while (output << "x") std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return IsHttps() || !data.empty();
+    return output.good() && (IsHttps() || !data.empty());
   }
 
   const ParameterBlock& m_script;
