@@ -44,7 +44,7 @@ void PrintPublicKey(const KeyStore& store) {
 class Token {
  public:
   Token() = default;
-  ~Token() { Wipe(); }
+  ~Token() { WipeMemory(m_bytes.data(), m_bytes.capacity()); }
   Token(const Token&) = delete;
   Token& operator=(const Token&) = delete;
 
@@ -62,11 +62,6 @@ class Token {
 
  private:
   static constexpr std::size_t maxBytes = 4096;
-
-  void Wipe() {
-    volatile std::uint8_t* const bytes = m_bytes.data();
-    for (std::size_t i = 0; i < m_bytes.capacity(); ++i) bytes[i] = 0;
-  }
 
   std::vector<std::uint8_t> m_bytes = [] {
     std::vector<std::uint8_t> bytes;

@@ -29,6 +29,9 @@ long GetProcessNumber();
 /// This machine's own name.
 std::string GetHostName();
 
+/// Overwrites secrets; the compiler does not drop it.
+void WipeMemory(void* data, std::size_t size);
+
 /// Whether standard error is a terminal that shows progress.
 bool IsErrorTerminal();
 

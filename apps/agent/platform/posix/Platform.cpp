@@ -1,6 +1,7 @@
 #include <platform/Platform.h>
 
 #include <fcntl.h>
+#include <openssl/crypto.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -68,6 +69,8 @@ void InstallInterruptHandler() {
     if (sigaction(number, &action, nullptr) != 0) ThrowErrno("sigaction");
   }
 }
+
+void WipeMemory(void* data, std::size_t size) { OPENSSL_cleanse(data, size); }
 
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
 

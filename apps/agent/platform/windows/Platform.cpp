@@ -84,6 +84,8 @@ void InstallInterruptHandler() {
   if (!SetConsoleCtrlHandler(NoteInterrupt, TRUE)) ThrowLastError("SetConsoleCtrlHandler");
 }
 
+void WipeMemory(void* data, std::size_t size) { SecureZeroMemory(data, size); }
+
 bool IsInterrupted() { return interrupted.load(std::memory_order_relaxed); }
 
 void Interrupt() {
