@@ -73,6 +73,19 @@ class StreamQueue : public testing::Test {
     return WaitUntil([&] { return socket.GetMessagesSent() >= messages; });
   }
 
+  /// Sends "first" alone, and "one" and "two" together in a write with this outcome; waits until all are sent.
+  void SendOneAndTwoTogether(const WindowsAgentCommon::ParameterBlock& parameters, const ScriptedWrite& outcome) {
+    gate.Attach(socket);
+    socket.NextWrites({{}, outcome});
+    socket.Initialize(parameters);
+    Send("first");
+    ASSERT_TRUE(gate.WaitUntilReached());
+    Send("one");
+    Send("two");
+    gate.Open();
+    ASSERT_TRUE(WaitForSent(3));
+  }
+
   void ExpectNothingMissing(std::uint32_t refused = 0) {
     EXPECT_EQ(socket.GetMessagesSubmitted(), socket.GetMessagesSent() + socket.GetMessagesDropped() + refused);
   }
@@ -221,43 +234,19 @@ TEST_F(StreamQueue, APayloadAcceptedWithoutItsLineFeedIsNotResent) {
 }
 
 TEST_F(StreamQueue, APayloadWithoutItsLastByteIsSentAgainWithItsLength) {
-  gate.Attach(socket);
-  socket.NextWrites({{}, {9, ErrorConnectionReset}});
-  socket.Initialize(Queued({{"Framing", "OctetCounting"}}));
-  Send("first");
-  ASSERT_TRUE(gate.WaitUntilReached());
-  Send("one");
-  Send("two");
-  gate.Open();
-  ASSERT_TRUE(WaitForSent(3));
+  ASSERT_NO_FATAL_FAILURE(SendOneAndTwoTogether(Queued({{"Framing", "OctetCounting"}}), {9, ErrorConnectionReset}));
   EXPECT_THAT(socket.Written(), ElementsAre("5 first", "3 one3 tw", "3 two"));
   EXPECT_EQ(socket.GetBytesSent(), 7u + 5u + 5u);
 }
 
 TEST_F(StreamQueue, APayloadWithoutItsLastByteIsSentAgainWithoutFraming) {
-  gate.Attach(socket);
-  socket.NextWrites({{}, {5, ErrorConnectionReset}});
-  socket.Initialize(Queued({{"AppendLineFeed", "false"}}));
-  Send("first");
-  ASSERT_TRUE(gate.WaitUntilReached());
-  Send("one");
-  Send("two");
-  gate.Open();
-  ASSERT_TRUE(WaitForSent(3));
+  ASSERT_NO_FATAL_FAILURE(SendOneAndTwoTogether(Queued({{"AppendLineFeed", "false"}}), {5, ErrorConnectionReset}));
   EXPECT_THAT(socket.Written(), ElementsAre("first", "onetw", "two"));
   EXPECT_EQ(socket.GetBytesSent(), 5u + 3u + 3u);
 }
 
 TEST_F(StreamQueue, ATimeoutBetweenPayloadsKeepsTheConnection) {
-  gate.Attach(socket);
-  socket.NextWrites({{}, {4, ErrorWaitTimeout}});
-  socket.Initialize(queued);
-  Send("first");
-  ASSERT_TRUE(gate.WaitUntilReached());
-  Send("one");
-  Send("two");
-  gate.Open();
-  ASSERT_TRUE(WaitForSent(3));
+  ASSERT_NO_FATAL_FAILURE(SendOneAndTwoTogether(queued, {4, ErrorWaitTimeout}));
   EXPECT_THAT(socket.Written(), ElementsAre("first\n", "one\n", "two\n"));
   EXPECT_EQ(socket.ConnectCount(), 1);
 }
