@@ -163,8 +163,8 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   }
 
   /// What holds in every case, and the row for the table. A stop may take longer than two seconds only while the
-  /// receiver takes data.
-  void Conclude(std::chrono::seconds longestStop = 2s) {
+  /// receiver takes data; on a machine that is busy with other tests it gets twice as long.
+  void Conclude(std::chrono::seconds longestStop = 4s) {
     EXPECT_LT(m_measured.shutdown, longestStop);
     m_measured.reception = m_reception.Judge();
     EXPECT_EQ(m_measured.reception.complaint, "");
