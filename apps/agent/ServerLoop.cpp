@@ -109,7 +109,7 @@ ServerLoop::ServerLoop(const RunLoopOptions& options, IConnectionFactory& factor
       m_schedule(options.interval, schedule::SystemRandom()),
       m_pCurrent(std::move(current)) {
   m_report.refused = std::move(refused);
-  m_thread = std::jthread([this](const std::stop_token& stop) { Run(stop); });
+  m_thread.Start([this] { Run(); });
 }
 
 ServerLoop::~ServerLoop() = default;
@@ -119,14 +119,9 @@ ServerReport ServerLoop::GetReport() const {
   return m_report;
 }
 
-void ServerLoop::Run(const std::stop_token& stop) {
+void ServerLoop::Run() {
   schedule::Duration pause = m_schedule.First();
-  for (;;) {
-    {
-      std::unique_lock lock(m_mutex);
-      m_wakeUp.wait_for(lock, stop, pause, [&stop] { return stop.stop_requested(); });
-    }
-    if (stop.stop_requested()) break;
+  while (!m_thread.WaitForStop(pause)) {
     if (RunRound()) {
       NoteSuccess();
       pause = m_schedule.AfterSuccess();
