@@ -260,22 +260,26 @@ void ServerLoop::NoteNotApplied(const std::string& reason) {
   m_bAsksAgain = true;
 }
 
+/// An unusable patch does not keep the agent from the others.
 bool ServerLoop::FetchPatches() {
   if (m_pCurrent == nullptr) return true;
+  bool areAllUsable = true;
   for (const settings::ComponentSettings& component : m_pCurrent->settings.components) {
-    if (IsInterrupted()) return true;
+    if (IsInterrupted()) break;
     if (component.buildNumber <= InstalledBuild(m_factory, component.name)) continue;
-    if (!FetchPatch(component)) return false;
+    const PatchOutcome outcome = FetchPatch(component);
+    if (outcome == PatchOutcome::NotReceived) return false;
+    if (outcome == PatchOutcome::Unusable) areAllUsable = false;
   }
-  return true;
+  return areAllUsable;
 }
 
-bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
+ServerLoop::PatchOutcome ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
   const std::filesystem::path directory = WideToPath(GetPatchPath());
   const std::string prefix = PatchPrefix(component.name);
   const std::string name = prefix + std::to_string(component.buildNumber) + std::string(patchSuffix);
   const std::filesystem::path path = directory / name;
-  if (std::filesystem::exists(path)) return true;
+  if (std::filesystem::exists(path)) return PatchOutcome::Settled;
   std::filesystem::create_directories(directory);
 
   DeliveredFile file(path);
@@ -284,19 +288,25 @@ bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
   const ServerAnswer answer = LastAnswer(m_connection);
   if (answer == ServerAnswer::NoUpdate || answer == ServerAnswer::UpdatesDisabled || answer == ServerAnswer::NotFound) {
     SayOnce(WindowsAgentCommon::Format("The configuration server has no patch %s.", name));
-    return true;
+    return PatchOutcome::Settled;
   }
-  if (!isDone || answer != ServerAnswer::Success) return Fail("the patch " + name, file.WriteError());
+  if (!isDone || answer != ServerAnswer::Success) {
+    Fail("the patch " + name, file.WriteError());
+    return isDone ? PatchOutcome::Unusable : PatchOutcome::NotReceived;
+  }
   file.Finish();
   if (!IsHttps() && !AreSameDigest(digest, file.GetDigest())) {
-    return Fail("the patch " + name,
-                "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'");
+    Fail("the patch " + name, "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'");
+    return PatchOutcome::Unusable;
   }
-  if (file.Size() == 0 || IsHtmlPage(file.Begin())) return Fail("the patch " + name, "what came is no archive");
+  if (file.Size() == 0 || IsHtmlPage(file.Begin())) {
+    Fail("the patch " + name, "what came is no archive");
+    return PatchOutcome::Unusable;
+  }
   file.Keep();
   m_log.Info("The patch %s waits (%u bytes).", name, file.Size());
   RemoveOlderPatches(directory, prefix, component.buildNumber);
-  return true;
+  return PatchOutcome::Settled;
 }
 
 /// Without a reason it is the connection's. Returns false.

@@ -65,6 +65,12 @@ class ServerLoop {
   ServerReport GetReport() const;
 
  private:
+  enum class PatchOutcome {
+    Settled,     ///< it waits, or the server has none
+    Unusable,    ///< the server answered, but not with a patch that can be used
+    NotReceived  ///< the exchange failed
+  };
+
   void Run();
   bool RunRound();
   WindowsAgentCommon::AgentUpdateStatus Status() const;
@@ -78,7 +84,7 @@ class ServerLoop {
   void Refuse(const std::string& digest, const std::string& reason);
   void SetRefused(const std::string& reason);
   bool FetchPatches();
-  bool FetchPatch(const settings::ComponentSettings& component);
+  PatchOutcome FetchPatch(const settings::ComponentSettings& component);
   bool IsHttps() const { return m_connection.Mode() == ConnectionMode::Https; }
   bool Fail(const std::string& operation, const std::string& reason = {});
   void NoteSuccess();
