@@ -164,10 +164,8 @@ TEST(RunHttpsPatchTest, PageIsNoPatchAndKeepsTheAgentFromNoOther) {
                                           "<Component Name=\"Other\" BuildNumber=\"2\"/>"));
   const RunningAgent agent(served.GetInstallation());
   EXPECT_TRUE(agent.WaitForLog("failed (the patch x64_72_agentcore_11.tar.gz: 0, what came is no archive)"));
-  constexpr const char* later = "The patch x64_72_agentcore_11.tar.gz waits (11 bytes).";
-  ASSERT_TRUE(agent.WaitForLog(later));
-  const std::string log = agent.Log();
-  EXPECT_LT(log.find("The patch x64_72_other_2.tar.gz waits (7 bytes)."), log.find(later));
+  EXPECT_TRUE(agent.WaitForLogInOrder("The patch x64_72_other_2.tar.gz waits (7 bytes).",
+                                      "The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
 }
 
 /// A page from something in between, instead of an answer.

@@ -148,10 +148,8 @@ TEST_F(RunScriptedTest, PatchThatTheServerRefusesDoesNotKeepTheAgentFromTheNext)
   const auto agent = Run(
       {"ForceHTTPSConfigServerConnection=true", "Codes=200,200,200,500,200", "Fingerprint=fingerprint", "Data=hello"});
   EXPECT_TRUE(agent->WaitForLog("failed (the patch x64_72_a_1.tar.gz: 0, as scripted)"));
-  constexpr const char* later = "The patch x64_72_a_1.tar.gz waits (5 bytes).";
-  ASSERT_TRUE(agent->WaitForLog(later));
-  const std::string log = agent->Log();
-  EXPECT_LT(log.find("The patch x64_72_b_1.tar.gz waits (5 bytes)."), log.find(later));
+  EXPECT_TRUE(agent->WaitForLogInOrder("The patch x64_72_b_1.tar.gz waits (5 bytes).",
+                                       "The patch x64_72_a_1.tar.gz waits (5 bytes)."));
 }
 
 TEST_F(RunScriptedTest, PatchThatDoesNotArriveEndsTheRound) {
