@@ -17,6 +17,8 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 
 namespace sorvex::configserver {
 namespace {
@@ -78,6 +80,54 @@ std::string ReadFile(const std::filesystem::path& path) {
   return content;
 }
 
+/// A key as a PEM text. Wiped at the end of its life.
+class KeyText {
+ public:
+  explicit KeyText(std::string text) : m_text(std::move(text)) {}
+  ~KeyText() { OPENSSL_cleanse(m_text.data(), m_text.size()); }
+  KeyText(const KeyText&) = delete;
+  KeyText& operator=(const KeyText&) = delete;
+
+  const std::string& Get() const { return m_text; }
+
+ private:
+  std::string m_text;
+};
+
+std::unique_ptr<BIO, Deleter> InputOf(const std::string& text) {
+  std::unique_ptr<BIO, Deleter> input(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  Require(input != nullptr);
+  return input;
+}
+
+/// Whether both texts are what they should be, and of the same pair.
+bool IsPair(const std::string& certificateText, const std::string& keyText) {
+  // An encrypted key is not ours, and nobody is there to type its password.
+  char noPassword[] = "";
+  const std::unique_ptr<EVP_PKEY, Deleter> key(
+      PEM_read_bio_PrivateKey(InputOf(keyText).get(), nullptr, nullptr, noPassword));
+  const std::unique_ptr<X509, Deleter> certificate(
+      PEM_read_bio_X509(InputOf(certificateText).get(), nullptr, nullptr, nullptr));
+  return key && certificate && X509_check_private_key(certificate.get(), key.get()) == 1;
+}
+
+void WriteFile(const std::filesystem::path& path, std::string_view text, FileReplacement::Readers readers,
+               FileReplacement::Existing existing) {
+  FileReplacement file(path, readers);
+  file.Write(text);
+  file.Flush();
+  file.Commit(existing);
+}
+
+/// The key's name until its certificate is there.
+std::filesystem::path UnfinishedKeyFile(std::filesystem::path keyFile) { return keyFile += ".unfinished"; }
+
+/// Gives the key its own name, with its certificate there.
+void NameKey(const std::filesystem::path& keyFile, const KeyText& key) {
+  WriteFile(keyFile, key.Get(), FileReplacement::Readers::Owner, FileReplacement::Existing::Keep);
+  std::filesystem::remove(UnfinishedKeyFile(keyFile));
+}
+
 }  // namespace
 
 Identity ReadIdentity(const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile) {
@@ -88,17 +138,29 @@ void MakeIdentity(const std::filesystem::path& certificateFile, const std::files
   const std::unique_ptr<EVP_PKEY, Deleter> key(EVP_RSA_gen(2048));
   Require(key != nullptr);
   const std::unique_ptr<X509, Deleter> certificate = MakeCertificate(key.get(), GetHostName());
-  std::string keyText = PemOf(
-      [&](BIO* output) { return PEM_write_bio_PrivateKey(output, key.get(), nullptr, nullptr, 0, nullptr, nullptr); });
+  const KeyText keyText(PemOf(
+      [&](BIO* output) { return PEM_write_bio_PrivateKey(output, key.get(), nullptr, nullptr, 0, nullptr, nullptr); }));
   const std::string certificateText = PemOf([&](BIO* output) { return PEM_write_bio_X509(output, certificate.get()); });
 
-  FileReplacement keyReplacement(keyFile, FileReplacement::Readers::Owner);
-  keyReplacement.Write(keyText);
-  OPENSSL_cleanse(keyText.data(), keyText.size());
-  keyReplacement.Commit();
-  FileReplacement certificateReplacement(certificateFile);
-  certificateReplacement.Write(certificateText);
-  certificateReplacement.Commit();
+  // Without its certificate, nobody has seen an unfinished key of an earlier start.
+  WriteFile(UnfinishedKeyFile(keyFile), keyText.Get(), FileReplacement::Readers::Owner,
+            FileReplacement::Existing::Replace);
+  WriteFile(certificateFile, certificateText, FileReplacement::Readers::Usual, FileReplacement::Existing::Keep);
+  NameKey(keyFile, keyText);
+}
+
+bool FinishIdentity(const std::filesystem::path& certificateFile, const std::filesystem::path& keyFile) {
+  const std::filesystem::path unfinishedFile = UnfinishedKeyFile(keyFile);
+  if (!std::filesystem::exists(unfinishedFile)) return false;
+  const KeyText key(ReadFile(unfinishedFile));
+  if (std::filesystem::exists(keyFile)) {
+    // The program ended before it removed the other name. A different key is left to the administrator.
+    if (KeyText(ReadFile(keyFile)).Get() == key.Get()) std::filesystem::remove(unfinishedFile);
+    return false;
+  }
+  if (!IsPair(ReadFile(certificateFile), key.Get())) return false;
+  NameKey(keyFile, key);
+  return true;
 }
 
 }  // namespace sorvex::configserver

@@ -34,6 +34,8 @@ Identity FindIdentity(const Options& options) {
   if (!std::filesystem::exists(certificate) && !std::filesystem::exists(key)) {
     MakeIdentity(certificate, key);
     WriteLog("made the certificate " + PathToUtf8(certificate));
+  } else if (FinishIdentity(certificate, key)) {
+    WriteLog("finished the key " + PathToUtf8(key) + " of an interrupted first start");
   }
   return ReadIdentity(certificate, key);
 }

@@ -53,6 +53,19 @@ TEST_P(AgentFetch, KeepsTheOldFileWhenTheDigestIsAnother) {
   m_installation.ExpectOldFileAlone();
 }
 
+TEST_P(AgentFetch, TellsBothDigestsAndThatTheFileIsLeftAsItIs) {
+  EXPECT_EQ(Fetch({"Data=hello", "Digest=5d41402abc4b2a76b9719d911017c593"}).errors,
+            "sorvex-agent: the MD5 of what came is 5d41402abc4b2a76b9719d911017c592, the server's is "
+            "'5d41402abc4b2a76b9719d911017c593'; the file is left as it is\n");
+}
+
+TEST_P(AgentFetch, KeepsTheOldFileWhenTheOperationFailsWhateverCameWithIt) {
+  const ProcessResult result = Fetch({"False=Deliver", "Data=hello", std::string("Digest=") + helloDigest});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(Value(result.output, "result"), "false");
+  m_installation.ExpectOldFileAlone();
+}
+
 TEST_P(AgentFetch, KeepsTheOldFileWithoutADigest) {
   const ProcessResult result = Fetch({"Data=hello"});
   EXPECT_EQ(result.status, 1);
@@ -137,6 +150,16 @@ TEST(AgentFetchConfiguration, AsksForTheFingerprintFirst) {
   EXPECT_EQ(installation.Calls(), "Create\nConnect\nGetConfigurationFingerprint\nRetrieveConfiguration\nDisconnect\n");
 }
 
+TEST(AgentFetchConfiguration, IsNotAskedForWhenTheFingerprintIsNoSuccess) {
+  for (const char* const code : {"5", "7", "-2147483644"}) {
+    const FetchInstallation installation;
+    installation.WriteOldFile();
+    installation.Run({std::string("Codes=") + code, "Data=hello"},
+                     {"fetch-configuration", "--out", installation.File().string()});
+    EXPECT_EQ(installation.Calls(), "Create\nConnect\nGetConfigurationFingerprint\nDisconnect\n") << code;
+  }
+}
+
 TEST(AgentFetchPatch, AsksForOneAtATimeUntilThereIsOne) {
   const FetchInstallation installation;
   installation.WriteOldFile();
@@ -167,6 +190,35 @@ TEST(AgentServerKey, IsWrittenToTheFile) {
   EXPECT_THAT(Keys(result.output), ElementsAre("result", "error-code", "result-code", "error-message", "bytes", "md5"));
   EXPECT_EQ(Value(result.output, "md5"), helloDigest);
   EXPECT_EQ(TemporaryDirectory::Read(installation.File()), "hello");
+}
+
+TEST(AgentServerKey, ComesWithTheAnswerToTheFingerprint) {
+  const FetchInstallation installation;
+  installation.WriteOldFile();
+  const ProcessResult result =
+      installation.Run({"Codes=0", "Key=hello"}, {"server-key", "--out", installation.File().string()});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(TemporaryDirectory::Read(installation.File()), "hello");
+  EXPECT_EQ(installation.Calls(), "Create\nConnect\nGetConfigurationFingerprint\nDisconnect\n");
+}
+
+TEST(AgentServerKey, IsAskedForOnlyOverAConnection) {
+  const FetchInstallation installation;
+  installation.WriteOldFile();
+  const ProcessResult result =
+      installation.Run({"Connect=false", "Key=hello"}, {"server-key", "--out", installation.File().string()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(installation.Calls(), "Create\nConnect\nDisconnect\n");
+  installation.ExpectOldFileAlone();
+}
+
+TEST(AgentServerKey, KeepsTheOldFileWhenItCannotBeCopied) {
+  const FetchInstallation installation;
+  installation.WriteOldFile();
+  const ProcessResult result = installation.Run({"False=GetServerPublicKey", "Key=hello"},
+                                                {"server-key", "--out", installation.File().string()});
+  EXPECT_EQ(result.status, 1);
+  installation.ExpectOldFileAlone();
 }
 
 TEST(AgentServerKey, KeepsTheOldFileWithoutOne) {

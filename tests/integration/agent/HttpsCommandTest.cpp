@@ -79,6 +79,17 @@ TEST_P(AgentHttpsFetch, KeepsTheOldFileWhenOnlyAPartCame) {
   m_installation.ExpectOldFileAlone();
 }
 
+TEST_P(AgentHttpsFetch, TellsOneReasonForALeftFile) {
+  EXPECT_EQ(Fetch({"Codes=204", "Data=hello"}).errors, "");
+  // The error code tells it.
+  EXPECT_EQ(Fetch({"Codes=200", "ErrorCode=18", "Data=hello"}).errors, "");
+  EXPECT_EQ(Fetch({"Codes=500", "ErrorCode=18", "Data=hello"}).errors, "");
+  EXPECT_EQ(Fetch({"Codes=500", "Data=hello"}).errors,
+            "sorvex-agent: the server has answered with status 500; the file is left as it is\n");
+  EXPECT_EQ(Fetch({"Codes=200", "Data=<html></html>"}).errors,
+            "sorvex-agent: the server has sent an HTML page: is the token right?; the file is left as it is\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(Commands, AgentHttpsFetch, testing::Values("fetch-configuration", "fetch-patch"),
                          [](const testing::TestParamInfo<const char*>& test) {
                            return std::string(test.param) == "fetch-patch" ? "Patch" : "Configuration";
@@ -164,6 +175,15 @@ TEST(AgentDirectTls, TakesNoResultCodeForAStatus) {
     EXPECT_EQ(result.status, 0) << code;
     EXPECT_EQ(TemporaryDirectory::Read(installation.File()), "hello") << code;
   }
+}
+
+TEST(AgentDirectTls, TellsNoStatusOfAFailure) {
+  const FetchInstallation installation;
+  installation.WriteOldFile();
+  const ProcessResult result = installation.Run({"Codes=-1", "ErrorCode=0", "ConfigurationServer=a"},
+                                                {"fetch-configuration", "--out", installation.File().string()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.errors, "");
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 //   Calls=FILE        appends a line for each operation
 //   Connect=false     lets Connect fail
 //   Codes=N,N...      result codes of the exchanges, one after the other; the last one stays
-//   False=NAME        the operation that returns false whatever its code
+//   False=NAME        the operation that returns false whatever its code; "Deliver" for a delivery that is complete all
+//                     the same, "GetServerPublicKey" for that with a buffer
 //   ErrorCode=N       the error code; without it, a negative result code is one
 //   Data=TEXT         what is delivered; without it nothing is
 //   Fingerprint=TEXT  the fingerprint over HTTPS; without it, what is delivered is its own fingerprint
@@ -75,7 +76,8 @@ class ScriptedConnection : public IConfigurationServerConnection {
 
   bool GetServerPublicKey(std::uint8_t* buffer, std::uint32_t& size) override {
     const std::string key = Value("Key");
-    const bool isFit = !key.empty() && (buffer == nullptr || size >= key.size());
+    const bool isFailing = buffer != nullptr && Value("False") == "GetServerPublicKey";
+    const bool isFit = !key.empty() && !isFailing && (buffer == nullptr || size >= key.size());
     if (isFit) size = static_cast<std::uint32_t>(key.size());
     if (isFit && buffer != nullptr) std::copy(key.begin(), key.end(), buffer);
     return isFit;
@@ -126,7 +128,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
       Note("Endless");
       while (output << "x") std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return output.good() && (IsHttps() || !data.empty());
+    return output.good() && (IsHttps() || !data.empty()) && Value("False") != "Deliver";
   }
 
   const ParameterBlock& m_script;

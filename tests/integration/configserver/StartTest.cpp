@@ -118,6 +118,70 @@ TEST(ConfigServerStart, MakesNoOtherKeyWhenTheCertificateIsMissing) {
   EXPECT_FALSE(server.Has("certificate.pem"));
 }
 
+/// What a first start leaves that is killed when the certificate is there and the key has not got its name.
+void LeaveKeyUnfinished(const ConfigServer& server) {
+  std::filesystem::rename(server.Folder() / "key.pem", server.Folder() / "key.pem.unfinished");
+}
+
+TEST(ConfigServerStart, FinishesTheKeyOfAnInterruptedFirstStart) {
+  ConfigServer server;
+  LeaveKeyUnfinished(server);
+  server.Start();
+  EXPECT_THAT(server.Log(), HasSubstr("key.pem of an interrupted first start"));
+  EXPECT_EQ(TlsClient(server.Port()).Certificate(), ServerIdentity().CertificatePem());
+  EXPECT_EQ(server.Read("key.pem"), ServerIdentity().KeyPem());
+  EXPECT_EQ(server.Read("certificate.pem"), ServerIdentity().CertificatePem());
+  EXPECT_FALSE(server.Has("key.pem.unfinished"));
+}
+
+TEST(ConfigServerStart, StartsAnewWithAnUnfinishedKeyAlone) {
+  ConfigServer server;
+  LeaveKeyUnfinished(server);
+  std::filesystem::remove(server.Folder() / "certificate.pem");
+  server.Start();
+  EXPECT_THAT(server.Log(), HasSubstr("made the certificate"));
+  EXPECT_EQ(TlsClient(server.Port()).Certificate(), server.Read("certificate.pem"));
+  EXPECT_FALSE(server.Has("key.pem.unfinished"));
+}
+
+TEST(ConfigServerStart, RemovesTheOtherNameOfItsFinishedKeyAlone) {
+  ConfigServer server;
+  server.Write("key.pem.unfinished", ServerIdentity().KeyPem());
+  server.Start();
+  EXPECT_FALSE(server.Has("key.pem.unfinished"));
+  EXPECT_EQ(server.Read("key.pem"), ServerIdentity().KeyPem());
+
+  server.Write("key.pem.unfinished", "another key");
+  server.Start();
+  EXPECT_EQ(server.Read("key.pem.unfinished"), "another key");
+  EXPECT_EQ(server.Read("key.pem"), ServerIdentity().KeyPem());
+}
+
+TEST(ConfigServerStart, TakesNoUnfinishedKeyThatIsNotTheCertificates) {
+  const ConfigServer server;
+  std::filesystem::remove(server.Folder() / "key.pem");
+  const TlsIdentity other("other");
+  for (const std::string& key : {other.KeyPem(), std::string("no key")}) {
+    server.Write("key.pem.unfinished", key);
+    const ProcessResult result = RunServer({"--data", server.Folder().string(), "--wire-port", "0"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, HasSubstr("key.pem cannot be read"));
+    EXPECT_FALSE(server.Has("key.pem"));
+    EXPECT_EQ(server.Read("key.pem.unfinished"), key);
+  }
+}
+
+TEST(ConfigServerStart, MakesNoCertificateBeforeItsKeyIsWritten) {
+  const TemporaryDirectory directory;
+  // No file can take its name.
+  directory.Write("key.pem.unfinished/file", "");
+  const ProcessResult result = RunServer({"--data", directory.Path().string(), "--wire-port", "0"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.errors, HasSubstr("key.pem.unfinished: "));
+  EXPECT_FALSE(std::filesystem::exists(directory.Path() / "certificate.pem"));
+  EXPECT_FALSE(std::filesystem::exists(directory.Path() / "key.pem"));
+}
+
 TEST(ConfigServerStart, RefusesAKeyThatIsNotTheCertificates) {
   const ConfigServer one;
   const ConfigServer other({}, ConfigServer::Certificate::OfItsOwn);

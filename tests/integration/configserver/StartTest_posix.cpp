@@ -26,6 +26,43 @@ TEST(ConfigServerStart, KeyIsForItsOwnerAlone) {
   EXPECT_EQ(std::filesystem::status(server.Folder()).permissions(), perms::owner_all);
 }
 
+/// A name that is taken although nothing is found under it.
+void TakeName(const ConfigServer& server, const std::string& name) {
+  std::filesystem::create_symlink("nowhere", server.Folder() / name);
+}
+
+/// Lets a start fail, and expects it to name the file that it must not replace.
+void ExpectNoStartBecauseOf(const ConfigServer& server, const std::string& name) {
+  const ProcessResult result =
+      RunProcess(SORVEX_CONFIGSERVER_PROGRAM, {"--data", server.Folder().string(), "--wire-port", "0"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.errors, HasSubstr(name + ": File exists"));
+  EXPECT_TRUE(std::filesystem::is_symlink(server.Folder() / name));
+}
+
+TEST(ConfigServerStart, GivesTheKeyItsNameAfterTheCertificateAndReplacesNeither) {
+  ConfigServer server;
+  std::filesystem::remove(server.Folder() / "certificate.pem");
+  std::filesystem::remove(server.Folder() / "key.pem");
+  TakeName(server, "certificate.pem");
+  ExpectNoStartBecauseOf(server, "certificate.pem");
+  EXPECT_FALSE(server.Has("key.pem"));
+  EXPECT_EQ(std::filesystem::status(server.Folder() / "key.pem.unfinished").permissions(),
+            perms::owner_read | perms::owner_write);
+
+  std::filesystem::remove(server.Folder() / "certificate.pem");
+  TakeName(server, "key.pem");
+  ExpectNoStartBecauseOf(server, "key.pem");
+  EXPECT_TRUE(server.Has("certificate.pem"));
+  ExpectNoStartBecauseOf(server, "key.pem");
+
+  std::filesystem::remove(server.Folder() / "key.pem");
+  const std::string certificate = server.Read("certificate.pem");
+  server.Start();
+  EXPECT_EQ(TlsClient(server.Port()).Certificate(), certificate);
+  EXPECT_EQ(std::filesystem::status(server.Folder() / "key.pem").permissions(), perms::owner_read | perms::owner_write);
+}
+
 TEST(ConfigServerStart, FolderIsForItsOwnerAloneHoweverItIsWritten) {
   const TemporaryDirectory directory;
   for (const char* const name : {"plain", "slash/", "slashes//", "dot/."}) {

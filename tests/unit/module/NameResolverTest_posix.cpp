@@ -2,6 +2,8 @@
 #include "platform/NameResolver.h"
 #include "sockets/TCPRawSocket.h"
 
+#include <support/LoopbackTcpServer.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -17,7 +19,8 @@ struct FakeResolver {
   int m_submitCode = 0;
   int m_cancelCode = EAI_NOTCANCELED;
   int m_answerCode = EAI_INPROGRESS;
-  int m_pollsUntilAnswer = 0;  ///< 0: never
+  int m_pollsUntilAnswer = 0;      ///< 0: never
+  const char* m_answer = nullptr;  ///< an address, if there is one
   int m_submits = 0;
   int m_polls = 0;
   int m_cancels = 0;
@@ -43,6 +46,7 @@ int getaddrinfo_a(int, gaicb** list, int, sigevent*) {
   ++resolver.m_submits;
   resolver.m_pRequest = list[0];
   Asked().push_back(list[0]);
+  if (resolver.m_answer) getaddrinfo(resolver.m_answer, list[0]->ar_service, list[0]->ar_request, &list[0]->ar_result);
   return resolver.m_submitCode;
 }
 
@@ -170,6 +174,20 @@ TEST_F(NameResolver, ThatFailsLeavesRawSocketUnconnected) {
   socket.Open(L"host.example", 514);
   EXPECT_FALSE(socket.IsConnected());
   EXPECT_EQ(socket.GetLastResultCode(), 11002);
+}
+
+TEST_F(NameResolver, IsAskedOnceForAddressesThatRawSocketKeeps) {
+  resolver.m_pollsUntilAnswer = 1;
+  resolver.m_answerCode = 0;
+  resolver.m_answer = "127.0.0.1";
+  sorvex::test::LoopbackTcpServer server;
+  VaroCommunicationAPI::TCPRawSocket socket;
+  socket.Open(L"host.example", server.Port());
+  EXPECT_TRUE(socket.Connect());
+  EXPECT_EQ(resolver.m_submits, 1);
+  socket.Open(L"other.example", server.Port());
+  EXPECT_TRUE(socket.IsConnected());
+  EXPECT_EQ(resolver.m_submits, 2);
 }
 
 TEST_F(NameResolver, IsAskedOnceByEachOpenAndConnectOfRawSocket) {

@@ -68,6 +68,29 @@ TEST(PayloadFraming, HasNames) {
   EXPECT_EQ(Framing::Parse(""), std::nullopt);
 }
 
+/// Tells which producers wait for room.
+class WatchedQueue : public PayloadQueue {
+ public:
+  /// Returns when so many wait: whoever waits has let go of the lock.
+  bool WaitForProducers(int producers) {
+    return WaitUntil([&] {
+      const QueueGuard guard(Mutex());
+      return m_waiting == producers;
+    });
+  }
+
+ protected:
+  int wait_not_full_cond(ACE_Time_Value* deadline) override {
+    ++m_waiting;
+    const int result = PayloadQueue::wait_not_full_cond(deadline);
+    --m_waiting;
+    return result;
+  }
+
+ private:
+  int m_waiting = 0;
+};
+
 class QueueOfPayloads : public testing::Test {
  protected:
   QueueOfPayloads() {
@@ -102,7 +125,7 @@ class QueueOfPayloads : public testing::Test {
     return {};
   }
 
-  PayloadQueue queue;
+  WatchedQueue queue;
   std::vector<std::uint32_t> lengths;
 };
 
@@ -201,19 +224,22 @@ TEST_F(QueueOfPayloads, AHangUpFindsRoomAndIsTheLastToGoIn) {
 TEST_F(QueueOfPayloads, AHangUpRefusesProducersThatWait) {
   queue.high_water_mark(3);
   ASSERT_TRUE(Put("one"));
-  auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
-  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  auto put = std::async(std::launch::async, [this] { return queue.Put("waits", std::chrono::hours(1)); });
+  ASSERT_TRUE(queue.WaitForProducers(1));
   ASSERT_TRUE(HangUp());
+  EXPECT_EQ(put.wait_for(patience), std::future_status::ready);
+  GiveUp();
   EXPECT_FALSE(put.get());
 }
 
 TEST_F(QueueOfPayloads, AHangUpWakesTheThreadThatWaits) {
   auto head = std::async(std::launch::async, [this] {
     FramedPayloads payloads;
-    return queue.Await(60s, payloads);
+    return queue.Await(std::chrono::hours(1), payloads);
   });
   EXPECT_EQ(head.wait_for(20ms), std::future_status::timeout);
   ASSERT_TRUE(HangUp());
+  if (head.wait_for(patience) != std::future_status::ready) GiveUp();
   EXPECT_EQ(head.get(), Head::HangUp);
 }
 
@@ -259,7 +285,7 @@ TEST_F(QueueOfPayloads, WakesAProducerOnceThereIsRoom) {
   queue.low_water_mark(50);
   ASSERT_TRUE(Put(std::string(100, 'x')));
   auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
-  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  ASSERT_TRUE(queue.WaitForProducers(1));
   Await();
   ASSERT_EQ(put.wait_for(patience), std::future_status::ready);
   EXPECT_TRUE(put.get());
@@ -270,7 +296,7 @@ TEST_F(QueueOfPayloads, WakesAProducerAtItsLowMark) {
   queue.low_water_mark(0);
   ASSERT_TRUE(Put(std::string(100, 'x')));
   auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
-  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  ASSERT_TRUE(queue.WaitForProducers(1));
   Await();
   EXPECT_EQ(put.wait_for(patience), std::future_status::ready);
 }
@@ -281,7 +307,7 @@ TEST_F(QueueOfPayloads, LetsAProducerWaitAboveItsLowMark) {
   // Two do not fit into one chunk.
   for (int i = 0; i < 3; ++i) ASSERT_TRUE(Put(std::string(50'000, 'x')));
   auto put = std::async(std::launch::async, [this] { return queue.Put("waits", 60s); });
-  EXPECT_EQ(put.wait_for(20ms), std::future_status::timeout);
+  ASSERT_TRUE(queue.WaitForProducers(1));
   Await();
   EXPECT_EQ(put.wait_for(50ms), std::future_status::timeout);
   queue.Remove(1);
@@ -319,7 +345,7 @@ TEST_F(QueueOfPayloads, LetsInEveryProducerThatRoomIsThereFor) {
   std::vector<std::future<bool>> puts;
   for (int i = 0; i < 4; ++i) {
     puts.push_back(std::async(std::launch::async, [this] { return queue.Put("waits", 60s); }));
-    EXPECT_EQ(puts.back().wait_for(20ms), std::future_status::timeout);
+    ASSERT_TRUE(queue.WaitForProducers(i + 1));
   }
   Await();
   for (std::future<bool>& put : puts) {

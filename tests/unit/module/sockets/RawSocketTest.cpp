@@ -239,6 +239,44 @@ TYPED_TEST(RawSocket, ConnectAgainReconnectsAndKeepsTheTotals) {
   EXPECT_TRUE(WaitUntil([&] { return served == 2; }));
 }
 
+TYPED_TEST(RawSocket, OpenAgainGoesToTheOtherServer) {
+  typename TypeParam::Server first;
+  typename TypeParam::Server second;
+  this->Open(first.Port());
+  this->Open(second.Port());
+  this->socket.Send("x", 1);
+  EXPECT_EQ(second.WaitForBytes(1), "x");
+  EXPECT_EQ(this->socket.GetPort(), second.Port());
+}
+
+TYPED_TEST(RawSocket, AFailedReconnectEndsTheConnectionAndASuccessClearsItsNumber) {
+  std::atomic<int> ended{0};
+  typename TypeParam::Server server([&](auto&, auto& connection, int) {
+    connection.ReadAll();
+    ++ended;
+  });
+  this->Open(server.Port());
+  ASSERT_TRUE(this->socket.IsConnected());
+  this->Open(UnusedPort());
+  EXPECT_FALSE(this->socket.IsConnected());
+  EXPECT_EQ(this->socket.GetLastResultCode(), 10061);
+  EXPECT_TRUE(WaitUntil([&] { return ended == 1; }));
+  this->Open(server.Port());
+  EXPECT_TRUE(this->socket.IsConnected());
+  EXPECT_EQ(this->socket.GetLastResultCode(), 0);
+}
+
+TYPED_TEST(RawSocket, AShortTimeoutIsNotRoundedUpToATenthOfASecond) {
+  typename TypeParam::Server server([](auto& self, auto&, int) { self.HoldUntilStopped(); });
+  this->Open(server.Port());
+  char byte = 0;
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(this->socket.Receive(&byte, 1, 1), -1);
+  // Rounded up, they would be ten seconds.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 6s);
+  EXPECT_EQ(this->socket.GetLastResultCode(), 137);
+}
+
 TYPED_TEST(RawSocket, SendingAndReceivingWithoutConnectionFail) {
   this->Open(UnusedPort());
   this->log->Clear();
@@ -374,9 +412,13 @@ TEST_F(RawBase, AReceiveThatFailsCountsNothing) {
 }
 
 TEST_F(RawBase, ASuccessClearsTheResultCode) {
-  socket.results = {SocketError(137), SocketError()};
+  socket.results = {SocketError(137), SocketError(), SocketError(137), SocketError()};
   socket.Send("abc", 3);
   socket.Send("abc", 3);
+  EXPECT_EQ(socket.GetLastResultCode(), 0);
+  char buffer[3];
+  socket.Receive(buffer, 3, 100);
+  socket.Receive(buffer, 3, 100);
   EXPECT_EQ(socket.GetLastResultCode(), 0);
 }
 

@@ -1,6 +1,7 @@
 // What the raw TLS socket alone does, against real peers on the loopback.
 #include "sockets/SSLTCPRawSocket.h"
 
+#include <support/ConnectionHandles.h>
 #include <support/LoopbackTlsServer.h>
 #include <support/RecordingLogger.h>
 #include <support/TemporaryDirectory.h>
@@ -9,7 +10,9 @@
 #include <host/Paths.h>
 #include <host/Text.h>
 
+#include <ace/ACE.h>
 #include <ace/OS_NS_stdlib.h>
+#include <ace/SSL/SSL_Context.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -145,8 +148,10 @@ TEST_F(RawTLS, ErrorsThatOthersLeftInTheThreadAreNotTakenForItsOwn) {
 
   // More than the system takes: the writing has to wait.
   const std::string block(8'000'000, 'x');
+  const std::vector<ACE_HANDLE> handles = HandlesConnectedTo(server.Port());
+  ASSERT_EQ(handles.size(), 1u);
   std::thread reader([&] {
-    std::this_thread::sleep_for(100ms);
+    EXPECT_TRUE(WaitUntil([&] { return ACE::handle_write_ready(handles.front(), &ACE_Time_Value::zero) == -1; }));
     isReading = true;
   });
   leaveError();
@@ -232,6 +237,17 @@ TEST_F(RawTLS, AServerWithoutTlsIsRefusedWithReason) {
   socket.Open(L"127.0.0.1", server.Port());
   EXPECT_FALSE(socket.IsConnected());
   EXPECT_THAT(log->Lines(), ElementsAre(Failure(socket), "Debug The TLS library's reason: wrong version number"));
+  // Others in this thread would take them for their own.
+  EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST(TlsStreamConnect, LeavesNothingOpenAfterAFailedHandshake) {
+  LoopbackTcpServer server([](LoopbackTcpServer&, ServerConnection& connection, int) { connection.Close(); });
+  ACE_SSL_Context context;
+  context.set_mode(ACE_SSL_Context::SSLv23_client);
+  VaroCommunicationAPI::TlsStream stream(context, VaroCommunicationAPI::StreamUse::Exchange);
+  EXPECT_TRUE(stream.Connect({ACE_INET_Addr(server.Port(), "127.0.0.1")}, L"127.0.0.1", [] { return false; }));
+  EXPECT_EQ(stream.Handle(), ACE_INVALID_HANDLE);
 }
 
 struct VersionCase {

@@ -34,10 +34,31 @@ TEST(ConnectStream, TakesTheFirstAddressThatAccepts) {
   stream.close();
 }
 
+TEST(ConnectStream, LeavesTheAddressesAfterThatOneAlone) {
+  LoopbackTcpServer first;
+  LoopbackTcpServer second;
+  ACE_SOCK_Stream stream;
+  ASSERT_EQ(ConnectStream(stream, {Loopback(first.Port()), Loopback(second.Port())}, &Never), ErrorNone);
+  ACE_INET_Addr peer;
+  ASSERT_EQ(stream.get_remote_addr(peer), 0);
+  EXPECT_EQ(peer.get_port_number(), first.Port());
+  stream.close();
+}
+
 TEST(ConnectStream, GivesTheErrorOfTheLastAddress) {
   ACE_SOCK_Stream stream;
   EXPECT_EQ(ConnectStream(stream, {Loopback(UnusedPort()), Loopback(UnusedPort())}, &Never), ErrorConnectionRefused);
   EXPECT_EQ(stream.get_handle(), ACE_INVALID_HANDLE);
+}
+
+TEST(WaitUntilReady, EndsAtOnceWhenItsTimeHasPassed) {
+  LoopbackTcpServer silent([](LoopbackTcpServer& self, ServerConnection&, int) { self.HoldUntilStopped(); });
+  ACE_SOCK_Stream stream;
+  ASSERT_EQ(ConnectStream(stream, {Loopback(silent.Port())}, &Never), ErrorNone);
+  EXPECT_EQ(VaroCommunicationAPI::WaitUntilReady(stream.get_handle(), VaroCommunicationAPI::Readiness::Readable, &Never,
+                                                 std::chrono::steady_clock::now() - std::chrono::seconds(1)),
+            ErrorWaitTimeout);
+  stream.close();
 }
 
 TEST(ConnectStream, ThatIsInterruptedDoesNotGoOnToTheNextAddress) {
