@@ -109,7 +109,7 @@ ServerLoop::ServerLoop(const RunLoopOptions& options, IConnectionFactory& factor
       m_schedule(options.interval, schedule::SystemRandom()),
       m_pCurrent(std::move(current)) {
   m_report.refused = std::move(refused);
-  m_thread = std::jthread([this](const std::stop_token& stop) { Run(stop); });
+  m_thread.Start([this] { Run(); });
 }
 
 ServerLoop::~ServerLoop() = default;
@@ -119,14 +119,9 @@ ServerReport ServerLoop::GetReport() const {
   return m_report;
 }
 
-void ServerLoop::Run(const std::stop_token& stop) {
+void ServerLoop::Run() {
   schedule::Duration pause = m_schedule.First();
-  for (;;) {
-    {
-      std::unique_lock lock(m_mutex);
-      m_wakeUp.wait_for(lock, stop, pause, [&stop] { return stop.stop_requested(); });
-    }
-    if (stop.stop_requested()) break;
+  while (!m_thread.WaitForStop(pause)) {
     if (RunRound()) {
       NoteSuccess();
       pause = m_schedule.AfterSuccess();
@@ -265,22 +260,26 @@ void ServerLoop::NoteNotApplied(const std::string& reason) {
   m_bAsksAgain = true;
 }
 
+/// An unusable patch does not keep the agent from the others.
 bool ServerLoop::FetchPatches() {
   if (m_pCurrent == nullptr) return true;
+  bool areAllUsable = true;
   for (const settings::ComponentSettings& component : m_pCurrent->settings.components) {
-    if (IsInterrupted()) return true;
+    if (IsInterrupted()) break;
     if (component.buildNumber <= InstalledBuild(m_factory, component.name)) continue;
-    if (!FetchPatch(component)) return false;
+    const PatchOutcome outcome = FetchPatch(component);
+    if (outcome == PatchOutcome::NotReceived) return false;
+    if (outcome == PatchOutcome::Unusable) areAllUsable = false;
   }
-  return true;
+  return areAllUsable;
 }
 
-bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
+ServerLoop::PatchOutcome ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
   const std::filesystem::path directory = WideToPath(GetPatchPath());
   const std::string prefix = PatchPrefix(component.name);
   const std::string name = prefix + std::to_string(component.buildNumber) + std::string(patchSuffix);
   const std::filesystem::path path = directory / name;
-  if (std::filesystem::exists(path)) return true;
+  if (std::filesystem::exists(path)) return PatchOutcome::Settled;
   std::filesystem::create_directories(directory);
 
   DeliveredFile file(path);
@@ -289,19 +288,25 @@ bool ServerLoop::FetchPatch(const settings::ComponentSettings& component) {
   const ServerAnswer answer = LastAnswer(m_connection);
   if (answer == ServerAnswer::NoUpdate || answer == ServerAnswer::UpdatesDisabled || answer == ServerAnswer::NotFound) {
     SayOnce(WindowsAgentCommon::Format("The configuration server has no patch %s.", name));
-    return true;
+    return PatchOutcome::Settled;
   }
-  if (!isDone || answer != ServerAnswer::Success) return Fail("the patch " + name, file.WriteError());
+  if (!isDone || answer != ServerAnswer::Success) {
+    Fail("the patch " + name, file.WriteError());
+    return isDone ? PatchOutcome::Unusable : PatchOutcome::NotReceived;
+  }
   file.Finish();
   if (!IsHttps() && !AreSameDigest(digest, file.GetDigest())) {
-    return Fail("the patch " + name,
-                "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'");
+    Fail("the patch " + name, "the MD5 of what came is " + file.GetDigest() + ", the server's is '" + digest + "'");
+    return PatchOutcome::Unusable;
   }
-  if (file.Size() == 0 || IsHtmlPage(file.Begin())) return Fail("the patch " + name, "what came is no archive");
+  if (file.Size() == 0 || IsHtmlPage(file.Begin())) {
+    Fail("the patch " + name, "what came is no archive");
+    return PatchOutcome::Unusable;
+  }
   file.Keep();
   m_log.Info("The patch %s waits (%u bytes).", name, file.Size());
   RemoveOlderPatches(directory, prefix, component.buildNumber);
-  return true;
+  return PatchOutcome::Settled;
 }
 
 /// Without a reason it is the connection's. Returns false.

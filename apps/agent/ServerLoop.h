@@ -6,6 +6,7 @@
 #include <ServerConnection.h>
 
 #include <schedule/Schedule.h>
+#include <schedule/StoppableThread.h>
 #include <settings/Settings.h>
 
 #include <host/IConnectionFactory.h>
@@ -13,7 +14,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -21,7 +21,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <thread>
 
 namespace sorvex::agent {
 
@@ -57,7 +56,7 @@ class ServerLoop {
   ServerLoop& operator=(const ServerLoop&) = delete;
 
   /// Makes the thread report to a reachable server that the agent stops, and end.
-  void RequestStop() { m_thread.request_stop(); }
+  void RequestStop() { m_thread.RequestStop(); }
 
   /// Says that the last configuration passed to `apply` cannot be used; the server is asked for it again. Any thread.
   void NoteNotApplied(const std::string& reason);
@@ -66,7 +65,13 @@ class ServerLoop {
   ServerReport GetReport() const;
 
  private:
-  void Run(const std::stop_token& stop);
+  enum class PatchOutcome {
+    Settled,     ///< it waits, or the server has none
+    Unusable,    ///< the server answered, but not with a patch that can be used
+    NotReceived  ///< the exchange failed
+  };
+
+  void Run();
   bool RunRound();
   WindowsAgentCommon::AgentUpdateStatus Status() const;
   bool Register();
@@ -79,7 +84,7 @@ class ServerLoop {
   void Refuse(const std::string& digest, const std::string& reason);
   void SetRefused(const std::string& reason);
   bool FetchPatches();
-  bool FetchPatch(const settings::ComponentSettings& component);
+  PatchOutcome FetchPatch(const settings::ComponentSettings& component);
   bool IsHttps() const { return m_connection.Mode() == ConnectionMode::Https; }
   bool Fail(const std::string& operation, const std::string& reason = {});
   void NoteSuccess();
@@ -101,9 +106,8 @@ class ServerLoop {
 
   std::atomic<bool> m_bAsksAgain{false};  ///< the stored configuration is not in force
   mutable std::mutex m_mutex;
-  std::condition_variable_any m_wakeUp;
-  ServerReport m_report;  ///< under the mutex
-  std::jthread m_thread;  ///< last: it uses the others until it is joined
+  ServerReport m_report;               ///< under the mutex
+  schedule::StoppableThread m_thread;  ///< last: it uses the others until it is joined
 };
 
 }  // namespace sorvex::agent

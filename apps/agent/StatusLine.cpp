@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <stop_token>
 #include <utility>
 
 namespace sorvex::agent {
@@ -13,9 +12,8 @@ using namespace std::chrono_literals;
 
 StatusLine::StatusLine(std::function<std::string()> text) : m_text(std::move(text)) {
   if (!IsErrorTerminal()) return;
-  m_thread = std::jthread([this](std::stop_token stop) {
-    std::unique_lock lock(m_mutex);
-    while (!m_wakeUp.wait_for(lock, stop, 500ms, [&stop] { return stop.stop_requested(); })) Show();
+  m_thread.Start([this] {
+    while (!m_thread.WaitForStop(500ms)) Show();
     Show();
     std::fputc('\n', stderr);
   });

@@ -1,11 +1,10 @@
 // A changing line of standard error that shows an operation's progress.
 #pragma once
 
-#include <condition_variable>
+#include <schedule/StoppableThread.h>
+
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace sorvex::agent {
 
@@ -19,9 +18,7 @@ class StatusLine {
   void Show() const;
 
   std::function<std::string()> m_text;
-  std::mutex m_mutex;
-  std::condition_variable_any m_wakeUp;
-  std::jthread m_thread;  ///< last: it uses the others until it is joined
+  schedule::StoppableThread m_thread;  ///< last: it uses the others until it is joined
 };
 
 }  // namespace sorvex::agent

@@ -50,12 +50,11 @@ Supervisor::Supervisor(const std::vector<std::unique_ptr<Outlet>>& outlets, cons
     : m_giveUpAfter(command.giveUpAfter) {
   const Time now = std::chrono::steady_clock::now();
   for (const std::unique_ptr<Outlet>& outlet : outlets) m_watched.push_back({*outlet, {}, now, {}, {}, {}});
-  m_thread = std::jthread([this](const std::stop_token& stop) { Run(stop); });
+  m_thread.Start([this] { Run(); });
 }
 
-void Supervisor::Run(const std::stop_token& stop) {
-  std::unique_lock lock(m_mutex);
-  while (!m_wakeUp.wait_for(lock, stop, lookInterval, [&stop] { return stop.stop_requested(); })) {
+void Supervisor::Run() {
+  while (!m_thread.WaitForStop(lookInterval)) {
     const Time now = std::chrono::steady_clock::now();
     if (IsInterrupted() && !m_interruptTime) m_interruptTime = now;
     for (Watched& watched : m_watched) Look(watched, now);

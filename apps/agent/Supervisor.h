@@ -3,13 +3,11 @@
 
 #include <Outlet.h>
 
+#include <schedule/StoppableThread.h>
+
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <stop_token>
-#include <thread>
 #include <vector>
 
 namespace sorvex::agent {
@@ -37,7 +35,7 @@ class Supervisor {
     std::optional<Time> abandonTime;
   };
 
-  void Run(const std::stop_token& stop);
+  void Run();
   void Look(Watched& watched, Time now);
   void NoteActivity(Watched& watched, Time now) const;
   std::optional<std::string> ReasonToGiveUp(const Watched& watched, Time now) const;
@@ -45,9 +43,7 @@ class Supervisor {
   const std::optional<double> m_giveUpAfter;
   std::vector<Watched> m_watched;
   std::optional<Time> m_interruptTime;
-  std::mutex m_mutex;
-  std::condition_variable_any m_wakeUp;
-  std::jthread m_thread;  ///< last: it uses the others until it is joined
+  schedule::StoppableThread m_thread;  ///< last: it uses the others until it is joined
 };
 
 }  // namespace sorvex::agent

@@ -38,14 +38,14 @@ Channel::Channel(settings::DestinationSettings settings, std::shared_ptr<ISocket
   EnvironmentBlockHelper(m_settings.parameters).GetUInt32Value("Socket.QueueHighWaterMark", highWaterMark, 1'000'000);
   m_maxQueuedBytes = highWaterMark;
   m_maxQueuedEvents = std::max<std::size_t>(highWaterMark / bytesPerQueuedEvent, 1);
-  m_opener = std::jthread([this](const std::stop_token& stop) { Open(stop); });
+  m_opener.Start([this] { Open(); });
 }
 
 Channel::~Channel() { CloseChannels({this}, 0ms); }
 
-void Channel::Open(const std::stop_token& stop) {
+void Channel::Open() {
   schedule::GrowingPause pause(firstOpenPause, longestOpenPause);
-  while (!stop.stop_requested()) {
+  while (!m_opener.MustStop()) {
     try {
       m_pSocket->Initialize(m_settings.parameters);
     } catch (const std::exception& error) {
@@ -56,8 +56,7 @@ void Channel::Open(const std::stop_token& stop) {
       m_opened();
       break;
     }
-    std::unique_lock lock(m_mutex);
-    m_wakeUp.wait_for(lock, stop, pause.Next(), [&stop] { return stop.stop_requested(); });
+    m_opener.WaitForStop(pause.Next());
   }
   m_bOpenerEnded = true;
 }
@@ -83,7 +82,7 @@ std::uint64_t Channel::Done() {
 void Channel::BeginClose() {
   if (m_droppedBeforeClose) return;
   m_droppedBeforeClose = m_dropped.Follow(m_pSocket->GetMessagesDropped());
-  m_opener.request_stop();
+  m_opener.RequestStop();
   try {
     m_closer = std::jthread([this] { Close(); });
   } catch (const std::system_error&) {

@@ -1,6 +1,7 @@
 // One destination of an agent: its socket and its progress.
 #pragma once
 
+#include <schedule/StoppableThread.h>
 #include <settings/Settings.h>
 
 #include <host/Event.h>
@@ -8,12 +9,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -80,7 +79,7 @@ class Channel {
   ChannelStatistics GetStatistics();
 
  private:
-  void Open(const std::stop_token& stop);
+  void Open();
   void Close();
 
   const settings::DestinationSettings m_settings;
@@ -96,12 +95,10 @@ class Channel {
   WideCounter m_truncated;
   std::optional<std::uint64_t> m_droppedBeforeClose;
 
-  std::mutex m_mutex;
-  std::condition_variable_any m_wakeUp;
   std::atomic<bool> m_bOpened{false};
   std::atomic<bool> m_bOpenerEnded{false};
   std::atomic<bool> m_bClosed{false};
-  std::jthread m_opener;  ///< these use the others until they are joined
+  schedule::StoppableThread m_opener;  ///< these use the others until they are joined
   std::jthread m_closer;
 };
 

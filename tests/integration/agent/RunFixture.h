@@ -26,8 +26,8 @@ class RunningAgent {
   /// Ends it like a crash.
   void Kill() { m_pProcess.reset(); }
 
-  /// Asks it to end; returns its exit status, or nothing when it does not end within three seconds. It needs at most
-  /// three seconds itself; a busy machine may need extra time.
+  /// Asks it to end; returns its exit status, or nothing when it does not end in time. It needs at most three seconds
+  /// itself; a busy machine may need extra time.
   std::optional<int> End() {
     m_pProcess->RequestEnd();
     return m_pProcess->Wait(std::chrono::seconds(8));
@@ -38,6 +38,12 @@ class RunningAgent {
   testing::AssertionResult WaitForLog(const std::string& text) const {
     if (WaitUntil([&] { return Log().find(text) != std::string::npos; })) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "the log has no '" << text << "':\n" << Log();
+  }
+  testing::AssertionResult WaitForLogInOrder(const std::string& first, const std::string& second) const {
+    if (const testing::AssertionResult found = WaitForLog(second); !found) return found;
+    const std::string log = Log();
+    if (log.find(first) < log.find(second)) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "the log has no '" << first << "' before '" << second << "':\n" << log;
   }
 
  private:

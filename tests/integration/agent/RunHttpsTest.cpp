@@ -154,15 +154,18 @@ INSTANTIATE_TEST_SUITE_P(
                     FailedExchange{"CutFingerprint", "cut:130", "fingerprint", "the fingerprint: 18, "}),
     [](const testing::TestParamInfo<FailedExchange>& test) { return std::string(test.param.name); });
 
-TEST(RunHttpsPatchTest, PageIsNoPatch) {
+TEST(RunHttpsPatchTest, PageIsNoPatchAndKeepsTheAgentFromNoOther) {
   HttpsServedAgent served({"--fault", "html", "--fault-on", "patch", "--fault-times", "1"});
   served.Server().Write("patches/agentcore.tar.gz", "the archive");
-  served.Server().Write(
-      "default/AgentConfig.xml",
-      MakeConfiguration(served.Directory().Path() / "a", "", "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"));
+  served.Server().Write("patches/other.tar.gz", "another");
+  served.Server().Write("default/AgentConfig.xml",
+                        MakeConfiguration(served.Directory().Path() / "a", "",
+                                          "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"
+                                          "<Component Name=\"Other\" BuildNumber=\"2\"/>"));
   const RunningAgent agent(served.GetInstallation());
   EXPECT_TRUE(agent.WaitForLog("failed (the patch x64_72_agentcore_11.tar.gz: 0, what came is no archive)"));
-  EXPECT_TRUE(agent.WaitForLog("The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
+  EXPECT_TRUE(agent.WaitForLogInOrder("The patch x64_72_other_2.tar.gz waits (7 bytes).",
+                                      "The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
 }
 
 /// A page from something in between, instead of an answer.

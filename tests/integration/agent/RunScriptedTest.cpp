@@ -24,6 +24,11 @@ constexpr const char* emptyConfiguration = "<AgentConfig/>";
 constexpr const char* componentConfiguration =
     "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/></Components></AgentConfig>";
 
+/// Wants two.
+constexpr const char* twoComponents =
+    "<AgentConfig><Components><Component Name=\"A\" BuildNumber=\"1\"/><Component Name=\"B\" BuildNumber=\"1\"/>"
+    "</Components></AgentConfig>";
+
 class RunScriptedTest : public testing::Test {
  protected:
   /// Runs the agent with this script for a connection like the one over direct TLS.
@@ -127,6 +132,31 @@ TEST_F(RunScriptedTest, PatchThatFailsFailsTheRound) {
   ASSERT_TRUE(WaitForCalls("RetrieveSoftwarePatch A", 2)) << Calls();
   ASSERT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "connection").starts_with("failing since 20"); }));
   EXPECT_THAT(agent->Log(), Not(HasSubstr(back)));
+}
+
+TEST_F(RunScriptedTest, UnusablePatchDoesNotKeepTheAgentFromTheNext) {
+  Write("AgentConfig.xml", twoComponents);
+  const auto agent = Run({"Codes=0,0,5,0,0,0,5,0,0", "Data=hello", "Digest=0"});
+  ASSERT_TRUE(WaitForCalls("RetrieveSoftwarePatch A\nRetrieveSoftwarePatch B\nDisconnect", 2)) << Calls();
+  ASSERT_TRUE(WaitUntil([&] { return StatusOf(m_installation, "connection").starts_with("failing since 20"); }));
+  EXPECT_THAT(agent->Log(), Not(HasSubstr(back)));
+}
+
+TEST_F(RunScriptedTest, PatchThatTheServerRefusesDoesNotKeepTheAgentFromTheNext) {
+  Write("AgentConfig.xml", twoComponents);
+  Write("AgentConfig.md5", "fingerprint");
+  const auto agent = Run(
+      {"ForceHTTPSConfigServerConnection=true", "Codes=200,200,200,500,200", "Fingerprint=fingerprint", "Data=hello"});
+  EXPECT_TRUE(agent->WaitForLog("failed (the patch x64_72_a_1.tar.gz: 0, as scripted)"));
+  EXPECT_TRUE(agent->WaitForLogInOrder("The patch x64_72_b_1.tar.gz waits (5 bytes).",
+                                       "The patch x64_72_a_1.tar.gz waits (5 bytes)."));
+}
+
+TEST_F(RunScriptedTest, PatchThatDoesNotArriveEndsTheRound) {
+  Write("AgentConfig.xml", twoComponents);
+  const auto agent = Run({"Codes=0,0,5,0,0,5,0,0,5,0", "False=RetrieveSoftwarePatch"});
+  ASSERT_TRUE(WaitForCalls("RetrieveSoftwarePatch A\nDisconnect", 2)) << Calls();
+  EXPECT_THAT(Calls(), Not(HasSubstr("RetrieveSoftwarePatch B")));
 }
 
 TEST_F(RunScriptedTest, PausesAfterFailuresGrow) {

@@ -296,6 +296,21 @@ TEST(RunWithFaultyServer, WrongDigestLeavesWhatThereIs) {
   EXPECT_EQ(TemporaryDirectory::Read(served.Directory().Path() / "AgentConfig.xml"), configuration);
 }
 
+/// The connection is still good for the next patch.
+TEST(RunWithFaultyServer, WrongDigestOfAPatchKeepsTheAgentFromNoOther) {
+  ServedAgent served({"--fault", "wrong-digest", "--fault-on", "patch", "--fault-times", "1"});
+  served.Server().Write("patches/agentcore.tar.gz", "the archive");
+  served.Server().Write("patches/other.tar.gz", "another");
+  served.Server().Write("default/AgentConfig.xml",
+                        MakeConfiguration(served.Directory().Path() / "a", "",
+                                          "<Component Name=\"AgentCore\" BuildNumber=\"11\"/>"
+                                          "<Component Name=\"Other\" BuildNumber=\"2\"/>"));
+  const RunningAgent agent(served.GetInstallation());
+  EXPECT_TRUE(agent.WaitForLog("failed (the patch x64_72_agentcore_11.tar.gz: 0, the MD5 of what came is "));
+  EXPECT_TRUE(agent.WaitForLogInOrder("The patch x64_72_other_2.tar.gz waits (7 bytes).",
+                                      "The patch x64_72_agentcore_11.tar.gz waits (11 bytes)."));
+}
+
 TEST(RunWithFaultyServer, CutAnswerIsTriedAgain) {
   ServedAgent served({"--fault", "cut:17", "--fault-on", "status", "--fault-times", "1"});
   const RunningAgent agent(served.GetInstallation());

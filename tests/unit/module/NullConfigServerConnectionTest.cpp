@@ -176,7 +176,7 @@ TEST_F(StandAloneConnection, HeartbeatLeavesLogMonitorLevelAloneThatIsRight) {
   EXPECT_EQ(same->second.data(), value);
 }
 
-/// Releases threads when all have arrived. Not std::barrier: that of mingw-w64 leaves them all waiting under Wine.
+/// Releases threads when all have arrived. Not std::barrier: that of mingw-w64 may leave them all waiting.
 class Meeting {
  public:
   explicit Meeting(
