@@ -115,25 +115,6 @@ TEST_F(ChannelTest, ClosesASocketThatIsOpenedAfterItsShutdown) {
   EXPECT_FALSE(m_pSocket->IsOpen());
 }
 
-TEST_F(ChannelTest, ClosesASocketWhoseOpeningEndsJustAfterItsShutdown) {
-  std::promise<void> hasOpenerEnded;
-  const std::shared_future<void> openerEnd = hasOpenerEnded.get_future().share();
-  struct AtThreadEnd {
-    std::promise<void>& hasEnded;
-    ~AtThreadEnd() { hasEnded.set_value(); }
-  };
-  m_pSocket->HoldOpening();
-  m_pSocket->AtEndOfShutdown([&] {
-    m_pSocket->LetOpeningEnd();
-    openerEnd.wait_for(patience);
-  });
-  m_pChannel = std::make_unique<Channel>(
-      Destination(), m_pSocket, [&hasOpenerEnded] { const thread_local AtThreadEnd atThreadEnd{hasOpenerEnded}; });
-  ASSERT_TRUE(WaitUntil([this] { return m_pSocket->OpenAttempts() == 1; }));
-  m_pChannel.reset();
-  EXPECT_FALSE(m_pSocket->IsOpen());
-}
-
 TEST_F(ChannelTest, HasNoRoomOnceItCloses) {
   MakeOpen();
   m_pSocket->HangInShutdown();

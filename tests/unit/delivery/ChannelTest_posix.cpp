@@ -1,4 +1,4 @@
-// A channel when the system gives no more threads.
+// A channel when the system gives no more threads, and when its thread ends at a certain moment.
 #include <delivery/Channel.h>
 
 #include "FakeSocket.h"
@@ -9,10 +9,13 @@
 #include <pthread.h>
 
 #include <cstddef>
+#include <functional>
+#include <future>
 #include <limits>
 #include <memory>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace sorvex::test {
 namespace {
@@ -42,10 +45,33 @@ class NoMoreThreads {
   pthread_attr_t m_former{};
 };
 
-std::unique_ptr<Channel> MakeChannel(const std::shared_ptr<FakeSocket>& socket) {
+std::unique_ptr<Channel> MakeChannel(
+    const std::shared_ptr<FakeSocket>& socket, std::function<void()> opened = [] {}) {
   settings::DestinationSettings destination;
   destination.parameters = {{"TargetAddress", "host"}, {"TargetPort", "514"}};
-  return std::make_unique<Channel>(destination, socket, [] {});
+  return std::make_unique<Channel>(destination, socket, std::move(opened));
+}
+
+/// Tells when the thread that made it ends. With mingw-w64 such destructors may run twice.
+struct AtThreadEnd {
+  std::promise<void>& hasEnded;
+  ~AtThreadEnd() { hasEnded.set_value(); }
+};
+
+TEST(Channel, ClosesASocketWhoseOpeningEndsJustAfterItsShutdown) {
+  std::promise<void> openerEnds;
+  const std::shared_future<void> openerEnd = openerEnds.get_future().share();
+  const auto socket = std::make_shared<FakeSocket>();
+  socket->HoldOpening();
+  socket->AtEndOfShutdown([&] {
+    socket->LetOpeningEnd();
+    openerEnd.wait_for(patience);
+  });
+  std::unique_ptr<Channel> channel =
+      MakeChannel(socket, [&openerEnds] { const thread_local AtThreadEnd atThreadEnd{openerEnds}; });
+  ASSERT_TRUE(WaitUntil([&] { return socket->OpenAttempts() == 1; }));
+  channel.reset();
+  EXPECT_FALSE(socket->IsOpen());
 }
 
 TEST(ChannelWithoutThreads, ClosesAllTheSame) {
