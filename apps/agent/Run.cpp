@@ -172,7 +172,10 @@ class Runner {
       // The digest does not match a file that was changed by hand, or cut short by a crash.
       const std::string stored = m_store.ReadDigest();
       if (!IsAlone() && LooksLikeDigest(stored) && !AreSameDigest(stored, digest)) m_store.ForgetDigest();
+      // One that cannot be applied, for example because the system gives no more threads, is tried again.
+      m_localDigest.reset();
       Apply(*configuration);
+      m_localDigest = digest;
       m_strRefused.clear();
       m_pCurrent = std::move(configuration);
     } catch (const std::exception& error) {

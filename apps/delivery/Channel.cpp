@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 namespace sorvex::delivery {
@@ -79,10 +80,15 @@ std::uint64_t Channel::Done() {
 }
 
 void Channel::BeginClose() {
-  if (m_closer.joinable()) return;
+  if (m_droppedBeforeClose) return;
   m_droppedBeforeClose = m_dropped.Follow(m_pSocket->GetMessagesDropped());
   m_opener.RequestStop();
-  m_closer = std::jthread([this] { Close(); });
+  try {
+    m_closer = std::jthread([this] { Close(); });
+  } catch (const std::system_error&) {
+    // A half-closed channel would take no more lines, and a destructor must not throw. The socket limits its shutdown.
+    Close();
+  }
 }
 
 /// An opener that had not reached its socket opens it after the first shutdown.

@@ -68,7 +68,8 @@ class Channel {
   /// datagram. What is dropped from `BeginClose` on does not count.
   std::uint64_t Done();
 
-  /// Starts to deliver the queue, as far as the destination accepts it, and to close.
+  /// Starts to deliver the queue, as far as the destination accepts it, and to close. Does so at once, which may take
+  /// seconds, when the system gives no more threads.
   void BeginClose();
   bool IsClosed() const { return m_bClosed; }
 

@@ -218,6 +218,15 @@ TEST_F(RunScriptedTest, ConfigurationThatCannotBeAppliedDoesNotEndTheAgent) {
   EXPECT_EQ(CountOf(agent->Log(), "is refused"), 1u);
 }
 
+TEST_F(RunScriptedTest, OwnFileThatCannotBeAppliedIsTriedAgain) {
+  // This module makes no sockets.
+  Write("AgentConfig.xml",
+        "<AgentConfig><Destinations><Destination Type=\"tcp\" Address=\"a\"/></Destinations></AgentConfig>");
+  const auto agent = Run({"StandAlone=true"});
+  EXPECT_TRUE(WaitForCalls("CreateSocket", 3)) << Calls();
+  EXPECT_EQ(CountOf(agent->Log(), "is refused"), 1u);
+}
+
 TEST_F(RunScriptedTest, FingerprintHasAtMostAHundredBytes) {
   const auto configuration = [](std::size_t size) {
     const std::string begin = "<AgentConfig>";

@@ -173,37 +173,80 @@ TEST_F(RunTest, TerminationEndsAWaitAndLogsStatistics) {
   EXPECT_THAT(agent.Log(), HasSubstr("Statistics.Agent " + TcpUrl(server.Port()) + ": submitted 1, sent 1, queued 0,"));
 }
 
+/// A receiver that reads nothing at first, and 8000 lines: more than the system buffers, but its destination's queue
+/// holds them all.
+class HeldReceiver {
+ public:
+  std::string Destination() const {
+    return "<Destination Type=\"tcp\" Address=\"127.0.0.1\" Port=\"" + std::to_string(m_server.Port()) +
+           "\" Builder=\"RawPayloadBuilder\"><Parameter Name=\"Socket.QueueHighWaterMark\" Value=\"100000000\"/>"
+           "</Destination>";
+  }
+  static std::string Line(int number) { return std::to_string(number) + std::string(999, 'x') + "\n"; }
+  static std::string Lines() {
+    std::string lines;
+    for (int number = 0; number < 8000; ++number) lines += Line(number);
+    return lines;
+  }
+  void StartReading() { m_isReading = true; }
+  std::string Received() const { return m_server.Received(); }
+  /// Whether some of the lines were received exactly once.
+  testing::AssertionResult HasEachOnce() const {
+    for (const int number : {0, 4000, 7999}) {
+      const std::size_t count = CountOf("\n" + Received(), "\n" + Line(number));
+      if (count != 1) return testing::AssertionFailure() << "line " << number << " was received " << count << " times";
+    }
+    return testing::AssertionSuccess();
+  }
+
+ private:
+  std::atomic<bool> m_isReading{false};
+  LoopbackTcpServer m_server{[this](LoopbackTcpServer& self, ServerConnection& connection, int) {
+                               while (!m_isReading && !self.IsStopped()) std::this_thread::sleep_for(1ms);
+                               self.KeepAllOf(connection);
+                             },
+                             0, 4096};
+};
+
 TEST_F(RunTest, TerminationSavesWhatItStillDelivers) {
-  std::atomic<bool> isReading{false};
-  LoopbackTcpServer server(
-      [&](LoopbackTcpServer& self, ServerConnection& connection, int) {
-        while (!isReading && !self.IsStopped()) std::this_thread::sleep_for(1ms);
-        self.KeepAllOf(connection);
-      },
-      0, 4096);
-  Configure("<Destination Type=\"tcp\" Address=\"127.0.0.1\" Port=\"" + std::to_string(server.Port()) +
-            "\" Builder=\"RawPayloadBuilder\"><Parameter Name=\"Socket.QueueHighWaterMark\" Value=\"100000000\"/>"
-            "</Destination>");
-  // More than the system buffers.
-  std::string lines;
-  for (int number = 0; number < 8000; ++number) lines += std::to_string(number) + std::string(999, 'x') + "\n";
-  Append(Log(), lines);
+  HeldReceiver receiver;
+  Configure(receiver.Destination());
+  Append(Log(), HeldReceiver::Lines());
   {
     RunningAgent agent(m_installation);
     ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).output.find(" 8000 ") != std::string::npos; }));
     agent.Process().RequestEnd();
     ASSERT_TRUE(agent.WaitForLog("The agent stops."));
-    isReading = true;
+    receiver.StartReading();
     EXPECT_EQ(agent.Process().Wait(8s), 0);
+    // The last statistics are those of the end: what was not sent was given up.
+    EXPECT_TRUE(WaitUntil([&] {
+      const std::string log = agent.Log();
+      return log.find(", queued 0,", log.rfind("Statistics.Agent ")) != std::string::npos;
+    })) << agent.Log();
   }
   // A line that did not arrive within the limit comes whole now; no whole one comes twice.
   const RunningAgent agent(m_installation);
   Append(Log(), "last\n");
-  ASSERT_TRUE(WaitUntil([&] { return server.Received().ends_with("\nlast\n"); }));
-  for (const int number : {0, 4000, 7999}) {
-    EXPECT_EQ(CountOf("\n" + server.Received(), "\n" + std::to_string(number) + std::string(999, 'x') + "\n"), 1u)
-        << number;
-  }
+  ASSERT_TRUE(WaitUntil([&] { return receiver.Received().ends_with("\nlast\n"); }));
+  EXPECT_TRUE(receiver.HasEachOnce());
+}
+
+TEST_F(RunTest, ChangeDoublesNothingThatAKeptDestinationStillHas) {
+  HeldReceiver receiver;
+  LoopbackTcpServer added;
+  Configure(receiver.Destination());
+  Append(Log(), HeldReceiver::Lines());
+  const RunningAgent agent(m_installation);
+  ASSERT_TRUE(WaitUntil([&] { return m_installation.Run({"status"}).output.find(" 8000 ") != std::string::npos; }));
+  Configure(receiver.Destination() + TcpDestination(added.Port()));
+  ASSERT_TRUE(WaitUntil([&] { return CountOf(agent.Log(), " is in force: ") == 2; })) << agent.Log();
+  Append(Log(), "last\n");
+  // The new one gets new lines only, although others are still on their way.
+  EXPECT_EQ(added.WaitForBytes(5), "last\n");
+  receiver.StartReading();
+  ASSERT_TRUE(WaitUntil([&] { return receiver.Received().ends_with("\nlast\n"); }));
+  EXPECT_TRUE(receiver.HasEachOnce());
 }
 
 TEST_F(RunTest, TerminationTakesNoLongerWhateverDestinationsDo) {

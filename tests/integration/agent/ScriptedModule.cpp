@@ -1,6 +1,7 @@
 // A module whose connection to the configuration server does what the agent's --parameter options say:
 //
-//   Calls=FILE        appends a line for each operation
+//   Calls=FILE        appends a line for each operation, and for each socket asked for; it makes none
+//   StandAlone=true   works without a server
 //   Connect=false     lets Connect fail
 //   Codes=N,N...      result codes of the exchanges, one after the other; the last one stays
 //   False=NAME        the operation that returns false whatever its code; "Deliver" for a delivery that is complete all
@@ -37,6 +38,10 @@
 namespace {
 
 using namespace WindowsAgentCommon;
+
+void NoteCall(const std::string& file, const std::string& call) {
+  std::ofstream(file, std::ios::app | std::ios::binary) << call << "\n";
+}
 
 class ScriptedConnection : public IConfigurationServerConnection {
  public:
@@ -104,9 +109,7 @@ class ScriptedConnection : public IConfigurationServerConnection {
 
   bool IsHttps() const { return Value("ForceHTTPSConfigServerConnection") == "true"; }
 
-  void Note(const std::string& call) const {
-    std::ofstream(Value("Calls"), std::ios::app | std::ios::binary) << call << "\n";
-  }
+  void Note(const std::string& call) const { NoteCall(Value("Calls"), call); }
 
   std::int32_t Exchange(const std::string& call) {
     Note(call);
@@ -148,8 +151,14 @@ class ScriptedFactory : public ServiceComponentBase<IConnectionFactory, ACE_Serv
   }
   std::string GetVersion() const override { return "0.0.0"; }
   void Shutdown() override {}
-  bool IsStandAloneMode() const override { return false; }
-  void CreateSocket(std::uint8_t, std::shared_ptr<IRawSocket>&) override {}
+  bool IsStandAloneMode() const override {
+    std::string value;
+    return GetParameter("StandAlone", value) && value == "true";
+  }
+  void CreateSocket(std::uint8_t, std::shared_ptr<IRawSocket>&) override {
+    std::string calls;
+    if (GetParameter("Calls", calls)) NoteCall(calls, "CreateSocket");
+  }
   void CreateSSLSocket(std::uint8_t, const VaroCommunicationAPI::SSLProtocolList&,
                        std::shared_ptr<IRawSocket>&) override {}
   void CreateConfigServerConnection(std::shared_ptr<IConfigurationServerConnection>& connection) override {

@@ -1,14 +1,17 @@
 #include <delivery/Channel.h>
 
 #include "FakeSocket.h"
+#include "support/RecordingLogger.h"
 #include "support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <limits>
 #include <memory>
+#include <thread>
 
 namespace sorvex::test {
 namespace {
@@ -58,10 +61,27 @@ TEST_F(ChannelTest, TriesAgainUntilItIsOpen) {
 }
 
 TEST_F(ChannelTest, SurvivesASocketThatThrows) {
+  const RecordingLogger log;
   m_pSocket->FailToOpen(1, "no certificate");
   Make();
   EXPECT_FALSE(m_pChannel->HasRoom());
   ASSERT_TRUE(WaitUntil([this] { return m_opened == 1; }));
+  EXPECT_THAT(log->Lines(),
+              testing::ElementsAre("Error The destination tcp://host:514 cannot be opened: no certificate"));
+}
+
+/// Nobody would ask a second time.
+TEST_F(ChannelTest, HasRoomWhenItSaysThatItIsOpen) {
+  std::promise<void> isCalled;
+  std::promise<void> isChecked;
+  m_pChannel = std::make_unique<Channel>(Destination(), m_pSocket, [&] {
+    isCalled.set_value();
+    isChecked.get_future().wait_for(patience);
+  });
+  ASSERT_EQ(isCalled.get_future().wait_for(patience), std::future_status::ready);
+  EXPECT_TRUE(m_pChannel->HasRoom());
+  isChecked.set_value();
+  m_pChannel.reset();
 }
 
 TEST_F(ChannelTest, ClosesWhileItStillTriesToOpen) {
@@ -93,6 +113,13 @@ TEST_F(ChannelTest, ClosesASocketThatIsOpenedAfterItsShutdown) {
   m_pSocket->LetOpeningEnd();
   ASSERT_TRUE(WaitUntil([this] { return m_pChannel->IsClosed(); }));
   EXPECT_FALSE(m_pSocket->IsOpen());
+}
+
+TEST_F(ChannelTest, HasNoRoomOnceItCloses) {
+  MakeOpen();
+  m_pSocket->HangInShutdown();
+  m_pChannel->BeginClose();
+  EXPECT_FALSE(m_pChannel->HasRoom());
 }
 
 TEST_F(ChannelTest, HasNoRoomOnceItsSocketIsClosed) {
@@ -150,9 +177,46 @@ TEST_F(ChannelTest, RefusedEventsAreNotSubmitted) {
 
 TEST_F(ChannelTest, ClosingEndsByForceAfterItsPatience) {
   MakeOpen();
-  m_pSocket->HangInShutdown();
+  // What the first call ends may start again just after.
+  m_pSocket->HangInShutdown(3);
   delivery::CloseChannels({m_pChannel.get()}, 0ms);
   EXPECT_TRUE(m_pChannel->IsClosed());
+}
+
+TEST_F(ChannelTest, ClosingIsLeftAloneWithinItsPatience) {
+  MakeOpen();
+  m_pSocket->HangInShutdown();
+  std::thread ending([this] {
+    EXPECT_TRUE(WaitUntil([this] { return m_pSocket->Shutdowns() == 1; }));
+    // Many times as long as closing channels are left alone.
+    EXPECT_FALSE(WaitUntil([this] { return m_pSocket->Closes() > 0; }, 100ms));
+    m_pSocket->LetShutdownEnd();
+  });
+  delivery::CloseChannels({m_pChannel.get()}, 1h);
+  ending.join();
+  EXPECT_EQ(m_pSocket->Closes(), 0);
+}
+
+TEST_F(ChannelTest, ChannelsCloseAtTheSameTime) {
+  MakeOpen();
+  const auto otherSocket = std::make_shared<FakeSocket>();
+  Channel other(Destination(), otherSocket, [] {});
+  m_pSocket->HangInShutdown();
+  otherSocket->HangInShutdown();
+  std::thread ending([&] {
+    EXPECT_TRUE(WaitUntil([&] { return m_pSocket->Shutdowns() > 0 && otherSocket->Shutdowns() > 0; }));
+    m_pSocket->LetShutdownEnd();
+    otherSocket->LetShutdownEnd();
+  });
+  delivery::CloseChannels({m_pChannel.get(), &other}, 1h);
+  ending.join();
+}
+
+TEST_F(ChannelTest, DestructionDoesNotWaitForTheQueue) {
+  MakeOpen();
+  m_pSocket->HangInShutdown();
+  m_pChannel.reset();
+  EXPECT_GE(m_pSocket->Closes(), 1);
 }
 
 TEST_F(ChannelTest, StatisticsAddUp) {
@@ -170,6 +234,15 @@ TEST_F(ChannelTest, StatisticsAddUp) {
   EXPECT_TRUE(statistics.isConnected);
   m_pSocket->Disconnect();
   EXPECT_FALSE(m_pChannel->GetStatistics().isConnected);
+}
+
+TEST_F(ChannelTest, SaysSinceWhenItHasBeenConnected) {
+  const auto socket = std::make_shared<FakeTcpSocket>();
+  Channel channel(Destination(), socket, [] {});
+  ASSERT_TRUE(WaitUntil([&] { return socket->IsConnected(); }));
+  EXPECT_EQ(channel.GetStatistics().connectedSince, std::chrono::system_clock::from_time_t(300));
+  socket->Disconnect();
+  EXPECT_EQ(channel.GetStatistics().connectedSince, std::nullopt);
 }
 
 TEST(WideCounter, GoesOnWhereTheCounterWraps) {

@@ -12,6 +12,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace sorvex::test {
@@ -163,6 +164,38 @@ TEST_F(DeliveryTest, UnchangedDestinationStaysAsItIs) {
   EXPECT_EQ(Socket("b").Shutdowns(), 1);
 }
 
+TEST_F(DeliveryTest, DestinationWithAnotherSettingIsReplaced) {
+  Use({"a"});
+  const std::shared_ptr<FakeSocket> former = m_sockets["a"];
+  settings::DestinationSettings changed = To("a");
+  changed.parameters.emplace("MaxPayloadSize", "100");
+  m_delivery.Change({changed}, 20s);
+  EXPECT_EQ(former->Shutdowns(), 1);
+  EXPECT_NE(m_sockets["a"], former);
+  EXPECT_EQ(m_delivery.GetStatistics().size(), 1u);
+}
+
+TEST_F(DeliveryTest, ClosedDestinationGetsItsTime) {
+  for (const bool isEnd : {false, true}) {
+    Use({"a"});
+    FakeSocket& socket = Socket("a");
+    socket.HangInShutdown();
+    std::thread ending([&] {
+      EXPECT_TRUE(WaitUntil([&] { return socket.Shutdowns() == 1; }));
+      EXPECT_FALSE(WaitUntil([&] { return socket.Closes() > 0; }, 100ms));
+      socket.LetShutdownEnd();
+    });
+    if (isEnd) {
+      m_delivery.Close(1h);
+    } else {
+      m_delivery.Change({}, 1h);
+      m_current.clear();
+    }
+    ending.join();
+    EXPECT_EQ(socket.Closes(), 0);
+  }
+}
+
 TEST_F(DeliveryTest, ClosedDestinationThatDeliversAllNeedsNoRepetition) {
   Use({"a", "b"});
   Take(1);
@@ -243,14 +276,17 @@ TEST_F(DeliveryTest, SecondRepetitionKnowsOfTheFirst) {
 }
 
 TEST_F(DeliveryTest, WhatARemovedDestinationDidNotDeliverIsLostToIt) {
-  Use({"a", "b"});
+  Use({"a", "b", "c"});
   for (int number = 1; number <= 3; ++number) Take(number);
   Socket("a").Deliver(3);
   Socket("b").Deliver(1);
+  Socket("c").Deliver(3);
   EXPECT_FALSE(Use({"a"}));
   EXPECT_EQ(m_delivery.Lost(), 2u);
   m_delivery.Settle();
   EXPECT_EQ(m_taken.back(), std::pair(std::uint64_t{1}, std::uint64_t{30}));
+  EXPECT_FALSE(Use({"a", "d"}));
+  EXPECT_EQ(m_delivery.Lost(), 0u);
 }
 
 TEST_F(DeliveryTest, WithoutDestinationsLinesWaitForTheNext) {

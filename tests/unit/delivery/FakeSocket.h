@@ -2,20 +2,24 @@
 #pragma once
 
 #include <host/ISocket.h>
+#include <host/ITCPSocket.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace sorvex::test {
 
-class FakeSocket : public WindowsAgentCommon::ISocket {
+template <class Interface>
+class FakeSocketOf : public Interface {
  public:
   // For the test.
 
@@ -47,11 +51,14 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     const std::lock_guard lock(m_mutex);
     m_deliveredAtShutdown = lines;
   }
-  /// Makes a shutdown last until `Close`.
-  void HangInShutdown() {
+  /// Makes a shutdown last until `Close` was called so often, or until `LetShutdownEnd`. Until then the socket is open.
+  void HangInShutdown(int closes = 1) {
     const std::lock_guard lock(m_mutex);
-    m_bHangs = true;
+    m_closesAwaited = closes;
   }
+  void LetShutdownEnd() { HangInShutdown(0); }
+  /// Calls `atEnd` at the end of each shutdown.
+  void AtEndOfShutdown(std::function<void()> atEnd) { m_atEndOfShutdown = std::move(atEnd); }
   std::vector<std::string> Sent() const {
     const std::lock_guard lock(m_mutex);
     return m_sentLines;
@@ -59,6 +66,10 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
   WindowsAgentCommon::Event LastEvent() const {
     const std::lock_guard lock(m_mutex);
     return m_event;
+  }
+  int Closes() const {
+    const std::lock_guard lock(m_mutex);
+    return m_closes;
   }
   int OpenAttempts() const {
     const std::lock_guard lock(m_mutex);
@@ -96,19 +107,14 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     {
       const std::lock_guard lock(m_mutex);
       m_shutdowns += 1;
-      m_bOpen = false;
     }
-    for (;;) {
-      const std::lock_guard lock(m_mutex);
-      if (m_bHangs && !m_bClosed) continue;
-      for (; m_deliveredAtShutdown > 0 && !m_queue.empty(); --m_deliveredAtShutdown) SendFirst();
-      while (!m_queue.empty()) DropFirst();
-      return 0;
-    }
+    while (!TryToShutDown()) std::this_thread::yield();
+    m_atEndOfShutdown();
+    return 0;
   }
   void Close() override {
     const std::lock_guard lock(m_mutex);
-    m_bClosed = true;
+    m_closes += 1;
   }
   bool IsOpen() const override {
     const std::lock_guard lock(m_mutex);
@@ -160,6 +166,14 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
     m_openFailures -= 1;
     if (!m_strOpenError.empty()) throw std::runtime_error(m_strOpenError);
   }
+  bool TryToShutDown() {
+    const std::lock_guard lock(m_mutex);
+    if (m_closes < m_closesAwaited) return false;
+    m_bOpen = false;
+    for (; m_deliveredAtShutdown > 0 && !m_queue.empty(); --m_deliveredAtShutdown) SendFirst();
+    while (!m_queue.empty()) DropFirst();
+    return true;
+  }
   void SendFirst() {
     m_sentLines.push_back(m_queue.front());
     m_queue.pop_front();
@@ -185,10 +199,22 @@ class FakeSocket : public WindowsAgentCommon::ISocket {
   int m_openFailures = 0;
   int m_openAttempts = 0;
   int m_shutdowns = 0;
+  int m_closes = 0;
+  int m_closesAwaited = 0;
   bool m_bOpen = false;
   bool m_bRefuses = false;
-  bool m_bHangs = false;
-  bool m_bClosed = false;
+  std::function<void()> m_atEndOfShutdown = [] {};
+};
+
+using FakeSocket = FakeSocketOf<WindowsAgentCommon::ISocket>;
+
+/// It says since when it has been connected.
+class FakeTcpSocket : public FakeSocketOf<WindowsAgentCommon::ITCPSocket> {
+ public:
+  ACE_Time_Value GetLastConnectAttemptTime() const override { return ACE_Time_Value(400); }
+  ACE_Time_Value GetConnectedSinceTime() const override { return ACE_Time_Value(300); }
+  ACE_Time_Value GetLastConnectFailureTime() const override { return ACE_Time_Value(200); }
+  ACE_Time_Value GetNextReconnectTime() const override { return ACE_Time_Value(100); }
 };
 
 }  // namespace sorvex::test
