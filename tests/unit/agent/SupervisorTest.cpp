@@ -23,9 +23,7 @@ class SupervisorTest : public OutletsTest {
    public:
     Busy(Outlet& outlet, ScriptedTcpSocket& socket) {
       socket.onSend = [&, this](const auto&) {
-        m_begin = SteadyClock::now();
-        isSending.Open();
-        EXPECT_TRUE(isFree.Wait());
+        Hold();
         return socket.Accept();
       };
       m_thread = std::thread([&outlet] {
@@ -44,6 +42,12 @@ class SupervisorTest : public OutletsTest {
     Gate isFree;
 
    private:
+    void Hold() {
+      m_begin = SteadyClock::now();
+      isSending.Open();
+      EXPECT_TRUE(isFree.Wait());
+    }
+
     SteadyClock::time_point m_begin;
     std::thread m_thread;
   };
