@@ -180,6 +180,11 @@ std::string LoopbackTcpServer::WaitForBytes(std::size_t count) {
   return m_received;
 }
 
+bool LoopbackTcpServer::WaitForEnding(std::string_view ending) {
+  std::unique_lock lock(m_mutex);
+  return m_changed.wait_for(lock, patience, [&] { return m_received.ends_with(ending); });
+}
+
 void LoopbackTcpServer::Accept() {
   auto connection = std::make_shared<ServerConnection>();
   m_pState->acceptor.async_accept(connection->Socket(), [this, connection](const boost::system::error_code& error) {

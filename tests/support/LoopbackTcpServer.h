@@ -119,6 +119,9 @@ class LoopbackTcpServer {
   /// Waits until at least `count` bytes were received in all; returns them.
   std::string WaitForBytes(std::size_t count);
 
+  /// Waits until what was received in all ends with `ending`; returns whether it does.
+  bool WaitForEnding(std::string_view ending);
+
  private:
   struct State;
   struct Worker {

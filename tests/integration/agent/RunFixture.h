@@ -2,6 +2,7 @@
 #pragma once
 
 #include "AgentFixture.h"
+#include "support/ScopedVariable.h"
 #include "support/WaitUntil.h"
 
 #include <chrono>
@@ -48,6 +49,11 @@ class RunningAgent {
 
  private:
   std::unique_ptr<ChildProcess> m_pProcess;
+};
+
+/// For an agent whose end may be cut short: its threads are not joined then, which the thread sanitizer would report.
+struct ThreadsMayRemain {
+  ScopedVariable sanitizer{"TSAN_OPTIONS", "report_thread_leaks=0"};
 };
 
 inline std::size_t CountOf(const std::string& text, const std::string& part) {

@@ -1,7 +1,6 @@
 // The running agent with the reference configuration server.
 #include "RunFixture.h"
 #include "ServedAgent.h"
-#include "support/ScopedVariable.h"
 
 #include <set>
 
@@ -319,9 +318,7 @@ TEST(RunWithFaultyServer, CutAnswerIsTriedAgain) {
 }
 
 TEST(RunWithFaultyServer, TerminationDoesNotWaitForASilentServer) {
-  // The process ends without joining the thread that waits for the server and the threads that it started, which the
-  // thread sanitizer would report.
-  const ScopedVariable sanitizer("TSAN_OPTIONS", "report_thread_leaks=0");
+  const ThreadsMayRemain sanitizer;
   ServedAgent served({"--fault", "silent-handshake"});
   const Installation& installation = served.GetInstallation();
   LoopbackTcpServer receiver;

@@ -189,11 +189,11 @@ class HeldReceiver {
     return lines;
   }
   void StartReading() { m_isReading = true; }
-  std::string Received() const { return m_server.Received(); }
+  bool WaitForEnding(std::string_view ending) { return m_server.WaitForEnding(ending); }
   /// Whether some of the lines were received exactly once.
   testing::AssertionResult HasEachOnce() const {
     for (const int number : {0, 4000, 7999}) {
-      const std::size_t count = CountOf("\n" + Received(), "\n" + Line(number));
+      const std::size_t count = CountOf("\n" + m_server.Received(), "\n" + Line(number));
       if (count != 1) return testing::AssertionFailure() << "line " << number << " was received " << count << " times";
     }
     return testing::AssertionSuccess();
@@ -209,6 +209,7 @@ class HeldReceiver {
 };
 
 TEST_F(RunTest, TerminationSavesWhatItStillDelivers) {
+  const ThreadsMayRemain sanitizer;
   HeldReceiver receiver;
   Configure(receiver.Destination());
   Append(Log(), HeldReceiver::Lines());
@@ -228,7 +229,7 @@ TEST_F(RunTest, TerminationSavesWhatItStillDelivers) {
   // A line that did not arrive within the limit comes whole now; no whole one comes twice.
   const RunningAgent agent(m_installation);
   Append(Log(), "last\n");
-  ASSERT_TRUE(WaitUntil([&] { return receiver.Received().ends_with("\nlast\n"); }));
+  ASSERT_TRUE(receiver.WaitForEnding("\nlast\n"));
   EXPECT_TRUE(receiver.HasEachOnce());
 }
 
@@ -245,11 +246,12 @@ TEST_F(RunTest, ChangeDoublesNothingThatAKeptDestinationStillHas) {
   // The new one gets new lines only, although others are still on their way.
   EXPECT_EQ(added.WaitForBytes(5), "last\n");
   receiver.StartReading();
-  ASSERT_TRUE(WaitUntil([&] { return receiver.Received().ends_with("\nlast\n"); }));
+  ASSERT_TRUE(receiver.WaitForEnding("\nlast\n"));
   EXPECT_TRUE(receiver.HasEachOnce());
 }
 
 TEST_F(RunTest, TerminationTakesNoLongerWhateverDestinationsDo) {
+  const ThreadsMayRemain sanitizer;
   const RefusingPort refusing;
   LoopbackTcpServer holding([](LoopbackTcpServer& server, ServerConnection&, int) { server.HoldUntilStopped(); }, 0,
                             4096);
