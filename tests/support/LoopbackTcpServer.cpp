@@ -8,8 +8,12 @@
 namespace sorvex::test {
 
 std::uint16_t UnusedPort() {
-  boost::asio::io_context context;
-  return tcp::acceptor(context, {boost::asio::ip::address_v4::loopback(), 0}).local_endpoint().port();
+  static boost::asio::io_context& context = *new boost::asio::io_context;
+  static std::list<tcp::socket>& held = *new std::list<tcp::socket>;
+  tcp::socket& socket = held.emplace_back(context, tcp::v4());
+  socket.set_option(tcp::socket::reuse_address(true));
+  socket.bind({boost::asio::ip::address_v4::loopback(), 0});
+  return socket.local_endpoint().port();
 }
 
 struct ServerConnection::State {

@@ -24,7 +24,8 @@ namespace sorvex::test {
 
 using boost::asio::ip::tcp;
 
-/// Returns a loopback port on which nothing listens now.
+/// Returns a loopback port on which nothing listens. The system gives it to nobody else while the process lives, but a
+/// server of the test may ask for it. For one thread.
 std::uint16_t UnusedPort();
 
 /// One accepted connection, as a handler sees it. Blocking; the server's `Stop` ends every wait.
